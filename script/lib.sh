@@ -1,0 +1,59 @@
+# Shared by the scripts of this folder: where the tree is, root, messages, building. Sourced, never run.
+# shellcheck shell=bash
+
+# Physical path of the tree, whatever the caller's directory and however the script was named.
+TREE="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)"
+# shellcheck disable=SC2034  # used by the scripts that source this file
+STREAMS="$TREE/build/streams"
+
+say() { printf '%s\n' "== $*"; }
+
+# fail CAUSE [REMEDY]: ends the script with status 1.
+fail()
+{
+    printf '%s: %s\n' "$(basename "$0")" "$1" >&2
+    [ $# -lt 2 ] || printf '    %s\n' "$2" >&2
+    exit 1
+}
+
+# True when as_root can work without asking for a password.
+can_be_root()
+{
+    [ "$(id -u)" -eq 0 ] || { command -v sudo >/dev/null && sudo -n true 2>/dev/null; }
+}
+
+# Words that run a command as root: none for root itself, else sudo with the environment kept (sanitizer options, CI).
+# "${ROOT[@]}" COMMAND & leaves the command's own process in $!, which a function would not.
+ROOT=()
+[ "$(id -u)" -eq 0 ] || ROOT=(sudo -n -E --)
+as_root() { "${ROOT[@]}" "$@"; }
+
+# Installs the packages when one is missing; says nothing when all are there.
+ensure_packages()
+{
+    "$TREE/script/bootstrap" --check >/dev/null || "$TREE/script/bootstrap"
+}
+
+# wrap_preset PRESET: sets the array `wrap` to what must stand before a command of that build. ThreadSanitizer's shadow
+# memory does not fit the widest address randomisation of current kernels, so its programs go without (test discovery
+# runs them while building, too).
+wrap_preset()
+{
+    wrap=()
+    [ "$1" != tsan ] || wrap=(setarch "$(uname -m)" -R)
+}
+
+# build_preset PRESET [TARGET...]: configures when needed and builds into build/PRESET.
+build_preset()
+{
+    local preset=$1 wrap
+    shift
+    wrap_preset "$preset"
+    if [ ! -f "$TREE/build/$preset/build.ninja" ]; then
+        (cd "$TREE" && "${wrap[@]}" cmake --preset "$preset") || return
+    fi
+    "${wrap[@]}" cmake --build "$TREE/build/$preset" -j "$(nproc)" ${1:+--target "$@"}
+}
+
+# Makes the demo streams once; a later call returns at once.
+make_streams() { "$TREE/bench/streams/make-streams" "$STREAMS"; }
