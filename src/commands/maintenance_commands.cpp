@@ -1,0 +1,49 @@
+// Commands that probe and service the module: ping, versions, any shell command.
+#include "commands/uart_command.h"
+#include "commands/versionline.h"
+#include "link/serialport.h"
+#include "system/shell.h"
+#include "system/system_config.h"
+
+#include <cstdlib>
+#include <QString>
+#include <QtDebug>
+
+namespace {
+
+constexpr const char* softwareVersion = "1.4";
+
+} // namespace
+
+std::string versionLine()
+{
+    // Grown as needed: the FPGA's text has no length of its own.
+    return std::string("SV: mx8 ") + softwareVersion
+        + " FPGA: " + systconf.GetFpgaVersion().toUtf8().toStdString() + "\n";
+}
+
+void Uart_Ping(std::string line)
+{
+    qDebug("PINg\n");
+    // The received line is the command line, the word "ping" included. Without a count option it never ends,
+    // and with it all polling: the controller sends one.
+    for (const char character : systconf.Ping(line))
+        uart.SerialPortWrite(&character, 1);
+}
+
+int Uart_Version()
+{
+    qDebug("VERsion\n");
+    const std::string reply = versionLine();
+    return uart.SerialPortWrite(reply.data(), static_cast<int>(reply.size()));
+}
+
+int Uart_ConsoleCommand(std::string command)
+{
+    qDebug() << "Console command :" << command.c_str() << Qt::endl;
+    // In the daemon's own environment, so that graphical programs started now or later find the compositor of
+    // root.
+    setenv("QT_QPA_PLATFORM", "wayland", 1);
+    setenv("XDG_RUNTIME_DIR", "/run/user/0", 1);
+    return runShell(command);
+}
