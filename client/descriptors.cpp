@@ -1,0 +1,85 @@
+#include "client/descriptors.h"
+
+#define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
+#include <gst/mpegts/mpegts.h>
+
+namespace tessary::client {
+
+namespace {
+
+/// Takes a string that GLib allocated.
+std::string takeText(gchar* text)
+{
+    std::string copy = text != nullptr ? text : "";
+    g_free(text);
+    return copy;
+}
+
+const GstMpegtsDescriptor* find(GPtrArray* list, guint8 tag)
+{
+    return list != nullptr ? gst_mpegts_find_descriptor(list, tag) : nullptr;
+}
+
+} // namespace
+
+std::vector<Descriptor> copyDescriptors(const GPtrArray* list)
+{
+    constexpr std::size_t header = 2; // descriptor_tag and descriptor_length
+    std::vector<Descriptor> copies;
+    for (guint i = 0; list != nullptr && i < list->len; ++i) {
+        const auto* descriptor = static_cast<const GstMpegtsDescriptor*>(g_ptr_array_index(list, i));
+        const guint8* payload = descriptor->data + header;
+        copies.push_back({descriptor->tag, Bytes(payload, payload + descriptor->length)});
+    }
+    return copies;
+}
+
+std::string networkName(GPtrArray* list)
+{
+    gchar* name = nullptr;
+    const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_DVB_NETWORK_NAME);
+    if (descriptor == nullptr || !gst_mpegts_descriptor_parse_dvb_network_name(descriptor, &name))
+        return {};
+    return takeText(name);
+}
+
+std::vector<NetworkInformation::ListedService> listedServices(GPtrArray* list)
+{
+    std::vector<NetworkInformation::ListedService> services;
+    GPtrArray* items = nullptr;
+    const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_DVB_SERVICE_LIST);
+    if (descriptor == nullptr || !gst_mpegts_descriptor_parse_dvb_service_list(descriptor, &items))
+        return services;
+    for (guint i = 0; i < items->len; ++i) {
+        const auto* item = static_cast<const GstMpegtsDVBServiceListItem*>(g_ptr_array_index(items, i));
+        services.push_back({item->service_id, static_cast<std::uint8_t>(item->type)});
+    }
+    g_ptr_array_unref(items);
+    return services;
+}
+
+std::string firstLanguage(GPtrArray* list)
+{
+    gchar* language = nullptr;
+    const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_ISO_639_LANGUAGE);
+    if (descriptor == nullptr || gst_mpegts_descriptor_parse_iso_639_language_nb(descriptor) == 0
+        || !gst_mpegts_descriptor_parse_iso_639_language_idx(descriptor, 0, &language, nullptr))
+        return {};
+    return takeText(language);
+}
+
+void readServiceDescriptor(GPtrArray* list, ServiceDescription::Service& service)
+{
+    const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_DVB_SERVICE);
+    GstMpegtsDVBServiceType type{};
+    gchar* name = nullptr;
+    gchar* provider = nullptr;
+    if (descriptor == nullptr
+        || !gst_mpegts_descriptor_parse_dvb_service(descriptor, &type, &name, &provider))
+        return;
+    service.type = static_cast<std::uint8_t>(type);
+    service.name = takeText(name);
+    service.provider = takeText(provider);
+}
+
+} // namespace tessary::client

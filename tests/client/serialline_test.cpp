@@ -1,0 +1,161 @@
+#include "client/lineerror.h"
+#include "client/serialline.h"
+#include "ptypair.h"
+
+#include <cstdlib>
+#include <future>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace tessary::client;
+using std::chrono::milliseconds;
+using tessary::test::PtyPair;
+
+namespace {
+
+template <typename Operation> LineError::Kind errorOf(Operation operation, std::string* text = nullptr)
+{
+    try {
+        operation();
+    } catch (const LineError& error) {
+        if (text != nullptr)
+            *text = error.what();
+        return error.kind();
+    }
+    ADD_FAILURE() << "no LineError was thrown";
+    return LineError::Kind::Failed;
+}
+
+TEST(SerialLine, NamesCauseAndRemedyForAPortThatDoesNotExist)
+{
+    std::string text;
+    EXPECT_EQ(errorOf([] { SerialLine line("/dev/no-such-port"); }, &text), LineError::Kind::CannotOpen);
+    EXPECT_NE(text.find("/dev/no-such-port"), std::string::npos);
+    EXPECT_NE(text.find("No such file"), std::string::npos);
+    EXPECT_NE(text.find("bench/instrument run"), std::string::npos);
+}
+
+TEST(SerialLine, RefusesAFileThatIsNoTerminal)
+{
+    EXPECT_EQ(errorOf([] { SerialLine line("/dev/null"); }), LineError::Kind::NotATerminal);
+}
+
+TEST(SerialLine, SetsThePortRawAt115200Baud)
+{
+    const PtyPair pty;
+    const SerialLine line(pty.path());
+    const termios set = pty.settings();
+    EXPECT_EQ(::cfgetispeed(&set), static_cast<speed_t>(B115200));
+    EXPECT_EQ(::cfgetospeed(&set), static_cast<speed_t>(B115200));
+    EXPECT_EQ(set.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0U);
+    EXPECT_EQ(set.c_oflag & OPOST, 0U);
+    EXPECT_EQ(set.c_iflag & (ICRNL | INLCR | IXON | IXOFF | ISTRIP), 0U);
+    EXPECT_EQ(set.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS), static_cast<tcflag_t>(CS8));
+}
+
+TEST(SerialLine, CarriesEveryByteValueUnchangedBothWays)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    std::string all;
+    for (int value = 0; value < 256; ++value)
+        all.push_back(static_cast<char>(value));
+    line.write(all);
+    EXPECT_EQ(pty.receive(2000), all);
+    pty.send(all);
+    EXPECT_EQ(line.readExactly(256, milliseconds(2000)), all);
+}
+
+TEST(SerialLine, KeepsWhatArrivedBeforeItWasOpened)
+{
+    const PtyPair pty;
+    pty.send("HELLO !\r\n");
+    SerialLine line(pty.path());
+    EXPECT_EQ(line.readLine(milliseconds(2000)).substr(0, 7), "HELLO !");
+}
+
+TEST(SerialLine, ReadsLineByLineAndKeepsTheRest)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    pty.send("one\ntwo\nthr");
+    EXPECT_EQ(line.readLine(milliseconds(2000)), "one\n");
+    EXPECT_EQ(line.readLine(milliseconds(2000)), "two\n");
+    EXPECT_EQ(errorOf([&] { line.readLine(milliseconds(20)); }), LineError::Kind::TimedOut);
+    pty.send("ee\n");
+    EXPECT_EQ(line.readLine(milliseconds(2000)), "three\n");
+}
+
+TEST(SerialLine, ReadsExactlyAndSaysHowMuchWasMissing)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    pty.send("12345");
+    EXPECT_EQ(line.readExactly(3, milliseconds(2000)), "123");
+    std::string text;
+    EXPECT_EQ(errorOf([&] { line.readExactly(28, milliseconds(20)); }, &text), LineError::Kind::TimedOut);
+    EXPECT_NE(text.find("28 bytes, got 2 bytes"), std::string::npos) << text;
+    EXPECT_EQ(line.readExactly(2, milliseconds(2000)), "45");
+}
+
+TEST(SerialLine, ReadUntilSilenceBridgesShortGaps)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    const auto sender = std::async(std::launch::async, [&pty] {
+        for (const char* part : {"<SDT>", "abc", "def"}) {
+            pty.send(part);
+            std::this_thread::sleep_for(milliseconds(20));
+        }
+    });
+    EXPECT_EQ(line.readUntilSilence(milliseconds(2000), milliseconds(400)), "<SDT>abcdef");
+}
+
+TEST(SerialLine, ReadUntilSilenceIsEmptyWhenNothingComes)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    EXPECT_EQ(line.readUntilSilence(milliseconds(20), milliseconds(20)), "");
+}
+
+TEST(SerialLine, DiscardInputDropsWhatCameBefore)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    pty.send("old\nold");
+    EXPECT_EQ(line.readLine(milliseconds(2000)), "old\n");
+    line.discardInput();
+    pty.send("new\n");
+    EXPECT_EQ(line.readLine(milliseconds(2000)), "new\n");
+}
+
+TEST(SerialLine, SaysThatTheOtherEndIsGone)
+{
+    PtyPair pty;
+    SerialLine line(pty.path());
+    pty.hangUp();
+    std::string text;
+    EXPECT_EQ(errorOf([&] { line.readLine(milliseconds(2000)); }, &text), LineError::Kind::HungUp);
+    EXPECT_NE(text.find("plug the adapter in again"), std::string::npos);
+    EXPECT_EQ(errorOf([&] { line.write("version?\n"); }), LineError::Kind::HungUp);
+}
+
+TEST(SerialLine, WriteTimesOutWhenNobodyReads)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    const std::string much(1000000, 'x');
+    EXPECT_EQ(errorOf([&] { line.write(much, milliseconds(50)); }), LineError::Kind::TimedOut);
+}
+
+TEST(SerialLine, MovesWithWhatItHasRead)
+{
+    const PtyPair pty;
+    SerialLine first(pty.path());
+    pty.send("one\ntwo\n");
+    EXPECT_EQ(first.readLine(milliseconds(2000)), "one\n");
+    SerialLine second(std::move(first));
+    EXPECT_EQ(second.readLine(milliseconds(2000)), "two\n");
+}
+
+} // namespace
