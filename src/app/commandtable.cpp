@@ -1,0 +1,100 @@
+#include "app/commandtable.h"
+
+#include "app/worker.h"
+#include "commands/uart_command.h"
+#include "system/network.h"
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+/// Row of a handler without argument, whatever it returns.
+template<auto handler> void call(Worker&, char*)
+{
+    handler();
+}
+
+/// Row of a handler that takes the text from `offset` up to the next NUL byte, line end included.
+template<auto handler, int offset> void callWithText(Worker&, char* text)
+{
+    handler(std::string(text + offset));
+}
+
+/// Row of a framed command "!.._._.X:" with two index characters. The NUL goes into the burst's buffer, over the line end:
+/// this is meant, the split resumes behind it.
+template<void (*handler)(std::string)> void callWithIndex(Worker&, char* text)
+{
+    text[11] = '\0';
+    handler(std::string(text + 9));
+}
+
+void setServerAndRequestJoin(Worker&, char* text)
+{
+    Uart_SetServer(std::string(text + 7));
+    net.joinRequested.store(true, std::memory_order_release); // the link watch renews the multicast membership
+}
+
+bool dabStarted(const Worker& worker)
+{
+    return worker.dabStarted();
+}
+
+bool dabStopped(const Worker& worker)
+{
+    return !worker.dabStarted();
+}
+
+// The order is the order of matching. A word that is the beginning of another must come after it.
+const CommandRow commandTable[] = {
+    {"interface?", nullptr, call<Uart_GetInterface>},
+    {"interface=", nullptr, callWithText<Uart_SetInterface, 10>},
+    {"server?", nullptr, call<Uart_GetServer>},
+    {"server=", nullptr, setServerAndRequestJoin},
+    {"scancur", nullptr, call<Uart_Scancur>},
+    {"streaminfo?", nullptr, call<Uart_StreamInfo>},
+    {"videostatus?", nullptr, call<Uart_GstreamerStatus>},
+    {"getnit?", nullptr, call<Uart_GetNIT>},
+    {"getpmt?", nullptr, call<Uart_GetPMT>},
+    {"play=", nullptr, callWithText<Uart_Play, 5>},
+    {"getiat?", nullptr, call<Uart_GetIAT>},
+    {"getethernetmes?", nullptr, call<Uart_GetEthernetMeasurement>},
+    {"ping", nullptr, callWithText<Uart_Ping, 0>},
+    {"version?", nullptr, call<Uart_Version>},
+    {"update", nullptr, nullptr},
+    {"sendts", nullptr, call<Uart_SendTS>},
+    {"t2miframe?", nullptr, call<Uart_GetT2MIFrame>},
+    {"ipstatus?", nullptr, call<Uart_IpStatus>},
+    {"!07_S_&", nullptr, nullptr},
+    {"!0C_D_IX:", nullptr, nullptr},
+    {"!0C_L_IX:", nullptr, nullptr},
+    {"!07_A_&", nullptr, nullptr},
+    {"!07_E_&", nullptr, nullptr},
+    {"!16_O_AX:", nullptr, nullptr},
+    {"!07_V_&", nullptr, nullptr},
+    {"PVR_record", nullptr, nullptr},
+    {"PVR_stop", nullptr, nullptr},
+    {"PVR_scan", nullptr, nullptr},
+    {"PVR_reclist", nullptr, nullptr},
+    {"PVR_export", nullptr, nullptr},
+    {"START_DAB", dabStopped, nullptr},
+    {"STOP_DAB", dabStarted, nullptr},
+    {"dab", dabStarted, nullptr},
+    {"command:", nullptr, callWithText<Uart_ConsoleCommand, 8>},
+};
+
+} // namespace
+
+int COMPARE(const char* text, const char* word)
+{
+    return std::strncmp(text, word, std::strlen(word));
+}
+
+const CommandRow* findCommand(const char* text, const Worker& worker)
+{
+    for (const CommandRow& row : commandTable) {
+        if (COMPARE(text, row.word) == 0 && (!row.condition || row.condition(worker)))
+            return &row;
+    }
+    return nullptr;
+}

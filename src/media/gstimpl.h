@@ -1,0 +1,158 @@
+#pragma once
+
+#include "media/mpegts.h"
+#include "media/psitables.h"
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <QObject>
+#include <string>
+#include <vector>
+
+class gstmsgHandler;
+class QThread;
+
+/// Owner of one GStreamer pipeline: source, queue and tee as its fixed head, the branches that the modes hang off the tee,
+/// the bus thread and the PSI tables.
+///
+/// Threads: every operation is called on the main thread; the section slots and slotEndOfStream() run on the bus thread
+/// (direct connections); the decodebin callbacks run on GStreamer's streaming threads. Results of creation, linking and
+/// state changes are not looked at: what goes wrong shows as an error message on the bus.
+class gstImpl : public QObject
+{
+    Q_OBJECT
+public:
+    /// Builds the head around `source`, which the pipeline takes over, and starts the bus thread; the pipeline stays in the
+    /// NULL state. A head that can not be built is logged and leaves an object without bus thread.
+    explicit gstImpl(GstElement* source);
+    /// Stops, empties the tables and ends the bus thread; waits 5 s for it at most.
+    ~gstImpl() override;
+
+    // Modes. They are not exclusive: branches stay until stop(). The int is the state-change result; no caller needs it.
+
+    /// Decodes the program and shows it on display and loudspeaker. A second call reuses the branch: the new number reaches
+    /// the demultiplexers that decodebin adds from then on.
+    int play(int programNumber);
+    /// Records the whole transport stream to a file; a second call switches the file.
+    void record(std::string location);
+    /// Sends the whole transport stream to the FPGA.
+    int sendStream();
+    /// Empties the tables and parses the stream for them.
+    int scan();
+    /// Ends every mode and removes every branch; nothing when no mode is active.
+    void stop();
+
+    /// "running" while a mode is active, else "stopped"; null does nothing.
+    void status(std::string* out);
+    /// Decoded picture size in pixels; -1 until a video pad was linked.
+    int getVideoDecodedWidth();
+    int getVideoDecodedHeight();
+    /// Caps of the elementary stream that decodebin is about to decode, or null. Borrowed: valid until the next mode
+    /// operation or the destructor.
+    GstCaps* getVideoDecodedCaps();
+    GstCaps* getAudioDecodedCaps();
+
+    // Tables (gstimpl_tables.cpp). A returned pointer stays valid, and its bytes unchanged, until the same getter is called
+    // again or the object ends, whatever sections arrive meanwhile.
+
+    /// The last accepted PAT section; never null, empty before the first.
+    std::vector<std::uint8_t>* getPAT();
+    /// The accepted SDT sections one after another; never null.
+    std::vector<std::uint8_t>* getSDT();
+    /// The PMT section of the program last played, or null.
+    std::vector<std::uint8_t>* getPMT();
+    /// The NIT sections in the order of their numbers; never null.
+    std::vector<std::uint8_t>* getNIT();
+    /// Number of programs in the PAT, program 0 not counted.
+    int getTotalNumberOfProgramsFound();
+    /// Program number at a position of the SDT's services, or of the PAT's programs when there is no SDT; 0 outside.
+    int getProgramNumber(int index);
+    /// Empties the tables. (No demultiplexer filter is touched, despite the name.)
+    void clearPIDFilter();
+
+    // Diagnostics
+
+    /// Writes the pipeline graph with all details to GStreamer's dot-file folder, if one is set.
+    void debugdotfile(std::string name);
+    /// Logs limits and levels of the branches' queues. Any thread.
+    void debugQueueSize();
+    static void cb_underrun_queue(GstElement* queue, void* data);
+    static void cb_overrun_queue(GstElement* queue, void* data);
+
+public Q_SLOTS:
+    void newPatSectionReceived(GstMpegtsSection* section);
+    void newSdtSectionReceived(GstMpegtsSection* section);
+    void newNitSectionReceived(GstMpegtsSection* section);
+    void newPmtSectionReceived(GstMpegtsSection* section);
+    /// Plays the last program again.
+    void restart();
+    /// Marks the object as stopped; the branches stay.
+    void slotEndOfStream();
+
+private:
+    bool createHead();
+    void startBusThread();
+    void endBusThread();
+    void beginMode();
+    int startPipeline();
+    void resetDecodeState();
+    void createPlayElements();
+    void createPlayBranch();
+    void unlinkOtherBranches();
+    void linkOtherBranches();
+    void removeElement(GstElement*& element);
+    void takeCaps(std::atomic<GstCaps*>& field, std::atomic<GstPad*>& fieldPad, GstPad* pad, const GstCaps* caps);
+    void readPictureSize(const GstCaps* caps);
+
+    static gint cb_autoplug_select_decodebin(GstBin* bin, GstPad* pad, GstCaps* caps, GstElementFactory* factory, void* data);
+    static gboolean cb_new_pad_decodebin(GstElement* element, GstPad* pad, void* data);
+    static void cb_element_added_decodebin(GstBin* bin, GstElement* element, void* data);
+    static gboolean cb_new_stream_decodebin(GstBin* bin, GstPad* pad, GstCaps* caps, void* data);
+
+    // Element handles are borrowed: the pipeline owns what was added to it.
+    std::atomic<int> m_state{0}; ///< 1 while a mode is active
+    std::atomic<bool> m_videoLinked{false}; ///< decodebin's video pad is linked
+    std::atomic<bool> m_audioLinked{false}; ///< decodebin's audio pad is linked
+    std::atomic<int> m_programNumber{0}; ///< program number last given to play()
+    std::vector<std::uint8_t> m_sdtBytes;
+    std::vector<std::uint32_t> m_patPrograms;
+    std::vector<std::uint32_t> m_sdtServices;
+    std::vector<std::uint8_t> m_patBytes;
+    std::vector<NIT_vector_Struct> m_nitSections;
+    std::vector<std::uint8_t> m_nitBytes;
+    std::vector<PMT_vector_Struct> m_pmtSections;
+    GstElement* m_pPipeline = nullptr; ///< owned, one reference
+    QThread* m_pThread = nullptr; ///< owned
+    gstmsgHandler* m_pMsgHandler = nullptr; ///< owned
+    GstElement* m_pSource = nullptr;
+    GstElement* m_pQueue1 = nullptr;
+    GstElement* m_pTee = nullptr;
+    GstElement* m_pQueueTsParse = nullptr;
+    GstElement* m_pTsParse = nullptr;
+    GstElement* m_pFakesink = nullptr;
+    GstElement* m_pDecodebin = nullptr;
+    std::atomic<GstElement*> m_pMultiqueue{nullptr}; ///< the one inside decodebin; written by a streaming thread
+    GstElement* m_pVideoqueue = nullptr;
+    GstElement* m_pKmssink = nullptr;
+    GstElement* m_pAudioqueue = nullptr;
+    GstElement* m_pAudioconvert = nullptr;
+    GstElement* m_pAlsasink = nullptr;
+    GstElement* m_pQueueRec = nullptr;
+    GstElement* m_pFilesink = nullptr;
+    GstElement* m_pQueuePciesink = nullptr;
+    GstElement* m_pPciesink = nullptr;
+    std::atomic<int> m_videoWidth{-1}; ///< pixels
+    std::atomic<int> m_videoHeight{-1}; ///< pixels
+    std::atomic<GstCaps*> m_videoCaps{nullptr}; ///< owned through m_takenCaps
+    std::atomic<GstPad*> m_videoCapsPad{nullptr}; ///< borrowed, compared only
+    std::atomic<GstCaps*> m_audioCaps{nullptr}; ///< owned through m_takenCaps
+    std::atomic<GstPad*> m_audioCapsPad{nullptr}; ///< borrowed, compared only
+
+    std::mutex m_tablesMutex; ///< guards the five tables between the bus thread and the getters' copies
+    std::vector<std::uint8_t> m_patSnapshot;
+    std::vector<std::uint8_t> m_sdtSnapshot;
+    std::vector<std::uint8_t> m_pmtSnapshot;
+    std::mutex m_capsMutex; ///< guards m_takenCaps between streaming threads
+    std::vector<GstCaps*> m_takenCaps; ///< owned copies, kept while a reader may hold one; released at the next mode
+};

@@ -1,0 +1,196 @@
+// The PSI tables: the bus thread writes them through the slots, the getters hand copies to the main thread.
+#include "media/gstimpl.h"
+
+#include <algorithm>
+
+namespace {
+
+std::vector<std::uint8_t> bytesOf(GstMpegtsSection* section)
+{
+    GBytes* bytes = gst_mpegts_section_get_data(section);
+    gsize size = 0;
+    const auto* first = static_cast<const std::uint8_t*>(g_bytes_get_data(bytes, &size));
+    std::vector<std::uint8_t> copy(first, first + size);
+    g_bytes_unref(bytes);
+    return copy;
+}
+
+std::vector<std::uint32_t> programsOfPat(GstMpegtsSection* section)
+{
+    std::vector<std::uint32_t> programs;
+    GPtrArray* entries = gst_mpegts_section_get_pat(section);
+    if (!entries)
+        return programs;
+    g_print("%d programs : \n", static_cast<int>(entries->len));
+    for (guint i = 0; i < entries->len; ++i) {
+        const auto* entry = static_cast<const GstMpegtsPatProgram*>(g_ptr_array_index(entries, i));
+        if (entry->program_number != 0) // 0 names the NIT's PID, not a program
+            programs.push_back(entry->program_number);
+    }
+    g_ptr_array_unref(entries);
+    return programs;
+}
+
+std::vector<std::uint32_t> servicesOfSdt(GstMpegtsSection* section)
+{
+    std::vector<std::uint32_t> services;
+    const GstMpegtsSDT* sdt = gst_mpegts_section_get_sdt(section);
+    if (!sdt)
+        return services;
+    for (guint i = 0; i < sdt->services->len; ++i) {
+        const auto* service = static_cast<const GstMpegtsSDTService*>(g_ptr_array_index(sdt->services, i));
+        g_print("Service %d : Program number(SID)= %d\n", static_cast<int>(i), static_cast<int>(service->service_id));
+        if (service->service_id != 0)
+            services.push_back(service->service_id);
+    }
+    return services;
+}
+
+/// Releases the one reference that a section signal carries.
+struct SectionHolder
+{
+    GstMpegtsSection* section;
+    explicit SectionHolder(GstMpegtsSection* s) : section(s) {}
+    ~SectionHolder() { gst_mpegts_section_unref(section); }
+    SectionHolder(const SectionHolder&) = delete;
+    SectionHolder& operator=(const SectionHolder&) = delete;
+};
+
+} // namespace
+
+// No slot touches the object behind its last print: standard output may hold the bus thread up while the object is deleted.
+
+void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
+{
+    const SectionHolder holder(section);
+    std::vector<std::uint8_t> bytes = bytesOf(section);
+    {
+        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        if (m_patBytes.size() == bytes.size()) // a change is known by its length alone: this is meant
+            return;
+    }
+    std::vector<std::uint32_t> programs = programsOfPat(section);
+    {
+        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        m_patBytes = std::move(bytes);
+        m_patPrograms = std::move(programs);
+    }
+    g_print("new PAT received\n");
+}
+
+void gstImpl::newSdtSectionReceived(GstMpegtsSection* section)
+{
+    const SectionHolder holder(section);
+    const std::vector<std::uint8_t> bytes = bytesOf(section);
+    {
+        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        if (m_sdtBytes.size() == bytes.size())
+            return;
+    }
+    std::vector<std::uint32_t> services = servicesOfSdt(section);
+    {
+        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        // Appended without emptying: this is meant. Two sections of different lengths let the list grow with each repetition
+        // until the tables are cleared; the controller takes what it needs by section_number.
+        m_sdtBytes.insert(m_sdtBytes.end(), bytes.begin(), bytes.end());
+        m_sdtServices = std::move(services);
+    }
+    g_print("new SDT received\n");
+}
+
+void gstImpl::newPmtSectionReceived(GstMpegtsSection* section)
+{
+    const SectionHolder holder(section);
+    const GstMpegtsPMT* pmt = gst_mpegts_section_get_pmt(section);
+    if (!pmt)
+        return;
+    const std::uint16_t number = pmt->program_number;
+    {
+        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        const auto same = [number](const PMT_vector_Struct& known) { return known.program_number == number; };
+        if (std::any_of(m_pmtSections.begin(), m_pmtSections.end(), same)) // the first PMT is kept until the next scan
+            return;
+        m_pmtSections.push_back({number, bytesOf(section)});
+    }
+    g_print("new PMT received program_number :%d\r\n", static_cast<int>(number));
+}
+
+void gstImpl::newNitSectionReceived(GstMpegtsSection* section)
+{
+    const SectionHolder holder(section);
+    const std::uint16_t number = section->section_number;
+    {
+        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        const auto same = [number](const NIT_vector_Struct& known) { return known.section_number == number; };
+        if (std::any_of(m_nitSections.begin(), m_nitSections.end(), same))
+            return;
+        m_nitSections.push_back({number, bytesOf(section)});
+    }
+    g_print("new NIT received (section: %d)\r\n", static_cast<int>(number));
+}
+
+std::vector<std::uint8_t>* gstImpl::getPAT()
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    m_patSnapshot = m_patBytes;
+    return &m_patSnapshot;
+}
+
+std::vector<std::uint8_t>* gstImpl::getSDT()
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    m_sdtSnapshot = m_sdtBytes;
+    return &m_sdtSnapshot;
+}
+
+std::vector<std::uint8_t>* gstImpl::getPMT()
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const auto chosen = [this](const PMT_vector_Struct& known) { return known.program_number == m_programNumber; };
+    const auto found = std::find_if(m_pmtSections.begin(), m_pmtSections.end(), chosen);
+    if (found == m_pmtSections.end())
+        return nullptr;
+    m_pmtSnapshot = found->data;
+    return &m_pmtSnapshot;
+}
+
+std::vector<std::uint8_t>* gstImpl::getNIT()
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    m_nitBytes.clear();
+    // Only as many numbers are looked for as there are sections: a NIT whose first section was missed is left out, on
+    // purpose, rather than sent with a gap.
+    for (std::size_t number = 0; number < m_nitSections.size(); ++number) {
+        for (const NIT_vector_Struct& section : m_nitSections) {
+            if (section.section_number == number)
+                m_nitBytes.insert(m_nitBytes.end(), section.data.begin(), section.data.end());
+        }
+    }
+    return &m_nitBytes;
+}
+
+int gstImpl::getTotalNumberOfProgramsFound()
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    return static_cast<int>(m_patPrograms.size());
+}
+
+int gstImpl::getProgramNumber(int index)
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const std::vector<std::uint32_t>& numbers = m_sdtServices.empty() ? m_patPrograms : m_sdtServices;
+    if (index < 0 || static_cast<std::size_t>(index) >= numbers.size())
+        return 0;
+    return static_cast<int>(numbers[static_cast<std::size_t>(index)]);
+}
+
+void gstImpl::clearPIDFilter()
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    m_sdtBytes.clear();
+    m_sdtServices.clear();
+    m_nitSections.clear();
+    m_patPrograms.clear();
+    m_patBytes.clear();
+    m_pmtSections.clear();
+}

@@ -1,0 +1,102 @@
+#include "media/gstmsghandler.h"
+
+#include "system/system_config.h"
+
+#include <QString>
+#include <QThread>
+
+namespace {
+
+constexpr GstClockTime pollTimeNs = 1000000000;
+
+// Table ids of the sections that the tables take (ISO/IEC 13818-1, ETSI EN 300 468).
+constexpr guint8 tableIdPat = 0x00;
+constexpr guint8 tableIdPmt = 0x02;
+constexpr guint8 tableIdNitActual = 0x40;
+constexpr guint8 tableIdSdtActual = 0x42;
+
+/// The console learns of each message by one empty write: this is meant, a stream's messages must not flood it. The
+/// messages' own vocabulary is what the callers format.
+void noteOnConsole(const QString&)
+{
+    const QString text;
+    system_config().special_debug(text.toUtf8().constData(), text.size());
+}
+
+} // namespace
+
+gstmsgHandler::gstmsgHandler(GstElement* pipeline)
+    : QObject(nullptr)
+    , m_pipeline(pipeline)
+{
+}
+
+gstmsgHandler::~gstmsgHandler()
+{
+    deleteLater(); // harmless: the base destructor drops the event again
+}
+
+void gstmsgHandler::doWork()
+{
+    GstBus* bus = gst_element_get_bus(m_pipeline);
+    while (!QThread::currentThread()->isInterruptionRequested()) {
+        GstMessage* message = gst_bus_timed_pop(bus, pollTimeNs);
+        if (!message)
+            continue;
+        handleMessage(message);
+        gst_message_unref(message);
+    }
+    gst_object_unref(bus);
+    QThread::currentThread()->terminate(); // ends the thread's event loop before it starts; nothing else would end it
+}
+
+void gstmsgHandler::handleMessage(GstMessage* message)
+{
+    switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_ERROR:
+        handleError(message);
+        break;
+    case GST_MESSAGE_ELEMENT:
+        if (GstMpegtsSection* section = gst_message_parse_mpegts_section(message))
+            handleSection(section);
+        break;
+    case GST_MESSAGE_EOS:
+        g_print("EOS\n");
+        Q_EMIT signalEndOfStream(); // before the pipeline stops: the receiver's state says "stopped" first
+        gst_element_set_state(m_pipeline, GST_STATE_NULL);
+        break;
+    default:
+        noteOnConsole(QString::asprintf("Unexpected message of type %d", static_cast<int>(GST_MESSAGE_TYPE(message))));
+        break;
+    }
+}
+
+void gstmsgHandler::handleError(GstMessage* message)
+{
+    GError* error = nullptr;
+    gchar* details = nullptr;
+    gst_message_parse_error(message, &error, &details);
+    if (error) {
+        noteOnConsole(QString::asprintf("ERROR: %s\n", error->message));
+        g_error_free(error);
+    }
+    if (details) {
+        noteOnConsole(QString::asprintf("[Debug details: %s]\n", details));
+        g_free(details);
+    }
+}
+
+void gstmsgHandler::handleSection(GstMpegtsSection* section)
+{
+    const GstMpegtsSectionType type = GST_MPEGTS_SECTION_TYPE(section);
+    if (type == GST_MPEGTS_SECTION_PAT && section->table_id == tableIdPat)
+        Q_EMIT newPatSection(section);
+    else if (type == GST_MPEGTS_SECTION_SDT && section->table_id == tableIdSdtActual)
+        Q_EMIT newSdtSection(section);
+    else if (type == GST_MPEGTS_SECTION_PMT && section->table_id == tableIdPmt)
+        Q_EMIT newPmtSection(section);
+    else if (type == GST_MPEGTS_SECTION_NIT && section->table_id == tableIdNitActual)
+        Q_EMIT newNitSection(section);
+    else
+        gst_mpegts_section_unref(section); // other networks' tables, EIT, TDT, CAT and what else a stream carries
+}

@@ -1,0 +1,8 @@
+#include "system/shell.h"
+
+#include <cstdlib>
+
+int runShell(const std::string& commandLine)
+{
+    return std::system(commandLine.c_str());
+}
