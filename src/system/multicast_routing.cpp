@@ -6,17 +6,21 @@
 
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <unistd.h>
 
 namespace {
 
 constexpr int maxJoinAttempts = 3;
 
-/// Runs a program to its end without time limit. Returns what it wrote to standard error, up to the first NUL byte.
+/// Runs a program to its end without time limit. Returns what it wrote to standard error, up to the first NUL
+/// byte.
 std::string errorsOf(const std::string& commandLine)
 {
+    QStringList words = QProcess::splitCommand(QString::fromStdString(commandLine));
+    const QString program = words.takeFirst();
     QProcess process;
-    process.start(QString::fromStdString(commandLine), QIODevice::ReadWrite);
+    process.start(program, words, QIODevice::ReadWrite);
     process.waitForFinished(-1);
     return std::string(process.readAllStandardError().constData());
 }
@@ -29,13 +33,16 @@ void writeToConsole(const std::string& text)
 /// Command with the wired interface and the stream server's group.
 std::string groupCommand(const char* option)
 {
-    return std::string("smcroute ") + option + " " + wiredInterfaceName(data.vlan, data.vlanId) + " " + data.serverAddress;
+    return std::string("smcroute ") + option + " " + wiredInterfaceName(data.vlan, data.vlanId) + " "
+        + data.serverAddress;
 }
 
-/// Any other error text counts as success: smcroute complains about a group that is joined already, for example.
+/// Any other error text counts as success: smcroute complains about a group that is joined already, for
+/// example.
 bool joinFailed(const std::string& errors)
 {
-    return errors.find("unknown interface eth0") != std::string::npos || errors.find("No such device") != std::string::npos;
+    return errors.find("unknown interface eth0") != std::string::npos
+        || errors.find("No such device") != std::string::npos;
 }
 
 void restartRoutingDaemon()

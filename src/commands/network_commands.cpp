@@ -1,0 +1,164 @@
+#include "commands/reply.h"
+#include "commands/uart_command.h"
+#include "link/serialport.h"
+#include "measure/ethernetmeasurement.h"
+#include "media/gstsource.h"
+#include "system/mydata.h"
+#include "system/network.h"
+#include "system/system_config.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QtDebug>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string withoutLineEnds(std::string text)
+{
+    const auto isLineEnd = [](char c) { return c == '\n' || c == '\r'; };
+    text.erase(std::remove_if(text.begin(), text.end(), isLineEnd), text.end());
+    return text;
+}
+
+/// The part of `text` from `begin` up to the next ";" or the end.
+std::string upToSemicolon(const std::string& text, std::size_t begin)
+{
+    const std::size_t end = text.find(';', begin);
+    return text.substr(begin, end == std::string::npos ? end : end - begin);
+}
+
+/// `commandLine` begins with a program name.
+void runProgram(const std::string& commandLine)
+{
+    QStringList words = QProcess::splitCommand(QString::fromStdString(commandLine));
+    const QString program = words.takeFirst();
+    QProcess process;
+    process.start(program, words, QIODevice::ReadWrite);
+    process.waitForFinished(-1);
+}
+
+void setStaticAddress(const std::string& argument)
+{
+    const std::size_t blank = argument.find(' ');
+    data.dhcp = false;
+    data.ipAddress = withoutLineEnds(argument.substr(0, blank));
+    data.netmask = blank == std::string::npos ? std::string() : withoutLineEnds(argument.substr(blank + 1));
+    systconf.SetupInterfaceIP(&data);
+    ethMes->stop();
+}
+
+/// Ends the playing and sees to a capture of the server's stream, started afresh when the server has changed.
+/// False without link, which it answers; the capture then stays as it was.
+bool ensureCapture()
+{
+    if (instance)
+        instance->stop();
+    const std::string filter =
+        "host " + withoutLineEnds(data.serverAddress) + " && port " + withoutLineEnds(data.serverPort);
+    if (!systconf.ethernetConneted()) {
+        reply("not connected\n");
+        return false;
+    }
+    if (ethMes->filter != filter || ethMes->protocol != data.serverProtocol) {
+        ethMes->stop();
+        ethMes->load(data.serverProtocol, filter);
+    }
+    if (!ethMes->running)
+        ethMes->start();
+    return true;
+}
+
+/// A UART takes 4095 bytes without waiting and loses the rest: the line is drained between pieces.
+void replyInPieces(const std::string& text)
+{
+    constexpr std::size_t pieceSize = 2048;
+    for (std::size_t begin = 0; begin < text.size(); begin += pieceSize) {
+        if (begin > 0)
+            uart.DrainOutput();
+        reply(text.substr(begin, pieceSize));
+    }
+}
+
+} // namespace
+
+void Uart_GetInterface()
+{
+    qDebug("GETinterface\n");
+    if (!systconf.ethernetConneted()) {
+        reply("not connected\n");
+        return;
+    }
+    std::string address;
+    std::string mask;
+    systconf.GetIpAddress(&address);
+    systconf.GetIpNetmask(&mask);
+    reply(withoutLineEnds(address) + " " + withoutLineEnds(mask) + "\n");
+}
+
+void Uart_SetInterface(std::string argument)
+{
+    static const char vlanWord[] = "vlan_id=";
+    qDebug("SETinterface\n");
+    const std::size_t ethtool = argument.find("ethtool");
+    if (ethtool != std::string::npos)
+        runProgram(upToSemicolon(argument, ethtool)); // link options are the controller's own choice
+
+    const std::size_t vlan = argument.find(vlanWord);
+    data.vlan = vlan != std::string::npos;
+    if (data.vlan)
+        data.vlanId = withoutLineEnds(upToSemicolon(argument, vlan + std::strlen(vlanWord)));
+
+    if (argument.find("dhcp") != std::string::npos) {
+        systconf.SetDHCPOn(&data);
+        ethMes->stop();
+        return;
+    }
+    setStaticAddress(argument);
+}
+
+void Uart_IpStatus()
+{
+    qDebug("IPStatus\n");
+    const std::string text = net.GetIpStatus();
+    const int length = static_cast<int>(std::strlen(text.c_str()));
+    uart.SerialPortWrite(text.c_str(), length);
+    systconf.special_debug(text.c_str(), length);
+}
+
+void Uart_GetIAT()
+{
+    qDebug("GETiat\n");
+    if (!ensureCapture())
+        return;
+    std::vector<pcap_measured_value_struct> records;
+    ethMes->getBuffer(&records);
+    std::string text;
+    for (const pcap_measured_value_struct& record : records) {
+        char field[24];
+        std::snprintf(field, sizeof field, "%" PRId64 ";", record.interArrival);
+        text += field;
+    }
+    replyInPieces(text);
+}
+
+void Uart_GetEthernetMeasurement()
+{
+    qDebug("GETethernetmes\n");
+    if (!ensureCapture())
+        return;
+    std::vector<int> values;
+    ethMes->getMeasure(&values);
+    for (const int value : values) {
+        char bytes[sizeof value]; // raw, in the processor's little-endian order
+        std::memcpy(bytes, &value, sizeof value);
+        uart.SerialPortWrite(bytes, sizeof bytes);
+    }
+}
