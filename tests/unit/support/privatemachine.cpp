@@ -1,0 +1,164 @@
+#include "support/privatemachine.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool entered = false;
+
+std::string failure(const std::string& what)
+{
+    return what + ": " + std::strerror(errno) + " (run as root to have a private mount namespace)";
+}
+
+fs::path makeScratchFolder()
+{
+    char name[] = "/tmp/tessary-unit-XXXXXX";
+    return mkdtemp(name);
+}
+
+std::string mountEmpty(const fs::path& on)
+{
+    return mount("tmpfs", on.c_str(), "tmpfs", 0, "mode=755") == 0 ? "" : failure("mount a tmpfs on " + on.string());
+}
+
+/// A /dev with the few devices that any program needs, put together aside and then laid over the machine's.
+std::string privateDevices()
+{
+    const fs::path aside = makeScratchFolder();
+    std::string error = mountEmpty(aside);
+    if (!error.empty())
+        return error;
+    mknod((aside / "null").c_str(), S_IFCHR | 0666, makedev(1, 3));
+    mknod((aside / "zero").c_str(), S_IFCHR | 0666, makedev(1, 5));
+    mknod((aside / "urandom").c_str(), S_IFCHR | 0666, makedev(1, 9));
+    mknod((aside / "random").c_str(), S_IFCHR | 0666, makedev(1, 8));
+    fs::create_directory(aside / "pts");
+    fs::create_directory(aside / "shm");
+    if (mount("devpts", (aside / "pts").c_str(), "devpts", 0, "newinstance,ptmxmode=0666,mode=0620") != 0)
+        error = failure("mount pseudo-terminals");
+    fs::create_symlink("pts/ptmx", aside / "ptmx");
+    if (mount(aside.c_str(), "/dev", nullptr, MS_BIND | MS_REC, nullptr) != 0)
+        error = failure("mount a private /dev");
+    umount2(aside.c_str(), MNT_DETACH);
+    fs::remove(aside);
+    return error;
+}
+
+std::string quoted(const std::string& text)
+{
+    std::string out = "'";
+    for (const char c : text)
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
+}
+
+} // namespace
+
+namespace privatemachine {
+
+std::string enter()
+{
+    if (entered)
+        return {};
+    if (unshare(CLONE_NEWNS) != 0)
+        return failure("unshare");
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return failure("make mounts private");
+    const std::string error = privateDevices();
+    entered = error.empty();
+    return error;
+}
+
+std::string coverWithEmpty(const std::string& directory)
+{
+    if (!fs::exists(directory)) {
+        const std::string error = coverWithLayer(fs::path(directory).parent_path());
+        if (!error.empty())
+            return error;
+        fs::create_directories(directory);
+    }
+    return mountEmpty(directory);
+}
+
+std::string coverWithLayer(const std::string& directory)
+{
+    if (!fs::exists(directory)) { // the nearest folder that exists gets the layer, the rest is made in it
+        const std::string error = coverWithLayer(fs::path(directory).parent_path());
+        if (error.empty())
+            fs::create_directories(directory);
+        return error;
+    }
+    const fs::path aside = makeScratchFolder();
+    std::string error = mountEmpty(aside);
+    if (!error.empty())
+        return error;
+    fs::create_directory(aside / "upper");
+    fs::create_directory(aside / "work");
+    const std::string options = "lowerdir=" + directory + ",upperdir=" + (aside / "upper").string()
+        + ",workdir=" + (aside / "work").string();
+    if (mount("overlay", directory.c_str(), "overlay", 0, options.c_str()) != 0)
+        error = failure("mount a layer over " + directory);
+    umount2(aside.c_str(), MNT_DETACH);
+    return error;
+}
+
+} // namespace privatemachine
+
+RecordedPrograms::RecordedPrograms()
+    : m_folder(makeScratchFolder())
+    , m_oldPath(std::getenv("PATH") ? std::getenv("PATH") : "")
+{
+    setenv("PATH", m_folder.c_str(), 1);
+}
+
+RecordedPrograms::~RecordedPrograms()
+{
+    setenv("PATH", m_oldPath.c_str(), 1);
+    std::error_code ignored;
+    fs::remove_all(m_folder, ignored);
+}
+
+void RecordedPrograms::add(
+    const std::string& name, const std::string& standardOutput, const std::string& standardError, int status)
+{
+    addScript(name,
+        "printf '%s' " + quoted(standardOutput) + "\nprintf '%s' " + quoted(standardError) + " >&2\nexit "
+            + std::to_string(status));
+}
+
+void RecordedPrograms::addScript(const std::string& name, const std::string& shellText)
+{
+    const fs::path file = fs::path(m_folder) / name;
+    std::ofstream out(file);
+    out << "#!/bin/sh\nline=" << name << "\nfor argument in \"$@\"; do line=\"$line|$argument\"; done\n"
+        << "printf '%s\\n' \"$line\" >> " << quoted((fs::path(m_folder) / "calls.log").string()) << "\n"
+        << shellText << "\n";
+    out.close();
+    fs::permissions(file, fs::perms::owner_all);
+}
+
+std::vector<std::string> RecordedPrograms::calls() const
+{
+    std::ifstream log(fs::path(m_folder) / "calls.log");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(log, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+void RecordedPrograms::forget()
+{
+    fs::remove(fs::path(m_folder) / "calls.log");
+}

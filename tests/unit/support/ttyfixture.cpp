@@ -1,0 +1,135 @@
+#include "support/ttyfixture.h"
+
+#include "link/serialport.h"
+#include "support/privatemachine.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
+#include <mutex>
+#include <poll.h>
+#include <QString>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+std::mutex logMutex;
+std::vector<std::string> logLines;
+QtMessageHandler earlierHandler = nullptr;
+
+void collect(QtMsgType, const QMessageLogContext&, const QString& text)
+{
+    const std::lock_guard<std::mutex> lock(logMutex);
+    logLines.push_back(text.toStdString());
+}
+
+} // namespace
+
+LogCapture::LogCapture()
+{
+    forget();
+    earlierHandler = qInstallMessageHandler(collect);
+}
+
+LogCapture::~LogCapture()
+{
+    qInstallMessageHandler(earlierHandler);
+}
+
+std::vector<std::string> LogCapture::lines() const
+{
+    const std::lock_guard<std::mutex> lock(logMutex);
+    return logLines;
+}
+
+bool LogCapture::contains(const std::string& line) const
+{
+    const std::vector<std::string> all = lines();
+    return std::find(all.begin(), all.end(), line) != all.end();
+}
+
+void LogCapture::forget()
+{
+    const std::lock_guard<std::mutex> lock(logMutex);
+    logLines.clear();
+}
+
+PseudoLine::PseudoLine(const std::string& device)
+    : m_device(device)
+{
+    m_master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (m_master == -1 || grantpt(m_master) != 0 || unlockpt(m_master) != 0)
+        return;
+    termios raw{};
+    tcgetattr(m_master, &raw);
+    cfmakeraw(&raw);
+    tcsetattr(m_master, TCSANOW, &raw);
+    unlink(m_device.c_str());
+    [[maybe_unused]] const int linked = symlink(ptsname(m_master), m_device.c_str());
+}
+
+PseudoLine::~PseudoLine()
+{
+    unlink(m_device.c_str());
+    if (m_master != -1)
+        close(m_master);
+}
+
+void PseudoLine::write(const std::string& bytes)
+{
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(m_master, bytes.data() + done, bytes.size() - done);
+        if (n <= 0)
+            return;
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+std::string PseudoLine::readUntilQuiet(int quietMs)
+{
+    std::string bytes;
+    char buffer[4096];
+    pollfd waiting{m_master, POLLIN, 0};
+    while (poll(&waiting, 1, quietMs) > 0) {
+        const ssize_t n = ::read(m_master, buffer, sizeof buffer);
+        if (n <= 0)
+            break;
+        bytes.append(buffer, static_cast<std::size_t>(n));
+    }
+    return bytes;
+}
+
+std::string PseudoLine::read(std::size_t count, int timeoutMs)
+{
+    std::string bytes;
+    char buffer[4096];
+    pollfd waiting{m_master, POLLIN, 0};
+    while (bytes.size() < count && poll(&waiting, 1, timeoutMs) > 0) {
+        const ssize_t n = ::read(m_master, buffer, std::min(sizeof buffer, count - bytes.size()));
+        if (n <= 0)
+            break;
+        bytes.append(buffer, static_cast<std::size_t>(n));
+    }
+    return bytes;
+}
+
+void ControllerLine::SetUp()
+{
+    const std::string reason = privatemachine::enter();
+    if (!reason.empty())
+        GTEST_SKIP() << reason;
+    m_controller = new PseudoLine("/dev/ttymxc1");
+    m_console = new PseudoLine("/dev/ttymxc0");
+    ASSERT_GE(uart.SerialPortConnect(), 0);
+}
+
+void ControllerLine::TearDown()
+{
+    if (!m_controller)
+        return;
+    uart.SerialPortDisconnect();
+    delete m_controller;
+    delete m_console;
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+/// Collects what the code logs through the Qt debug logger while the object lives. Any thread may log.
+class LogCapture
+{
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<std::string> lines() const;
+    bool contains(const std::string& line) const;
+    void forget();
+};
+
+/// One end of a pseudo-terminal whose other end stands in the private /dev under a device's name.
+class PseudoLine
+{
+public:
+    explicit PseudoLine(const std::string& device);
+    ~PseudoLine();
+    PseudoLine(const PseudoLine&) = delete;
+    PseudoLine& operator=(const PseudoLine&) = delete;
+
+    void write(const std::string& bytes);
+    /// Everything that arrives until `quietMs` pass without a byte.
+    std::string readUntilQuiet(int quietMs = 50);
+    /// Exactly `count` bytes, or fewer when `timeoutMs` pass first.
+    std::string read(std::size_t count, int timeoutMs = 2000);
+    int descriptor() const { return m_master; }
+
+private:
+    std::string m_device;
+    int m_master = -1;
+};
+
+/// A test with the controller's line at "/dev/ttymxc1" (the process-wide `uart` is connected to it) and the console at
+/// "/dev/ttymxc0", in a private mount namespace. Skipped with the reason where that can not be had.
+class ControllerLine : public ::testing::Test
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    PseudoLine& controller() { return *m_controller; }
+    PseudoLine& console() { return *m_console; }
+
+private:
+    PseudoLine* m_controller = nullptr;
+    PseudoLine* m_console = nullptr;
+};
