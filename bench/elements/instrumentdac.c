@@ -1,0 +1,2 @@
+/* see below */
+int instrumentdac_placeholder;
