@@ -1,0 +1,137 @@
+"""Transport stream packets (ISO/IEC 13818-1, 2.4.3): reading, sections, CRC, and a check of a finished multiplex."""
+
+PACKET_BYTES = 188
+SYNC_BYTE = 0x47
+NULL_PID = 0x1FFF
+
+
+class StreamError(Exception):
+    """A stream is not what it should be; the text says what and what to do about it."""
+
+
+def _crc_table():
+    table = []
+    for index in range(256):
+        value = index << 24
+        for _ in range(8):
+            value = ((value << 1) ^ 0x04C11DB7 if value & 0x80000000 else value << 1) & 0xFFFFFFFF
+        table.append(value)
+    return table
+
+
+_CRC_TABLE = _crc_table()
+
+
+def crc32(data):
+    """CRC-32 of ISO/IEC 13818-1 annex A; 0 over a whole section with its CRC."""
+    value = 0xFFFFFFFF
+    for byte in data:
+        value = ((value << 8) & 0xFFFFFFFF) ^ _CRC_TABLE[(value >> 24) ^ byte]
+    return value
+
+
+def packets(data):
+    """Yield (offset, pid, packet) for each 188-byte packet of `data`."""
+    if not data or len(data) % PACKET_BYTES:
+        raise StreamError(f"{len(data)} bytes are no whole number of {PACKET_BYTES}-byte packets")
+    for offset in range(0, len(data), PACKET_BYTES):
+        packet = data[offset:offset + PACKET_BYTES]
+        if packet[0] != SYNC_BYTE:
+            raise StreamError(f"no sync byte at byte {offset}")
+        yield offset, ((packet[1] & 0x1F) << 8) | packet[2], packet
+
+
+def payload(packet):
+    """The payload bytes of one packet; empty when it has none."""
+    control = (packet[3] >> 4) & 3
+    if not control & 1:
+        return b""
+    return packet[5 + packet[4]:] if control == 3 else packet[4:]
+
+
+def single_packet_section(packet):
+    """The section that starts in `packet`, or None; it must fit this one packet, as all tables of our streams do."""
+    if not packet[1] & 0x40:
+        return None
+    data = payload(packet)
+    data = data[1 + data[0]:]
+    length = 3 + (((data[1] & 0x0F) << 8) | data[2])
+    if length > len(data):
+        raise StreamError(f"table 0x{data[0]:02x} needs {length} bytes and does not fit one packet")
+    return data[:length]
+
+
+def section_packet(header, section):
+    """A packet with the four header bytes `header` that carries just `section`, padded with 0xFF."""
+    body = b"\x00" + section
+    room = PACKET_BYTES - 4
+    if len(body) > room:
+        raise StreamError(f"a section of {len(section)} bytes does not fit one packet")
+    plain = bytes(header[:3]) + bytes([0x10 | (header[3] & 0x0F)])  # payload only, counter kept
+    return plain + body + b"\xff" * (room - len(body))
+
+
+def program_map_pids(pat):
+    """{program number: PID of its PMT} of a PAT section; 0 stands for the NIT's PID."""
+    found = {}
+    for at in range(8, len(pat) - 4, 4):
+        found[(pat[at] << 8) | pat[at + 1]] = ((pat[at + 2] & 0x1F) << 8) | pat[at + 3]
+    return found
+
+
+def elementary_stream_types(pmt):
+    """The stream types (ISO/IEC 13818-1 table 2-34) of a PMT section, in its order."""
+    at = 12 + (((pmt[10] & 0x0F) << 8) | pmt[11])
+    types = []
+    while at + 5 <= len(pmt) - 4:
+        types.append(pmt[at])
+        at += 5 + (((pmt[at + 3] & 0x0F) << 8) | pmt[at + 4])
+    return types
+
+
+def _count_continuity_errors(data):
+    """Packets with payload whose counter is not the previous one of their PID plus 1."""
+    last, errors = {}, 0
+    for _, pid, packet in packets(data):
+        counter = packet[3] & 0x0F
+        if pid != NULL_PID and packet[3] & 0x10 and pid in last:
+            errors += counter != (last[pid] + 1) & 0x0F
+        last[pid] = counter
+    return errors
+
+
+def _sections_by_pid(data, wanted):
+    found = {}
+    for _, pid, packet in packets(data):
+        if pid in wanted:
+            section = single_packet_section(packet)
+            if section is not None:
+                if crc32(section):
+                    raise StreamError(f"a section on PID {pid} has a wrong CRC")
+                found.setdefault(pid, set()).add(bytes(section))
+    return found
+
+
+def check(data, programs):
+    """Raise StreamError unless `data` is a clean multiplex.
+
+    `programs` is {program number: [stream types]}. PAT, NIT, SDT and every PMT must be there, each in one version only,
+    with right CRCs; no packet may be missing.
+    """
+    errors = _count_continuity_errors(data)
+    if errors:
+        raise StreamError(f"{errors} continuity errors")
+    tables = _sections_by_pid(data, {0, 16, 17})
+    for pid, name in ((0, "PAT"), (16, "NIT"), (17, "SDT")):
+        if len(tables.get(pid, ())) != 1:
+            raise StreamError(f"{len(tables.get(pid, ()))} versions of the {name}, wanted exactly one")
+    map_pids = program_map_pids(next(iter(tables[0])))
+    if map_pids.pop(0, None) != 16:
+        raise StreamError("the PAT does not point to the NIT on PID 16")
+    if sorted(map_pids) != sorted(programs):
+        raise StreamError(f"the PAT lists programs {sorted(map_pids)}, wanted {sorted(programs)}")
+    maps = _sections_by_pid(data, set(map_pids.values()))
+    for number, pid in map_pids.items():
+        types = [elementary_stream_types(section) for section in maps.get(pid, ())]
+        if types != [programs[number]]:
+            raise StreamError(f"program {number} has stream types {types}, wanted {[programs[number]]}")
