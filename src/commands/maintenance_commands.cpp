@@ -1,7 +1,7 @@
 // Commands that probe and service the module: ping, versions, any shell command.
+#include "commands/reply.h"
 #include "commands/uart_command.h"
 #include "commands/versionline.h"
-#include "link/serialport.h"
 #include "system/shell.h"
 #include "system/system_config.h"
 
@@ -27,15 +27,13 @@ void Uart_Ping(std::string line)
     qDebug("PINg\n");
     // The received line is the command line, the word "ping" included. Without a count option it never ends,
     // and with it all polling: the controller sends one.
-    for (const char character : systconf.Ping(line))
-        uart.SerialPortWrite(&character, 1);
+    replyByteByByte(systconf.Ping(line));
 }
 
 int Uart_Version()
 {
     qDebug("VERsion\n");
-    const std::string reply = versionLine();
-    return uart.SerialPortWrite(reply.data(), static_cast<int>(reply.size()));
+    return reply(versionLine());
 }
 
 int Uart_ConsoleCommand(std::string command)
