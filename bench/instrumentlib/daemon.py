@@ -1,0 +1,57 @@
+"""The daemon under test as a program of the machine: start, stop, kill, wait."""
+
+import shlex
+import signal
+import threading
+
+from .errors import BenchError
+from .machine_root import RECORDER
+from .machine import CLEAN_ENVIRONMENT
+
+PATH_INSIDE = "/usr/bin/tessary"
+_STOP_SECONDS = 10
+
+
+class Daemon:
+    """At most one running daemon. Thread-safe."""
+
+    def __init__(self, machine, log_path, *, environment, wrapper, setarch):
+        self._machine, self._log_path = machine, log_path
+        self._environment = {"PATH": f"{RECORDER}:{CLEAN_ENVIRONMENT['PATH']}", **environment}
+        # ThreadSanitizer needs an address space without randomisation on many kernels.
+        self._command = [*(["setarch", "-R"] if setarch else []), *shlex.split(wrapper), PATH_INSIDE]
+        self._program = None
+        self._lock = threading.RLock()
+
+    @property
+    def program(self):
+        """The program last started, None before the first start."""
+        return self._program
+
+    def running(self):
+        """The running Program, or None."""
+        with self._lock:
+            return self._program if self._program and not self._program.ended.is_set() else None
+
+    def start(self):
+        """Starts it as the unit's boot does: cwd "/", clean environment. BenchError if it runs already."""
+        with self._lock:
+            if self.running():
+                raise BenchError(f"the daemon runs already (PID {self._program.host_pid})",
+                                 "stop or restart it: bench/instrument daemon restart")
+            with open(self._log_path, "ab") as log:
+                self._program = self._machine.spawn(self._command, log, environment=self._environment,
+                                                    label="the daemon")
+            return self._program
+
+    def end(self, number):
+        """Ends it with a signal and waits until it is gone; what it started goes on, as on the unit."""
+        with self._lock:
+            program = self.running()
+            if not program:
+                raise BenchError("the daemon does not run", "start it: bench/instrument daemon start")
+            program.send_signal(number)
+            if not program.ended.wait(_STOP_SECONDS):
+                raise BenchError(f"the daemon did not end within {_STOP_SECONDS} s of "
+                                 f"{signal.Signals(number).name}", "end it for good: bench/instrument daemon kill")
+            return program

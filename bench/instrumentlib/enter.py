@@ -1,0 +1,117 @@
+"""`bench/instrument exec`: runs a command inside the instrument, or in the stream sender's network."""
+
+import os
+import signal
+import sys
+
+from . import syscalls
+from .errors import BenchError
+from .run_dir import DEFAULT, RunDir
+
+USAGE = """usage: bench/instrument exec [--run-dir DIR] [--sender] COMMAND [ARGUMENT...]
+
+Runs COMMAND inside the instrument, as root, cwd "/", with a clean environment; its exit status is passed on.
+With --sender it runs with this machine's files and environment, in the stream sender's network (device "uplink",
+192.168.77.1), from where streams reach the instrument's eth0.
+The command ends when this call is ended, and when the instrument stops.
+
+  --run-dir DIR   the instrument's run directory (default: """ + DEFAULT + """)
+
+examples: bench/instrument exec nmcli device
+          bench/instrument exec --sender ping -c 1 192.168.77.100
+"""
+_FORWARDED = (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT, signal.SIGUSR1, signal.SIGUSR2)
+
+
+def _parse(arguments):
+    run_dir, sender = DEFAULT, False
+    rest = list(arguments)
+    while rest and rest[0].startswith("-"):
+        option = rest.pop(0)
+        if option in ("-h", "--help"):
+            print(USAGE, end="")
+            sys.exit(0)
+        elif option == "--sender":
+            sender = True
+        elif option == "--run-dir" and rest:
+            run_dir = rest.pop(0)
+        elif option.startswith("--run-dir="):
+            run_dir = option.partition("=")[2]
+        elif option == "--":
+            break
+        else:
+            raise BenchError(f"exec: unknown option {option}", "see bench/instrument exec --help")
+    if not rest:
+        raise BenchError("exec: no command given", "see bench/instrument exec --help")
+    return run_dir, sender, rest
+
+
+def main(arguments):
+    """Returns the command's exit status; 128 + n when signal n ended it."""
+    run_dir, sender, command = _parse(arguments)
+    if os.geteuid() != 0:
+        raise BenchError("entering the instrument needs root", "run it with sudo")
+    state = RunDir(run_dir).read_state()
+    try:
+        namespaces = _open_namespaces(state, sender)
+    except OSError as error:
+        raise BenchError(f"the instrument is going down: {error}") from error
+    own_pid_namespace = os.open("/proc/self/ns/pid", os.O_RDONLY | os.O_CLOEXEC)
+    for flag, fd in namespaces:
+        if flag == syscalls.CLONE_NEWPID:
+            syscalls.setns(fd, flag)
+    # The other namespaces are entered by the child alone: this process keeps the machine's /proc in view.
+    child = os.fork()
+    if child == 0:
+        _become(command, namespaces, sender)
+    syscalls.setns(own_pid_namespace, syscalls.CLONE_NEWPID)
+    return _wait(child)
+
+
+def _open_namespaces(state, sender):
+    """(flag, open file) in the order to enter them: the mount namespace last, for it takes /proc out of view."""
+    inner = state["init"]
+    wanted = [(syscalls.CLONE_NEWPID, inner, "pid"),
+              (syscalls.CLONE_NEWNET, state["sender"] if sender else inner, "net")]
+    if not sender:
+        wanted += [(syscalls.CLONE_NEWUTS, inner, "uts"), (syscalls.CLONE_NEWIPC, inner, "ipc"),
+                   (syscalls.CLONE_NEWNS, inner, "mnt")]
+    return [(flag, os.open(f"/proc/{pid}/ns/{name}", os.O_RDONLY | os.O_CLOEXEC)) for flag, pid, name in wanted]
+
+
+def _become(command, namespaces, sender):
+    """In the child: never returns."""
+    try:
+        syscalls.die_with_parent(signal.SIGKILL)
+        for flag, fd in namespaces:
+            if flag != syscalls.CLONE_NEWPID:
+                syscalls.setns(fd, flag)
+        environment = dict(os.environ)
+        if not sender:
+            os.chdir("/")
+            os.umask(0o022)
+            environment = {"HOME": "/root", "USER": "root", "LOGNAME": "root", "LANG": "C.UTF-8",
+                           "TERM": os.environ.get("TERM", "dumb"),
+                           "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}
+        syscalls.confine()
+        signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+        os.execvpe(command[0], command, environment)
+    except FileNotFoundError:
+        print(f"instrument: {command[0]}: no such program", file=sys.stderr)
+    except OSError as error:
+        print(f"instrument: {command[0]}: {error}", file=sys.stderr)
+    finally:
+        sys.stderr.flush()
+        os._exit(127)
+
+
+def _wait(child):
+    def forward(number, _):
+        os.kill(child, number)
+
+    for number in _FORWARDED:
+        signal.signal(number, forward)
+    _, status = os.waitpid(child, 0)
+    if os.WIFSIGNALED(status):
+        return 128 + os.WTERMSIG(status)
+    return os.WEXITSTATUS(status)

@@ -1,0 +1,170 @@
+"""The instrument's own package layer: packages that bring daemons, installed over the host's root but not on it.
+
+The layer is kept as one archive, `build/bench-layer/<key>.tar`: the upper directory of an overlay in which
+apt-get installed the packages. An archive, because the kernel refuses an overlay whose lower directories lie
+within each other, and because one file is either there whole or not at all.
+"""
+
+import contextlib
+import fcntl
+import hashlib
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+
+from . import overlay, syscalls
+from .errors import BenchError
+
+# Daemons come here. Plain programs stand here too, so that the instrument has them whatever the host has.
+PACKAGES = ["network-manager", "dnsmasq-base", "smcroute", "dbus", "ethtool", "net-tools", "iputils-ping",
+            "iproute2", "sudo", "psmisc", "procps", "kmod"]
+RECIPE = 1  # raise it when the way a layer is made changes
+_DPKG_STATUS = "/var/lib/dpkg/status"
+# Left behind by the package manager; the instrument has no use for them.
+_NOT_KEPT = ["var/cache/apt", "var/lib/apt", "var/log", "var/cache/debconf", "tmp", "run", "dev", "proc", "sys",
+             "etc/resolv.conf", "usr/sbin/policy-rc.d", "usr/share/doc", "usr/share/man", "usr/share/locale",
+             "usr/share/info"]
+
+
+def key():
+    """Names the layer: the same packages over the same host packages give the same key."""
+    digest = hashlib.sha256(f"{RECIPE} {' '.join(PACKAGES)}\n".encode())
+    with open(_DPKG_STATUS, "rb") as status:
+        digest.update(status.read())
+    return digest.hexdigest()[:16]
+
+
+def ensure(folder):
+    """Returns the layer's archive below `folder`, making it first if this host has none yet.
+
+    Two makers at once: the second waits for the first and takes what that made.
+    """
+    os.makedirs(folder, exist_ok=True)
+    archive = os.path.join(folder, key() + ".tar")
+    if os.path.exists(archive):
+        return archive
+    with open(os.path.join(folder, "lock"), "w", encoding="ascii") as lock:
+        try:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            _say("another virtual instrument is making the package layer; waiting for it")
+            fcntl.flock(lock, fcntl.LOCK_EX)
+        if not os.path.exists(archive):
+            _make(folder, archive)
+    return archive
+
+
+def _say(text):
+    print(f"instrument: {text}", file=sys.stderr, flush=True)
+
+
+def _make(folder, archive):
+    _say(f"making the package layer once for this host: {' '.join(PACKAGES)}")
+    partial = archive + ".partial"
+    scratch = tempfile.mkdtemp(prefix="making-", dir=folder)
+    child = os.fork()
+    if child == 0:
+        _run_maker(scratch, partial)
+    try:
+        _, status = os.waitpid(child, 0)
+    except BaseException:
+        os.kill(child, signal.SIGTERM)
+        os.waitpid(child, 0)
+        raise
+    finally:
+        shutil.rmtree(scratch, ignore_errors=True)
+    if status != 0:
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(partial)
+        raise BenchError("the package layer could not be made (see apt-get's messages above)",
+                         "check the network and /etc/apt/sources.list, then try again")
+    _give_to_owner(folder, partial)
+    os.rename(partial, archive)
+    for name in os.listdir(folder):
+        if name.endswith(".tar") and os.path.join(folder, name) != archive:
+            os.unlink(os.path.join(folder, name))  # made for packages that the host no longer has
+    _say(f"package layer ready: {archive} ({os.path.getsize(archive) >> 20} MiB)")
+
+
+def _give_to_owner(folder, partial):
+    """A build folder made with sudo stays removable by the one whose checkout it is."""
+    owner = os.stat(os.path.dirname(os.path.dirname(folder)))
+    for path in (os.path.dirname(folder), folder, os.path.join(folder, "lock"), partial):
+        os.chown(path, owner.st_uid, owner.st_gid)
+
+
+def _run_maker(scratch, partial):
+    """Body of the forked maker: never returns. Its mounts live in its own namespace and vanish with it."""
+    status = 1
+    try:
+        syscalls.die_with_parent(signal.SIGTERM)
+        syscalls.unshare(syscalls.CLONE_NEWNS | syscalls.CLONE_NEWIPC | syscalls.CLONE_NEWUTS)
+        _install(scratch)
+        _archive(os.path.join(scratch, "upper"), partial)
+        status = 0
+    except (OSError, BenchError, subprocess.SubprocessError) as error:
+        print(f"instrument: making the package layer: {error}", file=sys.stderr)
+    finally:
+        sys.stderr.flush()
+        os._exit(status)
+
+
+def _install(scratch):
+    root = overlay.mount_root(scratch)
+    for kind, where in (("proc", "proc"), ("tmpfs", "run"), ("tmpfs", "tmp")):
+        syscalls.mount(kind, os.path.join(root, where), kind, syscalls.MS_NOSUID | syscalls.MS_NODEV)
+    syscalls.mount("sysfs", os.path.join(root, "sys"), "sysfs", syscalls.MS_RDONLY)
+    overlay.make_dev(os.path.join(root, "dev"))
+    _replace(os.path.join(root, "usr/sbin/policy-rc.d"), "#!/bin/sh\nexit 101\n", 0o755)
+    with open("/etc/resolv.conf", "r", encoding="utf-8", errors="replace") as resolver:
+        _replace(os.path.join(root, "etc/resolv.conf"), resolver.read(), 0o644)
+    _apt_get(root)
+
+
+def _apt_get(root):
+    environment = dict(os.environ, DEBIAN_FRONTEND="noninteractive", LC_ALL="C.UTF-8",
+                       PATH="/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin")
+    install = ["apt-get", "-q", "-y", "--no-install-recommends", "-o", "Dpkg::Use-Pty=0",
+               "-o", "Dpkg::Options::=--force-confdef", "-o", "Dpkg::Options::=--force-confold",
+               "-o", "Dpkg::Options::=--force-unsafe-io", "install", *PACKAGES]
+
+    def run(command):
+        return subprocess.run(["chroot", root, "setpriv", "--pdeathsig", "TERM", *command], env=environment,
+                              stdin=subprocess.DEVNULL, stdout=sys.stderr.fileno(), check=False).returncode
+
+    if run(install) == 0:
+        return
+    _say("trying again with fresh package lists")
+    run(["apt-get", "-q", "update"])
+    if run(install) != 0:
+        raise BenchError("apt-get install failed")
+
+
+def _replace(path, text, mode):
+    """Writes a regular file, also where a symbolic link out of the overlay stood."""
+    with contextlib.suppress(FileNotFoundError):
+        os.unlink(path)
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(text)
+    os.chmod(path, mode)
+
+
+def _archive(upper, partial):
+    for path in _NOT_KEPT:
+        full = os.path.join(upper, path)
+        if os.path.isdir(full) and not os.path.islink(full):
+            shutil.rmtree(full)
+        elif os.path.lexists(full):
+            os.unlink(full)
+    # Overlay marks (a directory that hides the host's) are trusted.* attributes, removed files are devices 0:0.
+    subprocess.run(["tar", "--xattrs", "--xattrs-include=*", "--numeric-owner", "--sparse",
+                    "-C", upper, "-cf", partial, "."], check=True)
+
+
+def unpack(archive, upper):
+    """Puts the layer into the (empty) upper directory of an overlay of the host's root."""
+    subprocess.run(["tar", "--xattrs", "--xattrs-include=*", "--numeric-owner", "-C", upper, "-xpf", archive],
+                   check=True)

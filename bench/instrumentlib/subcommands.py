@@ -1,0 +1,194 @@
+"""Option parsing and the sub-commands other than `exec`."""
+
+import argparse
+import os
+import sys
+import sysconfig
+import time
+import types
+
+from . import control
+from .enter import USAGE as EXEC_USAGE
+from .errors import BenchError
+from .run_dir import DEFAULT, RunDir
+
+REPOSITORY = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
+
+
+def main(arguments):
+    """Returns the exit status."""
+    options = _parser().parse_args(arguments)
+    return options.action(options)
+
+
+def _parser():
+    parser = argparse.ArgumentParser(
+        prog="bench/instrument", formatter_class=argparse.RawDescriptionHelpFormatter,
+        description="The virtual instrument: the shipped daemon at its absolute paths, in namespaces over an overlay "
+                    "of this machine's root.\nNothing that the daemon does reaches the machine. See docs/bench.md.")
+    commands = parser.add_subparsers(metavar="COMMAND", required=True)
+    _add_run(_command(commands, "run", _run, "start an instrument and stay until Ctrl-C"))
+    commands.add_parser("exec", help="run a command inside, or in the stream sender's network", usage=EXEC_USAGE[7:])
+    daemon = _command(commands, "daemon", _daemon, "start, stop, kill (SIGKILL), restart the daemon, print its PID, "
+                                                   "or wait for its end")
+    daemon.add_argument("what", choices=["start", "stop", "kill", "restart", "pid", "wait"])
+    daemon.add_argument("--inside", action="store_true", help="pid: as it counts inside the instrument")
+    link = _command(commands, "link", _link, "plug the Ethernet cable in or out, at the sender's end")
+    link.add_argument("what", choices=["up", "down"])
+    noted = _command(commands, "commands", _commands, "print the commands the recorder noted, as JSON lines")
+    noted.add_argument("--clear", action="store_true", help="forget them instead")
+    _command(commands, "status", _status, "tell whether an instrument runs, and how it is")
+    _command(commands, "stop", _stop, "stop the instrument and wait until it is gone")
+    return parser
+
+
+def _command(commands, name, action, text):
+    parser = commands.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".")
+    parser.add_argument("--run-dir", default=None, metavar="DIR",
+                        help=f"the instrument's run directory (default: {DEFAULT})")
+    parser.set_defaults(action=action)
+    return parser
+
+
+def _add_run(run):
+    run.add_argument("--build", metavar="DIR", default=os.path.join(REPOSITORY, "build", "release"),
+                     help="build to take daemon, recorder and platform elements from (default: build/release)")
+    run.add_argument("--daemon", metavar="FILE", help="another daemon than the build's")
+    run.add_argument("--no-daemon", action="store_true", help="do not start the daemon (daemon start does later)")
+    run.add_argument("--daemon-env", metavar="K=V", nargs="+", action="extend", default=[],
+                     help="environment of the daemon, beyond the clean one")
+    run.add_argument("--setarch", action="store_true",
+                     help="run the daemon through setarch -R, as ThreadSanitizer needs it")
+    run.add_argument("--wrapper", metavar="COMMAND", default="",
+                     help="run the daemon through this command, such as 'strace -f -o /run/bench/strace'")
+    run.add_argument("--no-elements", action="store_true",
+                     help="without the platform's GStreamer elements and sound card")
+    run.add_argument("--file", metavar="SRC=DEST", action="append", default=[],
+                     help="copy a file or folder of this machine to an absolute path inside, before the daemon starts")
+    run.add_argument("--bind", metavar="SRC=DEST", action="append", default=[],
+                     help="show a file, folder, pipe or device of this machine at an absolute path inside")
+    run.add_argument("--card", metavar="SIZE", default="256M",
+                     help="size of the memory card at /run/media/mmcblk1p1 (default: 256M; 0 for no card)")
+
+
+def _run_dir(options):
+    return RunDir(options.run_dir or DEFAULT)
+
+
+def _run(options):
+    from . import supervisor
+    from .machine import MachineSettings
+    supervisor.check_host()
+    paths = _run_dir(options)
+    built = _built_files(options)
+    machine = MachineSettings(
+        scratch=paths.scratch, layer="", io_folder=paths.io, commands_log=paths.commands_log, terminals={},
+        files=_pairs("--file", options.file), binds=_pairs("--bind", options.bind),
+        card_size="" if options.card in ("0", "") else options.card,
+        multiarch=sysconfig.get_config_var("MULTIARCH"), **built)
+    settings = types.SimpleNamespace(
+        machine=machine, layer_folder=os.path.join(REPOSITORY, "build", "bench-layer"),
+        daemon_env=_environment(options.daemon_env), wrapper=options.wrapper, setarch=options.setarch,
+        start_daemon=not options.no_daemon, run_dir_given=options.run_dir is not None)
+    return supervisor.Supervisor(paths, settings).run()
+
+
+def _built_files(options):
+    """The files of the build; BenchError with the build command when one is missing."""
+    build = os.path.realpath(options.build)
+    elements = os.path.join(build, "bench", "elements")
+    found = {
+        "daemon": os.path.realpath(options.daemon or os.path.join(build, "src", "tessary")),
+        "recorder": os.path.join(build, "bench", "recorder", "recorder"),
+        "elements": "" if options.no_elements else elements,
+        "asound_conf": os.path.join(REPOSITORY, "bench", "elements", "asound.conf"),
+    }
+    wanted = [found["daemon"], found["recorder"]]
+    if not options.no_elements:
+        wanted += [os.path.join(elements, "libgstinstrument.so"),
+                   os.path.join(elements, "libasound_module_pcm_instrumentdac.so"), found["asound_conf"]]
+    missing = [path for path in wanted if not os.path.isfile(path)]
+    if missing:
+        preset = os.path.basename(build)
+        raise BenchError("not built: " + ", ".join(missing),
+                         f"cmake --preset {preset} && cmake --build --preset {preset}   (in {REPOSITORY})")
+    return found
+
+
+def _pairs(option, texts):
+    pairs = []
+    for text in texts:
+        source, equals, target = text.partition("=")
+        if not equals or not target.startswith("/"):
+            raise BenchError(f"{option} {text}: expected SOURCE=/ABSOLUTE/PATH/INSIDE")
+        if not os.path.exists(source):
+            raise BenchError(f"{option} {text}: {source} does not exist")
+        pairs.append((os.path.realpath(source), os.path.normpath(target)))
+    return pairs
+
+
+def _environment(texts):
+    environment = {}
+    for text in texts:
+        key, equals, value = text.partition("=")
+        if not equals:
+            raise BenchError(f"--daemon-env {text}: expected NAME=VALUE")
+        environment[key] = value
+    return environment
+
+
+def _ask(options, action, **more):
+    paths = _run_dir(options)
+    paths.read_state()
+    return control.ask(paths.control, {"action": action, **more})
+
+
+def _daemon(options):
+    reply = _ask(options, f"daemon {options.what}")
+    if options.what == "pid":
+        print(reply["inside" if options.inside else "pid"])
+    elif options.what == "wait":
+        print(reply["end"])
+    return 0
+
+
+def _link(options):
+    _ask(options, "link", up=options.what == "up")
+    return 0
+
+
+def _commands(options):
+    path = _run_dir(options).commands_log
+    try:
+        if options.clear:
+            os.truncate(path, 0)
+        else:
+            with open(path, "rb") as log:
+                sys.stdout.buffer.write(log.read())
+    except FileNotFoundError as error:
+        raise BenchError(f"there is no {path}", "start an instrument: sudo bench/instrument run") from error
+    return 0
+
+
+def _status(options):
+    paths = _run_dir(options)
+    if not paths.in_use():
+        print(f"no instrument runs with the run directory {paths.path}")
+        return 3
+    state = paths.read_state()
+    print(f"run directory: {paths.path}\nsupervisor: PID {state['supervisor']}")
+    for name, value in control.ask(paths.control, {"action": "status"}).items():
+        print(f"{name}: {value}")
+    return 0
+
+
+def _stop(options):
+    paths = _run_dir(options)
+    _ask(options, "stop")
+    deadline = time.monotonic() + 20
+    while paths.in_use():
+        if time.monotonic() > deadline:
+            raise BenchError("the instrument has not stopped within 20 s",
+                             f"see its terminal; its supervisor is PID {paths.read_state()['supervisor']}")
+        time.sleep(0.02)
+    return 0
