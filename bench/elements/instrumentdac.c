@@ -1,2 +1,242 @@
-/* see below */
-int instrumentdac_placeholder;
+/*
+ * ALSA playback PCM of type "instrumentdac": stands in for the instrument's sound converter.
+ *
+ * It takes 16 bit stereo and consumes it at the sample rate in real time, so that a player sees the clock, the fill
+ * level and the underruns of a real card. The samples themselves are dropped: put it below ALSA's own "file" PCM to
+ * keep them (see asound.conf). The position follows CLOCK_MONOTONIC; a timer descriptor wakes who waits for room.
+ */
+#include <alsa/asoundlib.h>
+#include <alsa/pcm_external.h>
+
+#include <errno.h>
+#include <poll.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <sys/timerfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#define NS_PER_S 1000000000LL
+
+struct instrument_dac {
+    snd_pcm_ioplug_t io;
+    int timer_fd;
+    int64_t start_ns;              /* when consumption began; -1 while it stands still */
+    snd_pcm_uframes_t start_frame; /* position at start_ns */
+    snd_pcm_uframes_t avail_min;
+    snd_pcm_uframes_t boundary;
+    int stops_on_underrun;
+};
+
+static int64_t now_ns(void)
+{
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return (int64_t)now.tv_sec * NS_PER_S + now.tv_nsec;
+}
+
+/* Frames the converter's clock has asked for since prepare; whole seconds apart, so that nothing overflows. */
+static snd_pcm_uframes_t clocked_frames(const struct instrument_dac *dac)
+{
+    if (dac->start_ns < 0)
+        return dac->io.hw_ptr;
+    const int64_t elapsed = now_ns() - dac->start_ns;
+    const int64_t frames = elapsed / NS_PER_S * dac->io.rate + elapsed % NS_PER_S * dac->io.rate / NS_PER_S;
+    return dac->start_frame + (snd_pcm_uframes_t)frames;
+}
+
+static int set_tick(struct instrument_dac *dac, int64_t period_ns)
+{
+    const struct timespec period = {.tv_sec = period_ns / NS_PER_S, .tv_nsec = period_ns % NS_PER_S};
+    const struct itimerspec spec = {.it_interval = period, .it_value = period};
+    return timerfd_settime(dac->timer_fd, 0, &spec, NULL) < 0 ? -errno : 0;
+}
+
+static int dac_prepare(snd_pcm_ioplug_t *io)
+{
+    struct instrument_dac *dac = io->private_data;
+    dac->start_ns = -1;
+    dac->start_frame = 0;
+    /* Twice a period: who waits learns about room at most half a period late. */
+    return set_tick(dac, (int64_t)io->period_size * NS_PER_S / io->rate / 2 + 1);
+}
+
+static int dac_start(snd_pcm_ioplug_t *io)
+{
+    struct instrument_dac *dac = io->private_data;
+    dac->start_frame = io->hw_ptr;
+    dac->start_ns = now_ns();
+    return 0;
+}
+
+static int dac_stop(snd_pcm_ioplug_t *io)
+{
+    struct instrument_dac *dac = io->private_data;
+    dac->start_ns = -1;
+    return set_tick(dac, 0);
+}
+
+static snd_pcm_sframes_t dac_pointer(snd_pcm_ioplug_t *io)
+{
+    const struct instrument_dac *dac = io->private_data;
+    snd_pcm_uframes_t frames = clocked_frames(dac);
+    if (frames > io->appl_ptr) {
+        if (io->state == SND_PCM_STATE_DRAINING)
+            frames = io->appl_ptr; /* the last frame is out: nothing is missing */
+        else if (dac->stops_on_underrun)
+            return -EPIPE;
+    }
+    return (snd_pcm_sframes_t)(dac->boundary > 0 ? frames % dac->boundary : frames);
+}
+
+static snd_pcm_sframes_t dac_transfer(snd_pcm_ioplug_t *io, const snd_pcm_channel_area_t *areas,
+    snd_pcm_uframes_t offset, snd_pcm_uframes_t size)
+{
+    (void)io;
+    (void)areas;
+    (void)offset;
+    return (snd_pcm_sframes_t)size;
+}
+
+static int dac_sw_params(snd_pcm_ioplug_t *io, snd_pcm_sw_params_t *params)
+{
+    struct instrument_dac *dac = io->private_data;
+    snd_pcm_uframes_t stop_threshold = 0;
+    snd_pcm_sw_params_get_avail_min(params, &dac->avail_min);
+    snd_pcm_sw_params_get_boundary(params, &dac->boundary);
+    snd_pcm_sw_params_get_stop_threshold(params, &stop_threshold);
+    dac->stops_on_underrun = stop_threshold < dac->boundary;
+    return 0;
+}
+
+static int has_room(const struct instrument_dac *dac)
+{
+    const snd_pcm_uframes_t played = clocked_frames(dac);
+    const snd_pcm_uframes_t queued = dac->io.appl_ptr > played ? dac->io.appl_ptr - played : 0;
+    return queued + dac->avail_min <= dac->io.buffer_size;
+}
+
+static int dac_poll_revents(snd_pcm_ioplug_t *io, struct pollfd *fds, unsigned int count, unsigned short *revents)
+{
+    struct instrument_dac *dac = io->private_data;
+    if (count != 1)
+        return -EINVAL;
+    *revents = 0;
+    if (io->state == SND_PCM_STATE_XRUN)
+        *revents = POLLERR;
+    else if (io->state == SND_PCM_STATE_DRAINING || has_room(dac))
+        *revents = POLLOUT;
+    /* While there is room the descriptor stays readable, so that the next poll() returns at once too. */
+    if ((fds[0].revents & POLLIN) != 0 && (*revents != POLLOUT || io->state == SND_PCM_STATE_DRAINING)) {
+        uint64_t expirations;
+        if (read(dac->timer_fd, &expirations, sizeof expirations) < 0 && errno != EAGAIN)
+            return -errno;
+    }
+    return 0;
+}
+
+static int dac_close(snd_pcm_ioplug_t *io)
+{
+    struct instrument_dac *dac = io->private_data;
+    close(dac->timer_fd);
+    free(dac);
+    return 0;
+}
+
+static const snd_pcm_ioplug_callback_t dac_callbacks = {
+    .start = dac_start,
+    .stop = dac_stop,
+    .pointer = dac_pointer,
+    .transfer = dac_transfer,
+    .close = dac_close,
+    .prepare = dac_prepare,
+    .sw_params = dac_sw_params,
+    .poll_revents = dac_poll_revents,
+};
+
+static int set_abilities(snd_pcm_ioplug_t *io)
+{
+    static const unsigned int accesses[] = {SND_PCM_ACCESS_RW_INTERLEAVED, SND_PCM_ACCESS_MMAP_INTERLEAVED};
+    static const unsigned int formats[] = {SND_PCM_FORMAT_S16_LE};
+    int error = snd_pcm_ioplug_set_param_list(io, SND_PCM_IOPLUG_HW_ACCESS, 2, accesses);
+    if (error >= 0)
+        error = snd_pcm_ioplug_set_param_list(io, SND_PCM_IOPLUG_HW_FORMAT, 1, formats);
+    if (error >= 0)
+        error = snd_pcm_ioplug_set_param_minmax(io, SND_PCM_IOPLUG_HW_CHANNELS, 2, 2);
+    if (error >= 0)
+        error = snd_pcm_ioplug_set_param_minmax(io, SND_PCM_IOPLUG_HW_RATE, 8000, 192000);
+    if (error >= 0)
+        error = snd_pcm_ioplug_set_param_minmax(io, SND_PCM_IOPLUG_HW_PERIOD_BYTES, 256, 256 * 1024);
+    if (error >= 0)
+        error = snd_pcm_ioplug_set_param_minmax(io, SND_PCM_IOPLUG_HW_BUFFER_BYTES, 512, 1024 * 1024);
+    if (error >= 0)
+        error = snd_pcm_ioplug_set_param_minmax(io, SND_PCM_IOPLUG_HW_PERIODS, 2, 1024);
+    return error;
+}
+
+static int check_configuration(snd_config_t *conf)
+{
+    snd_config_iterator_t entry;
+    snd_config_iterator_t next;
+    snd_config_for_each(entry, next, conf)
+    {
+        const char *id = NULL;
+        if (snd_config_get_id(snd_config_iterator_entry(entry), &id) < 0)
+            continue;
+        if (strcmp(id, "type") != 0 && strcmp(id, "comment") != 0 && strcmp(id, "hint") != 0) {
+            SNDERR("instrumentdac has no field \"%s\"; remove it", id);
+            return -EINVAL;
+        }
+    }
+    return 0;
+}
+
+static int open_dac(snd_pcm_t **pcmp, const char *name, snd_pcm_stream_t stream, int mode)
+{
+    struct instrument_dac *dac = calloc(1, sizeof *dac);
+    if (dac == NULL)
+        return -ENOMEM;
+    dac->start_ns = -1;
+    dac->avail_min = 1;
+    dac->stops_on_underrun = 1;
+    dac->timer_fd = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (dac->timer_fd < 0) {
+        const int error = -errno;
+        free(dac);
+        return error;
+    }
+    dac->io.version = SND_PCM_IOPLUG_VERSION;
+    dac->io.name = "Sound converter of the instrument";
+    dac->io.callback = &dac_callbacks;
+    dac->io.private_data = dac;
+    dac->io.poll_fd = dac->timer_fd;
+    dac->io.poll_events = POLLIN;
+    dac->io.flags = SND_PCM_IOPLUG_FLAG_MONOTONIC | SND_PCM_IOPLUG_FLAG_BOUNDARY_WA;
+    int error = snd_pcm_ioplug_create(&dac->io, name, stream, mode);
+    if (error < 0) {
+        close(dac->timer_fd);
+        free(dac);
+        return error;
+    }
+    error = set_abilities(&dac->io);
+    if (error < 0) {
+        snd_pcm_ioplug_delete(&dac->io); /* calls dac_close() */
+        return error;
+    }
+    *pcmp = dac->io.pcm;
+    return 0;
+}
+
+SND_PCM_PLUGIN_DEFINE_FUNC(instrumentdac)
+{
+    (void)root;
+    if (stream != SND_PCM_STREAM_PLAYBACK) {
+        SNDERR("instrumentdac only plays; it can not record");
+        return -EINVAL;
+    }
+    const int error = check_configuration(conf);
+    return error < 0 ? error : open_dac(pcmp, name, stream, mode);
+}
+
+/* The macro ends its declaration itself. */
+SND_PCM_PLUGIN_SYMBOL(instrumentdac)

@@ -90,9 +90,6 @@ gboolean start(GstBaseSrc* base)
     GST_OBJECT_UNLOCK(base);
     d->file.setPlace(location, loop);
     d->pace.setBitRate(0);
-    // Without time stamps the demultiplexer takes its times from the program clock references, which it does on a
-    // stream counted in bytes.
-    gst_base_src_set_format(base, gst_base_src_get_do_timestamp(base) ? GST_FORMAT_TIME : GST_FORMAT_BYTES);
     return TRUE;
 }
 
@@ -134,6 +131,20 @@ void choosePace(InstrumentPcieSrc* self)
     self->d->pace.setBitRate(bitRate);
 }
 
+// As a capture driver does, each block is stamped with the time at which it came, whether or not the base class is
+// asked to stamp: a demultiplexer needs a time of arrival to follow a stream whose clock references jump.
+void stampArrival(InstrumentPcieSrc* self, GstBuffer* buffer)
+{
+    GstClock* clock = gst_element_get_clock(GST_ELEMENT(self));
+    if (clock == nullptr)
+        return;
+    const GstClockTime now = gst_clock_get_time(clock);
+    const GstClockTime base = gst_element_get_base_time(GST_ELEMENT(self));
+    gst_object_unref(clock);
+    if (GST_CLOCK_TIME_IS_VALID(base) && now >= base)
+        GST_BUFFER_PTS(buffer) = now - base;
+}
+
 GstFlowReturn create(GstPushSrc* base, GstBuffer** output)
 {
     InstrumentPcieSrc* self = INSTRUMENT_PCIE_SRC(base);
@@ -159,6 +170,7 @@ GstFlowReturn create(GstPushSrc* base, GstBuffer** output)
             delivered = d->file.waitUntil(d->pace.due(result.bytes, g_get_monotonic_time()));
     }
     if (delivered) {
+        stampArrival(self, buffer);
         *output = buffer;
         return GST_FLOW_OK;
     }
@@ -218,5 +230,6 @@ static void instrument_pcie_src_init(InstrumentPcieSrc* self)
 {
     self->d = new Private;
     gst_base_src_set_live(GST_BASE_SRC(self), TRUE);
+    gst_base_src_set_format(GST_BASE_SRC(self), GST_FORMAT_TIME);
     gst_base_src_set_blocksize(GST_BASE_SRC(self), kDefaultBlockBytes);
 }
