@@ -30,7 +30,9 @@ fs::path makeScratchFolder()
 
 std::string mountEmpty(const fs::path& on)
 {
-    return mount("tmpfs", on.c_str(), "tmpfs", 0, "mode=755") == 0 ? "" : failure("mount a tmpfs on " + on.string());
+    return mount("tmpfs", on.c_str(), "tmpfs", 0, "mode=755") == 0
+        ? ""
+        : failure("mount a tmpfs on " + on.string());
 }
 
 /// A /dev with the few devices that any program needs, put together aside and then laid over the machine's.
@@ -79,6 +81,11 @@ std::string enter()
     const std::string error = privateDevices();
     entered = error.empty();
     return error;
+}
+
+std::string leaveNetwork()
+{
+    return unshare(CLONE_NEWNET) == 0 ? "" : failure("unshare the network");
 }
 
 std::string coverWithEmpty(const std::string& directory)

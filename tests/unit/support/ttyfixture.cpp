@@ -9,6 +9,7 @@
 #include <mutex>
 #include <poll.h>
 #include <QString>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -65,6 +66,7 @@ PseudoLine::PseudoLine(const std::string& device)
     tcgetattr(m_master, &raw);
     cfmakeraw(&raw);
     tcsetattr(m_master, TCSANOW, &raw);
+    m_slave = open(ptsname(m_master), O_RDWR | O_NOCTTY | O_CLOEXEC);
     unlink(m_device.c_str());
     [[maybe_unused]] const int linked = symlink(ptsname(m_master), m_device.c_str());
 }
@@ -72,12 +74,15 @@ PseudoLine::PseudoLine(const std::string& device)
 PseudoLine::~PseudoLine()
 {
     unlink(m_device.c_str());
-    if (m_master != -1)
-        close(m_master);
+    for (const int fd : {m_slave, m_master}) {
+        if (fd != -1)
+            close(fd);
+    }
 }
 
 void PseudoLine::write(const std::string& bytes)
 {
+    const int before = pendingAtDevice();
     std::size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t n = ::write(m_master, bytes.data() + done, bytes.size() - done);
@@ -85,6 +90,15 @@ void PseudoLine::write(const std::string& bytes)
             return;
         done += static_cast<std::size_t>(n);
     }
+    for (int i = 0; i < 2000 && pendingAtDevice() < before + static_cast<int>(done); ++i)
+        usleep(1000);
+}
+
+int PseudoLine::pendingAtDevice() const
+{
+    int pending = 0;
+    ioctl(m_slave, FIONREAD, &pending);
+    return pending;
 }
 
 std::string PseudoLine::readUntilQuiet(int quietMs)

@@ -1,5 +1,8 @@
 #pragma once
 
+// The one fixture for the serial lines and the log, shared by all unit tests of the daemon. Programs that the code runs are
+// recorded by support/privatemachine.h (RecordedPrograms); mounts of single files are support/privatemounts.h.
+
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -27,6 +30,7 @@ public:
     PseudoLine(const PseudoLine&) = delete;
     PseudoLine& operator=(const PseudoLine&) = delete;
 
+    /// Writes, and waits until the device's side has all of it to read (a terminal hands bytes over in its own time).
     void write(const std::string& bytes);
     /// Everything that arrives until `quietMs` pass without a byte.
     std::string readUntilQuiet(int quietMs = 50);
@@ -35,8 +39,11 @@ public:
     int descriptor() const { return m_master; }
 
 private:
+    int pendingAtDevice() const;
+
     std::string m_device;
     int m_master = -1;
+    int m_slave = -1; ///< held open so that the line stays up while the device is closed, and to see what is pending
 };
 
 /// A test with the controller's line at "/dev/ttymxc1" (the process-wide `uart` is connected to it) and the console at

@@ -1,0 +1,205 @@
+#include "workerfixture.h"
+
+#include "commands/uart_command.h"
+#include "link/serialport.h"
+#include "system/mydata.h"
+#include "system/network.h"
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <gtest/gtest.h>
+#include <QMetaMethod>
+#include <random>
+
+using namespace std::string_literals;
+using Calls = std::vector<std::string>;
+
+namespace {
+
+class Dispatcher : public StartedWorker
+{
+protected:
+    void SetUp() override
+    {
+        StartedWorker::SetUp();
+        if (IsSkipped())
+            return;
+        programs().add("ping", "pong");
+        programs().forget();
+        controller().readUntilQuiet(30); // the greeting
+        log().forget();
+    }
+
+    /// How often a handler's entry line was logged.
+    int entries(const std::string& line)
+    {
+        const std::vector<std::string> lines = log().lines();
+        return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+    }
+};
+
+std::chrono::milliseconds durationOf(const std::function<void()>& work)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+}
+
+} // namespace
+
+class StartUp : public StartedWorker
+{
+};
+
+TEST_F(StartUp, NetworkingIsSwitchedOnThenDhcpIsSetThenTheMixer)
+{
+    const Calls expected{"nmcli|networking|on", "nmcli|con|del|Wired connection 1", "nmcli|con|del|Wired connection 1_vlan",
+        "nmcli|con|add|con-name|Wired connection 1|ifname|eth0|type|ethernet", "amixer|sset|PCM|80%",
+        "amixer|sset|Headphone|92%"};
+    EXPECT_EQ(programs().calls(), expected);
+}
+
+TEST_F(StartUp, TheGreetingIsAllThatTheControllerGets)
+{
+    EXPECT_EQ(controller().readUntilQuiet(), "HELLO !\r\n");
+}
+
+TEST_F(StartUp, SettingsStartFromTheDefaultsWhateverTheyWere)
+{
+    data.serverAddress = "1.2.3.4";
+    data.serverPort = "1";
+    data.serverProtocol = protocolRtp;
+    data.dhcp = false;
+    data.vlan = true;
+    data.vlanId = "7";
+    data.programNumber = 9;
+    Worker again;
+    EXPECT_EQ(data.serverAddress, "239.0.0.1");
+    EXPECT_EQ(data.serverPort, "1234");
+    EXPECT_EQ(data.serverProtocol, protocolUdp);
+    EXPECT_TRUE(data.dhcp);
+    EXPECT_FALSE(data.vlan);
+    EXPECT_EQ(data.vlanId, "100");
+    EXPECT_EQ(data.programNumber, 0u);
+}
+
+TEST_F(StartUp, TheMetaObjectIsAWorkerWithOneSlot)
+{
+    const QMetaObject* meta = worker().metaObject();
+    EXPECT_STREQ(meta->className(), "Worker");
+    ASSERT_EQ(meta->methodCount() - meta->methodOffset(), 1);
+    EXPECT_EQ(meta->method(meta->methodOffset()).methodSignature(), "doWork()");
+}
+
+TEST_F(Dispatcher, PingGetsTheWholeLineWordAndLineFeedIncluded)
+{
+    EXPECT_EQ(cycle("ping -c 1 192.168.77.1\n"), "pong");
+    EXPECT_EQ(programs().calls(), Calls{"ping|-c|1|192.168.77.1"});
+}
+
+TEST_F(Dispatcher, ABurstWithoutLineFeedIsDispatchedAfterItsTime)
+{
+    const auto took = durationOf([this] { EXPECT_EQ(cycle("ping host"), "pong"); });
+    EXPECT_GE(took.count(), 100);
+}
+
+TEST_F(Dispatcher, CommandsAreSeparatedByNulBytes)
+{
+    EXPECT_EQ(cycle("ping a\n\0ping b\n"s), "pongpong");
+    EXPECT_EQ(programs().calls(), (Calls{"ping|a", "ping|b"}));
+}
+
+TEST_F(Dispatcher, CommandsSeparatedOnlyByALineFeedDispatchTheFirstWithAllText)
+{
+    cycle("server=UDP 239.1.1.1 1000\nscancur\n");
+    EXPECT_EQ(entries("SETserver\n"), 1);
+    EXPECT_EQ(entries("SCANcur\n"), 0);
+    EXPECT_EQ(data.serverPort, "1000");
+}
+
+TEST_F(Dispatcher, ANulByteInFrontHidesTheCommandBehindIt)
+{
+    EXPECT_EQ(cycle("\0ping a\n"s), ""); // the search for the next NUL begins behind the first
+    EXPECT_EQ(cycle("\0\0ping a\n"s), "pong");
+}
+
+TEST_F(Dispatcher, UnknownWordsAreSilentAndNotLogged)
+{
+    EXPECT_EQ(cycle("hello\n"), "");
+    EXPECT_EQ(cycle("STOP_DAB\n"), "");
+    EXPECT_EQ(cycle("dab tune\n"), "");
+    EXPECT_EQ(cycle("\n"), "");
+    for (const std::string& line : log().lines()) // the test's network has no eth0, which the link watch logs
+        EXPECT_EQ(line.rfind("Ioctl failed.", 0), 0u) << line;
+}
+
+TEST_F(Dispatcher, ServerRaisesTheJoinRequest)
+{
+    net.joinRequested = false;
+    cycle("server=UDP 239.1.1.1 1000\n");
+    EXPECT_TRUE(net.joinRequested);
+}
+
+TEST_F(Dispatcher, AHandlerThatThrowsIsLoggedAndAnsweredWithSilence)
+{
+    EXPECT_EQ(cycle("server=UDP_T2MI 239.0.0.1 1234\n"), "");
+    EXPECT_EQ(cycle("server=UDP localhost 1234\n"), "");
+    EXPECT_EQ(cycle("scancur\n"), "");
+    EXPECT_TRUE(log().contains("command \"scancur\" failed: stoi"));
+    EXPECT_EQ(cycle("ping a\n"), "pong");
+}
+
+TEST_F(Dispatcher, TwoThousandBytesWithoutNulAreTakenInBurstsOfTheBuffersSize)
+{
+    controller().write(std::string(2000, 'x'));
+    for (int i = 0; i < 4; ++i) // 640 + 640 + 640 + 80
+        worker().doWork();
+    EXPECT_EQ(uart.IsInputBytesPending(), 0);
+    EXPECT_EQ(controller().readUntilQuiet(30), "");
+    EXPECT_EQ(cycle("ping a\n"), "pong");
+}
+
+TEST_F(Dispatcher, WordsAtTheVeryEndOfAFullBufferStayInsideIt)
+{
+    const std::string full(640, '\0');
+    for (const std::string word : {"server=", "play=", "ping", "interface="}) {
+        std::string burst = full;
+        burst.replace(burst.size() - word.size(), word.size(), word);
+        burst[0] = 'x';
+        controller().write(burst);
+        worker().doWork();
+    }
+    controller().readUntilQuiet(30);
+    EXPECT_EQ(cycle("ping a\n"), "pong");
+}
+
+TEST_F(Dispatcher, RandomBurstsNeverEndIt)
+{
+    std::mt19937 random(20260101);
+    const std::string alphabet = "abcdefghijklmnopqrstuvwxyz=?!_& 0123456789\xff\r"s + '\0';
+    for (int i = 0; i < 300; ++i) {
+        std::string burst;
+        for (std::size_t n = random() % 80; n > 0; --n)
+            burst += alphabet[random() % alphabet.size()];
+        EXPECT_EQ(cycle("#" + burst + "\n"), ""); // the mark keeps the first text from being a command by chance
+    }
+    EXPECT_EQ(cycle("ping a\n"), "pong");
+}
+
+TEST_F(Dispatcher, WithTheLinkDownTheRoutingDaemonIsStoppedOnceOnly)
+{
+    net.smcrouteStarted = true;
+    for (int i = 0; i < 5; ++i)
+        worker().doWork();
+    EXPECT_EQ(programs().calls(), Calls{"smcroute|-k"});
+    EXPECT_EQ(EthernetConnected, 0);
+}
+
+TEST_F(Dispatcher, AClosedLineIsACycleWithoutInput)
+{
+    uart.SerialPortDisconnect();
+    worker().doWork();
+    EXPECT_TRUE(programs().calls().empty());
+    ASSERT_GE(uart.SerialPortConnect(), 0);
+}
