@@ -43,15 +43,14 @@ wrap_preset()
     [ "$1" != tsan ] || wrap=(setarch "$(uname -m)" -R)
 }
 
-# build_preset PRESET [TARGET...]: configures when needed and builds into build/PRESET.
+# build_preset PRESET [TARGET...]: configures and builds into build/PRESET. Configures each time (a fraction of a second):
+# folders of the tree are built when they are there, and a new one does not show otherwise.
 build_preset()
 {
     local preset=$1 wrap
     shift
     wrap_preset "$preset"
-    if [ ! -f "$TREE/build/$preset/build.ninja" ]; then
-        (cd "$TREE" && "${wrap[@]}" cmake --preset "$preset") || return
-    fi
+    (cd "$TREE" && "${wrap[@]}" cmake --preset "$preset") || return
     "${wrap[@]}" cmake --build "$TREE/build/$preset" -j "$(nproc)" ${1:+--target "$@"}
 }
 
