@@ -1,0 +1,102 @@
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include "datagram_socket.h"
+#include "options.h"
+#include "send_loop.h"
+#include "ts_file.h"
+
+namespace {
+
+enum ExitStatus { Sent = 0, SendingFailed = 1, WrongArguments = 2, FileUnusable = 3 };
+
+volatile std::sig_atomic_t stopSignal = 0;
+
+void onStopSignal(int number)
+{
+    stopSignal = number;
+}
+
+void catchStopSignals()
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = onStopSignal;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+}
+
+/// Tells when to stop; looks for the stop file at most every 100 ms.
+class StopRequest
+{
+public:
+    explicit StopRequest(std::string file)
+        : m_file(std::move(file))
+    {
+    }
+
+    bool operator()()
+    {
+        if (stopSignal != 0)
+            return true;
+        const auto now = std::chrono::steady_clock::now();
+        if (m_file.empty() || now < m_nextLook)
+            return false;
+        m_nextLook = now + std::chrono::milliseconds(100);
+        return ::access(m_file.c_str(), F_OK) == 0;
+    }
+
+private:
+    std::string m_file;
+    std::chrono::steady_clock::time_point m_nextLook{};
+};
+
+int sendFile(const sender::Options& options)
+{
+    const sender::TsFile file(options.file);
+    if (file.bytesLeftOver() != 0)
+        std::fprintf(stderr, "tessary-send: %s: %zu bytes of an incomplete last packet are not sent\n",
+            options.file.c_str(), file.bytesLeftOver());
+    catchStopSignals();
+    // Without this the kernel may wake a sleeper 50 us late to save power: a whole datagram's time at 200
+    // Mbit/s.
+    ::prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+    sender::SendLoop loop(options, file, StopRequest(options.stopFile));
+    const sender::Report report = loop.run();
+    if (options.json)
+        std::printf("%s\n", report.json().c_str());
+    else
+        std::fputs(report.text().c_str(), stdout);
+    return Sent;
+}
+
+int fail(int status, const std::exception& error)
+{
+    std::fprintf(stderr, "tessary-send: %s\n", error.what());
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        const sender::Options options = sender::parseOptions(argc, argv);
+        if (options.help) {
+            std::fputs(sender::helpText().c_str(), stdout);
+            return Sent;
+        }
+        return sendFile(options);
+    } catch (const sender::UsageError& error) {
+        return fail(WrongArguments, error);
+    } catch (const sender::StreamError& error) {
+        return fail(FileUnusable, error);
+    } catch (const std::exception& error) {
+        return fail(SendingFailed, error);
+    }
+}

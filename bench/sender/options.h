@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace sender {
+
+/// The command line can not be used; what() names the argument and what is allowed.
+class UsageError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The command line of tessary-send.
+struct Options
+{
+    std::string file;
+    std::string host;
+    std::uint16_t port = 0;
+    bool rtp = false;
+
+    double bitRate = 0; ///< transport stream bits per second; 0: from the file's PCRs
+    double datagramRate = 0; ///< datagrams per second instead of bitRate; 0: not given
+    std::size_t packetsPerDatagram = 7;
+    std::size_t packetSize = 0; ///< bytes as sent, 188 or 204; 0: as in the file
+    int ttl = 4;
+    std::string interface; ///< name or IPv4 address for multicast; empty: the system's choice
+    bool multicastLoop = false;
+
+    std::uint64_t passes = 1; ///< 0: without end
+    std::int64_t durationNs = 0; ///< stream time; 0: no limit
+    std::uint64_t datagramLimit = 0; ///< 0: no limit
+    std::string stopFile; ///< sending ends when this file is there; empty: none
+    unsigned errorsPerSecond = 0;
+    bool restamp = true; ///< from the second pass on
+
+    bool json = false;
+    bool help = false;
+};
+
+/// Reads main's arguments. Throws UsageError.
+Options parseOptions(int argc, const char* const* argv);
+
+/// A number with an optional decimal suffix k, M or G: "1.5M" is 1,500,000. Throws UsageError naming `what`
+/// unless it is greater than 0.
+double parseRate(const std::string& text, const std::string& what);
+
+/// The text of --help.
+std::string helpText();
+
+} // namespace sender
