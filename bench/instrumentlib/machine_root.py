@@ -78,20 +78,57 @@ def bind_over(source, target):
     """Shows `source` (file, device, pipe or folder) at `target`, which is made if it is not there."""
     if not os.path.exists(target):
         try:
-            if os.path.isdir(source):
-                os.makedirs(target)
-            else:
-                os.makedirs(os.path.dirname(target), exist_ok=True)
-                with open(target, "xb"):
-                    pass
+            _make_mount_point(target, os.path.isdir(source))
         except OSError as error:
             raise BenchError(f"{target} can not be made inside the instrument: {error.strerror}",
-                             "choose a path that lies on an ordinary folder") from error
+                             "choose a path whose folder exists") from error
     syscalls.bind(source, target)
+
+
+def _make_mount_point(target, is_folder):
+    folder = os.path.dirname(target)
+    if os.path.commonpath([target, "/sys"]) == "/sys":
+        while not os.path.isdir(folder):
+            folder = os.path.dirname(folder)
+        _make_extensible(folder)
+    if is_folder:
+        os.makedirs(target)
+    else:
+        os.makedirs(os.path.dirname(target), exist_ok=True)
+        with open(target, "xb"):
+            pass
+
+
+def _make_extensible(folder):
+    """Lets entries be added to a folder of sysfs: a tmpfs with all that was in it takes its place."""
+    if not os.statvfs(folder).f_flag & os.ST_RDONLY:
+        return  # done before
+    original = os.path.join("/run", "sysfs-" + folder[1:].replace("/", "-"))
+    os.mkdir(original)
+    syscalls.bind(folder, original)
+    syscalls.mount("sysfs-with-more", folder, "tmpfs", syscalls.MS_NOSUID | syscalls.MS_NODEV, "mode=755")
+    for entry in os.scandir(original):
+        place = os.path.join(folder, entry.name)
+        if entry.is_symlink():
+            os.symlink(os.readlink(entry.path), place)
+            continue
+        if entry.is_dir():
+            os.mkdir(place)
+        else:
+            with open(place, "xb"):
+                pass
+        syscalls.bind(entry.path, place)
+    syscalls.umount_detached(original)
+    os.rmdir(original)
 
 
 def _write_machine_settings():
     """What the machine has of its own in /etc, and none of the host's network settings and secrets."""
+    for path in ("/root", "/root/.cache"):
+        if os.path.islink(path):
+            os.unlink(path)  # what is written here from outside must not lead out of the machine
+    shutil.rmtree("/root/.cache/gstreamer-1.0", ignore_errors=True)  # the host's elements are not the instrument's
+    os.makedirs("/root/.cache/gstreamer-1.0", exist_ok=True)
     for path in ("/etc/NetworkManager/system-connections", "/etc/NetworkManager/conf.d", "/var/lib/NetworkManager",
                  "/etc/network/interfaces.d"):
         shutil.rmtree(path, ignore_errors=True)

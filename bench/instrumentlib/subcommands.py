@@ -37,6 +37,8 @@ def _parser():
     link.add_argument("what", choices=["up", "down"])
     noted = _command(commands, "commands", _commands, "print the commands the recorder noted, as JSON lines")
     noted.add_argument("--clear", action="store_true", help="forget them instead")
+    _add_behave(_command(commands, "behave", _behave,
+                         "let a program fail, stall or say something when the daemon runs it"))
     _command(commands, "status", _status, "tell whether an instrument runs, and how it is")
     _command(commands, "stop", _stop, "stop the instrument and wait until it is gone")
     return parser
@@ -69,6 +71,17 @@ def _add_run(run):
                      help="show a file, folder, pipe or device of this machine at an absolute path inside")
     run.add_argument("--card", metavar="SIZE", default="256M",
                      help="size of the memory card at /run/media/mmcblk1p1 (default: 256M; 0 for no card)")
+
+
+def _add_behave(behave):
+    behave.add_argument("program", help="one that the recorder notes, such as smcroute")
+    behave.add_argument("--status", type=int, metavar="N", help="end with this status instead of running the program")
+    behave.add_argument("--delay", type=float, metavar="S", help="wait so many seconds first")
+    behave.add_argument("--stdout", metavar="TEXT", help="write this to standard output")
+    behave.add_argument("--stderr", metavar="TEXT", help="write this to standard error")
+    behave.add_argument("--times", type=int, metavar="N", help="only the next N calls")
+    behave.add_argument("--when", metavar="ARG", help="only calls with this argument; write --when=-j for a dashed one")
+    behave.add_argument("--real", action="store_true", help="back to the real program")
 
 
 def _run_dir(options):
@@ -167,6 +180,18 @@ def _commands(options):
                 sys.stdout.buffer.write(log.read())
     except FileNotFoundError as error:
         raise BenchError(f"there is no {path}", "start an instrument: sudo bench/instrument run") from error
+    return 0
+
+
+def _behave(options):
+    from . import behaviour
+    state = _run_dir(options).read_state()
+    if options.real:
+        behaviour.clear(state["init"], options.program)
+    else:
+        behaviour.give(state["init"], options.program, status=options.status, stdout=options.stdout,
+                       stderr=options.stderr, times=options.times, when=options.when,
+                       delay_ms=None if options.delay is None else round(options.delay * 1000))
     return 0
 
 

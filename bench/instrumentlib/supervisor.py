@@ -8,7 +8,7 @@ import subprocess
 import sys
 import time
 
-from . import kernel_setting, layer, network
+from . import kernel_setting, layer, network, registry
 from .control import ControlServer
 from .daemon import Daemon
 from .errors import BenchError
@@ -115,6 +115,8 @@ class Supervisor:
         start(["dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"])
         self._wait_for("the message bus", ["test", "-S", "/run/dbus/system_bus_socket"], log)
         start(["NetworkManager", "--debug"])
+        if self._options.machine.elements:
+            registry.provide(self._machine, self._options.machine, log)
         self._wait_for("NetworkManager", ["nm-online", "-s", "-q", "-t", "1"], log)
 
     def _wait_for(self, what, command, log):

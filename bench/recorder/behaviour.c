@@ -4,6 +4,7 @@
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/file.h>
 #include <time.h>
 #include <unistd.h>
@@ -25,6 +26,22 @@ static long number_of(const char *program, const char *matter, long absent)
     ssize_t count = read(fd, text, sizeof text - 1);
     close(fd);
     return count > 0 ? strtol(text, NULL, 10) : absent;
+}
+
+/** False when "when" names an argument that this call does not have. */
+static int is_meant(const char *program, char **argv)
+{
+    int fd = open_matter(program, "when", O_RDONLY);
+    if (fd < 0)
+        return 1;
+    char wanted[256] = "";
+    ssize_t count = read(fd, wanted, sizeof wanted - 1);
+    close(fd);
+    for (char **argument = argv + 1; count > 0 && *argument; ++argument) {
+        if (strcmp(*argument, wanted) == 0)
+            return 1;
+    }
+    return 0;
 }
 
 /** Counts one call off "times". False when the calls are used up; true without such a file. */
@@ -58,14 +75,14 @@ static void copy_to(const char *program, const char *matter, int out)
     close(fd);
 }
 
-struct behaviour behaviour_apply(const char *program)
+struct behaviour behaviour_apply(const char *program, char **argv)
 {
     struct behaviour result = {0, 0};
     int folder = open_matter(program, ".", O_RDONLY | O_DIRECTORY);
     if (folder < 0)
         return result;
     close(folder);
-    if (!take_one_time(program))
+    if (!is_meant(program, argv) || !take_one_time(program))
         return result;
     long delay = number_of(program, "delay_ms", 0);
     if (delay > 0) {

@@ -5,7 +5,7 @@
  * Read from the folder /run/recorder/behaviour/<program>, one small file a matter, each of them optional:
  * "delay_ms" waits first; "stdout" and "stderr" are written as they stand; "status" ends the program with that exit
  * status, the real one is then not run; "times" limits all of it to so many calls, after which the folder counts as
- * absent.
+ * absent; with "when" only calls with that argument count.
  */
 struct behaviour
 {
@@ -14,4 +14,4 @@ struct behaviour
 };
 
 /** Waits and prints as the folder for `program` says, and tells how to go on. Without a folder: {0, 0}. */
-struct behaviour behaviour_apply(const char *program);
+struct behaviour behaviour_apply(const char *program, char **argv);

@@ -79,6 +79,13 @@ static int descends_from_daemon(pid_t pid)
     return 0;
 }
 
+/** The program's name as the caller means it: some look programs up themselves and then name the wrapper's path. */
+static const char *as_called(const char *name)
+{
+    size_t length = sizeof wrapperFolder - 1;
+    return strncmp(name, wrapperFolder, length) == 0 && name[length] == '/' ? name + length + 1 : name;
+}
+
 /** Writes one line of the log. A log that can not be written does not keep the program from running. */
 static void note(const char *kind, char **argv)
 {
@@ -107,7 +114,7 @@ static void note(const char *kind, char **argv)
     json_line_format(&line, ", \"kind\": \"%s\", \"argv\": [", kind);
     for (char **argument = argv; *argument; ++argument) {
         json_line_raw(&line, argument == argv ? "" : ", ");
-        json_line_string(&line, *argument);
+        json_line_string(&line, argument == argv ? as_called(*argument) : *argument);
     }
     json_line_raw(&line, "]}");
     if (json_line_append_to(&line, logPath) != 0)
@@ -121,12 +128,15 @@ static void execute_next(const char *name, char **argv)
     const char *path = getenv("PATH");
     if (!path || !*path)
         path = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+    int wrapperIsNamed = as_called(argv[0]) != argv[0];
     for (;; ++path) {
         size_t length = strcspn(path, ":");
         char candidate[PATH_MAX];
         int isWrapper = length == sizeof wrapperFolder - 1 && strncmp(path, wrapperFolder, length) == 0;
         if (!isWrapper && snprintf(candidate, sizeof candidate, "%.*s/%s", (int)length, length ? path : ".", name) <
                               (int)sizeof candidate) {
+            if (wrapperIsNamed)
+                argv[0] = candidate;
             execv(candidate, argv);
             if (errno != ENOENT && errno != ENOTDIR && errno != EACCES)
                 break;
@@ -139,7 +149,7 @@ static void execute_next(const char *name, char **argv)
 
 static int stand_in_for(const char *program, char **argv, const char *kind)
 {
-    struct behaviour behaviour = behaviour_apply(program);
+    struct behaviour behaviour = behaviour_apply(program, argv);
     if (behaviour.stands_in || strcmp(kind, "stand-in") == 0)
         return behaviour.status;
     execute_next(program, argv);
