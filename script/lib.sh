@@ -47,10 +47,13 @@ wrap_preset()
 # folders of the tree are built when they are there, and a new one does not show otherwise.
 build_preset()
 {
-    local preset=$1 wrap
+    local preset=$1 wrap said
     shift
     wrap_preset "$preset"
-    (cd "$TREE" && "${wrap[@]}" cmake --preset "$preset") || return
+    if ! said=$(cd "$TREE" && "${wrap[@]}" cmake --preset "$preset" 2>&1); then
+        printf '%s\n' "$said"
+        return 1
+    fi
     "${wrap[@]}" cmake --build "$TREE/build/$preset" -j "$(nproc)" ${1:+--target "$@"}
 }
 
