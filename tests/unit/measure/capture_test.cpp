@@ -1,0 +1,313 @@
+// The capture on real interfaces of a private network namespace. "eth0" is one end of a veth pair; what is
+// sent into the other end, "uplink", arrives there.
+#include "frames.h"
+#include "measure/ethernetmeasurement.h"
+#include "support/privatenetwork.h"
+#include "support/ttyfixture.h"
+#include "system/network.h"
+
+#include <algorithm>
+#include <chrono>
+#include <fcntl.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <linux/if_tun.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+const char startInput[] = "------------------pcap start input ------------------";
+const char startOutput[] = "------------------pcap start output ------------------";
+const char loopInput[] = "------------------pcap loop input ------------------";
+const char loopOutput[] = "------------------pcap loop output ------------------";
+const char stopped[] = "------------------pcap stop ------------------";
+
+bool eventually(const std::function<bool()>& condition)
+{
+    for (int i = 0; i < 500; ++i) {
+        if (condition())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+void send(const char* interface, const Bytes& frame)
+{
+    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    sockaddr_ll to{};
+    to.sll_family = AF_PACKET;
+    to.sll_ifindex = static_cast<int>(if_nametoindex(interface));
+    to.sll_halen = ETH_ALEN;
+    EXPECT_EQ(sendto(fd, frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+        static_cast<ssize_t>(frame.size()));
+    close(fd);
+}
+
+class Capture : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        const std::string reason = privatenetwork::enter();
+        if (!reason.empty())
+            GTEST_SKIP() << reason;
+        data = MyData();
+        net.joinRequested = false;
+    }
+
+    void TearDown() override
+    {
+        measurement.stop();
+        for (const char* name : {"eth0", "eth0.100", "eth0.200"})
+            privatenetwork::remove(name);
+    }
+
+    bool addEth0() { return privatenetwork::addVethPair("eth0", "uplink", "192.168.77.100/24"); }
+
+    std::size_t recordCount()
+    {
+        std::vector<pcap_measured_value_struct> records;
+        measurement.getBuffer(&records);
+        return records.size();
+    }
+
+    bool logHas(const char* line) { return log.contains(line); }
+
+    std::ptrdiff_t logCount(const char* line)
+    {
+        const auto lines = log.lines();
+        return std::count(lines.begin(), lines.end(), line);
+    }
+
+    LogCapture log;
+    ETHERNETMeasurement measurement;
+    const Bytes sevenPackets = datagram(protocolUdp, Bytes(1316));
+};
+
+/// An interface without Ethernet headers: a tunnel, up while the object lives.
+class Tunnel
+{
+public:
+    explicit Tunnel(const char* name)
+        : m_fd(open("/dev/net/tun", O_RDWR | O_CLOEXEC))
+    {
+        ifreq request{};
+        request.ifr_flags = IFF_TUN | IFF_NO_PI;
+        std::copy_n(name, std::char_traits<char>::length(name), request.ifr_name);
+        m_made = ioctl(m_fd, TUNSETIFF, &request) == 0;
+    }
+    ~Tunnel() { close(m_fd); }
+    Tunnel(const Tunnel&) = delete;
+    Tunnel& operator=(const Tunnel&) = delete;
+    bool made() const { return m_made; }
+
+private:
+    int m_fd;
+    bool m_made = false;
+};
+
+} // namespace
+
+TEST_F(Capture, TakesTheStreamFromTheWiredInterface)
+{
+    ASSERT_TRUE(addEth0());
+    measurement.start();
+    ASSERT_TRUE(measurement.running);
+    EXPECT_TRUE(net.joinRequested); // the group has to be joined again
+    for (int i = 0; i < 5; ++i)
+        send("uplink", sevenPackets);
+    EXPECT_TRUE(eventually([this] { return recordCount() == 5; }));
+    std::vector<int> values;
+    measurement.getMeasure(&values);
+    EXPECT_EQ(values[0], 1);
+    EXPECT_EQ(values[4], 188);
+    EXPECT_EQ(values[5], 7);
+}
+
+TEST_F(Capture, LogsEachStep)
+{
+    ASSERT_TRUE(addEth0());
+    log.forget();
+    measurement.start();
+    measurement.stop();
+    auto lines = log.lines();
+    for (const char* line : {loopInput, loopOutput}) { // of the capture thread, at any place
+        const auto where = std::find(lines.begin(), lines.end(), line);
+        ASSERT_NE(where, lines.end()) << line;
+        lines.erase(where);
+    }
+    ASSERT_EQ(lines.size(), 9u);
+    EXPECT_EQ(lines[0], startInput);
+    EXPECT_EQ(lines[1], "eth0 founded\r\n");
+    EXPECT_EQ(lines[2].rfind("pcap_set_tstamp_type (0=success): ", 0), 0u); // the driver may refuse it
+    EXPECT_EQ(lines[3], "pcap_set_tstamp_precision (0=success): 0");
+    EXPECT_EQ(lines[4], "pcap_set_timeout (0=success): 0");
+    EXPECT_EQ(lines[5], "pcap_set_immediate_mode (0=success): 0");
+    EXPECT_EQ(lines[6], "pcap_activate (0=success): 0");
+    EXPECT_EQ(lines[7], startOutput);
+    EXPECT_EQ(lines[8], stopped);
+}
+
+TEST_F(Capture, TakesOnlyTheStreamOfTheFilter)
+{
+    ASSERT_TRUE(addEth0());
+    Bytes otherGroup = sevenPackets;
+    otherGroup[33] = 2; // 239.0.0.2
+    Bytes otherPort = sevenPackets;
+    otherPort[37] = 0xd3; // 1235
+    measurement.start();
+    send("uplink", otherGroup);
+    send("uplink", otherPort);
+    send("uplink", sevenPackets);
+    EXPECT_TRUE(eventually([this] { return recordCount() > 0; }));
+    EXPECT_EQ(recordCount(), 1u); // frames arrive in order: the others would have come before
+}
+
+TEST_F(Capture, StartWhileCapturingRestarts)
+{
+    ASSERT_TRUE(addEth0());
+    measurement.start();
+    send("uplink", sevenPackets);
+    ASSERT_TRUE(eventually([this] { return recordCount() == 1; }));
+    measurement.start();
+    EXPECT_TRUE(measurement.running);
+    EXPECT_EQ(recordCount(), 0u);
+    EXPECT_EQ(logCount(stopped), 1);
+    EXPECT_EQ(logCount(startOutput), 2);
+    send("uplink", sevenPackets);
+    EXPECT_TRUE(eventually([this] { return recordCount() == 1; }));
+}
+
+TEST_F(Capture, LoadWhileCapturingStopsAndTheNextStartTakesTheNewStream)
+{
+    ASSERT_TRUE(addEth0());
+    measurement.start();
+    measurement.load(protocolRtp, "host 239.0.0.1 && port 1235");
+    EXPECT_FALSE(measurement.running);
+    EXPECT_TRUE(logHas(loopOutput));
+    measurement.start();
+    Bytes rtp = datagram(protocolRtp, Bytes(1428));
+    rtp[37] = 0xd3;
+    send("uplink", sevenPackets);
+    send("uplink", rtp);
+    ASSERT_TRUE(eventually([this] { return recordCount() > 0; }));
+    EXPECT_EQ(recordCount(), 1u);
+    EXPECT_EQ(measurement.tsPacketSize, 204);
+}
+
+TEST_F(Capture, StopEmptiesTheRecordsAndKeepsTheirStorage)
+{
+    ASSERT_TRUE(addEth0());
+    measurement.start();
+    send("uplink", sevenPackets);
+    ASSERT_TRUE(eventually([this] { return recordCount() == 1; }));
+    const std::int64_t lastFrame = receptionStatistics.oldTimestamp;
+    measurement.stop();
+    EXPECT_FALSE(measurement.running);
+    EXPECT_EQ(recordCount(), 0u);
+    EXPECT_EQ(measurement.buffer->capacity(), 1024u);
+    EXPECT_EQ(receptionStatistics.oldTimestamp, lastFrame); // the period carries on
+}
+
+TEST_F(Capture, WithVlanTheFirstVlanInterfaceIsTakenWhateverTheId)
+{
+    ASSERT_TRUE(addEth0());
+    ASSERT_TRUE(privatenetwork::addVethPair(
+        "eth0.100", "far100", "10.1.0.1/24")); // libpcap lists the older one first
+    ASSERT_TRUE(privatenetwork::addVethPair("eth0.200", "far200", "10.2.0.1/24"));
+    data.vlan = true;
+    data.vlanId = "200";
+    measurement.start();
+    ASSERT_TRUE(measurement.running);
+    EXPECT_TRUE(logHas("eth0.100 founded\r\n"));
+    send("far200", sevenPackets);
+    send("far100", sevenPackets);
+    EXPECT_TRUE(eventually([this] { return recordCount() > 0; }));
+    EXPECT_EQ(recordCount(), 1u);
+}
+
+TEST_F(Capture, NeedsAnInterface)
+{
+    measurement.start();
+    EXPECT_FALSE(measurement.running);
+    EXPECT_TRUE(logHas("Couldn't get netmask for device"));
+    EXPECT_FALSE(logHas(startOutput));
+    EXPECT_FALSE(net.joinRequested);
+}
+
+TEST_F(Capture, NeedsAVlanInterfaceWhenOneIsSet)
+{
+    ASSERT_TRUE(addEth0());
+    data.vlan = true;
+    measurement.start();
+    EXPECT_FALSE(measurement.running);
+    EXPECT_TRUE(logHas("Couldn't get netmask for device"));
+}
+
+TEST_F(Capture, NeedsAnAddressOnTheInterface)
+{
+    ASSERT_TRUE(privatenetwork::addVethPair("eth0", "uplink"));
+    measurement.start();
+    EXPECT_FALSE(measurement.running);
+    EXPECT_TRUE(logHas("eth0 founded\r\n"));
+    EXPECT_TRUE(logHas("Couldn't get netmask for device"));
+}
+
+TEST_F(Capture, NeedsAFilterThatCanBeParsed)
+{
+    ASSERT_TRUE(addEth0());
+    measurement.load(protocolUdp, "host 239.0.0.1 && port no-such-port");
+    measurement.start();
+    EXPECT_FALSE(measurement.running);
+    EXPECT_TRUE(logHas("Couldn't parse filter\n"));
+    measurement.load(protocolUdp, "host 239.0.0.1 && port 1234");
+    measurement.start();
+    EXPECT_TRUE(measurement.running);
+}
+
+TEST_F(Capture, NeedsAnEthernetInterface)
+{
+    const Tunnel tunnel("eth0");
+    if (!tunnel.made())
+        GTEST_SKIP() << "/dev/net/tun can not be used here";
+    ASSERT_TRUE(privatenetwork::ip("link set eth0 up"));
+    ASSERT_TRUE(privatenetwork::ip("addr add 192.168.77.100/24 dev eth0"));
+    measurement.start();
+    EXPECT_FALSE(measurement.running);
+    EXPECT_TRUE(logHas("Not an Ethernet adapter\n"));
+    measurement.stop(); // the closed handle is not touched
+}
+
+TEST_F(Capture, GoesOnAfterTheLinkWasDown)
+{
+    ASSERT_TRUE(addEth0());
+    measurement.start();
+    ASSERT_TRUE(privatenetwork::ip("link set uplink down"));
+    ASSERT_TRUE(privatenetwork::ip("link set uplink up"));
+    send("uplink", sevenPackets);
+    EXPECT_TRUE(eventually([this] { return recordCount() == 1; }));
+    EXPECT_TRUE(measurement.running);
+}
+
+TEST_F(Capture, OfALostInterfaceStopsWithoutHarm)
+{
+    ASSERT_TRUE(addEth0());
+    measurement.start();
+    privatenetwork::remove("eth0");
+    EXPECT_TRUE(eventually(
+        [this] { return logHas(loopOutput); })); // the loop has ended by itself and closed its handle
+    EXPECT_TRUE(measurement.running); // until it is stopped
+    measurement.stop();
+    EXPECT_FALSE(measurement.running);
+    ASSERT_TRUE(addEth0());
+    measurement.start();
+    send("uplink", sevenPackets);
+    EXPECT_TRUE(eventually([this] { return recordCount() == 1; }));
+}

@@ -1,0 +1,186 @@
+// The callback and the readers of the results, without an interface.
+#include "frames.h"
+#include "measure/ethernetmeasurement.h"
+#include "support/ttyfixture.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <memory>
+#include <new>
+#include <thread>
+
+namespace {
+
+/// Each test begins from the statistics of a fresh process.
+class Measurement : public ::testing::Test
+{
+protected:
+    Measurement()
+    {
+        receptionStatistics.~ReceptionStatistics();
+        new (&receptionStatistics) ReceptionStatistics;
+    }
+
+    void receive(const Bytes& frame, std::int64_t microseconds)
+    {
+        const pcap_pkthdr header = headerOf(frame, microseconds);
+        ETHERNETMeasurement::onPacketReceived(
+            reinterpret_cast<unsigned char*>(&measurement), &header, frame.data());
+    }
+
+    std::vector<int> values()
+    {
+        std::vector<int> out{99};
+        measurement.getMeasure(&out);
+        return out;
+    }
+
+    std::vector<pcap_measured_value_struct> records()
+    {
+        std::vector<pcap_measured_value_struct> out(3);
+        measurement.getBuffer(&out);
+        return out;
+    }
+
+    LogCapture log;
+    ETHERNETMeasurement measurement;
+    const Bytes sevenPackets = datagram(protocolUdp, Bytes(1316));
+};
+
+} // namespace
+
+TEST_F(Measurement, StartsIdleWithTheDefaultStream)
+{
+    EXPECT_FALSE(measurement.running);
+    EXPECT_EQ(measurement.filter, "host 239.0.0.1 && port 1234");
+    EXPECT_EQ(measurement.protocol, protocolUdp);
+    EXPECT_EQ(measurement.buffer->capacity(), 1024u);
+    EXPECT_TRUE(measurement.buffer->empty());
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"------------------pcap constr ------------------"});
+}
+
+TEST_F(Measurement, LoadStoresTheStreamAndStartsNothing)
+{
+    log.forget();
+    measurement.load(protocolRtpT2mi, "host 239.0.0.2 && port 5000");
+    EXPECT_EQ(measurement.protocol, protocolRtpT2mi);
+    EXPECT_EQ(measurement.filter, "host 239.0.0.2 && port 5000");
+    EXPECT_FALSE(measurement.running);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"------------------pcap load ------------------"});
+}
+
+TEST_F(Measurement, StopOfAnIdleOneDoesNothingAndLogsNothing)
+{
+    receive(sevenPackets, 1000);
+    log.forget();
+    measurement.stop();
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(records().size(), 1u);
+}
+
+TEST_F(Measurement, IsLoggedWhenItEnds)
+{
+    auto other = std::make_unique<ETHERNETMeasurement>();
+    log.forget();
+    other.reset();
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"------------------pcap destruct ------------------"});
+}
+
+TEST_F(Measurement, WithoutAnyFrameOnlyTheConstantIsNotZero)
+{
+    EXPECT_EQ(values(), (std::vector<int>{0, 0, 0, 0, 0, 0, 10}));
+}
+
+TEST_F(Measurement, ReportsTheLastPeriodAndTheLastDatagram)
+{
+    receive(datagram(protocolUdp, tsPacket(100, 0)), 1'000'000'000);
+    for (int i = 1; i <= 1000; ++i)
+        receive(
+            sevenPackets, 1'000'000'000 + i * 1000); // 7 packets of PID 0 without payload bit: never checked
+    receive(datagram(protocolUdp, tsPacket(100, 5)), 1'001'001'000);
+    receive(datagram(protocolUdp, Bytes(1428)), 1'001'001'500);
+    const std::int64_t bits = (1000 * 1358 + 42 + 188) * 8;
+    EXPECT_EQ(
+        values(), (std::vector<int>{1, static_cast<int>(bits * 1'000'000 / 1'001'000), 1000, 1, 204, 7, 10}));
+}
+
+TEST_F(Measurement, StreamIsPresentForOneSecondAfterItsLastFrame)
+{
+    receive(sevenPackets, 1'000'000'000);
+    EXPECT_EQ(values().front(), 1);
+    receptionStatistics.LastReceivedPacketTime = std::time(nullptr) - 2;
+    EXPECT_EQ(values(), (std::vector<int>{0, 0, 0, 0, 0, 0, 10}));
+    receive(sevenPackets, 1'000'001'000);
+    EXPECT_EQ(values().front(), 1);
+}
+
+TEST_F(Measurement, NowhereToWriteTheMeasureIsAccepted)
+{
+    measurement.getMeasure(nullptr);
+    EXPECT_EQ(values().size(), 7u);
+}
+
+TEST_F(Measurement, Record1025PushesOutTheFirstWithoutNewStorage)
+{
+    const auto* const storage = measurement.buffer->data();
+    for (int i = 1; i <= 1025; ++i)
+        receive(sevenPackets, 1'000'000 + i);
+    const auto kept = records();
+    ASSERT_EQ(kept.size(), 1024u);
+    EXPECT_EQ(kept.front().timestamp, 1'000'002);
+    EXPECT_EQ(kept.back().timestamp, 1'001'025);
+    EXPECT_EQ(measurement.buffer->data(), storage);
+    EXPECT_EQ(measurement.buffer->capacity(), 1024u);
+}
+
+TEST_F(Measurement, ReadingTheRecordsLeavesThem)
+{
+    receive(sevenPackets, 1'000'000);
+    receive(sevenPackets, 1'001'002);
+    EXPECT_EQ(records().size(), 2u);
+    const auto again = records();
+    ASSERT_EQ(again.size(), 2u);
+    EXPECT_EQ(again[1].interArrival, 1002);
+}
+
+TEST_F(Measurement, RecordIsDroppedWhileAReaderHoldsTheLockAndTheResultsStillCount)
+{
+    {
+        const std::lock_guard<std::mutex> reader(measurement.bufferMutex);
+        std::thread capture([this] { receive(sevenPackets, 1'000'000'000); });
+        capture.join(); // would hang if the callback waited
+    }
+    EXPECT_TRUE(records().empty());
+    EXPECT_EQ(values()[5], 7);
+    receive(sevenPackets, 1'000'001'000);
+    EXPECT_EQ(records().size(), 1u);
+}
+
+TEST_F(Measurement, StatisticsAreSharedByAllMeasurements)
+{
+    receive(sevenPackets, 1'000'000'000);
+    ETHERNETMeasurement other;
+    const pcap_pkthdr header = headerOf(sevenPackets, 1'000'000'300);
+    ETHERNETMeasurement::onPacketReceived(
+        reinterpret_cast<unsigned char*>(&other), &header, sevenPackets.data());
+    std::vector<pcap_measured_value_struct> out;
+    other.getBuffer(&out);
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].interArrival, 300);
+}
+
+TEST_F(Measurement, IsReadWhileItReceives)
+{
+    std::thread capture([this] {
+        for (int i = 1; i <= 20000; ++i)
+            receive(sevenPackets, 1'000'000'000 + i * 1000);
+    });
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_EQ(values().back(), 10);
+        const auto seen = records();
+        for (std::size_t n = 1; n < seen.size(); ++n)
+            EXPECT_LT(seen[n - 1].timestamp, seen[n].timestamp);
+    }
+    capture.join();
+    EXPECT_EQ(values()[1], 10'864'000);
+}
