@@ -72,9 +72,9 @@ def acquire():
 
 
 def release():
-    """Counts this process out; the last one puts the old value back. Returns the value now."""
+    """Counts this process out; the last one puts the old value back. Returns (value now, instruments still up)."""
     with _record() as record:
         record["holders"] = [h for h in record["holders"] if h["pid"] != os.getpid()]
         if not record["holders"]:
             _put_back(record)
-        return _read_setting()
+        return _read_setting(), len(record["holders"])

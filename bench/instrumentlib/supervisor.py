@@ -41,7 +41,7 @@ class Supervisor:
                 self._bring_up(stack)
                 return self._watch()
             except Stopped:
-                return 0
+                return 0 if self._ready else 1
             finally:
                 self._ignore_signals()
                 if self._ready:
@@ -101,8 +101,9 @@ class Supervisor:
 
     @staticmethod
     def _put_rmem_max_back():
-        now = kernel_setting.release()
-        _say(f"net.core.rmem_max is {now}")
+        now, others = kernel_setting.release()
+        _say(f"net.core.rmem_max stays at {now} for {others} other instrument(s)" if others
+             else f"net.core.rmem_max is {now} again")
 
     def _start_services(self, stack):
         """DHCP server at the sender's end, then the message bus and NetworkManager inside; waits for the latter."""
