@@ -3,6 +3,7 @@
 #include "link/serialport.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/gstsource.h"
+#include "support/privatenetwork.h"
 
 #include <QCoreApplication>
 
@@ -21,7 +22,7 @@ std::string privateMachine()
 {
     std::string reason = privatemachine::enter();
     if (reason.empty())
-        reason = privatemachine::leaveNetwork();
+        reason = privatenetwork::enter();
     for (const char* folder : {"/sys", "/home"}) {
         if (reason.empty())
             reason = privatemachine::coverWithEmpty(folder);

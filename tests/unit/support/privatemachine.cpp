@@ -83,11 +83,6 @@ std::string enter()
     return error;
 }
 
-std::string leaveNetwork()
-{
-    return unshare(CLONE_NEWNET) == 0 ? "" : failure("unshare the network");
-}
-
 std::string coverWithEmpty(const std::string& directory)
 {
     if (!fs::exists(directory)) {
