@@ -6,8 +6,8 @@
 #include "system/mydata.h"
 #include "system/network.h"
 #include "system/system_config.h"
+#include "system/text.h"
 
-#include <algorithm>
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
@@ -20,13 +20,6 @@
 #include <vector>
 
 namespace {
-
-std::string withoutLineEnds(std::string text)
-{
-    const auto isLineEnd = [](char c) { return c == '\n' || c == '\r'; };
-    text.erase(std::remove_if(text.begin(), text.end(), isLineEnd), text.end());
-    return text;
-}
 
 /// The part of `text` from `begin` up to the next ";" or the end.
 std::string upToSemicolon(const std::string& text, std::size_t begin)

@@ -5,8 +5,8 @@
 #include "media/rtpsource.h"
 #include "media/udpsource.h"
 #include "system/mydata.h"
+#include "system/text.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <QtDebug>
 
@@ -54,13 +54,6 @@ protocol protocolNamedIn(const std::string& text, protocol otherwise)
 std::size_t nextBlank(const std::string& text, std::size_t blank)
 {
     return blank == none ? none : text.find(' ', blank + 1);
-}
-
-std::string withoutLineEnds(std::string text)
-{
-    text.erase(std::remove(text.begin(), text.end(), '\n'), text.end());
-    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
-    return text;
 }
 
 void replyTable(const std::vector<std::uint8_t>* bytes)

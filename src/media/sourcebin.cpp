@@ -1,20 +1,13 @@
 #include "media/sourcebin.h"
 
 #include "system/mydata.h"
+#include "system/text.h"
 
-#include <algorithm>
 
 namespace {
 
 constexpr int receiveBufferBytes = 30000000;
 constexpr int lastUnicastField = 223;
-
-std::string withoutLineEnds(std::string text)
-{
-    text.erase(std::remove(text.begin(), text.end(), '\n'), text.end());
-    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
-    return text;
-}
 
 } // namespace
 
