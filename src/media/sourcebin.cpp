@@ -3,7 +3,6 @@
 #include "system/mydata.h"
 #include "system/text.h"
 
-
 namespace {
 
 constexpr int receiveBufferBytes = 30000000;
