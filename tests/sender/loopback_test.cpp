@@ -1,0 +1,390 @@
+// tessary-send as a program, received on this machine's loopback interface.
+
+#include <arpa/inet.h>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "test_packets.h"
+
+extern char** environ;
+
+namespace {
+
+using namespace testing_ts;
+
+/// Receives datagrams on a port of its own until it is told to finish; a thread of its own empties the
+/// socket.
+class Receiver
+{
+public:
+    Receiver()
+        : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+        const int bytes = 8'000'000; // more than a test sends, so that a busy machine loses nothing
+        if (::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
+            ::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+        const int on = 1;
+        ::setsockopt(m_socket, IPPROTO_IP, IP_RECVTTL, &on, sizeof on);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_ANY);
+        socklen_t size = sizeof address;
+        if (::bind(m_socket, reinterpret_cast<sockaddr*>(&address), size) != 0
+            || ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+            ADD_FAILURE() << "no port on loopback";
+        m_port = ntohs(address.sin_port);
+        m_thread = std::thread([this] { receive(); });
+    }
+
+    ~Receiver()
+    {
+        finish();
+        ::close(m_socket);
+    }
+
+    bool join(const char* group)
+    {
+        ip_mreqn request{};
+        ::inet_pton(AF_INET, group, &request.imr_multiaddr);
+        request.imr_ifindex = static_cast<int>(::if_nametoindex("lo"));
+        return ::setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) == 0;
+    }
+
+    /// All datagrams so far; call when the sender has ended. Loopback delivers before the sender's call
+    /// returns.
+    const std::vector<Bytes>& datagrams()
+    {
+        finish();
+        return m_datagrams;
+    }
+
+    std::string target(const std::string& scheme, const std::string& host = "127.0.0.1") const
+    {
+        return scheme + "://" + host + ":" + std::to_string(m_port);
+    }
+
+    int timeToLive() const { return m_timeToLive; }
+    bool hasSome() const { return m_some; }
+
+private:
+    void finish()
+    {
+        m_finish = true;
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+
+    void receive()
+    {
+        pollfd waiting{m_socket, POLLIN, 0};
+        for (;;) {
+            const bool last = m_finish;
+            while (::poll(&waiting, 1, last ? 0 : 20) == 1)
+                takeOne();
+            if (last)
+                return;
+        }
+    }
+
+    void takeOne()
+    {
+        Bytes bytes(65536);
+        std::array<char, 64> control{};
+        iovec data{bytes.data(), bytes.size()};
+        msghdr message{};
+        message.msg_iov = &data;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        const ssize_t size = ::recvmsg(m_socket, &message, 0);
+        if (size < 0)
+            return;
+        const cmsghdr* header = CMSG_FIRSTHDR(&message);
+        if (header != nullptr && header->cmsg_type == IP_TTL)
+            m_timeToLive = *reinterpret_cast<const int*>(CMSG_DATA(header));
+        bytes.resize(static_cast<std::size_t>(size));
+        m_datagrams.push_back(std::move(bytes));
+        m_some = true;
+    }
+
+    int m_socket;
+    std::uint16_t m_port = 0;
+    std::atomic<bool> m_finish{false};
+    std::atomic<bool> m_some{false};
+    std::atomic<int> m_timeToLive{0};
+    std::vector<Bytes> m_datagrams; // of the thread, until it is joined
+    std::thread m_thread;
+};
+
+/// tessary-send running; its outputs go to one file.
+class Sending
+{
+public:
+    explicit Sending(std::vector<std::string> arguments)
+        : m_output(writeFile("output.txt", {}))
+    {
+        arguments.insert(arguments.begin(), TESSARY_SEND);
+        std::vector<char*> pointers;
+        for (std::string& argument : arguments)
+            pointers.push_back(argument.data());
+        pointers.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        ::posix_spawn_file_actions_init(&actions);
+        ::posix_spawn_file_actions_addopen(&actions, 1, m_output.c_str(), O_WRONLY | O_APPEND, 0);
+        ::posix_spawn_file_actions_adddup2(&actions, 1, 2);
+        if (::posix_spawn(&m_process, TESSARY_SEND, &actions, nullptr, pointers.data(), environ) != 0)
+            ADD_FAILURE() << TESSARY_SEND << " can not be started";
+        ::posix_spawn_file_actions_destroy(&actions);
+    }
+
+    ~Sending()
+    {
+        if (m_process > 0) {
+            ::kill(m_process, SIGKILL);
+            wait();
+        }
+        std::remove(m_output.c_str());
+    }
+
+    /// Exit status, or -1 when a signal ended it.
+    int wait()
+    {
+        int status = 0;
+        ::waitpid(m_process, &status, 0);
+        m_process = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    void signal(int number) const { ::kill(m_process, number); }
+
+    std::string output() const
+    {
+        std::ifstream file(m_output);
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
+
+    /// A number of the JSON line; -1 when it is not there.
+    double figure(const std::string& name) const
+    {
+        const std::string text = output();
+        const std::size_t at = text.find("\"" + name + "\": ");
+        return at == std::string::npos ? -1 : std::strtod(text.c_str() + at + name.size() + 4, nullptr);
+    }
+
+private:
+    std::string m_output;
+    pid_t m_process = -1;
+};
+
+Bytes joined(const std::vector<Bytes>& datagrams, std::size_t headerBytes = 0)
+{
+    Bytes all;
+    for (const Bytes& datagram : datagrams)
+        all.insert(all.end(), datagram.begin() + static_cast<std::ptrdiff_t>(headerBytes), datagram.end());
+    return all;
+}
+
+unsigned word(const Bytes& bytes, std::size_t at)
+{
+    return static_cast<unsigned>(bytes[at] << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3]);
+}
+
+class Loopback : public ::testing::Test
+{
+protected:
+    static constexpr std::size_t Packets = 1000; // no multiple of 7
+    static constexpr double Rate = 8e6;
+
+    const Bytes stream = smallStream(Packets, Rate);
+    const std::string file = writeFile("loopback.ts", stream);
+    Receiver receiver;
+
+    void TearDown() override { std::remove(file.c_str()); }
+};
+
+TEST_F(Loopback, ASinglePassArrivesUnchanged)
+{
+    Sending sending({file, receiver.target("udp"), "--json"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    const auto& datagrams = receiver.datagrams();
+    ASSERT_EQ(datagrams.size(), 143U);
+    EXPECT_EQ(datagrams.front().size(), 1316U);
+    EXPECT_EQ(datagrams.back().size(), 6U * 188U);
+    EXPECT_EQ(joined(datagrams), stream);
+    EXPECT_EQ(sending.figure("datagrams"), 143);
+    EXPECT_EQ(sending.figure("ts_packets"), Packets);
+    EXPECT_EQ(sending.figure("ts_bytes"), Packets * 188.0);
+    EXPECT_EQ(sending.figure("frame_bits"), (Packets * 188.0 + 143 * 42) * 8);
+    EXPECT_NEAR(sending.figure("target_ts_bits_per_second"), Rate, 100);
+}
+
+TEST_F(Loopback, NoDatagramGoesBeforeItsTime)
+{
+    Sending sending({file, receiver.target("udp"), "--json", "--bitrate", "4M"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    EXPECT_GE(sending.figure("seconds"), Packets * 188 * 8 / 4e6 - 0.000'1);
+}
+
+TEST_F(Loopback, RtpDatagramsHaveConsecutiveNumbersAndTheStreamsTime)
+{
+    Sending sending({file, receiver.target("rtp"), "--json", "--bitrate", "8M"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    const auto& datagrams = receiver.datagrams();
+    ASSERT_EQ(datagrams.size(), 143U);
+    EXPECT_EQ(joined(datagrams, 12), stream);
+    EXPECT_EQ(sending.figure("frame_bits"), (Packets * 188.0 + 143 * 54) * 8);
+    for (std::size_t i = 0; i < datagrams.size(); ++i) {
+        ASSERT_EQ(word(datagrams[i], 0) >> 16, 0x8021U);
+        EXPECT_EQ((word(datagrams[i], 0) - word(datagrams[0], 0)) & 0xFFFFU, i);
+        EXPECT_EQ(word(datagrams[i], 8), word(datagrams[0], 8));
+        const double ticks = static_cast<double>(i) * 7 * 188 * 8 / 8e6 * 90'000;
+        EXPECT_NEAR(word(datagrams[i], 4) - word(datagrams[0], 4), ticks, 1);
+    }
+}
+
+TEST_F(Loopback, ARepeatedStreamHasNoSeam)
+{
+    Sending sending({file, receiver.target("udp"), "--loop=3", "--json"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    const Bytes sent = joined(receiver.datagrams());
+    ASSERT_EQ(sent.size(), 3 * stream.size());
+    EXPECT_EQ(strictErrors(sent), 0U);
+    EXPECT_EQ(sending.figure("passes"), 3);
+    // Every PCR is where the rate puts it, over both seams; one pass is whole 90 kHz periods, so a seam may
+    // be 299 ticks short.
+    for (std::size_t at = 0; at < sent.size(); at += 188) {
+        if ((sent[at + 3] & 0x20U) != 0) {
+            EXPECT_NEAR(
+                static_cast<double>(pcrOf(&sent[at])), static_cast<double>(at) * 8 / Rate * 27e6, 1000);
+        }
+    }
+}
+
+TEST_F(Loopback, WithoutRestampingEachPassIsTheFile)
+{
+    Sending sending({file, receiver.target("udp"), "--loop=2", "--no-restamp"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    Bytes twice = stream;
+    twice.insert(twice.end(), stream.begin(), stream.end());
+    EXPECT_EQ(joined(receiver.datagrams()), twice);
+}
+
+TEST_F(Loopback, ErrorsPutInAreFoundToTheUnit)
+{
+    Sending sending(
+        {file, receiver.target("udp"), "--loop", "--duration", "2", "--cc-errors-per-second", "9", "--json"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    EXPECT_EQ(sending.figure("injected_cc_errors"), 18);
+    EXPECT_EQ(strictErrors(joined(receiver.datagrams())), 18U);
+}
+
+TEST_F(Loopback, TheCountLimitEndsInTheMiddleOfAFile)
+{
+    Sending sending({file, receiver.target("udp"), "--loop", "--count", "500", "--packets", "1",
+        "--datagram-rate", "5k", "--json"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    const auto& datagrams = receiver.datagrams();
+    ASSERT_EQ(datagrams.size(), 500U);
+    for (const Bytes& datagram : datagrams)
+        ASSERT_EQ(datagram.size(), 188U);
+    EXPECT_EQ(sending.figure("target_ts_bits_per_second"), 5000 * 188 * 8);
+}
+
+TEST_F(Loopback, PacketsGrowTo204BytesOnDemand)
+{
+    Sending sending({file, receiver.target("udp"), "--packet-size", "204", "--count", "10"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    const auto& datagrams = receiver.datagrams();
+    ASSERT_EQ(datagrams.size(), 10U);
+    EXPECT_EQ(datagrams[0].size(), 7U * 204U);
+    for (std::size_t i = 0; i < 7; ++i)
+        EXPECT_TRUE(std::equal(&stream[i * 188], &stream[i * 188] + 188, &datagrams[0][i * 204]));
+}
+
+TEST_F(Loopback, ARecordingWith204BytePacketsArrivesUnchanged)
+{
+    std::ifstream sample(std::string(TESSARY_SAMPLES) + "/isdbt-204-b.ts", std::ios::binary);
+    if (!sample)
+        GTEST_SKIP() << "no recorded streams at " << TESSARY_SAMPLES;
+    const Bytes bytes{std::istreambuf_iterator<char>(sample), std::istreambuf_iterator<char>()};
+    Sending sending(
+        {std::string(TESSARY_SAMPLES) + "/isdbt-204-b.ts", receiver.target("udp"), "--bitrate", "4M"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    const auto& datagrams = receiver.datagrams();
+    ASSERT_EQ(datagrams.size(), 47U);
+    EXPECT_EQ(datagrams[0].size(), 7U * 204U);
+    EXPECT_EQ(joined(datagrams), bytes);
+}
+
+TEST_F(Loopback, MulticastLeavesByTheNamedInterfaceWithTheTimeToLive)
+{
+    if (!receiver.join("239.255.77.78"))
+        GTEST_SKIP() << "no multicast on loopback here";
+    Sending sending(
+        {file, receiver.target("udp", "239.255.77.78"), "--interface", "lo", "--ttl", "9", "--count", "20"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    EXPECT_EQ(receiver.datagrams().size(), 20U);
+    EXPECT_EQ(receiver.timeToLive(), 9);
+}
+
+TEST_F(Loopback, ASignalEndsItWithTheCount)
+{
+    for (const int number : {SIGINT, SIGTERM}) {
+        Receiver fresh;
+        Sending sending({file, fresh.target("udp"), "--loop", "--json"});
+        while (!fresh.hasSome())
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        sending.signal(number);
+        ASSERT_EQ(sending.wait(), 0) << sending.output();
+        EXPECT_EQ(sending.figure("datagrams"), static_cast<double>(fresh.datagrams().size()));
+    }
+}
+
+TEST_F(Loopback, AStopFileEndsItWithTheCount)
+{
+    const std::string stop = ::testing::TempDir() + "tessary-sender-stop-" + std::to_string(::getpid());
+    std::remove(stop.c_str());
+    Sending sending({file, receiver.target("udp"), "--loop", "--json", "--stop-file", stop});
+    while (!receiver.hasSome())
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::ofstream(stop) << "";
+    EXPECT_EQ(sending.wait(), 0) << sending.output();
+    std::remove(stop.c_str());
+    EXPECT_EQ(sending.figure("datagrams"), static_cast<double>(receiver.datagrams().size()));
+}
+
+TEST_F(Loopback, FailuresHaveExitStatusesAndSayWhatToDo)
+{
+    const std::string target = receiver.target("udp");
+    const std::vector<std::pair<std::vector<std::string>, int>> cases{
+        {{file, target, "--interface", "no-such-link"}, 1},
+        {{file, "udp://255.255.255.255:9"},
+            1}, // broadcast needs a permission that the socket does not ask for
+        {{file, target, "--packet-size", "7"}, 2},
+        {{"/no/such/file.ts", target}, 3},
+        {{writeFile("nopcr.ts", packet(100, 0)), target}, 3},
+    };
+    for (const auto& [arguments, status] : cases) {
+        Sending sending(arguments);
+        EXPECT_EQ(sending.wait(), status) << sending.output();
+        EXPECT_EQ(sending.output().find("tessary-send: "), 0U) << sending.output();
+        EXPECT_NE(sending.output().find(';'), std::string::npos) << "no remedy: " << sending.output();
+    }
+    std::remove(cases.back().first.front().c_str());
+    EXPECT_TRUE(receiver.datagrams().empty());
+}
+
+} // namespace
