@@ -1,0 +1,89 @@
+#include "systemsuite.h"
+
+#include <chrono>
+#include <iostream>
+#include <QFileInfo>
+#include <thread>
+
+namespace {
+
+using namespace tessary;
+using namespace tessary::test;
+
+// demo.ts is on the air; 200 times the same command. Expected: descriptors, threads and resident memory end
+// where they were after the tenth time, when every library has loaded what it keeps.
+
+class Endurance : public SystemSuite
+{
+protected:
+    static constexpr int rounds = 200;
+    static constexpr int warmUp = 10;
+    // The C library keeps freed memory in one arena per thread, and the pipelines' threads come and go, so
+    // the resident size wanders by a few MiB. A lost pipeline, bus thread, stack or receive buffer would be
+    // more than 100 KiB a round: 20 MiB and above.
+    static constexpr long residentToleranceKiB = 10 * 1024;
+
+    void SetUp() override
+    {
+        if (!QFileInfo::exists(madeStream("demo.ts")))
+            FAIL() << madeStream("demo.ts").toStdString()
+                   << " is missing; make it: bench/streams/make-streams build/streams";
+        const std::string address = instrument().ethernetAddress().toStdString();
+        controller().setServer({client::StreamServer::Protocol::Udp, address, 5040, 0, 0});
+        m_stream.emplace(instrument().send(
+            {madeStream("demo.ts"), QString::fromStdString("udp://" + address + ":5040"), "--loop"}));
+        controller().scan();
+    }
+    void TearDown() override { m_stream.reset(); }
+
+    /// The daemon's resources once the pipelines' idle pool threads have ended: when two looks a second apart
+    /// agree.
+    static DaemonResources settledResources()
+    {
+        DaemonResources last = instrument().daemonResources();
+        const auto agree = [&last] {
+            std::this_thread::sleep_for(std::chrono::seconds(1));
+            const DaemonResources next = instrument().daemonResources();
+            const bool same = next.threads == last.threads && next.descriptors == last.descriptors;
+            last = next;
+            return same;
+        };
+        waitUntil(agree, 30000);
+        return last;
+    }
+
+    static void expectSteady(const std::function<void(int)>& once)
+    {
+        DaemonResources early;
+        for (int round = 1; round <= rounds; ++round) {
+            once(round);
+            if (round == warmUp)
+                early = settledResources();
+        }
+        const DaemonResources late = settledResources();
+        std::cout << "after " << warmUp << ": " << early.descriptors << " descriptors, " << early.threads
+                  << " threads, " << early.residentKiB << " KiB; after " << rounds << ": " << late.descriptors
+                  << ", " << late.threads << ", " << late.residentKiB << " KiB\n";
+        ASSERT_GT(early.descriptors, 0);
+        EXPECT_LE(late.descriptors, early.descriptors);
+        EXPECT_LE(late.threads, early.threads);
+        EXPECT_LE(late.residentKiB, early.residentKiB + residentToleranceKiB);
+    }
+
+    std::optional<RunningStream> m_stream;
+};
+
+TEST_F(Endurance, TwoHundredScansLeaveNothingBehind)
+{
+    expectSteady([](int) { controller().scan(); });
+    EXPECT_TRUE(waitUntil([] { return !controller().streamInfo().empty(); }, 10000))
+        << "the last scan finds nothing";
+}
+
+TEST_F(Endurance, TwoHundredPlaysLeaveNothingBehind)
+{
+    expectSteady([](int round) { controller().play(1 + round % 3); });
+    EXPECT_EQ(controller().playerStatus(), "running");
+}
+
+} // namespace

@@ -1,0 +1,230 @@
+#include "instrument.h"
+
+#include "daemonlog.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QThread>
+#include <stdexcept>
+
+namespace tessary::test {
+
+namespace {
+
+constexpr int startMilliseconds =
+    600000; // the first start on a machine downloads and installs packages for the instrument
+constexpr int stopMilliseconds = 30000;
+
+const QString instrumentProgram = QStringLiteral(TESSARY_SOURCE_DIR "/bench/instrument");
+const QString buildFolder = QStringLiteral(TESSARY_BUILD_DIR);
+
+[[noreturn]] void fail(const QString& what, const QByteArray& words)
+{
+    throw std::runtime_error((what + ": " + QString::fromUtf8(words).trimmed()).toStdString());
+}
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QString daemonUnderTest()
+{
+    return qEnvironmentVariable("TESSARY_SYSTEM_DAEMON", buildFolder + "/src/tessary");
+}
+
+bool daemonHas(const char* symbol)
+{
+    return contentOf(daemonUnderTest()).contains(symbol);
+}
+
+} // namespace
+
+RunningStream::RunningStream(std::unique_ptr<GuardedProcess> process)
+    : m_process(std::move(process))
+{
+}
+
+bool RunningStream::waitUntilSent(int milliseconds)
+{
+    return m_process->waitForFinished(milliseconds) && m_process->exitCode() == 0;
+}
+
+QByteArray RunningStream::errors()
+{
+    return m_process->readAllStandardError();
+}
+
+Instrument::Instrument(bool startDaemon)
+    : m_folder("/run/tessary-test-XXXXXX")
+    , m_runner(std::make_unique<GuardedProcess>())
+{
+    if (!m_folder.isValid())
+        fail("no run directory", m_folder.errorString().toUtf8());
+    QDir(m_folder.path()).mkpath("io");
+    m_runner->setProcessChannelMode(QProcess::MergedChannels);
+    m_runner->setStandardOutputFile(path("runner.log"));
+    m_runner->start(instrumentProgram, runArguments(startDaemon));
+    waitUntilReady();
+}
+
+Instrument::~Instrument()
+{
+    m_runner->endGracefully(stopMilliseconds);
+}
+
+QStringList Instrument::runArguments(bool startDaemon) const
+{
+    QStringList arguments{
+        "run", "--run-dir", m_folder.path(), "--build", buildFolder, "--daemon", daemonUnderTest()};
+    if (!startDaemon)
+        arguments << "--no-daemon";
+    const QString suppressions = QStringLiteral(TESSARY_SOURCE_DIR "/script/suppressions/");
+    const auto pass = [&](const char* variable, const QString& standard) {
+        const QString options = daemonSanitizerOptions(variable, standard, sharedFile({}));
+        arguments << "--daemon-env" << QString::fromLatin1(variable) + "=" + options;
+    };
+    if (daemonHas("__asan_init")) {
+        pass("ASAN_OPTIONS", "detect_stack_use_after_return=1:strict_string_checks=1");
+        pass("UBSAN_OPTIONS", "print_stacktrace=1:halt_on_error=1");
+        pass("LSAN_OPTIONS", "suppressions=" + suppressions + "lsan.supp:print_suppressions=0");
+    }
+    if (daemonHas("__tsan_init")) {
+        pass("TSAN_OPTIONS", "suppressions=" + suppressions + "tsan.supp:ignore_noninstrumented_modules=1");
+        arguments << "--setarch";
+    }
+    return arguments;
+}
+
+bool Instrument::daemonIsSanitized()
+{
+    static const bool sanitized = daemonHas("__asan_init") || daemonHas("__tsan_init");
+    return sanitized;
+}
+
+void Instrument::waitUntilReady()
+{
+    const auto isReady = [this] { return contentOf(path("runner.log")).endsWith("ready\n"); };
+    const auto hasEnded = [this] {
+        m_runner->waitForFinished(0);
+        return m_runner->state() == QProcess::NotRunning;
+    };
+    waitUntil([&] { return isReady() || hasEnded(); }, startMilliseconds);
+    if (!isReady())
+        fail("the virtual instrument did not start", contentOf(path("runner.log")));
+}
+
+client::SerialLine Instrument::openController() const
+{
+    return client::SerialLine(path("controller").toStdString());
+}
+
+CommandResult Instrument::exec(const QStringList& command, int milliseconds) const
+{
+    return runCommand(
+        instrumentProgram, QStringList{"exec", "--run-dir", m_folder.path()} + command, milliseconds);
+}
+
+QByteArray Instrument::shell(const QString& line) const
+{
+    const CommandResult result =
+        exec({"dash", "-c", line}); // dash, so that the recorder's sh does not note it
+    if (!result.ok())
+        fail(line, result.errors);
+    return result.output;
+}
+
+RunningStream Instrument::send(const QStringList& senderArguments) const
+{
+    auto process = std::make_unique<GuardedProcess>();
+    const QString sender = buildFolder + "/bench/sender/tessary-send";
+    process->start(instrumentProgram,
+        QStringList{"exec", "--run-dir", m_folder.path(), "--sender", sender} + senderArguments);
+    if (!process->waitForStarted())
+        fail("the stream sender did not start", process->errorString().toUtf8());
+    return RunningStream(std::move(process));
+}
+
+QString Instrument::ethernetAddress() const
+{
+    QString address;
+    const auto known = [&] {
+        const QByteArray words = shell("ip -4 -o address show dev eth0");
+        const int begin = words.indexOf("inet ");
+        const int end = words.indexOf('/', begin);
+        if (begin >= 0 && end > begin)
+            address = QString::fromLatin1(words.mid(begin + 5, end - begin - 5));
+        return !address.isEmpty();
+    };
+    if (!waitUntil(known, 20000))
+        fail("eth0 has no address", contentOf(path("services.log")).right(2000));
+    return address;
+}
+
+CommandResult Instrument::control(const QStringList& arguments, int milliseconds) const
+{
+    return runCommand(instrumentProgram, arguments + QStringList{"--run-dir", m_folder.path()}, milliseconds);
+}
+
+void Instrument::setLink(bool up) const
+{
+    const CommandResult result = control({"link", up ? "up" : "down"}, 20000);
+    if (!result.ok())
+        fail("the link could not be changed", result.errors);
+}
+
+void Instrument::daemon(const QString& action) const
+{
+    const CommandResult result = control({"daemon", action}, 40000);
+    if (!result.ok())
+        fail("daemon " + action, result.errors);
+}
+
+qint64 Instrument::daemonPid() const
+{
+    const CommandResult result = control({"daemon", "pid"}, 20000);
+    return result.ok() ? result.output.trimmed().split(' ').value(0).toLongLong() : 0;
+}
+
+DaemonResources Instrument::daemonResources() const
+{
+    const QString process = "/proc/" + QString::number(daemonPid());
+    DaemonResources resources;
+    resources.descriptors =
+        QDir(process + "/fd").entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+    for (const QByteArray& line : contentOf(process + "/status").split('\n')) {
+        const QByteArray value = line.mid(line.indexOf(':') + 1).trimmed().split(' ').value(0);
+        if (line.startsWith("Threads:"))
+            resources.threads = value.toInt();
+        if (line.startsWith("VmRSS:"))
+            resources.residentKiB = value.toLong();
+    }
+    return resources;
+}
+
+QByteArray Instrument::daemonLog() const
+{
+    return contentOf(path("daemon.log"));
+}
+
+bool waitUntil(const std::function<bool()>& condition, int milliseconds)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition()) {
+        if (clock.elapsed() > milliseconds)
+            return condition();
+        QThread::msleep(20);
+    }
+    return true;
+}
+
+QString madeStream(const QString& name)
+{
+    return qEnvironmentVariable("TESSARY_STREAMS", QStringLiteral(TESSARY_STREAMS)) + "/" + name;
+}
+
+} // namespace tessary::test

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "client/serialline.h"
+#include "commandresult.h"
+#include "records.h"
+
+#include <functional>
+#include <memory>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <vector>
+
+namespace tessary::test {
+
+/// What the kernel says of the running daemon.
+struct DaemonResources
+{
+    int descriptors = 0; ///< open files, sockets and pipes
+    int threads = 0;
+    long residentKiB = 0;
+};
+
+/// A stream on its way to the instrument; stops when the object ends.
+class RunningStream
+{
+public:
+    explicit RunningStream(std::unique_ptr<GuardedProcess> process);
+
+    /// Waits until everything has been sent (of a stream that is not repeated without end).
+    bool waitUntilSent(int milliseconds);
+    QByteArray errors();
+
+private:
+    std::unique_ptr<GuardedProcess> m_process;
+};
+
+/// A virtual instrument of the test's own, with a run directory of its own. It is stopped when the object
+/// ends, and when the test program ends in any other way. Throws std::runtime_error, with the instrument's
+/// own words, when something can not be done.
+class Instrument
+{
+public:
+    /// Starts it and waits until it is ready. With `startDaemon` false the daemon waits for daemon("start"),
+    /// so that a test can prepare the instrument's files before.
+    explicit Instrument(bool startDaemon = true);
+    ~Instrument();
+    Instrument(const Instrument&) = delete;
+    Instrument& operator=(const Instrument&) = delete;
+
+    QString path(const QString& file) const { return m_folder.path() + "/" + file; }
+    /// A file of the folder that the instrument shows as /run/bench.
+    QString sharedFile(const QString& file) const { return path("io/" + file); }
+
+    /// The controller's end of the serial line.
+    client::SerialLine openController() const;
+
+    /// Runs a program inside the instrument.
+    CommandResult exec(const QStringList& command, int milliseconds = 60000) const;
+    /// Runs one shell line inside the instrument; throws when it fails.
+    QByteArray shell(const QString& line) const;
+
+    /// Sends a stream from the far end of eth0 with these arguments of the sender program.
+    RunningStream send(const QStringList& senderArguments) const;
+    /// The address that eth0 has got, waiting for it at most 20 s.
+    QString ethernetAddress() const;
+    /// Takes the far end of eth0 up or down.
+    void setLink(bool up) const;
+
+    /// "start", "stop", "kill", "restart".
+    void daemon(const QString& action) const;
+    /// PID on the host, or 0 when it does not run.
+    qint64 daemonPid() const;
+    DaemonResources daemonResources() const;
+    QByteArray daemonLog() const;
+
+    std::vector<RecordedCommand> commands() const { return readCommands(path("commands.log")); }
+    std::vector<LineEntry> lineLog() const { return readLineLog(path("line.log")); }
+
+    /// The daemon is built with ThreadSanitizer or AddressSanitizer: everything takes several times as long.
+    static bool daemonIsSanitized();
+
+private:
+    CommandResult control(const QStringList& arguments, int milliseconds) const;
+    QStringList runArguments(bool startDaemon) const;
+    void waitUntilReady();
+
+    QTemporaryDir m_folder;
+    std::unique_ptr<GuardedProcess> m_runner;
+};
+
+/// Asks every 20 ms until `condition` holds or the time is over; tells whether it holds.
+bool waitUntil(const std::function<bool()>& condition, int milliseconds);
+
+/// Path of a stream made for the demo and the tests (demo.ts and others).
+QString madeStream(const QString& name);
+
+} // namespace tessary::test

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "client/controller.h"
+#include "instrument.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tessary::test {
+
+/// One instrument for all tests of a suite, its daemon started and greeted. After the suite the daemon must
+/// still be alive and no sanitizer may have found anything.
+class SystemSuite : public testing::Test
+{
+protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+
+    /// A fresh daemon on the same instrument; returns when it has greeted and answers.
+    static void restartDaemon();
+
+    static Instrument& instrument() { return *s_instrument; }
+    static client::SerialLine& line() { return *s_line; }
+    static client::Controller& controller() { return *s_controller; }
+
+    /// Nothing but the answer to "version?" comes: the daemon lives, and what was sent before has no reply.
+    static void expectOnlyVersionAnswers();
+    /// The same after bytes that may have left a command cut in two: an empty line ends it first.
+    static std::string everythingUntilVersion();
+
+    /// Times grow in builds with a sanitizer.
+    static int patiently(int milliseconds)
+    {
+        return Instrument::daemonIsSanitized() ? milliseconds * 4 : milliseconds;
+    }
+
+private:
+    static std::unique_ptr<Instrument> s_instrument;
+    static std::optional<client::SerialLine> s_line;
+    static std::optional<client::Controller> s_controller;
+};
+
+/// "SV: mx8 1.4 FPGA: ...\n".
+bool isVersionLine(const std::string& text);
+
+} // namespace tessary::test
