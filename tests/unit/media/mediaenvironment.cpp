@@ -1,0 +1,54 @@
+#include "mediaenvironment.h"
+
+#include "media/mpegts.h"
+#include "standins.h"
+#include "support/privatemachine.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <memory>
+#include <QCoreApplication>
+
+namespace {
+
+std::string privateMachineReason;
+
+class MediaEnvironment : public ::testing::Environment
+{
+public:
+    void SetUp() override
+    {
+        privateMachineReason = privatemachine::enter(); // before any thread is started
+        setenv("GST_REGISTRY", UNIT_MEDIA_REGISTRY, 1);
+        unsetenv("GST_PLUGIN_PATH"); // only the system's plug-ins and the stand-ins
+        m_application = std::make_unique<QCoreApplication>(m_argumentCount, m_arguments);
+        gst_init(nullptr, nullptr);
+        gst_mpegts_initialize();
+        standins::add();
+    }
+
+    void TearDown() override { m_application.reset(); }
+
+private:
+    int m_argumentCount = 1;
+    char m_name[11] = "media_test";
+    char* m_arguments[2] = {m_name, nullptr};
+    std::unique_ptr<QCoreApplication> m_application;
+};
+
+} // namespace
+
+namespace mediaenvironment {
+
+const std::string& noPrivateMachine()
+{
+    return privateMachineReason;
+}
+
+bool prepare()
+{
+    static ::testing::Environment* const known = ::testing::AddGlobalTestEnvironment(new MediaEnvironment); // gtest owns it
+    return known != nullptr;
+}
+
+} // namespace mediaenvironment
