@@ -19,7 +19,8 @@ public:
     void SetUp() override
     {
         privateMachineReason = privatemachine::enter(); // before any thread is started
-        setenv("GST_REGISTRY", UNIT_MEDIA_REGISTRY, 1);
+        setenv("GST_REGISTRY", UNIT_MEDIA_FOLDER "/gstreamer-registry.bin", 1);
+        setenv("GST_DEBUG_DUMP_DOT_DIR", UNIT_MEDIA_FOLDER, 1);
         unsetenv("GST_PLUGIN_PATH"); // only the system's plug-ins and the stand-ins
         m_application = std::make_unique<QCoreApplication>(m_argumentCount, m_arguments);
         gst_init(nullptr, nullptr);
@@ -43,6 +44,11 @@ namespace mediaenvironment {
 const std::string& noPrivateMachine()
 {
     return privateMachineReason;
+}
+
+std::string graphFolder()
+{
+    return UNIT_MEDIA_FOLDER;
 }
 
 bool prepare()

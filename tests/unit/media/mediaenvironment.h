@@ -12,4 +12,7 @@ bool prepare();
 /// Empty, or why there is no private /dev here (tests of the console then skip with it).
 const std::string& noPrivateMachine();
 
+/// Where GStreamer writes pipeline graphs.
+std::string graphFolder();
+
 } // namespace mediaenvironment

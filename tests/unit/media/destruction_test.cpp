@@ -1,0 +1,119 @@
+// The end of the object: modes, tables, bus thread and pipeline, also when the bus thread is held up.
+#include "madesections.h"
+#include "media/gstimpl.h"
+#include "mediatest.h"
+
+#include <chrono>
+#include <QCoreApplication>
+
+namespace {
+
+using Names = std::vector<std::string>;
+using Clock = std::chrono::steady_clock;
+
+class Destruction : public MediaTest
+{
+protected:
+    ~Destruction() override { g_weak_ref_clear(&m_pipeline); }
+
+    /// Makes the object and notes its pipeline without keeping it.
+    gstImpl& makeWatched()
+    {
+        gstImpl& impl = make();
+        g_weak_ref_init(&m_pipeline, pipeline());
+        return impl;
+    }
+
+    bool pipelineGone()
+    {
+        gpointer found = g_weak_ref_get(&m_pipeline);
+        if (found)
+            g_object_unref(found);
+        return found == nullptr;
+    }
+
+    int referencesToPipeline() { return GST_OBJECT_REFCOUNT_VALUE(pipeline()); }
+
+    /// Seconds that deleting the object takes.
+    double secondsToDestroy()
+    {
+        const Clock::time_point start = Clock::now();
+        destroyPlainly();
+        return std::chrono::duration<double>(Clock::now() - start).count();
+    }
+
+private:
+    GWeakRef m_pipeline{};
+};
+
+TEST_F(Destruction, OfAnObjectThatNeverStartedEndsTheThreadWithoutStop)
+{
+    makeWatched();
+    log.forget();
+    const double seconds = secondsToDestroy();
+    EXPECT_EQ(log.lines(), Names{"------------------gstImpl Destruct ------------------"}); // no "stop" banner
+    EXPECT_TRUE(pipelineGone());
+    EXPECT_LT(seconds, 4.0); // the bus loop notices within its poll of one second
+}
+
+TEST_F(Destruction, WhileAModeIsActiveStopsItFirst)
+{
+    makeWatched().scan();
+    log.forget();
+    destroy();
+    EXPECT_EQ(log.lines(),
+        (Names{"------------------gstImpl stop ------------------", "------------------gstImpl Destruct ------------------"}));
+    EXPECT_TRUE(pipelineGone());
+}
+
+TEST_F(Destruction, AfterTheEndOfAStreamReleasesTheBranchesThatStayed)
+{
+    makeWatched().scan();
+    GWeakRef branch;
+    g_weak_ref_init(&branch, element("tsparse"));
+    gst_element_post_message(pipeline(), gst_message_new_eos(GST_OBJECT(pipeline())));
+    ASSERT_TRUE(prints.waitFor("EOS\n"));
+    ASSERT_TRUE(reaches(GST_STATE_NULL));
+    log.forget();
+    destroy();
+    EXPECT_FALSE(log.contains("------------------gstImpl stop ------------------"));
+    EXPECT_TRUE(pipelineGone());
+    EXPECT_EQ(g_weak_ref_get(&branch), nullptr);
+    g_weak_ref_clear(&branch);
+}
+
+TEST_F(Destruction, WaitsFiveSecondsForAHeldUpBusThreadAndLeavesNothingBehind)
+{
+    makeWatched();
+    prints.holdAt("new PAT received\n"); // nobody reads standard output any more
+    madesections::post(pipeline(), madesections::pat({1, 2}));
+    ASSERT_TRUE(prints.waitUntilHeld());
+    log.forget();
+    const double seconds = secondsToDestroy();
+    EXPECT_GE(seconds, 4.9);
+    EXPECT_LT(seconds, 20.0);
+    EXPECT_EQ(log.lines(), Names{"------------------gstImpl Destruct ------------------"});
+    EXPECT_FALSE(pipelineGone()); // the held thread may yet touch it
+
+    prints.release(); // the thread goes on, sees the request, and takes the rest along
+    for (int waitedMs = 0; waitedMs < 5000 && !pipelineGone(); waitedMs += 10) {
+        g_usleep(10000);
+        QCoreApplication::processEvents();
+    }
+    EXPECT_TRUE(pipelineGone());
+    for (int i = 0; i < 20; ++i) { // the thread object is deleted by the main thread's event loop
+        g_usleep(10000);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+}
+
+TEST_F(Destruction, ManyObjectsInTurnLeaveNoPipelineAndNoThread)
+{
+    for (int i = 0; i < 10; ++i) {
+        makeWatched().play(i);
+        destroy();
+        EXPECT_TRUE(pipelineGone()) << i;
+    }
+}
+
+} // namespace
