@@ -18,3 +18,6 @@ def main():
         return 1
     except BrokenPipeError:
         return 1
+    except OSError as error:
+        print(f"instrument: {error}", file=sys.stderr)
+        return 1

@@ -163,7 +163,11 @@ def fork_init(settings):
     own_namespace = os.open("/proc/self/ns/pid", os.O_RDONLY | os.O_CLOEXEC)
     sys.stdout.flush()
     sys.stderr.flush()
-    syscalls.unshare(syscalls.CLONE_NEWPID)
+    try:
+        syscalls.unshare(syscalls.CLONE_NEWPID)
+    except OSError as error:
+        raise BenchError(f"namespaces can not be made here: {error.strerror}",
+                         "use a real or virtual machine, or a container that may do this (--privileged)") from error
     pid = os.fork()
     if pid == 0:
         ours.close()

@@ -64,6 +64,9 @@ def _say(text):
 def _make(folder, archive):
     _say(f"making the package layer once for this host: {' '.join(PACKAGES)}")
     partial = archive + ".partial"
+    for name in os.listdir(folder):
+        if name.startswith("making-"):
+            os.rmdir(os.path.join(folder, name))  # mount point of a maker that was killed
     scratch = tempfile.mkdtemp(prefix="making-", dir=folder)
     child = os.fork()
     if child == 0:
@@ -114,8 +117,8 @@ def _run_maker(scratch, partial):
 
 def _install(scratch):
     root = overlay.mount_root(scratch)
-    for kind, where in (("proc", "proc"), ("tmpfs", "run"), ("tmpfs", "tmp")):
-        syscalls.mount(kind, os.path.join(root, where), kind, syscalls.MS_NOSUID | syscalls.MS_NODEV)
+    for where in ("run", "tmp"):
+        syscalls.mount(where, os.path.join(root, where), "tmpfs", syscalls.MS_NOSUID | syscalls.MS_NODEV)
     syscalls.mount("sysfs", os.path.join(root, "sys"), "sysfs", syscalls.MS_RDONLY)
     overlay.make_dev(os.path.join(root, "dev"))
     _replace(os.path.join(root, "usr/sbin/policy-rc.d"), "#!/bin/sh\nexit 101\n", 0o755)
@@ -131,9 +134,15 @@ def _apt_get(root):
                "-o", "Dpkg::Options::=--force-confdef", "-o", "Dpkg::Options::=--force-confold",
                "-o", "Dpkg::Options::=--force-unsafe-io", "install", *PACKAGES]
 
+    # Processes of their own: the packages' scripts neither see nor reach the host's, and all end with this one.
+    # The shell stays as their first process, for apt-get changes its user and so loses what ends it with its parent.
+    inside = ["setpriv", "--pdeathsig", "KILL", "unshare", "--pid", "--fork", f"--mount-proc={root}/proc",
+              "chroot", root, "setpriv", "--bounding-set=-sys_module,-sys_boot,-sys_time,-sys_rawio",
+              "--pdeathsig", "KILL", "sh", "-c", '"$@"; exit $?', "sh"]
+
     def run(command):
-        return subprocess.run(["chroot", root, "setpriv", "--pdeathsig", "TERM", *command], env=environment,
-                              stdin=subprocess.DEVNULL, stdout=sys.stderr.fileno(), check=False).returncode
+        return subprocess.run([*inside, *command], env=environment, stdin=subprocess.DEVNULL,
+                              stdout=sys.stderr.fileno(), check=False).returncode
 
     if run(install) == 0:
         return

@@ -66,6 +66,9 @@ def _share(settings):
     os.makedirs("/run/recorder/behaviour")
     for device, terminal in settings.terminals.items():
         bind_over(HOST + terminal, device)
+    if not os.path.exists(settings.repository):  # sources and suppressions, where sanitizer builds name them
+        os.makedirs(settings.repository)
+        syscalls.bind(HOST + settings.repository, settings.repository, read_only=True)
     for source, target in settings.binds:
         bind_over(HOST + source, target)
     if settings.card_size:
@@ -130,7 +133,7 @@ def _write_machine_settings():
     shutil.rmtree("/root/.cache/gstreamer-1.0", ignore_errors=True)  # the host's elements are not the instrument's
     os.makedirs("/root/.cache/gstreamer-1.0", exist_ok=True)
     for path in ("/etc/NetworkManager/system-connections", "/etc/NetworkManager/conf.d", "/var/lib/NetworkManager",
-                 "/etc/network/interfaces.d"):
+                 "/etc/network/interfaces.d", "/etc/network/if-up.d", "/etc/network/if-post-down.d"):
         shutil.rmtree(path, ignore_errors=True)
         os.makedirs(path, 0o755)
     write_file("/etc/NetworkManager/NetworkManager.conf",

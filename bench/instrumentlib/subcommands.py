@@ -96,6 +96,7 @@ def _run(options):
     built = _built_files(options)
     machine = MachineSettings(
         scratch=paths.scratch, layer="", io_folder=paths.io, commands_log=paths.commands_log, terminals={},
+        repository=REPOSITORY,
         files=_pairs("--file", options.file), binds=_pairs("--bind", options.bind),
         card_size="" if options.card in ("0", "") else options.card,
         multiarch=sysconfig.get_config_var("MULTIARCH"), **built)
