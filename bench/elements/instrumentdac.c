@@ -45,11 +45,37 @@ static snd_pcm_uframes_t clocked_frames(const struct instrument_dac *dac)
     return dac->start_frame + (snd_pcm_uframes_t)frames;
 }
 
-static int set_tick(struct instrument_dac *dac, int64_t period_ns)
+/* Sets the timer to a time of CLOCK_MONOTONIC; 0 keeps it from firing. */
+static int set_alarm(struct instrument_dac *dac, int64_t at_ns)
 {
-    const struct timespec period = {.tv_sec = period_ns / NS_PER_S, .tv_nsec = period_ns % NS_PER_S};
-    const struct itimerspec spec = {.it_interval = period, .it_value = period};
-    return timerfd_settime(dac->timer_fd, 0, &spec, NULL) < 0 ? -errno : 0;
+    const struct itimerspec spec = {.it_value = {.tv_sec = at_ns / NS_PER_S, .tv_nsec = at_ns % NS_PER_S}};
+    return timerfd_settime(dac->timer_fd, TFD_TIMER_ABSTIME, &spec, NULL) < 0 ? -errno : 0;
+}
+
+/* How far the clock has to come until there is room for the wanted frames, or until all is played when draining. */
+static snd_pcm_uframes_t awaited_frame(const struct instrument_dac *dac, snd_pcm_uframes_t appl_ptr)
+{
+    const snd_pcm_uframes_t end = appl_ptr + dac->avail_min;
+    if (dac->io.state == SND_PCM_STATE_DRAINING)
+        return appl_ptr;
+    if (end <= dac->io.buffer_size)
+        return 0;
+    return end - dac->io.buffer_size < appl_ptr ? end - dac->io.buffer_size : appl_ptr;
+}
+
+/* Makes the descriptor readable when a waiting player has something to do: at once, at a time to come, or never as
+ * long as a full buffer is not started. `appl_ptr` is the end of what was written. */
+static int arm(struct instrument_dac *dac, snd_pcm_uframes_t appl_ptr)
+{
+    const int64_t at_once = 1;
+    const snd_pcm_uframes_t awaited = awaited_frame(dac, appl_ptr);
+    if (dac->io.state == SND_PCM_STATE_XRUN || clocked_frames(dac) >= awaited)
+        return set_alarm(dac, at_once);
+    if (dac->start_ns < 0)
+        return set_alarm(dac, 0);
+    const int64_t frames = (int64_t)(awaited - dac->start_frame);
+    const int64_t rate = dac->io.rate;
+    return set_alarm(dac, dac->start_ns + frames / rate * NS_PER_S + (frames % rate * NS_PER_S + rate - 1) / rate);
 }
 
 static int dac_prepare(snd_pcm_ioplug_t *io)
@@ -57,8 +83,7 @@ static int dac_prepare(snd_pcm_ioplug_t *io)
     struct instrument_dac *dac = io->private_data;
     dac->start_ns = -1;
     dac->start_frame = 0;
-    /* Twice a period: who waits learns about room at most half a period late. */
-    return set_tick(dac, (int64_t)io->period_size * NS_PER_S / io->rate / 2 + 1);
+    return arm(dac, io->appl_ptr);
 }
 
 static int dac_start(snd_pcm_ioplug_t *io)
@@ -66,14 +91,14 @@ static int dac_start(snd_pcm_ioplug_t *io)
     struct instrument_dac *dac = io->private_data;
     dac->start_frame = io->hw_ptr;
     dac->start_ns = now_ns();
-    return 0;
+    return arm(dac, io->appl_ptr);
 }
 
 static int dac_stop(snd_pcm_ioplug_t *io)
 {
     struct instrument_dac *dac = io->private_data;
     dac->start_ns = -1;
-    return set_tick(dac, 0);
+    return set_alarm(dac, 0);
 }
 
 static snd_pcm_sframes_t dac_pointer(snd_pcm_ioplug_t *io)
@@ -92,10 +117,10 @@ static snd_pcm_sframes_t dac_pointer(snd_pcm_ioplug_t *io)
 static snd_pcm_sframes_t dac_transfer(snd_pcm_ioplug_t *io, const snd_pcm_channel_area_t *areas,
     snd_pcm_uframes_t offset, snd_pcm_uframes_t size)
 {
-    (void)io;
     (void)areas;
     (void)offset;
-    return (snd_pcm_sframes_t)size;
+    const int error = arm(io->private_data, io->appl_ptr + size); /* the caller moves appl_ptr afterwards */
+    return error < 0 ? error : (snd_pcm_sframes_t)size;
 }
 
 static int dac_sw_params(snd_pcm_ioplug_t *io, snd_pcm_sw_params_t *params)
@@ -109,29 +134,36 @@ static int dac_sw_params(snd_pcm_ioplug_t *io, snd_pcm_sw_params_t *params)
     return 0;
 }
 
-static int has_room(const struct instrument_dac *dac)
+static int dac_poll_descriptors_count(snd_pcm_ioplug_t *io)
 {
-    const snd_pcm_uframes_t played = clocked_frames(dac);
-    const snd_pcm_uframes_t queued = dac->io.appl_ptr > played ? dac->io.appl_ptr - played : 0;
-    return queued + dac->avail_min <= dac->io.buffer_size;
+    (void)io;
+    return 1;
+}
+
+static int dac_poll_descriptors(snd_pcm_ioplug_t *io, struct pollfd *fds, unsigned int count)
+{
+    struct instrument_dac *dac = io->private_data;
+    if (count < 1)
+        return -EINVAL;
+    const int error = arm(dac, io->appl_ptr); /* draining began, or avail_min changed, since it was last set */
+    fds[0].fd = dac->timer_fd;
+    fds[0].events = POLLIN;
+    return error < 0 ? error : 1;
 }
 
 static int dac_poll_revents(snd_pcm_ioplug_t *io, struct pollfd *fds, unsigned int count, unsigned short *revents)
 {
     struct instrument_dac *dac = io->private_data;
+    (void)fds;
     if (count != 1)
         return -EINVAL;
     *revents = 0;
     if (io->state == SND_PCM_STATE_XRUN)
         *revents = POLLERR;
-    else if (io->state == SND_PCM_STATE_DRAINING || has_room(dac))
-        *revents = POLLOUT;
-    /* While there is room the descriptor stays readable, so that the next poll() returns at once too. */
-    if ((fds[0].revents & POLLIN) != 0 && (*revents != POLLOUT || io->state == SND_PCM_STATE_DRAINING)) {
-        uint64_t expirations;
-        if (read(dac->timer_fd, &expirations, sizeof expirations) < 0 && errno != EAGAIN)
-            return -errno;
-    }
+    else if (clocked_frames(dac) >= awaited_frame(dac, io->appl_ptr))
+        *revents = POLLOUT; /* the descriptor stays readable until something is written */
+    else
+        return arm(dac, io->appl_ptr);
     return 0;
 }
 
@@ -151,6 +183,8 @@ static const snd_pcm_ioplug_callback_t dac_callbacks = {
     .close = dac_close,
     .prepare = dac_prepare,
     .sw_params = dac_sw_params,
+    .poll_descriptors_count = dac_poll_descriptors_count,
+    .poll_descriptors = dac_poll_descriptors,
     .poll_revents = dac_poll_revents,
 };
 
