@@ -4,6 +4,7 @@
 #include "client/sections.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace tessary::client {
 
@@ -67,10 +68,12 @@ void Controller::settle()
 {
     // The first question may arrive together with the command before it and be dropped, so it is asked again,
     // and the answers to questions that were only delayed are read off the line.
+    constexpr Milliseconds pause{25}; // several of the daemon's polls of 5 ms
     constexpr Milliseconds interval{700};
     const auto deadline = std::chrono::steady_clock::now() + m_patience.firstByte * 4;
     std::string received;
     for (;;) {
+        std::this_thread::sleep_for(pause);
         send(request::version);
         received += m_line.readUntilSilence(interval, Milliseconds(30));
         const std::size_t mark = received.find(versionMark);

@@ -33,6 +33,13 @@ protected:
         EXPECT_EQ(instrument().daemonPid(), m_pid) << "the daemon has ended and come back";
     }
 
+    /// A daemon that knows no source and has the settings of a start.
+    void startAfresh()
+    {
+        restartDaemon();
+        m_pid = instrument().daemonPid();
+    }
+
     /// Sends commands that have no reply, each after the daemon has taken the one before.
     static void sendAll(std::initializer_list<const char*> commands)
     {
@@ -115,7 +122,7 @@ TEST_F(Robustness, AT2miServerWithoutPidIsTakenInSilence)
 
 TEST_F(Robustness, AnAddressThatIsNoNumberBuildsNoSource)
 {
-    restartDaemon();
+    startAfresh();
     sendAll({"server=UDP here 1234\n", "scancur\n", "play=1\n", "sendts\n", "server=RTP there 1234\n",
         "scancur\n", "play=1\n"});
     EXPECT_EQ(controller().playerStatus(), "");
@@ -123,7 +130,7 @@ TEST_F(Robustness, AnAddressThatIsNoNumberBuildsNoSource)
 
 TEST_F(Robustness, APortThatIsNoNumberBuildsNoSource)
 {
-    restartDaemon();
+    startAfresh();
     sendAll({"server=UDP 239.0.0.1 port\n", "scancur\n", "play=1\n", "server=RTP 239.0.0.1 port\n",
         "sendts\n", "server=UDP 239.0.0.1 99999999999\n", "scancur\n"});
     EXPECT_EQ(controller().playerStatus(), "");
@@ -146,7 +153,7 @@ TEST_F(Robustness, ServerTextsWithMissingOrTooManyFieldsAreTakenInSilence)
 
 TEST_F(Robustness, T2miFramesOfASourceThatHasNoneAreSilent)
 {
-    restartDaemon();
+    startAfresh();
     // No source at all, then sources of the other kinds than the protocol now set.
     sendAll({"server=UDP_T2MI 239.0.0.1 1234 64 1\n", "t2miframe?\n", "server=RTP_T2MI 239.0.0.1 1234 64 1\n",
         "t2miframe?\n", "server=UDP 239.0.0.1 1234\n", "scancur\n", "t2miframe?\n",

@@ -2,6 +2,8 @@
 
 #include "daemonlog.h"
 
+#include <thread>
+
 namespace tessary::test {
 
 using client::Milliseconds;
@@ -56,8 +58,9 @@ std::string SystemSuite::everythingUntilVersion()
         return mark != std::string::npos && received.find('\n', mark) != std::string::npos;
     };
     for (int attempt = 0; attempt < 20 && !answered(); ++attempt) {
+        std::this_thread::sleep_for(Milliseconds(25)); // several polls: what was sent before is a burst of its own
         s_controller->send(client::request::version);
-        received += s_line->readUntilSilence(Milliseconds(1000), Milliseconds(150));
+        received += s_line->readUntilSilence(Milliseconds(1000), Milliseconds(patiently(60)));
     }
     return received;
 }
