@@ -1,0 +1,232 @@
+// DAB mode through the dispatcher: entering, relaying blocks, leaving. The receiver's end of the socket is a
+// thread of the test; the receiver program itself is a script that notes its environment.
+#include "commands/uart_command.h"
+#include "link/serialport.h"
+#include "media/pciesource.h"
+#include "receiver.h"
+#include "support/testfiles.h"
+#include "workerfixture.h"
+
+#include <chrono>
+#include <csignal>
+#include <future>
+#include <memory>
+#include <random>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace std::string_literals;
+
+constexpr std::size_t blockSize = 117;
+
+/// A command as the receiver program gets it: padded with zeros.
+std::string block(std::string command)
+{
+    command.resize(blockSize, '\0');
+    return command;
+}
+
+class DabMode : public StartedWorker
+{
+protected:
+    void SetUp() override
+    {
+        StartedWorker::SetUp();
+        if (IsSkipped())
+            return;
+        ASSERT_EQ(coverSocketFolder(), "");
+        writeScript("/home/ondrak/qt-dab/qt-dab", "echo $QT_QPA_PLATFORM $XDG_RUNTIME_DIR >> /home/started");
+        signal(SIGPIPE, SIG_IGN); // main() has its own way
+        controller().readUntilQuiet(30); // the greeting
+        programs().forget();
+        log().forget();
+    }
+
+    /// Enters DAB mode with a receiver that serves as told.
+    std::unique_ptr<Receiver> start(std::function<void(int)> serve)
+    {
+        auto receiver = std::make_unique<Receiver>(std::move(serve));
+        EXPECT_EQ(cycle("START_DAB\n"), "");
+        EXPECT_TRUE(worker().dabStarted());
+        return receiver;
+    }
+};
+
+void serveNothing(int connection)
+{
+    readExactly(connection, 1); // until the daemon closes it
+}
+
+} // namespace
+
+TEST_F(DabMode, StartHandsDisplayAndSoundOver)
+{
+    instance = new pciesource;
+    testing::internal::CaptureStderr();
+    const std::unique_ptr<Receiver> receiver = start(serveNothing);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Tessar connect socket : .done\n");
+    EXPECT_EQ(instance, nullptr);
+    EXPECT_EQ(programs().calls(), std::vector<std::string>{"systemctl|start|weston"});
+    EXPECT_EQ(readFile("/home/started"), "wayland /run/user/0\n");
+    EXPECT_TRUE(log().contains("Tessary  : systemctl start weston"));
+    EXPECT_TRUE(log().contains("Tessary  : command:/home/ondrak/qt-dab/qt-dab &"));
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, ASecondStartIsIgnored)
+{
+    const std::unique_ptr<Receiver> receiver = start(serveNothing);
+    programs().forget();
+    EXPECT_EQ(cycle("START_DAB\n"), "");
+    EXPECT_TRUE(programs().calls().empty());
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, StopGivesDisplayAndSoundBack)
+{
+    const std::unique_ptr<Receiver> receiver = start(serveNothing);
+    programs().forget();
+    log().forget();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(cycle("STOP_DAB\n"), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\n\nTessary  : socket deleted\n\n");
+    EXPECT_FALSE(worker().dabStarted());
+    EXPECT_EQ(programs().calls(), (std::vector<std::string>{"killall|qt-dab", "systemctl|stop|weston"}));
+    EXPECT_TRUE(log().contains("Tessary  : killall qt-dab"));
+    EXPECT_TRUE(log().contains("Tessary  : socket delete"));
+    EXPECT_TRUE(log().contains("Tessary  : systemctl stop weston"));
+    EXPECT_EQ(instance, nullptr);
+    EXPECT_EQ(cycle("STOP_DAB\n"), ""); // outside DAB mode: ignored
+    EXPECT_EQ(programs().calls().size(), 2u);
+}
+
+TEST_F(DabMode, AReceiverThatOpensLateIsFoundByALaterAttempt)
+{
+    Receiver late(serveNothing, 5200);
+    testing::internal::CaptureStderr();
+    cycle("START_DAB\n");
+    const std::string dots = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(worker().dabStarted());
+    EXPECT_EQ(dots.substr(0, 26), "Tessar connect socket : ..");
+    EXPECT_EQ(dots.substr(dots.size() - 5), "done\n");
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, AReceiverThatNeverOpensLeavesPlayerModeAfterEightyAttempts)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(cycle("START_DAB\n"), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Tessar connect socket : ." + std::string(80, '.'));
+    EXPECT_FALSE(worker().dabStarted());
+    EXPECT_EQ(cycle("dab tune\n"), "");
+
+    // The next start runs the whole sequence again.
+    programs().forget();
+    const std::unique_ptr<Receiver> receiver = start(serveNothing);
+    EXPECT_EQ(programs().calls(), std::vector<std::string>{"systemctl|start|weston"});
+    EXPECT_EQ(readFile("/home/started"), "wayland /run/user/0\nwayland /run/user/0\n");
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, AShortCommandIsRelayedPaddedWithZeros)
+{
+    std::string received;
+    const std::unique_ptr<Receiver> receiver = start([&](int connection) {
+        received = readExactly(connection, blockSize);
+        sendAll(connection, std::string(blockSize, 'r'));
+    });
+    EXPECT_EQ(cycle("dab tune 5A\n"), std::string(blockSize, 'r'));
+    EXPECT_EQ(received, block("dab tune 5A\n"));
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, ACommandAtTheEndOfAFullBurstIsPaddedWithZeros)
+{
+    std::string received;
+    const std::unique_ptr<Receiver> receiver = start([&](int connection) {
+        received = readExactly(connection, blockSize);
+        sendAll(connection, std::string(blockSize, 'r'));
+    });
+    EXPECT_EQ(cycle(std::string(630, 'x') + "\0dab tune\n"s), std::string(blockSize, 'r'));
+    EXPECT_EQ(received, block("dab tune\n"));
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, BlocksOfAllByteValuesPassUnchangedBothWays)
+{
+    std::mt19937 random(1);
+    std::vector<std::string> requests;
+    std::vector<std::string> answers;
+    for (int i = 0; i < 40; ++i) {
+        std::string request = "dab";
+        std::string answer;
+        while (request.size() < blockSize - 1)
+            request += static_cast<char>(random() & 0xFF);
+        while (answer.size() < blockSize)
+            answer += static_cast<char>(random() & 0xFF);
+        requests.push_back(request + "\n");
+        answers.push_back(answer);
+    }
+    std::vector<std::string> received;
+    const std::unique_ptr<Receiver> receiver = start([&](int connection) {
+        for (const std::string& answer : answers) {
+            received.push_back(readExactly(connection, blockSize));
+            sendAll(connection, answer);
+        }
+    });
+    for (std::size_t i = 0; i < requests.size(); ++i)
+        EXPECT_EQ(cycle(requests[i]), answers[i]) << i;
+    EXPECT_EQ(received, requests);
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, AnAnswerInPiecesIsDroppedAndAWholeOneAwaited)
+{
+    const std::unique_ptr<Receiver> receiver = start([](int connection) {
+        readExactly(connection, blockSize);
+        sendAll(connection, std::string(50, 'a'));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        sendAll(connection, std::string(67, 'b'));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        sendAll(connection, std::string(blockSize, 'c'));
+    });
+    EXPECT_EQ(cycle("dab tune\n"), std::string(blockSize, 'c'));
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, ACommandToAReceiverThatIsGoneIsAnsweredWithSilence)
+{
+    std::unique_ptr<Receiver> receiver = start([](int) {});
+    receiver.reset(); // its end is closed
+    EXPECT_EQ(cycle("dab tune\n"), "");
+    EXPECT_TRUE(worker().dabStarted());
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, AReceiverThatDiesBeforeItsAnswerHoldsTheDaemonUp)
+{
+    const std::unique_ptr<Receiver> receiver =
+        start([](int connection) { readExactly(connection, blockSize); }); // and closes
+    const pid_t daemon = fork(); // only a process of its own can be left in there
+    if (daemon == 0) {
+        worker().forwardDAB(block("dab tune\n").c_str());
+        _exit(0);
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_EQ(waitpid(daemon, nullptr, WNOHANG), 0) << "the relay has no time-out";
+    kill(daemon, SIGKILL);
+    waitpid(daemon, nullptr, 0);
+    EXPECT_EQ(controller().readUntilQuiet(), "");
+    cycle("STOP_DAB\n");
+}
+
+TEST_F(DabMode, OtherCommandsStayAvailable)
+{
+    programs().add("ping", "pong");
+    const std::unique_ptr<Receiver> receiver = start(serveNothing);
+    EXPECT_EQ(cycle("ping x\n"), "pong");
+    EXPECT_EQ(cycle("PVR_reclist\n"), "reclist file:0 Bytes");
+    cycle("STOP_DAB\n");
+}
