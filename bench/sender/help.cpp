@@ -6,16 +6,17 @@ std::string helpText()
 {
     return R"(usage: tessary-send FILE udp://HOST:PORT|rtp://HOST:PORT [options]
 
-Sends a transport stream file (188-byte or 204-byte packets) as UDP datagrams, or as RTP after RFC 2250, at a constant rate.
-A single pass sends the file's bytes unchanged.
+Sends a transport stream file (188-byte or 204-byte packets) as UDP datagrams, or as RTP after RFC 2250, at a constant
+rate. A single pass sends the file's bytes unchanged.
 
 Rate (one of these):
   --rate-from-pcr          the file's own mean rate, from its PCRs (default)
   --bitrate RATE           transport stream bits per second: packets as sent (188 or 204 bytes), without RTP, UDP, IP and
                            Ethernet headers; suffix k, M or G, for example 5M
   --datagram-rate N        datagrams per second
-                           Each datagram has an absolute due time, so the mean rate is kept whatever single wake-ups do: a late
-                           sender sends what is due at once (see longest_burst). More than 200 ms of lag is not caught up.
+                           Each datagram has an absolute due time, so the mean rate is kept whatever single wake-ups
+                           do: a late sender sends what is due at once (see longest_burst). More than 200 ms of lag is
+                           not caught up.
 
 Datagrams:
   --packets N              packets in a datagram, 1 to 348 (default 7); a pass's end does not cut one, the stream's end does
@@ -34,15 +35,15 @@ How long:
                            SIGINT and SIGTERM end it too; the count is printed in any case
 
 Faults:
-  --cc-errors-per-second N put in N continuity errors a second, evenly spread: the counter of a PID that carries PES packets (any
-                           PID when none does) jumps by 2 once and goes on from there. A check for "previous + 1"
-                           finds exactly one error each; no packet is lost. Not with --no-restamp
+  --cc-errors-per-second N put in N continuity errors a second, evenly spread: the counter of a PID that carries PES
+                           packets (any PID when none does) jumps by 2 once and goes on from there. A check for
+                           "previous + 1" finds exactly one error each; no packet is lost. Not with --no-restamp
 
   --json                   print the count as one line of JSON
   --help                   print this text
 
-The count: datagrams, ts_packets, ts_bytes, frame_bits (with 42 bytes of Ethernet, IPv4 and UDP header a datagram, 54 with RTP),
-seconds, both bit rates, injected_cc_errors, failed_datagrams, passes, max_late_us, longest_burst, not_caught_up_ms.
+The count: datagrams, ts_packets, ts_bytes, frame_bits (with 42 bytes of Ethernet, IPv4 and UDP header a datagram, 54
+with RTP), seconds, both bit rates, injected_cc_errors, failed_datagrams, passes, max_late_us, longest_burst, not_caught_up_ms.
 
 Exit status: 0 sent (or stopped), 1 sending failed, 2 wrong arguments, 3 the file can not be used.
 )";

@@ -193,6 +193,7 @@ Options parseOptions(int argc, const char* const* argv)
     opterr = 0;
     // getopt only reorders the array it gets, so that one is ours.
     std::vector<char*> arguments;
+    arguments.reserve(static_cast<std::size_t>(argc) + 1);
     for (int i = 0; i < argc; ++i)
         arguments.push_back(const_cast<char*>(argv[i]));
     arguments.push_back(nullptr);

@@ -19,8 +19,6 @@
 
 #include "test_packets.h"
 
-extern char** environ;
-
 namespace {
 
 using namespace testing_ts;
@@ -138,6 +136,7 @@ public:
     {
         arguments.insert(arguments.begin(), TESSARY_SEND);
         std::vector<char*> pointers;
+        pointers.reserve(arguments.size() + 1);
         for (std::string& argument : arguments)
             pointers.push_back(argument.data());
         pointers.push_back(nullptr);

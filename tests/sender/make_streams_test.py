@@ -133,7 +133,8 @@ class Failures(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             tool = pathlib.Path(folder) / "bin" / "ffmpeg"
             tool.parent.mkdir()
-            tool.write_text("#!/bin/sh\n[ \"$1\" = -version ] && echo version 0 && exit 0\necho 'Unknown encoder' >&2\nexit 1\n")
+            tool.write_text("#!/bin/sh\n[ \"$1\" = -version ] && echo version 0 && exit 0\n"
+                            "echo 'Unknown encoder' >&2\nexit 1\n")
             tool.chmod(0o755)
             out = pathlib.Path(folder) / "out"
             done = make(out, "--only", "demo.ts", environment={"PATH": f"{tool.parent}:/usr/bin:/bin"})

@@ -7,7 +7,7 @@
 namespace sender {
 namespace {
 
-constexpr std::uint64_t DatagramBits = 7 * 188 * 8;
+constexpr std::uint64_t DatagramBits = std::uint64_t{7} * 188 * 8;
 
 TEST(Pacer, DueTimesFollowFromTheBitsBefore)
 {

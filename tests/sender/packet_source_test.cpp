@@ -114,9 +114,10 @@ TEST_F(PacketSourceTest, ChangedCodedPacketsGetNewParity)
     settings.rewriteCounters = true;
     PacketSource source(file, settings);
     const Bytes sent = readAll(source, 204);
+    constexpr std::ptrdiff_t fourth = std::ptrdiff_t{3} * 204; // the first packet of the second pass
     Bytes parity(16);
-    reedSolomonParity(&sent[3 * 204], parity.data());
-    EXPECT_TRUE(std::equal(parity.begin(), parity.end(), sent.begin() + 3 * 204 + 188));
+    reedSolomonParity(&sent[fourth], parity.data());
+    EXPECT_TRUE(std::equal(parity.begin(), parity.end(), sent.begin() + fourth + 188));
 }
 
 TEST_F(PacketSourceTest, ParityIsTakenAwayAndAddedOnDemand)
@@ -168,12 +169,12 @@ TEST_F(PacketSourceTest, NoPcrMeansNoRate)
 
 TEST_F(PacketSourceTest, FilesThatAreNoStreamAreRefusedWithAReason)
 {
-    EXPECT_THROW(TsFile(::testing::TempDir() + "tessary-no-such-file.ts"), StreamError);
-    EXPECT_THROW(TsFile(::testing::TempDir()), StreamError);
-    EXPECT_THROW(TsFile(write({})), StreamError);
-    EXPECT_THROW(TsFile(write(Bytes(1000, 0x33))), StreamError);
+    EXPECT_THROW(TsFile{::testing::TempDir() + "tessary-no-such-file.ts"}, StreamError);
+    EXPECT_THROW(TsFile{::testing::TempDir()}, StreamError);
+    EXPECT_THROW(TsFile{write({})}, StreamError);
+    EXPECT_THROW(TsFile{write(Bytes(1000, 0x33))}, StreamError);
     Bytes broken = smallStream(40, 1e6);
-    broken[30 * 188] = 0x48;
+    broken[5640] = 0x48;
     try {
         const TsFile file(write(broken));
         FAIL() << "a lost sync byte was taken";

@@ -70,7 +70,7 @@ TEST(Restamper, PtsAndDtsMoveLikeThePcr)
 
 TEST(Restamper, PtsAndDtsWrapAt33Bits)
 {
-    EXPECT_EQ(restamped(pesStart(0xC0, StampRange - 10, StampRange - 100), 300 * 50, 1),
+    EXPECT_EQ(restamped(pesStart(0xC0, StampRange - 10, StampRange - 100), 15000, 1),
         pesStart(0xC0, 40, StampRange - 50));
 }
 

@@ -50,8 +50,7 @@ Bytes smallStream(std::size_t packets, double bitsPerSecond)
 std::string writeFile(const std::string& name, const Bytes& bytes)
 {
     // ctest runs the cases as processes side by side.
-    const std::string path =
-        ::testing::TempDir() + "tessary-sender-" + std::to_string(::getpid()) + "-" + name;
+    std::string path = ::testing::TempDir() + "tessary-sender-" + std::to_string(::getpid()) + "-" + name;
     std::ofstream file(path, std::ios::binary);
     file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     return path;
