@@ -9,6 +9,8 @@ import stat
 from .errors import BenchError
 
 DEFAULT = "/run/tessary-instrument"
+# Written by the platform elements; those of the last run must not be taken for this one's.
+_PRODUCED = ("display.ppm", "display.json", "sound.wav", "fpga-out.ts")
 
 
 class RunDir:
@@ -39,12 +41,16 @@ class RunDir:
         try:
             fcntl.flock(self._lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError as error:
+            self._lock.close()
             raise BenchError(f"an instrument runs already with the run directory {self.path}",
                              "stop it (bench/instrument stop) or give this one another --run-dir") from error
         self.clean()
         for path in (self.io, self.scratch):
             os.makedirs(path, exist_ok=True)
         os.chmod(self.io, 0o777)
+        for name in _PRODUCED:
+            with contextlib.suppress(FileNotFoundError):
+                os.unlink(os.path.join(self.io, name))
         for path in (self.commands_log, self.daemon_log, self.services_log):
             with open(path, "w", encoding="ascii"):
                 pass

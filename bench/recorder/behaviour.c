@@ -9,7 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 
-static int open_matter(const char *program, const char *matter, int flags)
+static int open_matter(const char* program, const char* matter, int flags)
 {
     char path[PATH_MAX];
     snprintf(path, sizeof path, "/run/recorder/behaviour/%s/%s", program, matter);
@@ -17,7 +17,7 @@ static int open_matter(const char *program, const char *matter, int flags)
 }
 
 /** The decimal number in the file, or `absent` without one. */
-static long number_of(const char *program, const char *matter, long absent)
+static long number_of(const char* program, const char* matter, long absent)
 {
     int fd = open_matter(program, matter, O_RDONLY);
     if (fd < 0)
@@ -29,7 +29,7 @@ static long number_of(const char *program, const char *matter, long absent)
 }
 
 /** False when "when" names an argument that this call does not have. */
-static int is_meant(const char *program, char **argv)
+static int is_meant(const char* program, char** argv)
 {
     int fd = open_matter(program, "when", O_RDONLY);
     if (fd < 0)
@@ -37,7 +37,7 @@ static int is_meant(const char *program, char **argv)
     char wanted[256] = "";
     ssize_t count = read(fd, wanted, sizeof wanted - 1);
     close(fd);
-    for (char **argument = argv + 1; count > 0 && *argument; ++argument) {
+    for (char** argument = argv + 1; count > 0 && *argument; ++argument) {
         if (strcmp(*argument, wanted) == 0)
             return 1;
     }
@@ -45,7 +45,7 @@ static int is_meant(const char *program, char **argv)
 }
 
 /** Counts one call off "times". False when the calls are used up; true without such a file. */
-static int take_one_time(const char *program)
+static int take_one_time(const char* program)
 {
     int fd = open_matter(program, "times", O_RDWR);
     if (fd < 0)
@@ -62,7 +62,7 @@ static int take_one_time(const char *program)
     return left > 0;
 }
 
-static void copy_to(const char *program, const char *matter, int out)
+static void copy_to(const char* program, const char* matter, int out)
 {
     int fd = open_matter(program, matter, O_RDONLY);
     if (fd < 0)
@@ -75,7 +75,7 @@ static void copy_to(const char *program, const char *matter, int out)
     close(fd);
 }
 
-struct behaviour behaviour_apply(const char *program, char **argv)
+struct behaviour behaviour_apply(const char* program, char** argv)
 {
     struct behaviour result = {0, 0};
     int folder = open_matter(program, ".", O_RDONLY | O_DIRECTORY);
@@ -87,8 +87,7 @@ struct behaviour behaviour_apply(const char *program, char **argv)
     long delay = number_of(program, "delay_ms", 0);
     if (delay > 0) {
         struct timespec pause = {delay / 1000, (delay % 1000) * 1000000L};
-        while (nanosleep(&pause, &pause) != 0) {
-        }
+        while (nanosleep(&pause, &pause) != 0) { }
     }
     copy_to(program, "stdout", STDOUT_FILENO);
     copy_to(program, "stderr", STDERR_FILENO);

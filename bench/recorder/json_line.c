@@ -7,14 +7,14 @@
 #include <string.h>
 #include <unistd.h>
 
-static int reserve(struct json_line *line, size_t more)
+static int reserve(struct json_line* line, size_t more)
 {
     if (line->failed)
         return -1;
     if (line->length + more + 1 <= line->capacity)
         return 0;
     size_t capacity = (line->length + more + 1) * 2;
-    char *data = realloc(line->data, capacity);
+    char* data = realloc(line->data, capacity);
     if (!data) {
         line->failed = 1;
         return -1;
@@ -24,7 +24,7 @@ static int reserve(struct json_line *line, size_t more)
     return 0;
 }
 
-static void append(struct json_line *line, const char *bytes, size_t count)
+static void append(struct json_line* line, const char* bytes, size_t count)
 {
     if (reserve(line, count) != 0)
         return;
@@ -33,12 +33,12 @@ static void append(struct json_line *line, const char *bytes, size_t count)
     line->data[line->length] = '\0';
 }
 
-void json_line_raw(struct json_line *line, const char *text)
+void json_line_raw(struct json_line* line, const char* text)
 {
     append(line, text, strlen(text));
 }
 
-void json_line_format(struct json_line *line, const char *format, ...)
+void json_line_format(struct json_line* line, const char* format, ...)
 {
     char text[160];
     va_list arguments;
@@ -55,7 +55,7 @@ static int is_continuation(unsigned char byte)
 }
 
 /** Length of the well-formed UTF-8 sequence at `s` (RFC 3629, table of section 4), 0 when there is none. */
-static size_t utf8_length(const unsigned char *s)
+static size_t utf8_length(const unsigned char* s)
 {
     if (s[0] >= 0xC2 && s[0] <= 0xDF)
         return is_continuation(s[1]) ? 2 : 0;
@@ -72,19 +72,19 @@ static size_t utf8_length(const unsigned char *s)
     return 0;
 }
 
-void json_line_string(struct json_line *line, const char *text)
+void json_line_string(struct json_line* line, const char* text)
 {
     append(line, "\"", 1);
-    for (const unsigned char *s = (const unsigned char *)text; *s;) {
+    for (const unsigned char* s = (const unsigned char*)text; *s;) {
         size_t length = 1;
         if (*s == '"' || *s == '\\') {
             json_line_format(line, "\\%c", *s);
         } else if (*s < 0x20 || *s == 0x7F) {
             json_line_format(line, "\\u%04x", *s);
         } else if (*s < 0x80) {
-            append(line, (const char *)s, 1);
+            append(line, (const char*)s, 1);
         } else if ((length = utf8_length(s)) > 0) {
-            append(line, (const char *)s, length);
+            append(line, (const char*)s, length);
         } else {
             length = 1;
             json_line_format(line, "\\udc%02x", *s);
@@ -94,7 +94,7 @@ void json_line_string(struct json_line *line, const char *text)
     append(line, "\"", 1);
 }
 
-int json_line_append_to(struct json_line *line, const char *path)
+int json_line_append_to(struct json_line* line, const char* path)
 {
     append(line, "\n", 1);
     if (line->failed)
@@ -107,7 +107,7 @@ int json_line_append_to(struct json_line *line, const char *path)
     return written == (ssize_t)line->length ? 0 : -1;
 }
 
-void json_line_free(struct json_line *line)
+void json_line_free(struct json_line* line)
 {
     free(line->data);
     line->data = NULL;

@@ -2,8 +2,9 @@
 //
 // One binary, three uses, told apart by where the file lies that is being executed:
 //   /usr/bin/sh (so /bin/sh)      notes the command text if the daemon is the caller, then is /usr/bin/dash;
-//   /opt/recorder/bin/<program>   first in the daemon's PATH: notes the call, then is the next <program> in PATH;
-//   anywhere else                 a stand-in (systemctl, reboot, amixer...): notes the call and ends with status 0.
+//   /opt/recorder/bin/<program>   first in the daemon's PATH: notes the call, then is the next <program> in
+//   PATH; anywhere else                 a stand-in (systemctl, reboot, amixer...): notes the call and ends
+//   with status 0.
 // The log is one JSON object a line in /run/recorder/commands.log.
 #define _GNU_SOURCE
 
@@ -43,7 +44,7 @@ static int is_daemon(pid_t pid)
 }
 
 /** Reads a small file of /proc; the text is cut at `size` and at the first line feed. 0, or -1. */
-static int read_proc(pid_t pid, const char *name, char *text, size_t size)
+static int read_proc(pid_t pid, const char* name, char* text, size_t size)
 {
     char path[64];
     snprintf(path, sizeof path, "/proc/%d/%s", (int)pid, name);
@@ -59,13 +60,14 @@ static int read_proc(pid_t pid, const char *name, char *text, size_t size)
     return 0;
 }
 
-/** Parent of a process (proc(5), "stat": the fourth field, after the command in parentheses), 0 if unknown. */
+/** Parent of a process (proc(5), "stat": the fourth field, after the command in parentheses), 0 if unknown.
+ */
 static pid_t parent_of(pid_t pid)
 {
     char text[512];
     if (read_proc(pid, "stat", text, sizeof text) != 0)
         return 0;
-    const char *end = strrchr(text, ')');
+    const char* end = strrchr(text, ')');
     int parent = 0;
     return end && sscanf(end + 1, " %*c %d", &parent) == 1 ? (pid_t)parent : 0;
 }
@@ -79,15 +81,16 @@ static int descends_from_daemon(pid_t pid)
     return 0;
 }
 
-/** The program's name as the caller means it: some look programs up themselves and then name the wrapper's path. */
-static const char *as_called(const char *name)
+/** The program's name as the caller means it: some look programs up themselves and then name the wrapper's
+ * path. */
+static const char* as_called(const char* name)
 {
     size_t length = sizeof wrapperFolder - 1;
     return strncmp(name, wrapperFolder, length) == 0 && name[length] == '/' ? name + length + 1 : name;
 }
 
 /** Writes one line of the log. A log that can not be written does not keep the program from running. */
-static void note(const char *kind, char **argv)
+static void note(const char* kind, char** argv)
 {
     struct timespec now;
     struct timespec wall;
@@ -112,7 +115,7 @@ static void note(const char *kind, char **argv)
     json_line_raw(&line, ", \"cwd\": ");
     json_line_string(&line, cwd);
     json_line_format(&line, ", \"kind\": \"%s\", \"argv\": [", kind);
-    for (char **argument = argv; *argument; ++argument) {
+    for (char** argument = argv; *argument; ++argument) {
         json_line_raw(&line, argument == argv ? "" : ", ");
         json_line_string(&line, argument == argv ? as_called(*argument) : *argument);
     }
@@ -122,10 +125,11 @@ static void note(const char *kind, char **argv)
     json_line_free(&line);
 }
 
-/** Executes the first `name` in PATH that does not lie among the wrappers. Returns only when there is none. */
-static void execute_next(const char *name, char **argv)
+/** Executes the first `name` in PATH that does not lie among the wrappers. Returns only when there is none.
+ */
+static void execute_next(const char* name, char** argv)
 {
-    const char *path = getenv("PATH");
+    const char* path = getenv("PATH");
     if (!path || !*path)
         path = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
     int wrapperIsNamed = as_called(argv[0]) != argv[0];
@@ -133,8 +137,9 @@ static void execute_next(const char *name, char **argv)
         size_t length = strcspn(path, ":");
         char candidate[PATH_MAX];
         int isWrapper = length == sizeof wrapperFolder - 1 && strncmp(path, wrapperFolder, length) == 0;
-        if (!isWrapper && snprintf(candidate, sizeof candidate, "%.*s/%s", (int)length, length ? path : ".", name) <
-                              (int)sizeof candidate) {
+        if (!isWrapper
+            && snprintf(candidate, sizeof candidate, "%.*s/%s", (int)length, length ? path : ".", name)
+                < (int)sizeof candidate) {
             if (wrapperIsNamed)
                 argv[0] = candidate;
             execv(candidate, argv);
@@ -147,7 +152,7 @@ static void execute_next(const char *name, char **argv)
     }
 }
 
-static int stand_in_for(const char *program, char **argv, const char *kind)
+static int stand_in_for(const char* program, char** argv, const char* kind)
 {
     struct behaviour behaviour = behaviour_apply(program, argv);
     if (behaviour.stands_in || strcmp(kind, "stand-in") == 0)
@@ -157,7 +162,7 @@ static int stand_in_for(const char *program, char **argv, const char *kind)
     return errno == EACCES ? 126 : 127;
 }
 
-int main(int argc, char **argv)
+int main(int argc, char** argv)
 {
     char self[PATH_MAX];
     ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
@@ -168,7 +173,8 @@ int main(int argc, char **argv)
     self[length] = '\0';
 
     if (strcmp(self, shellPath) == 0) {
-        // Command texts only (system(), popen()): a script that the daemon runs is noted as the program it is.
+        // Command texts only (system(), popen()): a script that the daemon runs is noted as the program it
+        // is.
         if (argc > 2 && strcmp(argv[1], "-c") == 0 && is_daemon(getppid()))
             note("shell", argv);
         execv(realShell, argv);
@@ -177,8 +183,8 @@ int main(int argc, char **argv)
     }
     char folder[PATH_MAX];
     strcpy(folder, self);
-    const char *program = strrchr(self, '/') + 1;
-    const char *kind = strcmp(dirname(folder), wrapperFolder) == 0 ? "program" : "stand-in";
+    const char* program = strrchr(self, '/') + 1;
+    const char* kind = strcmp(dirname(folder), wrapperFolder) == 0 ? "program" : "stand-in";
     note(kind, argv);
     return stand_in_for(program, argv, kind);
 }

@@ -1,0 +1,64 @@
+"""The command line: what is wrong with it is said together with the remedy."""
+
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from support import BENCH
+from instrumentlib import subcommands
+from instrumentlib.errors import BenchError
+
+
+def call(*arguments):
+    return subprocess.run([os.path.join(BENCH, "instrument"), *arguments], capture_output=True, text=True, check=False)
+
+
+class CommandLineTest(unittest.TestCase):
+    def test_each_command_has_help(self):
+        for command in ("run", "exec", "daemon", "link", "commands", "behave", "status", "stop"):
+            result = call(command, "--help")
+            self.assertEqual(result.returncode, 0, command)
+            self.assertIn("--run-dir", result.stdout, command)
+
+    def test_pairs_name_an_existing_source_and_an_absolute_target(self):
+        with tempfile.NamedTemporaryFile() as file:
+            pairs = subcommands._pairs("--file", [f"{file.name}=/home/x/../y"])
+            self.assertEqual(pairs, [(os.path.realpath(file.name), "/home/y")])
+            for wrong in (f"{file.name}", f"{file.name}=relative", "/no/such/file=/x"):
+                with self.assertRaises(BenchError):
+                    subcommands._pairs("--file", [wrong])
+
+    def test_environment_values_may_hold_equals_signs(self):
+        self.assertEqual(subcommands._environment(["A=b=c", "D="]), {"A": "b=c", "D": ""})
+        with self.assertRaises(BenchError):
+            subcommands._environment(["NOVALUE"])
+
+    def test_status_of_nothing_is_3(self):
+        with tempfile.TemporaryDirectory() as folder:
+            result = call("status", "--run-dir", folder)
+        self.assertEqual(result.returncode, 3)
+        self.assertIn("no instrument runs", result.stdout)
+
+    def test_a_request_without_an_instrument_names_the_remedy(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for arguments in (["stop"], ["link", "down"], ["daemon", "pid"]):
+                result = call(*arguments, "--run-dir", folder)
+                self.assertEqual(result.returncode, 1)
+                self.assertIn("remedy: start one", result.stderr)
+
+    @unittest.skipUnless(os.geteuid() == 0, "root is asked for its privileges first")
+    def test_a_missing_build_is_named_with_its_build_command(self):
+        with tempfile.TemporaryDirectory() as folder:
+            result = call("run", "--build", os.path.join(folder, "release"), "--run-dir", folder)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("cmake --build --preset release", result.stderr)
+
+    @unittest.skipIf(os.geteuid() == 0, "only others are refused")
+    def test_others_than_root_are_told_to_use_sudo(self):
+        self.assertIn("sudo", call("run").stderr)
+
+
+if __name__ == "__main__":
+    sys.exit(unittest.main())
