@@ -1,23 +1,13 @@
-// The capture on real interfaces of a private network namespace. "eth0" is one end of a veth pair; what is
-// sent into the other end, "uplink", arrives there.
-#include "frames.h"
-#include "measure/ethernetmeasurement.h"
+// The capture on real interfaces.
+#include "capturefixture.h"
 #include "support/privatenetwork.h"
-#include "support/ttyfixture.h"
 #include "system/network.h"
 
 #include <algorithm>
-#include <chrono>
 #include <fcntl.h>
-#include <functional>
-#include <gtest/gtest.h>
-#include <linux/if_packet.h>
 #include <linux/if_tun.h>
-#include <net/ethernet.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -27,69 +17,6 @@ const char startOutput[] = "------------------pcap start output ----------------
 const char loopInput[] = "------------------pcap loop input ------------------";
 const char loopOutput[] = "------------------pcap loop output ------------------";
 const char stopped[] = "------------------pcap stop ------------------";
-
-bool eventually(const std::function<bool()>& condition)
-{
-    for (int i = 0; i < 500; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
-}
-
-void send(const char* interface, const Bytes& frame)
-{
-    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-    sockaddr_ll to{};
-    to.sll_family = AF_PACKET;
-    to.sll_ifindex = static_cast<int>(if_nametoindex(interface));
-    to.sll_halen = ETH_ALEN;
-    EXPECT_EQ(sendto(fd, frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
-        static_cast<ssize_t>(frame.size()));
-    close(fd);
-}
-
-class Capture : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        const std::string reason = privatenetwork::enter();
-        if (!reason.empty())
-            GTEST_SKIP() << reason;
-        data = MyData();
-        net.joinRequested = false;
-    }
-
-    void TearDown() override
-    {
-        measurement.stop();
-        for (const char* name : {"eth0", "eth0.100", "eth0.200"})
-            privatenetwork::remove(name);
-    }
-
-    bool addEth0() { return privatenetwork::addVethPair("eth0", "uplink", "192.168.77.100/24"); }
-
-    std::size_t recordCount()
-    {
-        std::vector<pcap_measured_value_struct> records;
-        measurement.getBuffer(&records);
-        return records.size();
-    }
-
-    bool logHas(const char* line) { return log.contains(line); }
-
-    std::ptrdiff_t logCount(const char* line)
-    {
-        const auto lines = log.lines();
-        return std::count(lines.begin(), lines.end(), line);
-    }
-
-    LogCapture log;
-    ETHERNETMeasurement measurement;
-    const Bytes sevenPackets = datagram(protocolUdp, Bytes(1316));
-};
 
 /// An interface without Ethernet headers: a tunnel, up while the object lives.
 class Tunnel
