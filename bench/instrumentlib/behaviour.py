@@ -17,7 +17,7 @@ def _folder(init_pid, program):
 
 
 def give(init_pid, program, **matters):
-    """Replaces the program's behaviour; `matters` are status, delay_ms, stdout, stderr, times, when; None for absent."""
+    """Replaces the program's behaviour. `matters`: status, delay_ms, stdout, stderr, times, when; or None."""
     parent, name = _folder(init_pid, program)
     given = {matter: value for matter, value in matters.items() if value is not None}
     if not given:

@@ -49,11 +49,13 @@ class Program:
         self.status = None
         self.ended = threading.Event()
         self._pidfd = pidfd
+        self._pidfd_lock = threading.Lock()
 
     def send_signal(self, number):
         """Signals the program; nothing happens once it has ended."""
-        with contextlib.suppress(ProcessLookupError):
-            signal.pidfd_send_signal(self._pidfd, number)
+        with self._pidfd_lock, contextlib.suppress(ProcessLookupError):
+            if self._pidfd is not None:
+                signal.pidfd_send_signal(self._pidfd, number)
 
     def describe_end(self):
         """The end in words; only after `ended`."""
@@ -64,7 +66,9 @@ class Program:
 
     def close(self):
         """Lets go of the descriptor that stands for the process."""
-        os.close(self._pidfd)
+        with self._pidfd_lock:
+            os.close(self._pidfd)
+            self._pidfd = None
 
 
 def host_pid_of(pidfd):

@@ -97,6 +97,9 @@ class RunDir:
                 state = json.load(file)
         except FileNotFoundError:
             state = None
+        if not state and self.in_use():
+            raise BenchError(f"the instrument with the run directory {self.path} is starting or stopping",
+                             "wait for the line \"ready\"")
         if not state or not self.in_use():
             raise BenchError(f"no instrument runs with the run directory {self.path}",
                              "start one: sudo bench/instrument run")

@@ -201,7 +201,7 @@ def _status(options):
     if not paths.in_use():
         print(f"no instrument runs with the run directory {paths.path}")
         return 3
-    state = paths.read_state()
+    state = paths.read_state()  # an instrument that is starting has none yet, which is said
     print(f"run directory: {paths.path}\nsupervisor: PID {state['supervisor']}")
     for name, value in control.ask(paths.control, {"action": "status"}).items():
         print(f"{name}: {value}")

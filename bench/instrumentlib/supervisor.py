@@ -35,7 +35,8 @@ class Supervisor:
     def run(self):
         """Returns the exit status once the instrument is down again."""
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            signal.signal(number, self._asked_to_stop)
+            if signal.getsignal(number) != signal.SIG_IGN:  # nohup means what it says
+                signal.signal(number, self._asked_to_stop)
         with contextlib.ExitStack() as stack:
             try:
                 self._bring_up(stack)
@@ -89,6 +90,8 @@ class Supervisor:
                               (self._run_dir.console, self._run_dir.console_log, True)):
             line = SerialLine(log, raw_from_start=raw)
             stack.callback(line.close)
+            if "SUDO_UID" in os.environ:  # who called sudo may use a terminal program without it
+                os.chown(line.far_device, int(os.environ["SUDO_UID"]), -1)
             os.symlink(line.far_device, far)
             lines.append(line)
         return lines
@@ -218,7 +221,8 @@ class Supervisor:
 
 def _say(text):
     """To standard error: "ready" stays the last line of standard output."""
-    print(f"instrument: {text}", file=sys.stderr, flush=True)
+    with contextlib.suppress(OSError):  # nobody may be listening any more
+        print(f"instrument: {text}", file=sys.stderr, flush=True)
 
 
 def check_host():

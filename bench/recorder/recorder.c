@@ -1,10 +1,9 @@
 // Notes each command the daemon runs inside the virtual instrument, then lets the real program do it.
 //
 // One binary, three uses, told apart by where the file lies that is being executed:
-//   /usr/bin/sh (so /bin/sh)      notes the command text if the daemon is the caller, then is /usr/bin/dash;
-//   /opt/recorder/bin/<program>   first in the daemon's PATH: notes the call, then is the next <program> in
-//   PATH; anywhere else                 a stand-in (systemctl, reboot, amixer...): notes the call and ends
-//   with status 0.
+// - /usr/bin/sh (so /bin/sh): notes the command text if the daemon is the caller, then is /usr/bin/dash.
+// - /opt/recorder/bin/PROGRAM, first in the daemon's PATH: notes the call, then is the next PROGRAM in PATH.
+// - Anywhere else a stand-in (systemctl, reboot, amixer...): notes the call and ends with status 0.
 // The log is one JSON object a line in /run/recorder/commands.log.
 #define _GNU_SOURCE
 

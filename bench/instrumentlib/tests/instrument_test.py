@@ -1,4 +1,4 @@
-"""The virtual instrument itself: contained, steerable, and gone without a trace. Needs root; the shipped daemon runs in it."""
+"""The virtual instrument itself: contained, steerable, gone without a trace. Needs root; the shipped daemon runs in it."""
 
 import argparse
 import json
@@ -215,7 +215,8 @@ class SteeringTest(unittest.TestCase):
         wanted = ["sh", "-c", "nmcli networking on"]
         self.assertTrue(wait_until(lambda: any(n["argv"] == wanted for n in self.instrument.commands())))
         note = next(n for n in self.instrument.commands() if n["argv"] == wanted)
-        self.assertEqual((note["kind"], note["parent"], note["by_daemon"], note["cwd"]), ("shell", "tessary", True, "/"))
+        self.assertEqual((note["kind"], note["parent"], note["by_daemon"], note["cwd"]),
+                         ("shell", "tessary", True, "/"))
         self.assertTrue(wait_until(lambda: any(n["argv"] == ["nmcli", "networking", "on"] and n["by_daemon"]
                                                for n in self.instrument.commands())))
 
