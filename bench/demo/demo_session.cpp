@@ -85,6 +85,11 @@ void selectAndList(client::Controller& controller)
     const auto nit = askUntilThere([&] { return controller.networkInformation(); }, "NIT");
     show("getnit?", std::to_string(nit.size()) + " bytes of NIT");
     demo::printNetwork(std::cout, demo::readNetwork(nit));
+    // The answer is the PMT of the program that was chosen last; a fresh source knows of none and stays
+    // silent.
+    const bool silent = controller.programMap().empty();
+    show("getpmt?",
+        silent ? "no answer: no program has been chosen yet" : "a PMT, although no program was chosen");
 }
 
 bool play(client::Controller& controller)

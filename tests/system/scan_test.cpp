@@ -133,9 +133,12 @@ TEST_P(Scan, GivesTheTablesThatAreInTheStream)
         const auto map = std::find_if(
             maps.begin(), maps.end(), [&](const OracleSection& s) { return s.extension == number; });
         controller().play(number);
-        EXPECT_EQ(controller().programMap(), map == maps.end() ? Bytes() : map->bytes);
-        if (map == maps.end())
-            break; // one silent answer is enough, it costs its waiting time
+        if (map != maps.end()) {
+            EXPECT_EQ(controller().programMap(), map->bytes);
+        } else {
+            line().write("getpmt?\n");
+            expectOnlyVersionAnswers();
+        }
     }
 }
 

@@ -58,7 +58,8 @@ std::string SystemSuite::everythingUntilVersion()
         return mark != std::string::npos && received.find('\n', mark) != std::string::npos;
     };
     for (int attempt = 0; attempt < 20 && !answered(); ++attempt) {
-        std::this_thread::sleep_for(Milliseconds(25)); // several polls: what was sent before is a burst of its own
+        std::this_thread::sleep_for(
+            Milliseconds(25)); // several polls: what was sent before is a burst of its own
         s_controller->send(client::request::version);
         received += s_line->readUntilSilence(Milliseconds(1000), Milliseconds(patiently(60)));
     }
