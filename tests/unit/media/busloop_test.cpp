@@ -27,7 +27,10 @@ class Receiver : public QObject
 {
     Q_OBJECT
 public:
-    explicit Receiver(GstElement* pipeline) : m_pipeline(pipeline) {}
+    explicit Receiver(GstElement* pipeline)
+        : m_pipeline(pipeline)
+    {
+    }
 
     std::atomic<int> pat{0}, sdt{0}, nit{0}, pmt{0}, endOfStream{0};
     std::atomic<int> stateAtEnd{-1};

@@ -64,7 +64,8 @@ TEST_F(Construction, ANullSourceIsLoggedAndStartsNoThread)
     gstImpl& impl = make(nullptr);
     EXPECT_EQ(log.lines(),
         (Names{"------------------gstImpl Constr ------------------",
-            "------------------gstImpl createPipeline ------------------", "Failed to create gstreamer element."}));
+            "------------------gstImpl createPipeline ------------------",
+            "Failed to create gstreamer element."}));
     EXPECT_EQ(pipeline(), nullptr); // nothing was put into one
     EXPECT_TRUE(impl.findChildren<QThread*>().isEmpty());
     EXPECT_EQ(status(), "stopped");
@@ -93,8 +94,8 @@ TEST_F(Construction, TheMetaObjectDeclaresTheSlotsInOrderAndNoSignal)
     }
     EXPECT_EQ(slots,
         (Names{"newPatSectionReceived(GstMpegtsSection*)", "newSdtSectionReceived(GstMpegtsSection*)",
-            "newNitSectionReceived(GstMpegtsSection*)", "newPmtSectionReceived(GstMpegtsSection*)", "restart()",
-            "slotEndOfStream()"}));
+            "newNitSectionReceived(GstMpegtsSection*)", "newPmtSectionReceived(GstMpegtsSection*)",
+            "restart()", "slotEndOfStream()"}));
 }
 
 TEST_F(Construction, StatusWithoutAPlaceToWriteDoesNothing)

@@ -51,7 +51,8 @@ TEST_F(Destruction, OfAnObjectThatNeverStartedEndsTheThreadWithoutStop)
     makeWatched();
     log.forget();
     const double seconds = secondsToDestroy();
-    EXPECT_EQ(log.lines(), Names{"------------------gstImpl Destruct ------------------"}); // no "stop" banner
+    EXPECT_EQ(
+        log.lines(), Names{"------------------gstImpl Destruct ------------------"}); // no "stop" banner
     EXPECT_TRUE(pipelineGone());
     EXPECT_LT(seconds, 4.0); // the bus loop notices within its poll of one second
 }
@@ -62,7 +63,8 @@ TEST_F(Destruction, WhileAModeIsActiveStopsItFirst)
     log.forget();
     destroy();
     EXPECT_EQ(log.lines(),
-        (Names{"------------------gstImpl stop ------------------", "------------------gstImpl Destruct ------------------"}));
+        (Names{"------------------gstImpl stop ------------------",
+            "------------------gstImpl Destruct ------------------"}));
     EXPECT_TRUE(pipelineGone());
 }
 

@@ -83,7 +83,8 @@ Bytes pmt(std::uint16_t program, std::uint16_t pid, std::uint8_t version)
     return section(0x02, program, body, 0, 0, version);
 }
 
-Bytes sdt(const std::vector<std::uint16_t>& services, std::size_t length, std::uint8_t number, std::uint8_t tableId)
+Bytes sdt(
+    const std::vector<std::uint16_t>& services, std::size_t length, std::uint8_t number, std::uint8_t tableId)
 {
     // header and CRC_32, original_network_id and reserved byte, five bytes a service
     std::size_t filler = length - 12 - 3 - 5 * services.size();

@@ -21,9 +21,10 @@ Bytes pat(const std::vector<std::uint16_t>& programs, std::uint8_t version = 0);
 /// A PMT of the program with one H.264 stream on `pid`.
 Bytes pmt(std::uint16_t program, std::uint16_t pid = 0x200, std::uint8_t version = 0);
 
-/// An SDT section of exactly `length` bytes that lists the services; the first has a service name that fills the length.
-/// `tableId` 0x42 is the actual, 0x46 another transport stream.
-Bytes sdt(const std::vector<std::uint16_t>& services, std::size_t length, std::uint8_t number = 0, std::uint8_t tableId = 0x42);
+/// An SDT section of exactly `length` bytes that lists the services; the first has a service name that fills
+/// the length. `tableId` 0x42 is the actual, 0x46 another transport stream.
+Bytes sdt(const std::vector<std::uint16_t>& services, std::size_t length, std::uint8_t number = 0,
+    std::uint8_t tableId = 0x42);
 
 /// A NIT section with a network name. `tableId` 0x40 is the actual, 0x41 another network.
 Bytes nit(std::uint8_t number, const std::string& name, std::uint8_t tableId = 0x40);
@@ -31,7 +32,8 @@ Bytes nit(std::uint8_t number, const std::string& name, std::uint8_t tableId = 0
 /// The same section with its last CRC_32 byte changed.
 Bytes damaged(Bytes section);
 
-/// As GStreamer's parsers deliver it from the table's own PID (a PMT's is 0x1000); the caller owns the reference.
+/// As GStreamer's parsers deliver it from the table's own PID (a PMT's is 0x1000); the caller owns the
+/// reference.
 GstMpegtsSection* delivered(const Bytes& section);
 
 /// Posts the section on the bus of the pipeline, from the pipeline's name, as tsparse does.

@@ -53,7 +53,8 @@ std::string graphFolder()
 
 bool prepare()
 {
-    static ::testing::Environment* const known = ::testing::AddGlobalTestEnvironment(new MediaEnvironment); // gtest owns it
+    static ::testing::Environment* const known =
+        ::testing::AddGlobalTestEnvironment(new MediaEnvironment); // gtest owns it
     return known != nullptr;
 }
 

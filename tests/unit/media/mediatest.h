@@ -27,14 +27,15 @@ public:
     bool waitFor(const std::string& part, int times = 1, int timeoutMs = 10000) const;
     void forget();
 
-    /// The thread that prints exactly `line` is held up in doing so until release(), as by a standard output that nobody
-    /// reads.
+    /// The thread that prints exactly `line` is held up in doing so until release(), as by a standard output
+    /// that nobody reads.
     void holdAt(const std::string& line);
     bool waitUntilHeld(int timeoutMs = 10000) const;
     void release();
 };
 
-/// Finds the daemon's pipelines from outside and notes the order in which elements are added to them, while the object lives.
+/// Finds the daemon's pipelines from outside and notes the order in which elements are added to them, while
+/// the object lives.
 class PipelineWatch
 {
 public:
@@ -75,7 +76,8 @@ protected:
     GstElement* element(const char* name) const;
     /// Names of the elements directly in the pipeline, sorted.
     std::vector<std::string> elements() const;
-    /// Name of the element that the (only) src pad of the named element is linked to; empty when it is not linked.
+    /// Name of the element that the (only) src pad of the named element is linked to; empty when it is not
+    /// linked.
     std::string next(const char* name) const;
     /// Names of the elements behind the tee's pads, in the pads' order; "-" for a pad without a link.
     std::vector<std::string> teeBranches() const;
@@ -113,6 +115,6 @@ private:
 
 std::string fileBytes(const std::string& path);
 
-/// Runs `deleteIt`, which deletes a source or pipeline object, while messages keep the bus thread awake: it then ends at once
-/// instead of waiting out its second. `pipeline` is borrowed.
+/// Runs `deleteIt`, which deletes a source or pipeline object, while messages keep the bus thread awake: it
+/// then ends at once instead of waiting out its second. `pipeline` is borrowed.
 void whileAwake(GstElement* pipeline, const std::function<void()>& deleteIt);

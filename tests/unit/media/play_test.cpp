@@ -12,12 +12,14 @@ protected:
     /// The banner with the program number; the logger puts one space between its items.
     static std::string banner(int number)
     {
-        return "------------------gstImpl play prog number= " + std::to_string(number) + " ------------------";
+        return "------------------gstImpl play prog number= " + std::to_string(number)
+            + " ------------------";
     }
 
     Names playElements() const
     {
-        return {"alsasink1", "audioconvert1", "decodebin1", "kmssink1", "my_bin", "queue1", "queueAudio", "queueVideo", "tee"};
+        return {"alsasink1", "audioconvert1", "decodebin1", "kmssink1", "my_bin", "queue1", "queueAudio",
+            "queueVideo", "tee"};
     }
 };
 
@@ -33,7 +35,8 @@ TEST_F(Play, BuildsTheBranchFromTheNamedFactories)
 {
     make().play(1);
     EXPECT_EQ(watch.added(),
-        (Names{"my_bin", "queue1", "tee", "decodebin1", "queueVideo", "kmssink1", "queueAudio", "audioconvert1", "alsasink1"}));
+        (Names{"my_bin", "queue1", "tee", "decodebin1", "queueVideo", "kmssink1", "queueAudio",
+            "audioconvert1", "alsasink1"}));
     EXPECT_EQ(factoryName(element("decodebin1")), "decodebin");
     EXPECT_EQ(factoryName(element("queueVideo")), "queue");
     EXPECT_EQ(factoryName(element("kmssink1")), "kmssink");
@@ -116,7 +119,8 @@ TEST_F(Play, StopRemovesTheBranchAndKeepsTheHead)
 TEST_F(Play, StopFreesEveryElementOfTheBranch)
 {
     make().play(1);
-    const char* const names[] = {"decodebin1", "queueVideo", "kmssink1", "queueAudio", "audioconvert1", "alsasink1"};
+    const char* const names[] = {
+        "decodebin1", "queueVideo", "kmssink1", "queueAudio", "audioconvert1", "alsasink1"};
     GWeakRef refs[6];
     for (int i = 0; i < 6; ++i)
         g_weak_ref_init(&refs[i], element(names[i]));
@@ -185,7 +189,8 @@ TEST_F(Play, AfterTheEndOfTheStreamTheBranchStaysAndIsReused)
     object().play(2);
     EXPECT_EQ(status(), "running");
     EXPECT_EQ(element("decodebin1"), decoder);
-    // A stop while the object counts as stopped does nothing: the branch of an ended stream goes with the next stop.
+    // A stop while the object counts as stopped does nothing: the branch of an ended stream goes with the
+    // next stop.
     object().slotEndOfStream();
     object().stop();
     EXPECT_EQ(elements(), playElements());

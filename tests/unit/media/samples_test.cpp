@@ -26,7 +26,10 @@ protected:
         ASSERT_TRUE(reaches(GST_STATE_NULL));
     }
 
-    std::vector<OracleSection> expected(int tableId) const { return tessary::test::oracleSections(m_report, tableId); }
+    std::vector<OracleSection> expected(int tableId) const
+    {
+        return tessary::test::oracleSections(m_report, tableId);
+    }
 
 private:
     QJsonObject m_report;

@@ -87,8 +87,8 @@ TEST_F(Sources, OnlyAMulticastGroupSetsTheAddress)
     {
         const char* address;
         const char* set;
-    } cases[] = {{"224.0.0.1", "224.0.0.1"}, {"239.255.255.255", "239.255.255.255"}, {"223.255.255.255", "0.0.0.0"},
-        {"192.168.1.10", "0.0.0.0"}, {"0.0.0.0", "0.0.0.0"}};
+    } cases[] = {{"224.0.0.1", "224.0.0.1"}, {"239.255.255.255", "239.255.255.255"},
+        {"223.255.255.255", "0.0.0.0"}, {"192.168.1.10", "0.0.0.0"}, {"0.0.0.0", "0.0.0.0"}};
     for (const auto& one : cases) {
         hold(new udpsource(one.address, "1234", nullptr));
         EXPECT_EQ(receiver("address"), one.set) << "UDP " << one.address;
@@ -170,7 +170,9 @@ TEST_F(Sources, EachKindLogsItsMakingAndItsEnd)
         {"udpsource constr", "udpsource Destruct", new udpsource("239.0.0.1", "1", nullptr)},
         {"rtpsource constr", "rtpsource Destruct", new rtpsource("239.0.0.1", "1", &config)},
     };
-    const auto banner = [](const std::string& text) { return "------------------" + text + " ------------------"; };
+    const auto banner = [](const std::string& text) {
+        return "------------------" + text + " ------------------";
+    };
     Names expected;
     for (const auto& one : cases) {
         expected.push_back(banner(one.made));
@@ -227,7 +229,8 @@ TEST_F(Sources, OperationsReachThePipeline)
     EXPECT_EQ(text, "stopped");
     EXPECT_EQ(log.lines(),
         (Names{"------------------gstImpl play prog number= 12 ------------------",
-            "------------------gstImpl scan ------------------", "------------------gstImpl record ------------------",
+            "------------------gstImpl scan ------------------",
+            "------------------gstImpl record ------------------",
             "------------------gstImpl sendTSstream ------------------",
             "------------------gstImpl debugdotfile ------------------",
             "------------------gstImpl stop ------------------"}));

@@ -32,7 +32,8 @@ protected:
         return names;
     }
 
-    /// Name of the element whose pad the bin's only pad, a ghost pad "src", stands for; empty when it is not so.
+    /// Name of the element whose pad the bin's only pad, a ghost pad "src", stands for; empty when it is not
+    /// so.
     std::string ghostPadOwner() const
     {
         GstElement* bin = element("my_bin");

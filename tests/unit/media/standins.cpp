@@ -9,7 +9,8 @@ enum Property { propertyNone, propertyDisplayRatio, propertyPid, propertyPlpId, 
 std::string fpgaFile = "/dev/null";
 std::vector<std::uint8_t> t2miFrame;
 
-/// The elements keep their few values as data on the object: the base types' own instance layouts are not public.
+/// The elements keep their few values as data on the object: the base types' own instance layouts are not
+/// public.
 void setNumber(GObject* object, guint, const GValue* value, GParamSpec* spec)
 {
     g_object_set_data(object, spec->name, GINT_TO_POINTER(g_value_get_int(value)));
@@ -53,7 +54,8 @@ void initKmssinkClass(gpointer type, gpointer)
 
 void initKmssink(GTypeInstance* instance, gpointer)
 {
-    g_object_set_data(G_OBJECT(instance), "display-ratio", GINT_TO_POINTER(7)); // so that setting it to 0 can be seen
+    g_object_set_data(
+        G_OBJECT(instance), "display-ratio", GINT_TO_POINTER(7)); // so that setting it to 0 can be seen
 }
 
 void initT2miClass(gpointer type, gpointer)
@@ -65,7 +67,8 @@ void initT2miClass(gpointer type, gpointer)
     addNumber(objectClass, propertyPlpId, "plpid");
     G_GNUC_BEGIN_IGNORE_DEPRECATIONS
     GParamSpec* item = g_param_spec_uchar("byte", "byte", "byte", 0, 255, 0, G_PARAM_READABLE);
-    GParamSpec* frame = g_param_spec_value_array("frame", "frame", "last T2-MI frame", item, G_PARAM_READABLE);
+    GParamSpec* frame =
+        g_param_spec_value_array("frame", "frame", "last T2-MI frame", item, G_PARAM_READABLE);
     G_GNUC_END_IGNORE_DEPRECATIONS
     g_object_class_install_property(objectClass, propertyFrame, frame);
 }
@@ -80,14 +83,15 @@ void initPciesink(GTypeInstance* instance, gpointer)
     g_object_set(instance, "location", fpgaFile.c_str(), nullptr);
 }
 
-void addElement(const char* name, const char* typeName, const char* base, GClassInitFunc initClass, GInstanceInitFunc init)
+void addElement(const char* name, const char* typeName, const char* base, GClassInitFunc initClass,
+    GInstanceInitFunc init)
 {
     GstElementFactory* found = gst_element_factory_find(base);
     GstPluginFeature* loaded = gst_plugin_feature_load(GST_PLUGIN_FEATURE(found));
     GTypeQuery query;
     g_type_query(gst_element_factory_get_element_type(GST_ELEMENT_FACTORY(loaded)), &query);
-    const GType type = g_type_register_static_simple(
-        query.type, typeName, query.class_size, initClass, query.instance_size, init, static_cast<GTypeFlags>(0));
+    const GType type = g_type_register_static_simple(query.type, typeName, query.class_size, initClass,
+        query.instance_size, init, static_cast<GTypeFlags>(0));
     gst_element_register(nullptr, name, GST_RANK_NONE, type);
     gst_object_unref(loaded);
     gst_object_unref(found);

@@ -14,7 +14,8 @@ protected:
 
     void deliver(const Bytes& section) { madesections::post(pipeline(), section); }
 
-    /// Returns when everything delivered so far has been taken: a marker PMT of a program of its own goes behind it.
+    /// Returns when everything delivered so far has been taken: a marker PMT of a program of its own goes
+    /// behind it.
     void settle()
     {
         ++m_marker;
@@ -116,7 +117,8 @@ TEST_F(Tables, SdtSectionsOfDifferentLengthsAccumulate)
     deliverAndSettle(second);
     EXPECT_EQ(sdt(), joined(first, second)); // 220
     deliverAndSettle(second);
-    EXPECT_EQ(sdt(), joined(joined(first, second), second)); // 340: it grows with each repetition, this is meant
+    EXPECT_EQ(
+        sdt(), joined(joined(first, second), second)); // 340: it grows with each repetition, this is meant
     EXPECT_EQ(prints.count("new SDT received\n"), 3);
 }
 
@@ -244,8 +246,8 @@ TEST_F(Tables, OtherNetworksAndOtherStreamsNeverReachTheTables)
 TEST_F(Tables, EverySectionIsReleasedWhateverBecomesOfIt)
 {
     std::vector<GstMpegtsSection*> sections;
-    const std::vector<Bytes> all = {madesections::pat({1}), madesections::pat({1}), madesections::sdt({1}, 50),
-        madesections::sdt({1}, 50), madesections::pmt(1), madesections::pmt(1),
+    const std::vector<Bytes> all = {madesections::pat({1}), madesections::pat({1}),
+        madesections::sdt({1}, 50), madesections::sdt({1}, 50), madesections::pmt(1), madesections::pmt(1),
         madesections::damaged(madesections::pmt(2)), madesections::nit(0, "n"), madesections::nit(0, "n"),
         madesections::nit(0, "other", 0x41), madesections::sdt({1}, 60, 0, 0x46)};
     for (const Bytes& bytes : all) {
@@ -254,7 +256,8 @@ TEST_F(Tables, EverySectionIsReleasedWhateverBecomesOfIt)
     }
     settle();
     for (GstMpegtsSection* section : sections) {
-        EXPECT_EQ(GST_MINI_OBJECT_REFCOUNT_VALUE(section), 1) << "table " << static_cast<int>(section->table_id);
+        EXPECT_EQ(GST_MINI_OBJECT_REFCOUNT_VALUE(section), 1)
+            << "table " << static_cast<int>(section->table_id);
         gst_mpegts_section_unref(section);
     }
 }

@@ -1,0 +1,292 @@
+// The decoder's callbacks, reached through the signals of the live element.
+#include "media/gstimpl.h"
+#include "mediatest.h"
+
+namespace {
+
+constexpr int autoplugTry = 0;
+constexpr int autoplugSkip = 2;
+
+class Autoplug : public MediaTest
+{
+protected:
+    Autoplug() { make().play(program); }
+
+    ~Autoplug() override
+    {
+        for (GstPad* pad : m_pads)
+            gst_object_unref(pad);
+    }
+
+    GstElement* decoder() const { return element("decodebin1"); }
+
+    int select(const char* factoryName)
+    {
+        GstElementFactory* factory = gst_element_factory_find(factoryName);
+        EXPECT_NE(factory, nullptr) << factoryName;
+        GstCaps* caps = gst_caps_new_empty_simple("video/x-h264");
+        int answer = -1;
+        g_signal_emit_by_name(decoder(), "autoplug-select", newPad("any"), caps, factory, &answer);
+        gst_caps_unref(caps);
+        gst_object_unref(factory);
+        return answer;
+    }
+
+    /// The answer to "shall decoding of this pad go on?".
+    bool goesOn(GstPad* pad, const char* capsText)
+    {
+        GstCaps* caps = gst_caps_from_string(capsText);
+        gboolean answer = FALSE;
+        g_signal_emit_by_name(decoder(), "autoplug-continue", pad, caps, &answer);
+        gst_caps_unref(caps);
+        return answer != FALSE;
+    }
+
+    GstPad* newPad(const char* name)
+    {
+        m_pads.push_back(GST_PAD(gst_object_ref_sink(gst_pad_new(name, GST_PAD_SRC))));
+        return m_pads.back();
+    }
+
+    /// Adds a pad with these caps to the decoder, as it does with a decoded stream; null leaves it without
+    /// caps.
+    void expose(const char* name, const char* capsText)
+    {
+        GstPad* pad = gst_pad_new(name, GST_PAD_SRC);
+        gst_pad_set_active(pad, TRUE);
+        gst_pad_push_event(pad, gst_event_new_stream_start(name));
+        if (capsText) {
+            GstCaps* caps = gst_caps_from_string(capsText);
+            gst_pad_push_event(pad, gst_event_new_caps(caps));
+            gst_caps_unref(caps);
+        }
+        gst_element_add_pad(decoder(), pad);
+    }
+
+    /// Name of the decoder's pad that the queue is linked to; empty when it is not linked.
+    std::string padBefore(const char* queue) const
+    {
+        GstPad* sink = gst_element_get_static_pad(element(queue), "sink");
+        GstPad* peer = gst_pad_get_peer(sink);
+        gst_object_unref(sink);
+        if (!peer)
+            return {};
+        const std::string name = GST_OBJECT_NAME(peer);
+        gst_object_unref(peer);
+        return name;
+    }
+
+    static std::string text(const GstCaps* caps)
+    {
+        if (!caps)
+            return "null";
+        gchar* written = gst_caps_to_string(caps);
+        const std::string result = written;
+        g_free(written);
+        return result;
+    }
+
+    /// A demultiplexer as decodebin adds one.
+    int programOfNewDemuxer(const char* factory, const char* name)
+    {
+        GstElement* demuxer = gst_element_factory_make(factory, name);
+        gst_bin_add(GST_BIN(decoder()), demuxer);
+        return programOf(name);
+    }
+
+    int programOf(const char* name) const
+    {
+        int number = -2;
+        g_object_get(element(name), "program-number", &number, nullptr);
+        return number;
+    }
+
+    static constexpr int program = 3401;
+
+private:
+    std::vector<GstPad*> m_pads;
+};
+
+TEST_F(Autoplug, SkipsThePlatformsDemultiplexerAndTheTwoParsers)
+{
+    EXPECT_EQ(select("aiurdemux"), autoplugSkip);
+    EXPECT_EQ(select("h264parse"), autoplugSkip);
+    EXPECT_EQ(select("h265parse"), autoplugSkip);
+    EXPECT_EQ(
+        prints.text(), "Factory-select: aiurdemux\nFactory-select: h264parse\nFactory-select: h265parse\n");
+}
+
+TEST_F(Autoplug, TriesEveryOtherElement)
+{
+    for (const char* name : {"tsdemux", "mpegvideoparse", "aacparse", "multiqueue", "kmssink"}) {
+        prints.forget();
+        EXPECT_EQ(select(name), autoplugTry) << name;
+        EXPECT_EQ(prints.text(), std::string("Factory-select: ") + name + "\n");
+    }
+}
+
+TEST_F(Autoplug, ADemultiplexerIsToldTheProgramNumber)
+{
+    EXPECT_EQ(programOfNewDemuxer("tsdemux", "tsdemux0"), program);
+    EXPECT_EQ(prints.text(), "DECODBIN element-added: tsdemux0\r\n");
+}
+
+TEST_F(Autoplug, AnElementOfAnotherNameIsNotTold)
+{
+    EXPECT_EQ(programOfNewDemuxer("tsdemux", "demuxer0"), -1); // the property's default
+}
+
+TEST_F(Autoplug, ADemultiplexerWithoutTheNumberPropertyIsLeftAlone)
+{
+    gst_bin_add(GST_BIN(decoder()), gst_element_factory_make("aiurdemux", "aiurdemux0"));
+    gst_bin_add(GST_BIN(decoder()), gst_element_factory_make("multiqueue", "multiqueue0"));
+    EXPECT_EQ(prints.text(), "DECODBIN element-added: aiurdemux0\r\nDECODBIN element-added: multiqueue0\r\n");
+}
+
+TEST_F(Autoplug, ASecondPlayGivesItsNumberToDemultiplexersAddedFromThenOn)
+{
+    programOfNewDemuxer("tsdemux", "tsdemux0");
+    object().play(3402);
+    EXPECT_EQ(programOf("tsdemux0"), program); // the one that exists is not touched
+    EXPECT_EQ(programOfNewDemuxer("tsdemux", "tsdemux1"), 3402);
+}
+
+TEST_F(Autoplug, ANewStreamIsPrintedWithPadAndCaps)
+{
+    GstPad* pad = newPad("video_0_0200");
+    GstCaps* caps = gst_caps_from_string("video/x-h264, width=(int)720");
+    gboolean answer = FALSE;
+    g_signal_emit_by_name(decoder(), "autoplug-continue", pad, caps, &answer);
+    const std::string expected = "DECODEBIN new stream: pad name=video_0_0200 (address="
+        + std::to_string(GPOINTER_TO_INT(pad)) + "); caps string=video/x-h264, width=(int)720 (address="
+        + std::to_string(GPOINTER_TO_INT(caps)) + ")\n";
+    gst_caps_unref(caps);
+    EXPECT_EQ(prints.text(), expected);
+    EXPECT_NE(answer, FALSE);
+}
+
+TEST_F(Autoplug, ContainersAndDecodedStreamsGoOnWithoutBeingNoted)
+{
+    for (const char* caps : {"video/mpegts", "video/x-matroska", "video/x-raw", "audio/x-raw"})
+        EXPECT_TRUE(goesOn(newPad("src"), caps)) << caps;
+    EXPECT_EQ(object().getVideoDecodedCaps(), nullptr);
+    EXPECT_EQ(object().getAudioDecodedCaps(), nullptr);
+}
+
+TEST_F(Autoplug, TheFirstVideoStreamIsTheOneReported)
+{
+    GstPad* first = newPad("video_0_0200");
+    EXPECT_TRUE(goesOn(first, "video/x-h264, width=(int)720"));
+    EXPECT_TRUE(goesOn(newPad("video_0_0201"), "video/x-h265"));
+    EXPECT_EQ(text(object().getVideoDecodedCaps()), "video/x-h264, width=(int)720");
+    EXPECT_TRUE(goesOn(first, "video/x-h264, width=(int)1280")); // the same pad again: its newest caps
+    EXPECT_EQ(text(object().getVideoDecodedCaps()), "video/x-h264, width=(int)1280");
+    EXPECT_EQ(object().getAudioDecodedCaps(), nullptr);
+}
+
+TEST_F(Autoplug, TheFirstAudioStreamIsTheOneReported)
+{
+    GstPad* first = newPad("audio_0_0300");
+    EXPECT_TRUE(goesOn(first, "audio/mpeg, mpegversion=(int)4"));
+    EXPECT_TRUE(goesOn(newPad("audio_0_0301"), "audio/x-ac3"));
+    EXPECT_EQ(text(object().getAudioDecodedCaps()), "audio/mpeg, mpegversion=(int)4");
+    EXPECT_TRUE(goesOn(first, "audio/mpeg, mpegversion=(int)2"));
+    EXPECT_EQ(text(object().getAudioDecodedCaps()), "audio/mpeg, mpegversion=(int)2");
+    EXPECT_EQ(object().getVideoDecodedCaps(), nullptr);
+}
+
+TEST_F(Autoplug, Ac4IsNotDecodedAndNotReported)
+{
+    EXPECT_FALSE(goesOn(newPad("audio_0_076c"), "audio/x-ac4"));
+    EXPECT_EQ(object().getAudioDecodedCaps(), nullptr);
+    EXPECT_TRUE(goesOn(newPad("audio_0_0300"), "audio/x-eac3")); // the next one is the first
+    EXPECT_EQ(text(object().getAudioDecodedCaps()), "audio/x-eac3");
+}
+
+TEST_F(Autoplug, WhatIsNeitherPictureNorSoundEndsThere)
+{
+    for (const char* caps :
+        {"subpicture/x-dvb", "application/x-teletext", "private/teletext", "EMPTY", "ANY"})
+        EXPECT_FALSE(goesOn(newPad("src"), caps)) << caps;
+}
+
+TEST_F(Autoplug, TheNextModeForgetsTheReportedStreams)
+{
+    goesOn(newPad("video_0_0200"), "video/x-h264");
+    goesOn(newPad("audio_0_0300"), "audio/mpeg");
+    expose("src_0", "video/x-raw, width=(int)720, height=(int)576");
+    ASSERT_EQ(object().getVideoDecodedWidth(), 720);
+    object().scan();
+    EXPECT_EQ(object().getVideoDecodedCaps(), nullptr);
+    EXPECT_EQ(object().getAudioDecodedCaps(), nullptr);
+    EXPECT_EQ(object().getVideoDecodedWidth(), -1);
+    EXPECT_EQ(object().getVideoDecodedHeight(), -1);
+}
+
+TEST_F(Autoplug, StopKeepsWhatWasReported)
+{
+    goesOn(newPad("video_0_0200"), "video/x-h264");
+    expose("src_0", "video/x-raw, width=(int)720, height=(int)576");
+    object().stop();
+    EXPECT_EQ(object().getVideoDecodedWidth(), 720);
+    EXPECT_EQ(text(object().getVideoDecodedCaps()), "video/x-h264");
+}
+
+TEST_F(Autoplug, APicturePadIsLinkedToTheVideoQueue)
+{
+    expose("src_0", "video/x-raw, width=(int)720, height=(int)576");
+    EXPECT_EQ(padBefore("queueVideo"), "src_0");
+    EXPECT_EQ(padBefore("queueAudio"), "");
+    EXPECT_EQ(object().getVideoDecodedWidth(), 720);
+    EXPECT_EQ(object().getVideoDecodedHeight(), 576);
+    EXPECT_EQ(prints.text(),
+        "A new pad src_0 was created for decodebin1\n"
+        "Link video src_0 of Decodebin with caps : video/x-raw, width=(int)720, height=(int)576\n");
+}
+
+TEST_F(Autoplug, ASoundPadIsLinkedToTheAudioQueue)
+{
+    expose("src_0",
+        "audio/x-raw, format=(string)S16LE, layout=(string)interleaved, rate=(int)48000, channels=(int)2");
+    EXPECT_EQ(padBefore("queueAudio"), "src_0");
+    EXPECT_EQ(padBefore("queueVideo"), "");
+    EXPECT_EQ(object().getVideoDecodedWidth(), -1);
+    EXPECT_EQ(prints.text(),
+        "A new pad src_0 was created for decodebin1\n"
+        "Link audio src_0 of Decodebin with caps : audio/x-raw, format=(string)S16LE, "
+        "layout=(string)interleaved, "
+        "rate=(int)48000, channels=(int)2\n");
+}
+
+TEST_F(Autoplug, FurtherPicturesAndSoundsAreIgnored)
+{
+    expose("src_0", "video/x-raw, width=(int)720, height=(int)576");
+    expose("src_1",
+        "audio/x-raw, format=(string)S16LE, layout=(string)interleaved, rate=(int)48000, channels=(int)2");
+    prints.forget();
+    expose("src_2", "video/x-raw, width=(int)1920, height=(int)1080");
+    expose("src_3",
+        "audio/x-raw, format=(string)S16LE, layout=(string)interleaved, rate=(int)44100, channels=(int)2");
+    EXPECT_EQ(prints.text(),
+        "A new pad src_2 was created for decodebin1\nA new pad src_3 was created for decodebin1\n");
+    EXPECT_EQ(padBefore("queueVideo"), "src_0");
+    EXPECT_EQ(padBefore("queueAudio"), "src_1");
+    EXPECT_EQ(object().getVideoDecodedWidth(), 720);
+}
+
+TEST_F(Autoplug, APictureWithoutSizeLeavesItUnknown)
+{
+    expose("src_0", "video/x-raw, height=(int)480");
+    EXPECT_EQ(object().getVideoDecodedWidth(), -1);
+    EXPECT_EQ(object().getVideoDecodedHeight(), 480);
+}
+
+TEST_F(Autoplug, APadWithoutCapsIsIgnored)
+{
+    expose("src_0", nullptr);
+    EXPECT_EQ(prints.text(), "A new pad src_0 was created for decodebin1\n");
+    EXPECT_EQ(padBefore("queueVideo"), "");
+    EXPECT_EQ(padBefore("queueAudio"), "");
+}
+
+} // namespace
