@@ -12,7 +12,7 @@ sys.dont_write_bytecode = True
 STREAMS = pathlib.Path(__file__).resolve().parents[2] / "bench" / "streams"
 SAMPLES = pathlib.Path(os.environ.get("TESSARY_SAMPLES", STREAMS.parents[2] / "shared" / "samples"))
 sys.path.insert(0, str(STREAMS))
-from streamlib import packets, recipes, tables  # noqa: E402  (needs the path above)
+from streamlib import packets, recipes, t2mi, tables  # noqa: E402  (needs the path above)
 
 
 def make(folder, *arguments, environment=None):
@@ -120,6 +120,39 @@ class MadeStreams(unittest.TestCase):
                      "name='Tessary Grün'", "name='Tessary Blå'", "'name': 'Tessary Test Network', 'ts_count': 1"):
             self.assertIn(text, done.stdout)
         self.assertNotIn("bad", done.stdout)
+
+
+    def test_t2mi_gives_back_the_stream_in_both_modes(self):
+        reader = oracle()
+        if reader is None:
+            self.skipTest(f"no recorded streams and no reader at {SAMPLES}")
+        for name in ("demo-t2mi.ts", "demo-t2mi-normal.ts"):
+            made = make(self.folder, "--only", name)
+            self.assertEqual((made.returncode, made.stderr), (0, ""))
+            inner = self.folder / "inner.ts"
+            done = subprocess.run([sys.executable, SAMPLES / "oracle.py", "--t2mi", f"{t2mi.STREAM_PID},1", "--out", inner,
+                                   self.folder / name], capture_output=True, text=True, check=True)
+            self.assertEqual(inner.read_bytes(), (self.folder / "demo.ts").read_bytes(), name)
+            for text in ('"crc32_bad": 0', '"syncd_errors": 0', '"packet_count_errors": 0', '"resyncs": 0'):
+                self.assertIn(text, done.stdout)
+            for path in (inner, self.folder / name, self.folder / f".{name}.stamp"):
+                path.unlink()
+
+
+class T2mi(unittest.TestCase):
+    def test_crc8_is_that_of_the_standard(self):
+        self.assertEqual(t2mi.crc8(b"123456789"), 0xBC)
+
+    def test_a_baseband_header_is_byte_exact(self):
+        data = b"".join(bytes([0x47, 0x1F, 0xFF, 0x10]) + bytes(184) for _ in range(30))
+        normal = list(t2mi.baseband_frames(data, False))
+        self.assertEqual([len(frame) for frame in normal], [4836, 4836])
+        self.assertEqual(normal[0][:9].hex(), "f000" "05e0" "96d0" "47" "0000")
+        self.assertEqual(normal[1][:9].hex(), "f000" "05e0" "1970" "47" "01f0")  # 814 bytes; a packet starts at byte 62
+        self.assertEqual(normal[0][9], t2mi.crc8(normal[0][:9]))
+        efficient = list(t2mi.baseband_frames(data, True))
+        self.assertEqual(efficient[0][:9].hex(), "f000" "0000" "96d0" "00" "0000")
+        self.assertEqual(efficient[0][9], t2mi.crc8(efficient[0][:9]) ^ 1)
 
 
 class Failures(unittest.TestCase):

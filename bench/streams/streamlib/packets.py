@@ -1,4 +1,5 @@
 """Transport stream packets (ISO/IEC 13818-1, 2.4.3): reading, sections, CRC, and a check of a finished multiplex."""
+import zlib
 
 PACKET_BYTES = 188
 SYNC_BYTE = 0x47
@@ -9,25 +10,16 @@ class StreamError(Exception):
     """A stream is not what it should be; the text says what and what to do about it."""
 
 
-def _crc_table():
-    table = []
-    for index in range(256):
-        value = index << 24
-        for _ in range(8):
-            value = ((value << 1) ^ 0x04C11DB7 if value & 0x80000000 else value << 1) & 0xFFFFFFFF
-        table.append(value)
-    return table
-
-
-_CRC_TABLE = _crc_table()
+_REVERSED = bytes(int(f"{value:08b}"[::-1], 2) for value in range(256))
 
 
 def crc32(data):
-    """CRC-32 of ISO/IEC 13818-1 annex A; 0 over a whole section with its CRC."""
-    value = 0xFFFFFFFF
-    for byte in data:
-        value = ((value << 8) & 0xFFFFFFFF) ^ _CRC_TABLE[(value >> 24) ^ byte]
-    return value
+    """CRC-32 of ISO/IEC 13818-1 annex A; 0 over a whole section with its CRC.
+
+    zlib's is the mirror image of it, so bytes and result are mirrored: whole streams go through here.
+    """
+    mirrored = zlib.crc32(bytes(data).translate(_REVERSED)) ^ 0xFFFFFFFF
+    return int(f"{mirrored:032b}"[::-1], 2)
 
 
 def packets(data):

@@ -79,7 +79,17 @@ CODECS = [
             ["libmp3lame", "-b:a", "128k"], 4_000_000, 0x01),
 ]
 
-ALL = [DEMO] + CODECS
+# The demo's stream once more, inside T2-MI on PID 4096; made from the file `of`.
+T2MI = [{"file": "demo-t2mi.ts", "of": "demo.ts", "plp": 1, "high_efficiency": True},
+        {"file": "demo-t2mi-normal.ts", "of": "demo.ts", "plp": 1, "high_efficiency": False}]
+
+ALL = [DEMO] + CODECS + T2MI
+
+
+def with_bases(wanted):
+    """`wanted` file names and those that they are made from."""
+    bases = {recipe["of"] for recipe in ALL if recipe["file"] in wanted and "of" in recipe}
+    return bases | set(wanted)
 
 
 def stream_types(recipe):
