@@ -54,6 +54,7 @@ def main(arguments):
     state = RunDir(run_dir).read_state()
     try:
         namespaces = _open_namespaces(state, sender)
+        root = None if sender else os.open(f"/proc/{state['init']}/root", os.O_PATH | os.O_CLOEXEC)
     except OSError as error:
         raise BenchError(f"the instrument is going down: {error}") from error
     own_pid_namespace = os.open("/proc/self/ns/pid", os.O_RDONLY | os.O_CLOEXEC)
@@ -63,7 +64,7 @@ def main(arguments):
     # The other namespaces are entered by the child alone: this process keeps the machine's /proc in view.
     child = os.fork()
     if child == 0:
-        _become(command, namespaces, sender)
+        _become(command, namespaces, root)
     syscalls.setns(own_pid_namespace, syscalls.CLONE_NEWPID)
     return _wait(child)
 
@@ -79,16 +80,18 @@ def _open_namespaces(state, sender):
     return [(flag, os.open(f"/proc/{pid}/ns/{name}", os.O_RDONLY | os.O_CLOEXEC)) for flag, pid, name in wanted]
 
 
-def _become(command, namespaces, sender):
-    """In the child: never returns."""
+def _become(command, namespaces, root):
+    """In the child: never returns. `root` is the instrument's root, None for the sender, who stays in the host's."""
     try:
         syscalls.die_with_parent(signal.SIGKILL)
         for flag, fd in namespaces:
             if flag != syscalls.CLONE_NEWPID:
                 syscalls.setns(fd, flag)
         environment = dict(os.environ)
-        if not sender:
-            os.chdir("/")
+        if root is not None:
+            # A mount namespace is entered at its topmost mount: not the instrument's when that was made in a chroot.
+            os.fchdir(root)
+            os.chroot(".")
             os.umask(0o022)
             environment = {"HOME": "/root", "USER": "root", "LOGNAME": "root", "LANG": "C.UTF-8",
                            "TERM": os.environ.get("TERM", "dumb"),

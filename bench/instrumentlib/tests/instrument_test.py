@@ -224,7 +224,7 @@ class SteeringTest(unittest.TestCase):
         self.instrument.call("commands", "--clear")
         odd = "a\"b\\c\n\x01\u00e9\udcff"
         self.instrument.call("exec", "/opt/recorder/bin/ping", "-V", odd)
-        note = self.instrument.commands()[-1]
+        note = next(n for n in self.instrument.commands() if n["argv"][0] == "ping")
         self.assertEqual(note["argv"], ["ping", "-V", odd])
         self.assertFalse(note["by_daemon"])
 
