@@ -54,6 +54,26 @@ bool Device::exists(const std::string& path)
     return fixedFiles.count(path) || ((file == "/direction" || file == "/value") && m_lines.isExported(line));
 }
 
+std::vector<std::string> Device::entries(const std::string& folder)
+{
+    const std::string beginning = folder == "/" ? folder : folder + "/";
+    std::vector<std::string> candidates(fixedFiles.begin(), fixedFiles.end());
+    candidates.insert(candidates.end(), fixedFolders.begin(), fixedFolders.end());
+    for (const int line : {Lines::done, Lines::program}) {
+        for (const char* file : {"", "/direction", "/value"})
+            candidates.push_back("/gpio/gpio" + std::to_string(line) + file);
+    }
+    std::vector<std::string> names;
+    for (const std::string& path : candidates) {
+        const bool isBelow =
+            path.size() > beginning.size() && path.compare(0, beginning.size(), beginning) == 0;
+        const bool isDirectlyBelow = isBelow && path.find('/', beginning.size()) == std::string::npos;
+        if (isDirectlyBelow && (exists(path) || isFolder(path)))
+            names.push_back(path.substr(beginning.size()));
+    }
+    return names;
+}
+
 int Device::open(const std::string& path)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

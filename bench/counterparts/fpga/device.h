@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 /// The whole FPGA behind its files: every operation is one file operation of the module and returns what that
 /// returns, a count or a negative error number. Any thread.
@@ -20,6 +21,8 @@ public:
     /// A file by its path below the mount point: exists now, and can it be written?
     bool exists(const std::string& path);
     bool isFolder(const std::string& path);
+    /// Names of what a folder holds now.
+    std::vector<std::string> entries(const std::string& folder);
 
     int open(const std::string& path);
     /// The text that a read of the whole file gives.

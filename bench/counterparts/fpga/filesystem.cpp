@@ -35,6 +35,14 @@ int getAttributes(const char* path, struct stat* status, fuse_file_info*)
     return 0;
 }
 
+int readFolder(
+    const char* path, void* buffer, fuse_fill_dir_t fill, off_t, fuse_file_info*, fuse_readdir_flags)
+{
+    for (const std::string& name : theDevice->entries(path))
+        fill(buffer, name.c_str(), nullptr, 0, fuse_fill_dir_flags{});
+    return 0;
+}
+
 int openFile(const char* path, fuse_file_info* info)
 {
     info->direct_io = 1; // every write arrives as it was made
@@ -133,6 +141,7 @@ fuse_operations operations()
 {
     fuse_operations table{};
     table.getattr = getAttributes;
+    table.readdir = readFolder;
     table.open = openFile;
     table.truncate = truncateFile;
     table.read = readFile;
