@@ -18,6 +18,7 @@ constexpr int startMilliseconds =
 constexpr int stopMilliseconds = 30000;
 
 const QString instrumentProgram = QStringLiteral(TESSARY_SOURCE_DIR "/bench/instrument");
+const QString hardwareProgram = QStringLiteral(TESSARY_SOURCE_DIR "/bench/hardware");
 const QString buildFolder = QStringLiteral(TESSARY_BUILD_DIR);
 
 [[noreturn]] void fail(const QString& what, const QByteArray& words)
@@ -53,6 +54,11 @@ bool RunningStream::waitUntilSent(int milliseconds)
     return m_process->waitForFinished(milliseconds) && m_process->exitCode() == 0;
 }
 
+QByteArray RunningStream::output()
+{
+    return m_process->readAllStandardOutput();
+}
+
 QByteArray RunningStream::errors()
 {
     return m_process->readAllStandardError();
@@ -62,12 +68,24 @@ Instrument::Instrument(bool startDaemon)
     : m_folder("/run/tessary-test-XXXXXX")
     , m_runner(std::make_unique<GuardedProcess>())
 {
+    start(instrumentProgram, QStringList("run") + runArguments(startDaemon));
+}
+
+Instrument::Instrument(const QStringList& hardwareOptions)
+    : m_folder("/run/tessary-test-XXXXXX")
+    , m_runner(std::make_unique<GuardedProcess>())
+{
+    start(hardwareProgram, runArguments(false) + hardwareOptions);
+}
+
+void Instrument::start(const QString& program, const QStringList& arguments)
+{
     if (!m_folder.isValid())
         fail("no run directory", m_folder.errorString().toUtf8());
     QDir(m_folder.path()).mkpath("io");
     m_runner->setProcessChannelMode(QProcess::MergedChannels);
     m_runner->setStandardOutputFile(path("runner.log"));
-    m_runner->start(instrumentProgram, runArguments(startDaemon));
+    m_runner->start(program, arguments);
     waitUntilReady();
 }
 
@@ -79,7 +97,7 @@ Instrument::~Instrument()
 QStringList Instrument::runArguments(bool startDaemon) const
 {
     QStringList arguments{
-        "run", "--run-dir", m_folder.path(), "--build", buildFolder, "--daemon", daemonUnderTest()};
+        "--run-dir", m_folder.path(), "--build", buildFolder, "--daemon", daemonUnderTest()};
     if (!startDaemon)
         arguments << "--no-daemon";
     const QString suppressions = QStringLiteral(TESSARY_SOURCE_DIR "/script/suppressions/");
@@ -174,6 +192,13 @@ void Instrument::setLink(bool up) const
     const CommandResult result = control({"link", up ? "up" : "down"}, 20000);
     if (!result.ok())
         fail("the link could not be changed", result.errors);
+}
+
+void Instrument::misbehave(const QStringList& arguments) const
+{
+    const CommandResult result = control(QStringList{"behave"} + arguments, 20000);
+    if (!result.ok())
+        fail("behave " + arguments.join(' '), result.errors);
 }
 
 void Instrument::daemon(const QString& action) const

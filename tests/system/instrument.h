@@ -29,6 +29,8 @@ public:
 
     /// Waits until everything has been sent (of a stream that is not repeated without end).
     bool waitUntilSent(int milliseconds);
+    /// What the sender has printed, its count in the end.
+    QByteArray output();
     QByteArray errors();
 
 private:
@@ -44,6 +46,9 @@ public:
     /// Starts it and waits until it is ready. With `startDaemon` false the daemon waits for daemon("start"),
     /// so that a test can prepare the instrument's files before.
     explicit Instrument(bool startDaemon = true);
+    /// With its hardware (FPGA, bitstream file, DAB receiver program), daemon not started; options as those of
+    /// bench/hardware.
+    explicit Instrument(const QStringList& hardwareOptions);
     ~Instrument();
     Instrument(const Instrument&) = delete;
     Instrument& operator=(const Instrument&) = delete;
@@ -66,6 +71,8 @@ public:
     QString ethernetAddress() const;
     /// Takes the far end of eth0 up or down.
     void setLink(bool up) const;
+    /// Lets a program fail, stall or speak when the daemon runs it next: arguments of "bench/instrument behave".
+    void misbehave(const QStringList& arguments) const;
 
     /// "start", "stop", "kill", "restart".
     void daemon(const QString& action) const;
@@ -82,6 +89,7 @@ public:
 
 private:
     CommandResult control(const QStringList& arguments, int milliseconds) const;
+    void start(const QString& program, const QStringList& arguments);
     QStringList runArguments(bool startDaemon) const;
     void waitUntilReady();
 

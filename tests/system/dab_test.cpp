@@ -1,0 +1,152 @@
+#include "hardwaresuite.h"
+
+#include <QFile>
+#include <random>
+
+namespace {
+
+using namespace tessary::test;
+using tessary::client::Milliseconds;
+
+constexpr std::size_t blockBytes = 117;
+
+class Dab : public HardwareSuite
+{
+protected:
+    void SetUp() override
+    {
+        HardwareSuite::SetUp();
+        startDaemon();
+    }
+
+    void TearDown() override
+    {
+        HardwareSuite::TearDown();
+        // The receiver program is not the daemon's own: what it left running ends here.
+        instrument().exec({"killall", "-q", "-w", "qt-dab"});
+        instrument().shell("rm -f /usr/mysocket");
+    }
+
+    static void behave(const QByteArray& settings)
+    {
+        writeContent(instrument().sharedFile("dab.json"), settings);
+    }
+    static QByteArray receiverLog() { return contentOf(instrument().sharedFile("dab.log")); }
+
+    /// Enters DAB mode; the daemon answers again when it has ended its attempts.
+    void start(int milliseconds = 20000)
+    {
+        line().write("START_DAB\n");
+        EXPECT_EQ(version(milliseconds).substr(0, 8), "SV: mx8 ");
+    }
+
+    void stop()
+    {
+        line().write("STOP_DAB\n");
+        EXPECT_EQ(version(15000).substr(0, 8), "SV: mx8 ");
+    }
+
+    /// Relays one block; returns the answer.
+    std::string relay(const std::string& command)
+    {
+        line().write(command);
+        return line().readExactly(blockBytes, Milliseconds(patiently(5000)));
+    }
+
+    static std::string inverted(std::string block)
+    {
+        block.resize(blockBytes, '\0');
+        for (char& byte : block)
+            byte = static_cast<char>(~byte);
+        return block;
+    }
+};
+
+} // namespace
+
+TEST_F(Dab, AReceiverThatOpensLateIsConnectedAndRelayedAndLeftAndStartedAgain)
+{
+    behave(R"({"open_after_s": 3})");
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        start();
+        EXPECT_TRUE(receiverLog().contains(R"("platform": "wayland", "runtime": "/run/user/0")"));
+        EXPECT_EQ(relay("dab tune 5A\n"), inverted("dab tune 5A\n"));
+        stop();
+        EXPECT_EQ(ask("dab tune 5A\n"), ""); // player mode again
+    }
+    QStringList expected;
+    for (int round = 0; round < 2; ++round)
+        expected << "systemctl start weston"
+                 << "/home/ondrak/qt-dab/qt-dab &"
+                 << "killall qt-dab"
+                 << "systemctl stop weston";
+    QStringList seen;
+    for (const QString& command : shellCommands()) {
+        if (command.contains("weston") || command.contains("qt-dab"))
+            seen << command;
+    }
+    EXPECT_EQ(seen, expected);
+}
+
+TEST_F(Dab, AThousandBlocksOfRandomBytesPassUnchangedBothWays)
+{
+    behave(R"({"open_after_s": 0.5})");
+    start();
+    std::mt19937 random(2);
+    std::string all;
+    for (int i = 0; i < 1000; ++i) {
+        std::string block = "dab";
+        while (block.size() < blockBytes - 1)
+            block += static_cast<char>(random() & 0xFF);
+        block += '\n'; // ends the burst
+        ASSERT_EQ(relay(block), inverted(block)) << "block " << i;
+        all += block;
+    }
+    EXPECT_EQ(contentOf(instrument().sharedFile("dab-received.bin")).toStdString(), all);
+    stop();
+}
+
+TEST_F(Dab, ALateAnswerIsWaitedForAndOneInPiecesIsDropped)
+{
+    behave(R"({"open_after_s": 0.5})");
+    start();
+    behave(R"({"answer_after_s": 3})");
+    EXPECT_EQ(relay("dab late\n"), inverted("dab late\n"));
+    behave(R"({"pieces": [50, 67]})");
+    EXPECT_EQ(relay("dab pieces\n"), inverted("dab pieces\n"));
+    EXPECT_EQ(ask("dab again\n", 300), ""); // the same way: its answer comes once, whole
+    stop();
+}
+
+TEST_F(Dab, ASecondStartAndAStopOutsideDabModeAreIgnored)
+{
+    behave(R"({"open_after_s": 0.5})");
+    stop();
+    EXPECT_TRUE(shellCommands().filter("weston").isEmpty());
+    start();
+    line().write("START_DAB\n");
+    EXPECT_EQ(version(1500).substr(0, 8), "SV: mx8 "); // at once
+    EXPECT_EQ(shellCommands().filter("systemctl start weston").size(), 1);
+    stop();
+}
+
+TEST_F(Dab, AReceiverThatDiesHoldsTheDaemonUp)
+{
+    behave(R"({"open_after_s": 0.5, "die_at": 2})");
+    start();
+    EXPECT_EQ(relay("dab one\n"), inverted("dab one\n"));
+    line().write("dab two\n");
+    EXPECT_EQ(line().readSome(Milliseconds(2000)), "");
+    EXPECT_EQ(ask("version?\n", 3000), ""); // no time-out: only a restart helps
+    EXPECT_TRUE(receiverLog().contains("\"dies\""));
+}
+
+TEST_F(Dab, AReceiverThatNeverOpensLeavesPlayerModeAfterEightyAttempts)
+{
+    behave(R"({"never_opens": true})");
+    start(60000);
+    EXPECT_EQ(ask("dab tune\n"), "");
+    EXPECT_TRUE(log().contains("Tessar connect socket : ." + QByteArray(80, '.')));
+    EXPECT_TRUE(shellCommands().filter("systemctl stop").isEmpty()); // the compositor stays
+}

@@ -1,0 +1,270 @@
+#include "hardwaresuite.h"
+
+#include "client/controller.h"
+
+#include <chrono>
+#include <fcntl.h>
+#include <functional>
+#include <QFile>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace tessary::test;
+using tessary::client::Milliseconds;
+
+const QString recording = "/run/media/mmcblk1p1/record.ts";
+constexpr int packetBytes = 188;
+
+/// A transport stream packet of PID 256 that carries its own number.
+void appendPacket(QByteArray& stream, quint32 number)
+{
+    QByteArray packet(packetBytes, '\xFF');
+    packet[0] = 0x47;
+    packet[1] = 0x01;
+    packet[2] = 0x00;
+    packet[3] = static_cast<char>(0x10 | (number & 0x0F));
+    for (int i = 0; i < 46; ++i) {
+        const quint32 word = number * 2654435761U + static_cast<quint32>(i);
+        for (int byte = 0; byte < 4; ++byte)
+            packet[4 + 4 * i + byte] = static_cast<char>(word >> (8 * byte) & 0xFF);
+    }
+    stream += packet;
+}
+
+QByteArray packets(quint32 first, quint32 count)
+{
+    QByteArray stream;
+    stream.reserve(static_cast<int>(count) * packetBytes);
+    for (quint32 i = 0; i < count; ++i)
+        appendPacket(stream, first + i);
+    return stream;
+}
+
+class Recorder : public HardwareSuite
+{
+protected:
+    void SetUp() override
+    {
+        HardwareSuite::SetUp();
+        QFile::remove(instrument().sharedFile("fpga-in.ts"));
+        startDaemon();
+    }
+
+    /// The recording as the host sees it, through the daemon's own root.
+    static QString recordingOnHost()
+    {
+        return "/proc/" + QString::number(instrument().daemonPid()) + "/root" + recording;
+    }
+
+    static qint64 recordedBytes() { return QFile(recordingOnHost()).size(); }
+
+    static void putRecording(const QByteArray& bytes) { writeContent(recordingOnHost(), bytes); }
+
+    /// Exports and waits for the end; true when it ended in time. Nothing but the acknowledgement comes.
+    void exportRecording(int milliseconds = 20000)
+    {
+        line().write("PVR_export\n");
+        EXPECT_EQ(line().readLine(Milliseconds(patiently(5000))), "PVR_export_ok\n");
+        EXPECT_EQ(version(milliseconds).substr(0, 8), "SV: mx8 ");
+    }
+};
+
+/// The FPGA's stream as a pipe that the test fills.
+class FpgaStream
+{
+public:
+    explicit FpgaStream(const QString& path)
+    {
+        ::mkfifo(path.toUtf8().constData(), 0600);
+        m_fd = ::open(path.toUtf8().constData(), O_RDWR | O_CLOEXEC);
+        ::fcntl(m_fd, F_SETPIPE_SZ, 1 << 20);
+    }
+    ~FpgaStream() { ::close(m_fd); }
+    FpgaStream(const FpgaStream&) = delete;
+    FpgaStream& operator=(const FpgaStream&) = delete;
+
+    void write(const QByteArray& bytes) const
+    {
+        for (int done = 0; done < bytes.size();) {
+            const ssize_t n =
+                ::write(m_fd, bytes.constData() + done, static_cast<std::size_t>(bytes.size() - done));
+            if (n <= 0)
+                return;
+            done += static_cast<int>(n);
+        }
+    }
+
+private:
+    int m_fd;
+};
+
+/// Hands out numbered packets at 100 Mbit/s for `seconds`, in pieces of 10 ms.
+quint32 sendPaced(const FpgaStream& stream, int seconds)
+{
+    constexpr quint32 packetsPerPiece = 100000000 / 8 / 100 / packetBytes;
+    const auto begin = std::chrono::steady_clock::now();
+    quint32 sent = 0;
+    for (int piece = 0; piece < seconds * 100; ++piece) {
+        stream.write(packets(sent, packetsPerPiece));
+        sent += packetsPerPiece;
+        std::this_thread::sleep_until(begin + std::chrono::milliseconds(10) * (piece + 1));
+    }
+    return sent;
+}
+
+/// True when a file holds exactly these numbered packets; compares piece by piece.
+bool holdsPackets(const QString& path, quint32 count)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() != qint64{count} * packetBytes)
+        return false;
+    constexpr quint32 piece = 10000;
+    for (quint32 first = 0; first < count; first += piece) {
+        const quint32 now = std::min(piece, count - first);
+        if (file.read(qint64{now} * packetBytes) != packets(first, now))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+TEST_F(Recorder, AnFpgaStreamOf100MbitIsRecordedWithoutLoss)
+{
+    const FpgaStream stream(instrument().sharedFile("fpga-in.ts"));
+    EXPECT_EQ(ask("PVR_record\n", 500), "");
+    EXPECT_EQ(version().substr(0, 8), "SV: mx8 ");
+    const quint32 sent = sendPaced(stream, Instrument::daemonIsSanitized() ? 3 : 30);
+    EXPECT_TRUE(waitUntil([&] { return recordedBytes() == qint64{sent} * packetBytes; }, patiently(10000)))
+        << recordedBytes() << " of " << qint64{sent} * packetBytes << " bytes";
+    EXPECT_EQ(ask("PVR_reclist\n"), "reclist file:" + std::to_string(qint64{sent} * packetBytes) + " Bytes");
+    EXPECT_EQ(ask("PVR_stop\n", 500), "");
+    EXPECT_TRUE(holdsPackets(recordingOnHost(), sent));
+}
+
+TEST_F(Recorder, AnIpStreamOf100MbitIsRecordedWithoutLoss)
+{
+    const quint32 count = (Instrument::daemonIsSanitized() ? 3 : 30) * (100000000 / 8 / packetBytes) / 7 * 7;
+    const QString file = instrument().path("numbered.ts");
+    writeContent(file, packets(0, count));
+    const std::string address = instrument().ethernetAddress().toStdString();
+    ask("server=UDP " + address + " 5040\n", 200);
+    ask("scancur\n", 200);
+    EXPECT_EQ(ask("PVR_record\n", 500), "");
+    EXPECT_EQ(version().substr(0, 8), "SV: mx8 ");
+    RunningStream stream = instrument().send({file, QString::fromStdString("udp://" + address + ":5040"),
+        "--bitrate", "100M", "--interface", "uplink"});
+    ASSERT_TRUE(stream.waitUntilSent(patiently(60000))) << stream.errors().constData();
+    EXPECT_TRUE(waitUntil([&] { return recordedBytes() == qint64{count} * packetBytes; }, patiently(10000)))
+        << recordedBytes() << " of " << qint64{count} * packetBytes << " bytes";
+    ask("PVR_stop\n", 500);
+    EXPECT_TRUE(holdsPackets(recordingOnHost(), count));
+    QFile::remove(file);
+}
+
+TEST_F(Recorder, ARecordingIsScannedAndPlayed)
+{
+    const QByteArray demo = contentOf(madeStream("demo.ts"));
+    ASSERT_FALSE(demo.isEmpty()) << "make the streams: bench/streams/make-streams build/streams";
+    putRecording(demo);
+    EXPECT_EQ(ask("PVR_scan\n", 500), "");
+    EXPECT_TRUE(waitUntil([this] { return ask("streaminfo?\n").substr(0, 5) == "<SDT>"; }, patiently(10000)));
+    EXPECT_EQ(ask("play=2\n", 500), "");
+    EXPECT_EQ(ask("videostatus?\n"), "running");
+    EXPECT_TRUE(
+        waitUntil([] { return contentOf(instrument().sharedFile("display.json")).contains("\"frames\""); },
+            patiently(10000)));
+    ask("PVR_stop\n", 500);
+}
+
+TEST_F(Recorder, ReclistWithoutRecordingIsZeroBytes)
+{
+    EXPECT_EQ(ask("PVR_reclist\n"), "reclist file:0 Bytes");
+    putRecording(QByteArray(188, 'x'));
+    EXPECT_EQ(ask("PVR_reclist\n"), "reclist file:188 Bytes");
+}
+
+TEST_F(Recorder, ExportsOfAllSizesArriveByteForByte)
+{
+    for (const int size : {0, 1, 1024, 2500}) {
+        SCOPED_TRACE(size);
+        const QByteArray bytes = packets(7, 20).left(size);
+        putRecording(bytes);
+        exportRecording();
+        EXPECT_EQ(hardwareFile("export.bin"), bytes);
+    }
+    const QList<QByteArray> blocks = notes("export").mid(2); // behind those of 1 and 1024 bytes
+    ASSERT_EQ(
+        blocks.size(), 4); // 1, 1024, and the last export's three, without the empty block, which FUSE keeps
+}
+
+TEST_F(Recorder, AFiftyMegabyteExportArrivesByteForByte)
+{
+    const quint32 count = 50000000 / packetBytes;
+    putRecording(packets(0, count));
+    exportRecording(120000);
+    EXPECT_TRUE(holdsPackets(instrument().path("hardware/export.bin"), count));
+    EXPECT_TRUE(logged("Export remaining="));
+}
+
+TEST_F(Recorder, ASlowDeviceGetsEverything)
+{
+    setKnob("export-rate=100000");
+    const QByteArray bytes = packets(0, 1500); // 282 kB: the device's buffer is full after a fraction of it
+    putRecording(bytes);
+    exportRecording(30000);
+    EXPECT_EQ(hardwareFile("export.bin"), bytes);
+    EXPECT_FALSE(log().contains("TIMEOUT"));
+}
+
+TEST_F(Recorder, AStalledDeviceEndsTheExportAfterSixSeconds)
+{
+    setKnob("export-rate=0");
+    putRecording(packets(0, 1000));
+    const auto begin = std::chrono::steady_clock::now();
+    exportRecording(30000);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(6));
+    EXPECT_TRUE(logged("TIMEOUT Uart_Export"));
+    const QByteArray arrived = hardwareFile("export.bin");
+    EXPECT_FALSE(arrived.isEmpty());
+    EXPECT_TRUE(packets(0, 1000).startsWith(arrived));
+}
+
+TEST_F(Recorder, ADeviceThatFailsOrIsAbsentEndsTheExportQuietly)
+{
+    putRecording(packets(0, 100));
+    setKnob("export-fails=1");
+    exportRecording();
+    EXPECT_TRUE(hardwareFile("export.bin").isEmpty());
+    setKnob("export-fails=0");
+    setKnob("export-absent=1");
+    exportRecording();
+    EXPECT_FALSE(log().contains("TIMEOUT"));
+    EXPECT_FALSE(log().contains("ERROR Uart_Export"));
+}
+
+TEST_F(Recorder, AFullCardKeepsWhatFittedAndRecordsAgainOnceThereIsRoom)
+{
+    instrument().shell("dd if=/dev/zero of=/run/media/mmcblk1p1/filler bs=1M count=590 2>&1");
+    const FpgaStream stream(instrument().sharedFile("fpga-in.ts"));
+    ask("PVR_record\n", 500);
+    sendPaced(stream, 3); // 37 MB into the room of some 10 MB
+    EXPECT_EQ(version(20000).substr(0, 8), "SV: mx8 ");
+    const qint64 kept = recordedBytes();
+    EXPECT_GT(kept, 1000000);
+    EXPECT_LT(kept, 37000000);
+    EXPECT_EQ(contentOf(recordingOnHost()),
+        packets(0, static_cast<quint32>(kept / packetBytes + 1)).left(static_cast<int>(kept)));
+    ask("PVR_stop\n", 500);
+    EXPECT_EQ(version(20000).substr(0, 8), "SV: mx8 ");
+
+    instrument().shell("rm /run/media/mmcblk1p1/filler");
+    ask("PVR_record\n", 500);
+    EXPECT_EQ(version(20000).substr(0, 8), "SV: mx8 ");
+    sendPaced(stream, 2);
+    EXPECT_TRUE(waitUntil([] { return recordedBytes() > 20000000; }, patiently(10000))) << recordedBytes();
+    ask("PVR_stop\n", 500);
+}

@@ -1,0 +1,145 @@
+#include "client/crc32.h"
+#include "hardwaresuite.h"
+
+#include <QFile>
+#include <thread>
+
+namespace {
+
+using namespace tessary::test;
+using tessary::client::Milliseconds;
+
+// What the controller sends after "waiting update\n"  | what follows
+// a package and its CRC                               | installed, "update ok\n"
+// a wrong CRC, or the CRC's bytes reversed            | silence
+// a gap of more than 10 s, or no CRC for 5 s          | silence
+// size 0: one byte, CRC of nothing                    | an empty package, which dpkg refuses; "update ok\n"
+// a negative size, a size beyond memory               | silence, at once
+// In each case networking is off, and the daemon answers afterwards.
+
+class Update : public HardwareSuite
+{
+protected:
+    void SetUp() override
+    {
+        HardwareSuite::SetUp();
+        startDaemon();
+    }
+
+    void TearDown() override
+    {
+        EXPECT_EQ(shellCommands().filter("networking"),
+            (QStringList{"nmcli networking on", "nmcli networking off"}));
+        EXPECT_EQ(instrument().exec({"nmcli", "networking"}).output, "disabled\n");
+        EXPECT_EQ(version(30000).substr(0, 8), "SV: mx8 ");
+        HardwareSuite::TearDown();
+    }
+
+    /// A package with a payload of random bytes.
+    static QByteArray makePackage(int payloadBytes)
+    {
+        const QString file = instrument().path("update.deb");
+        const CommandResult made = runCommand(TESSARY_SOURCE_DIR "/bench/counterparts/make-package",
+            {"--bytes", QString::number(payloadBytes), file});
+        EXPECT_TRUE(made.ok()) << made.errors.constData();
+        return contentOf(file);
+    }
+
+    /// Asks for an update of this size and waits for the prompt.
+    void begin(const std::string& size)
+    {
+        line().write("update " + size + "\n");
+        EXPECT_EQ(line().readLine(Milliseconds(patiently(10000))), "waiting update\n");
+    }
+
+    static std::string crcOf(const QByteArray& image)
+    {
+        const std::uint32_t crc = tessary::client::crc32Mpeg(
+            reinterpret_cast<const std::uint8_t*>(image.constData()), static_cast<std::size_t>(image.size()));
+        std::string bytes;
+        for (int shift = 0; shift < 32; shift += 8)
+            bytes += static_cast<char>(crc >> shift & 0xFF);
+        return bytes;
+    }
+
+    void expectSilence(int milliseconds)
+    {
+        EXPECT_EQ(line().readSome(Milliseconds(milliseconds)), "");
+        EXPECT_TRUE(shellCommands().filter("dpkg").isEmpty());
+    }
+};
+
+} // namespace
+
+TEST_F(Update, ATwoMegabytePackageIsInstalled)
+{
+    const QByteArray package = makePackage(2000000);
+    begin(std::to_string(package.size()));
+    line().write(
+        std::string_view(package.constData(), static_cast<std::size_t>(package.size())), Milliseconds(60000));
+    line().write(crcOf(package));
+    EXPECT_EQ(line().readLine(Milliseconds(patiently(60000))), "update ok\n");
+    EXPECT_EQ(shellCommands().filter("dpkg"),
+        (QStringList{"dpkg --add-architecture armhf", "cd /tmp && sudo dpkg -i --force-all Tessary.deb"}));
+    EXPECT_EQ(shellCommands().last(), "sync");
+    EXPECT_TRUE(instrument().shell("dpkg -s tessary-update").contains("Version: 1.5\n"));
+    EXPECT_EQ(instrument().shell("stat -c %s /usr/share/tessary-update/payload"), "2000000\n");
+    EXPECT_EQ(instrument().shell("cat /tmp/Tessary.deb"), package);
+}
+
+TEST_F(Update, AWrongCrcInstallsNothing)
+{
+    const QByteArray image(5000, 'x');
+    begin("5000");
+    line().write(image.toStdString() + "1234");
+    expectSilence(1000);
+    EXPECT_TRUE(logged("crcread: 875770417\n"));
+}
+
+TEST_F(Update, ACrcInReverseOrderInstallsNothing)
+{
+    const QByteArray image(5000, 'x');
+    std::string crc = crcOf(image);
+    begin("5000");
+    line().write(image.toStdString() + std::string(crc.rbegin(), crc.rend()));
+    expectSilence(1000);
+}
+
+TEST_F(Update, AGapOfElevenSecondsEndsIt)
+{
+    begin("5000");
+    line().write(std::string(2000, 'x'));
+    expectSilence(12000);
+    EXPECT_TRUE(logged("receivedbytes=2000"));
+    EXPECT_TRUE(logged("Waiting bytes too long time !"));
+}
+
+TEST_F(Update, WithoutCrcItEndsAfterFiveSeconds)
+{
+    begin("5000");
+    line().write(std::string(5000, 'x'));
+    expectSilence(7000);
+    EXPECT_TRUE(logged("No CRC received !"));
+}
+
+TEST_F(Update, SizeZeroTakesOneByteAndTheCrcOfNothing)
+{
+    begin("0");
+    line().write("x\xFF\xFF\xFF\xFF");
+    EXPECT_EQ(line().readLine(Milliseconds(patiently(30000))), "update ok\n");
+    EXPECT_EQ(instrument().shell("stat -c %s /tmp/Tessary.deb"), "0\n");
+}
+
+TEST_F(Update, ANegativeSizeEndsAtOnce)
+{
+    begin("-5");
+    EXPECT_TRUE(logged("Malloc problem!"));
+    expectSilence(300);
+}
+
+TEST_F(Update, ASizeThatNoMachineHasEndsAtOnce)
+{
+    begin("3000000000"); // counted in 32 bits, with a sign
+    EXPECT_TRUE(logged("Malloc problem!"));
+    expectSilence(300);
+}
