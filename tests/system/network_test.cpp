@@ -1,0 +1,337 @@
+#include "measuredvalues.h"
+#include "systemsuite.h"
+
+#include <thread>
+
+namespace {
+
+using namespace tessary;
+using namespace tessary::test;
+using client::Milliseconds;
+using Protocol = client::StreamServer::Protocol;
+
+// NetworkManager, smcroute and the kernel are real; only failing joins are put in. Each test begins with
+// DHCP, the link up and the group joined.
+//   DHCP -> static -> DHCP        DHCP -> VLAN -> DHCP        link down and up in each of the three
+//   "server=" while the link is down       joins that fail three times and succeed later
+//   a capture that runs across each of these
+
+const QString group = "239.1.2.3";
+constexpr int port = 5060;
+const QStringList dhcpCommands{"nmcli con del \"Wired connection 1\"",
+    "nmcli con del \"Wired connection 1_vlan\"",
+    "nmcli con add con-name \"Wired connection 1\" ifname eth0 type ethernet"};
+const QStringList vlanCommands{dhcpCommands[0], dhcpCommands[1],
+    "nmcli con add type vlan con-name \"Wired connection 1_vlan\" dev eth0 id 100"};
+const QStringList staticCommands{
+    dhcpCommands[0], dhcpCommands[1], dhcpCommands[2] + " ip4 192.168.77.50/24 gw4 192.168.77.254"};
+const char staticAddress[] = "192.168.77.50 255.255.255.0";
+
+QString joinOf(const QString& address, const QString& interface = "eth0")
+{
+    return "smcroute -j " + interface + " " + address;
+}
+
+class NetworkChanges : public SystemSuite
+{
+protected:
+    void SetUp() override
+    {
+        instrument().setLink(true);
+        setInterface("dhcp");
+        setServer(group);
+        instrument().ethernetAddress();
+        ASSERT_TRUE(waitUntil([] { return isMember(group); }, patiently(15000))) << memberships();
+        forget();
+    }
+
+    void TearDown() override
+    {
+        instrument().exec({"ip", "link", "del", "eth0.100"}); // where a test has made it
+        EXPECT_NE(instrument().daemonPid(), 0);
+    }
+
+    static void setInterface(const std::string& argument)
+    {
+        line().write("interface=" + argument + "\n");
+        controller().settle();
+    }
+
+    static void setServer(const QString& address)
+    {
+        controller().setServer({Protocol::Udp, address.toStdString(), port, 0, 0});
+    }
+
+    /// The commands from here on are those that the test expects.
+    static void forget() { s_seen = instrument().commands().size(); }
+
+    /// What the daemon itself has run since.
+    static QStringList daemonCommands()
+    {
+        QStringList texts;
+        const auto all = instrument().commands();
+        for (std::size_t i = s_seen; i < all.size(); ++i) {
+            if (all[i].parent == "tessary")
+                texts << all[i].text();
+        }
+        return texts;
+    }
+
+    /// These commands have been run, and no other: neither now nor a moment later.
+    static void expectCommands(const QStringList& expected)
+    {
+        waitUntil([&] { return daemonCommands() == expected; }, patiently(15000));
+        std::this_thread::sleep_for(Milliseconds(400));
+        EXPECT_EQ(daemonCommands().join('\n').toStdString(), expected.join('\n').toStdString());
+        forget();
+    }
+
+    static std::string memberships(const QString& interface = "eth0")
+    {
+        return instrument().exec({"ip", "-4", "maddr", "show", "dev", interface}).output.toStdString();
+    }
+
+    static bool isMember(const QString& address, const QString& interface = "eth0")
+    {
+        return memberships(interface).find("inet  " + address.toStdString()) != std::string::npos;
+    }
+
+    static void expectMember(const QString& address, const QString& interface = "eth0")
+    {
+        EXPECT_TRUE(waitUntil([&] { return isMember(address, interface); }, patiently(10000)))
+            << memberships(interface);
+    }
+
+    static void expectAddress(const std::string& addressAndMask)
+    {
+        EXPECT_TRUE(
+            waitUntil([&] { return askInterface(line()) == addressAndMask + "\n"; }, patiently(15000)))
+            << askInterface(line());
+    }
+
+    static void expectDhcpAddress()
+    {
+        const std::string leased = instrument().ethernetAddress().toStdString();
+        EXPECT_EQ(leased.rfind("192.168.77.1", 0), 0U) << leased;
+        expectAddress(leased + " 255.255.255.0");
+        EXPECT_TRUE(waitUntil([] { return defaultRoute().contains("via 192.168.77.1 "); }, patiently(10000)))
+            << defaultRoute().toStdString();
+    }
+
+    static QByteArray defaultRoute() { return instrument().shell("ip route show default"); }
+
+    /// The link is lost and comes back: routing is stopped, started and joined, and nothing else happens.
+    static void expectLinkIsFollowed()
+    {
+        instrument().setLink(false);
+        expectCommands({"smcroute -k"});
+        EXPECT_EQ(askInterface(line()), "not connected\n");
+        instrument().setLink(true);
+        expectCommands({"smcroute -d", joinOf(group)});
+        expectMember(group);
+    }
+
+    static RunningStream sendStream()
+    {
+        return instrument().send({madeStream("demo.ts"), QString("udp://%1:%2").arg(group).arg(port),
+            "--interface", "uplink", "--bitrate", "5M", "--loop"});
+    }
+
+    static bool isPresent()
+    {
+        const auto values = askMeasurement(line());
+        return values.has_value() && values->present == 1 && values->packetSize == 188;
+    }
+
+    static int countInLog(const char* text) { return instrument().daemonLog().count(text); }
+
+    static int startsOfTheCapture()
+    {
+        return countInLog("------------------pcap start output ------------------");
+    }
+
+private:
+    static std::size_t s_seen;
+};
+
+std::size_t NetworkChanges::s_seen = 0;
+
+} // namespace
+
+TEST_F(NetworkChanges, StaticAddressAndBackToDhcp)
+{
+    setInterface(staticAddress);
+    expectCommands(staticCommands);
+    expectAddress(staticAddress);
+    EXPECT_TRUE(waitUntil([] { return defaultRoute().contains("via 192.168.77.254 "); }, patiently(10000)))
+        << defaultRoute().toStdString();
+    setInterface("dhcp");
+    expectCommands(dhcpCommands);
+    expectDhcpAddress();
+}
+
+TEST_F(NetworkChanges, VlanAndBackToDhcp)
+{
+    setInterface("vlan_id=100;dhcp");
+    expectCommands(
+        vlanCommands + QStringList{"smcroute -k"}); // no such device yet, or no kernel support: no link
+    EXPECT_EQ(askInterface(line()), "not connected\n");
+    const QByteArray connections = instrument().shell("nmcli -t -f name,type connection show");
+    EXPECT_TRUE(connections.contains("Wired connection 1_vlan:vlan")) << connections.constData();
+    EXPECT_FALSE(connections.contains("Wired connection 1:")) << connections.constData();
+    setInterface("dhcp");
+    expectCommands(dhcpCommands + QStringList{"smcroute -d", joinOf(group)});
+    expectDhcpAddress();
+    expectMember(group);
+}
+
+TEST_F(NetworkChanges, VlanWithStaticAddressHasNoGateway)
+{
+    setInterface("10.1.0.5 255.255.0.0;vlan_id=100");
+    expectCommands(
+        QStringList{vlanCommands[0], vlanCommands[1], vlanCommands[2] + " ip4 10.1.0.5/16", "smcroute -k"});
+    setInterface("dhcp");
+    expectCommands(dhcpCommands + QStringList{"smcroute -d", joinOf(group)});
+}
+
+TEST_F(NetworkChanges, LinkDownAndUpWithDhcp)
+{
+    expectLinkIsFollowed();
+    expectDhcpAddress();
+}
+
+TEST_F(NetworkChanges, LinkDownAndUpWithAStaticAddress)
+{
+    setInterface(staticAddress);
+    expectCommands(staticCommands);
+    expectAddress(staticAddress);
+    expectLinkIsFollowed();
+    expectAddress(staticAddress);
+}
+
+TEST_F(NetworkChanges, LinkDownAndUpWithAVlanThatHasNoDevice)
+{
+    setInterface("vlan_id=100;dhcp");
+    expectCommands(vlanCommands + QStringList{"smcroute -k"});
+    instrument().setLink(false);
+    expectCommands({});
+    instrument().setLink(true);
+    expectCommands({}); // the plain interface is not the one in use
+}
+
+TEST_F(NetworkChanges, ServerSetWhileTheLinkIsDownIsJoinedWhenItComesUp)
+{
+    instrument().setLink(false);
+    expectCommands({"smcroute -k"});
+    setServer("239.1.2.4");
+    expectCommands({});
+    instrument().setLink(true);
+    expectCommands({"smcroute -d", joinOf("239.1.2.4")});
+    expectMember("239.1.2.4");
+}
+
+TEST_F(NetworkChanges, ServerSetWhileTheLinkIsUpIsJoinedAtOnce)
+{
+    setServer("239.1.2.5");
+    expectCommands({joinOf("239.1.2.5")});
+    expectMember("239.1.2.5");
+}
+
+TEST_F(NetworkChanges, JoinThatFailsThreeTimesIsTriedAgainUntilItSucceeds)
+{
+    instrument().misbehave(
+        {"smcroute", "--when=-j", "--status", "1", "--stderr", "No such device", "--times", "4"});
+    line().write("server=UDP 239.1.2.6 5060\n");
+    const QString join = joinOf("239.1.2.6");
+    const QStringList failed{join, "smcroute -k", "smcroute -d"};
+    expectCommands(
+        failed + failed + failed + failed + QStringList{join}); // three at once, the fourth at the next poll
+    controller().settle();
+    expectMember("239.1.2.6");
+}
+
+TEST_F(NetworkChanges, EthtoolPartRunsBeforeTheConnections)
+{
+    setInterface("ethtool -s eth0 speed 100 duplex full;dhcp");
+    expectCommands(QStringList{"ethtool -s eth0 speed 100 duplex full"} + dhcpCommands);
+    expectDhcpAddress();
+}
+
+TEST_F(NetworkChanges, IpStatusIsWhatTheToolsSay)
+{
+    line().write("ipstatus?\n");
+    const std::string answer = line().readUntilSilence(Milliseconds(patiently(5000)), Milliseconds(300));
+    EXPECT_EQ(answer.rfind("eth0: flags=", 0), 0U) << answer;
+    EXPECT_NE(answer.find("inet " + instrument().ethernetAddress().toStdString()), std::string::npos)
+        << answer;
+    EXPECT_NE(answer.find("Speed: "), std::string::npos) << answer;
+    expectCommands({"ifconfig eth0", "ethtool eth0"});
+}
+
+TEST_F(NetworkChanges, CaptureRunsOnAcrossALostLink)
+{
+    const RunningStream stream = sendStream();
+    ASSERT_TRUE(waitUntil(isPresent, patiently(10000)));
+    const int starts = startsOfTheCapture();
+    instrument().setLink(false);
+    EXPECT_TRUE(waitUntil([] { return !askMeasurement(line()).has_value(); }, patiently(5000)));
+    instrument().setLink(true);
+    EXPECT_TRUE(waitUntil(isPresent, patiently(15000)));
+    EXPECT_EQ(startsOfTheCapture(), starts);
+}
+
+TEST_F(NetworkChanges, CaptureStopsWithAChangeOfTheInterfaceAndTheNextMeasurementStartsItAgain)
+{
+    const RunningStream stream = sendStream();
+    ASSERT_TRUE(waitUntil(isPresent, patiently(10000)));
+    for (const char* change : {staticAddress, "dhcp"}) {
+        const int starts = startsOfTheCapture();
+        const int stops = countInLog("------------------pcap loop output ------------------");
+        setInterface(change);
+        EXPECT_EQ(countInLog("------------------pcap loop output ------------------"), stops + 1);
+        EXPECT_TRUE(waitUntil(isPresent, patiently(15000))) << change;
+        EXPECT_EQ(startsOfTheCapture(), starts + 1) << change;
+    }
+}
+
+TEST_F(NetworkChanges, CaptureOutlivesAVlanWithoutADevice)
+{
+    const RunningStream stream = sendStream();
+    ASSERT_TRUE(waitUntil(isPresent, patiently(10000)));
+    setInterface("vlan_id=100;dhcp");
+    EXPECT_FALSE(askMeasurement(line()).has_value());
+    setInterface("dhcp");
+    EXPECT_TRUE(waitUntil(isPresent, patiently(20000)));
+}
+
+/// Where the kernel has no VLAN driver, one end of a veth pair is the VLAN's device: routing and capture go
+/// by its name.
+TEST_F(NetworkChanges, InterfaceOfTheVlanIsJoinedAndMeasured)
+{
+    setInterface("vlan_id=100;dhcp");
+    expectCommands(vlanCommands + QStringList{"smcroute -k"});
+    instrument().shell("ip link add eth0.100 type veth peer name far100");
+    instrument().shell("nmcli device set eth0.100 managed no; nmcli device set far100 managed no");
+    instrument().shell("ip address add 10.1.0.1/24 dev eth0.100; ip address add 10.1.0.2/24 dev far100");
+    instrument().shell("ip link set eth0.100 up; ip link set far100 up");
+    expectCommands({"smcroute -d", joinOf(group, "eth0.100")});
+    expectMember(group, "eth0.100");
+    expectAddress("10.1.0.1 255.255.255.0");
+
+    EXPECT_TRUE(askMeasurement(line()).has_value());
+    const QString program =
+        "import socket, time\n"
+        "s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)\n"
+        "s.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton('10.1.0.2'))\n"
+        "for i in range(200):\n"
+        "    s.sendto(bytes(7 * 188), ('239.1.2.3', 5060))\n"
+        "    time.sleep(0.005)\n";
+    const CommandResult sent = instrument().exec({"/usr/bin/python3", "-c", program});
+    ASSERT_TRUE(sent.ok()) << sent.errors.constData();
+    const auto values = askMeasurement(line());
+    ASSERT_TRUE(values.has_value());
+    EXPECT_EQ(values->present, 1);
+    EXPECT_EQ(values->packetSize, 188);
+    EXPECT_EQ(values->packetsPerDatagram, 7);
+    EXPECT_TRUE(instrument().daemonLog().contains("eth0.100 founded"));
+}
