@@ -53,8 +53,8 @@ void DisplayWriter::setFormat(const GstVideoInfo& info)
         gst_video_converter_free(m_converter);
     m_converter = nullptr;
     m_input = info;
-    gst_video_info_set_format(&m_output, GST_VIDEO_FORMAT_RGB, static_cast<guint>(GST_VIDEO_INFO_WIDTH(&info)),
-        static_cast<guint>(GST_VIDEO_INFO_HEIGHT(&info)));
+    gst_video_info_set_format(&m_output, GST_VIDEO_FORMAT_RGB,
+        static_cast<guint>(GST_VIDEO_INFO_WIDTH(&info)), static_cast<guint>(GST_VIDEO_INFO_HEIGHT(&info)));
     // The converter copies fields as they lie; both sides have to agree about them.
     m_output.interlace_mode = info.interlace_mode;
     m_output.fps_n = info.fps_n;
@@ -84,7 +84,8 @@ int DisplayWriter::writePicture(const std::string& path, GstBuffer* buffer)
         file.reserve(head.size() + rowBytes * static_cast<std::size_t>(height));
         const auto* pixels = static_cast<const char*>(GST_VIDEO_FRAME_PLANE_DATA(&output, 0));
         for (int row = 0; row < height; ++row) {
-            const char* line = pixels + static_cast<std::ptrdiff_t>(row) * GST_VIDEO_FRAME_PLANE_STRIDE(&output, 0);
+            const char* line =
+                pixels + static_cast<std::ptrdiff_t>(row) * GST_VIDEO_FRAME_PLANE_STRIDE(&output, 0);
             file.insert(file.end(), line, line + rowBytes);
         }
         gst_video_frame_unmap(&output);
@@ -100,7 +101,7 @@ int DisplayWriter::writeReport(const std::string& path, const DisplayReport& rep
     char text[256];
     const int length = std::snprintf(text, sizeof text,
         "{\"frames\":%llu,\"dropped\":%llu,\"width\":%d,\"height\":%d,\"state\":\"%s\"}\n",
-        static_cast<unsigned long long>(report.frames), static_cast<unsigned long long>(report.dropped), report.width,
-        report.height, report.state);
+        static_cast<unsigned long long>(report.frames), static_cast<unsigned long long>(report.dropped),
+        report.width, report.height, report.state);
     return writeAtomically(path, text, static_cast<std::size_t>(length));
 }

@@ -6,17 +6,20 @@
 #include <string>
 
 /// What the display shows, in numbers. `state` is "waiting" (no picture yet), "showing" or "stopped".
-struct DisplayReport {
-    std::uint64_t frames = 0;  ///< pictures shown since the start
+struct DisplayReport
+{
+    std::uint64_t frames = 0; ///< pictures shown since the start
     std::uint64_t dropped = 0; ///< pictures thrown away for being late since the start
-    int width = 0;             ///< pixels
-    int height = 0;            ///< pixels
+    int width = 0; ///< pixels
+    int height = 0; ///< pixels
     const char* state = "waiting";
 };
 
-/// Keeps the display's picture and report where a person or a test can look at them. Files appear whole: each is
-/// written beside its place and renamed. The functions return an errno value, 0 for success. Not thread-safe.
-class DisplayWriter {
+/// Keeps the display's picture and report where a person or a test can look at them. Files appear whole: each
+/// is written beside its place and renamed. The functions return an errno value, 0 for success. Not
+/// thread-safe.
+class DisplayWriter
+{
 public:
     DisplayWriter() = default;
     ~DisplayWriter();

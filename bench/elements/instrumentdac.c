@@ -1,9 +1,10 @@
 /*
  * ALSA playback PCM of type "instrumentdac": stands in for the instrument's sound converter.
  *
- * It takes 16 bit stereo and consumes it at the sample rate in real time, so that a player sees the clock, the fill
- * level and the underruns of a real card. The samples themselves are dropped: put it below ALSA's own "file" PCM to
- * keep them (see asound.conf). The position follows CLOCK_MONOTONIC; a timer descriptor wakes who waits for room.
+ * It takes 16 bit stereo and consumes it at the sample rate in real time, so that a player sees the clock,
+ * the fill level and the underruns of a real card. The samples themselves are dropped: put it below ALSA's
+ * own "file" PCM to keep them (see asound.conf). The position follows CLOCK_MONOTONIC; a timer descriptor
+ * wakes who waits for room.
  */
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
@@ -18,10 +19,11 @@
 
 #define NS_PER_S 1000000000LL
 
-struct instrument_dac {
+struct instrument_dac
+{
     snd_pcm_ioplug_t io;
     int timer_fd;
-    int64_t start_ns;              /* when consumption began; -1 while it stands still */
+    int64_t start_ns; /* when consumption began; -1 while it stands still */
     snd_pcm_uframes_t start_frame; /* position at start_ns */
     snd_pcm_uframes_t avail_min;
     snd_pcm_uframes_t boundary;
@@ -35,8 +37,9 @@ static int64_t now_ns(void)
     return (int64_t)now.tv_sec * NS_PER_S + now.tv_nsec;
 }
 
-/* Frames the converter's clock has asked for since prepare; whole seconds apart, so that nothing overflows. */
-static snd_pcm_uframes_t clocked_frames(const struct instrument_dac *dac)
+/* Frames the converter's clock has asked for since prepare; whole seconds apart, so that nothing overflows.
+ */
+static snd_pcm_uframes_t clocked_frames(const struct instrument_dac* dac)
 {
     if (dac->start_ns < 0)
         return dac->io.hw_ptr;
@@ -46,14 +49,15 @@ static snd_pcm_uframes_t clocked_frames(const struct instrument_dac *dac)
 }
 
 /* Sets the timer to a time of CLOCK_MONOTONIC; 0 keeps it from firing. */
-static int set_alarm(struct instrument_dac *dac, int64_t at_ns)
+static int set_alarm(struct instrument_dac* dac, int64_t at_ns)
 {
     const struct itimerspec spec = {.it_value = {.tv_sec = at_ns / NS_PER_S, .tv_nsec = at_ns % NS_PER_S}};
     return timerfd_settime(dac->timer_fd, TFD_TIMER_ABSTIME, &spec, NULL) < 0 ? -errno : 0;
 }
 
-/* How far the clock has to come until there is room for the wanted frames, or until all is played when draining. */
-static snd_pcm_uframes_t awaited_frame(const struct instrument_dac *dac, snd_pcm_uframes_t appl_ptr)
+/* How far the clock has to come until there is room for the wanted frames, or until all is played when
+ * draining. */
+static snd_pcm_uframes_t awaited_frame(const struct instrument_dac* dac, snd_pcm_uframes_t appl_ptr)
 {
     const snd_pcm_uframes_t end = appl_ptr + dac->avail_min;
     if (dac->io.state == SND_PCM_STATE_DRAINING)
@@ -63,9 +67,9 @@ static snd_pcm_uframes_t awaited_frame(const struct instrument_dac *dac, snd_pcm
     return end - dac->io.buffer_size < appl_ptr ? end - dac->io.buffer_size : appl_ptr;
 }
 
-/* Makes the descriptor readable when a waiting player has something to do: at once, at a time to come, or never as
- * long as a full buffer is not started. `appl_ptr` is the end of what was written. */
-static int arm(struct instrument_dac *dac, snd_pcm_uframes_t appl_ptr)
+/* Makes the descriptor readable when a waiting player has something to do: at once, at a time to come, or
+ * never as long as a full buffer is not started. `appl_ptr` is the end of what was written. */
+static int arm(struct instrument_dac* dac, snd_pcm_uframes_t appl_ptr)
 {
     const int64_t at_once = 1;
     const snd_pcm_uframes_t awaited = awaited_frame(dac, appl_ptr);
@@ -75,35 +79,36 @@ static int arm(struct instrument_dac *dac, snd_pcm_uframes_t appl_ptr)
         return set_alarm(dac, 0);
     const int64_t frames = (int64_t)(awaited - dac->start_frame);
     const int64_t rate = dac->io.rate;
-    return set_alarm(dac, dac->start_ns + frames / rate * NS_PER_S + (frames % rate * NS_PER_S + rate - 1) / rate);
+    return set_alarm(
+        dac, dac->start_ns + frames / rate * NS_PER_S + (frames % rate * NS_PER_S + rate - 1) / rate);
 }
 
-static int dac_prepare(snd_pcm_ioplug_t *io)
+static int dac_prepare(snd_pcm_ioplug_t* io)
 {
-    struct instrument_dac *dac = io->private_data;
+    struct instrument_dac* dac = io->private_data;
     dac->start_ns = -1;
     dac->start_frame = 0;
     return arm(dac, io->appl_ptr);
 }
 
-static int dac_start(snd_pcm_ioplug_t *io)
+static int dac_start(snd_pcm_ioplug_t* io)
 {
-    struct instrument_dac *dac = io->private_data;
+    struct instrument_dac* dac = io->private_data;
     dac->start_frame = io->hw_ptr;
     dac->start_ns = now_ns();
     return arm(dac, io->appl_ptr);
 }
 
-static int dac_stop(snd_pcm_ioplug_t *io)
+static int dac_stop(snd_pcm_ioplug_t* io)
 {
-    struct instrument_dac *dac = io->private_data;
+    struct instrument_dac* dac = io->private_data;
     dac->start_ns = -1;
     return set_alarm(dac, 0);
 }
 
-static snd_pcm_sframes_t dac_pointer(snd_pcm_ioplug_t *io)
+static snd_pcm_sframes_t dac_pointer(snd_pcm_ioplug_t* io)
 {
-    const struct instrument_dac *dac = io->private_data;
+    const struct instrument_dac* dac = io->private_data;
     snd_pcm_uframes_t frames = clocked_frames(dac);
     if (frames > io->appl_ptr) {
         if (io->state == SND_PCM_STATE_DRAINING)
@@ -114,7 +119,7 @@ static snd_pcm_sframes_t dac_pointer(snd_pcm_ioplug_t *io)
     return (snd_pcm_sframes_t)(dac->boundary > 0 ? frames % dac->boundary : frames);
 }
 
-static snd_pcm_sframes_t dac_transfer(snd_pcm_ioplug_t *io, const snd_pcm_channel_area_t *areas,
+static snd_pcm_sframes_t dac_transfer(snd_pcm_ioplug_t* io, const snd_pcm_channel_area_t* areas,
     snd_pcm_uframes_t offset, snd_pcm_uframes_t size)
 {
     (void)areas;
@@ -123,9 +128,9 @@ static snd_pcm_sframes_t dac_transfer(snd_pcm_ioplug_t *io, const snd_pcm_channe
     return error < 0 ? error : (snd_pcm_sframes_t)size;
 }
 
-static int dac_sw_params(snd_pcm_ioplug_t *io, snd_pcm_sw_params_t *params)
+static int dac_sw_params(snd_pcm_ioplug_t* io, snd_pcm_sw_params_t* params)
 {
-    struct instrument_dac *dac = io->private_data;
+    struct instrument_dac* dac = io->private_data;
     snd_pcm_uframes_t stop_threshold = 0;
     snd_pcm_sw_params_get_avail_min(params, &dac->avail_min);
     snd_pcm_sw_params_get_boundary(params, &dac->boundary);
@@ -134,26 +139,28 @@ static int dac_sw_params(snd_pcm_ioplug_t *io, snd_pcm_sw_params_t *params)
     return 0;
 }
 
-static int dac_poll_descriptors_count(snd_pcm_ioplug_t *io)
+static int dac_poll_descriptors_count(snd_pcm_ioplug_t* io)
 {
     (void)io;
     return 1;
 }
 
-static int dac_poll_descriptors(snd_pcm_ioplug_t *io, struct pollfd *fds, unsigned int count)
+static int dac_poll_descriptors(snd_pcm_ioplug_t* io, struct pollfd* fds, unsigned int count)
 {
-    struct instrument_dac *dac = io->private_data;
+    struct instrument_dac* dac = io->private_data;
     if (count < 1)
         return -EINVAL;
-    const int error = arm(dac, io->appl_ptr); /* draining began, or avail_min changed, since it was last set */
+    const int error =
+        arm(dac, io->appl_ptr); /* draining began, or avail_min changed, since it was last set */
     fds[0].fd = dac->timer_fd;
     fds[0].events = POLLIN;
     return error < 0 ? error : 1;
 }
 
-static int dac_poll_revents(snd_pcm_ioplug_t *io, struct pollfd *fds, unsigned int count, unsigned short *revents)
+static int dac_poll_revents(
+    snd_pcm_ioplug_t* io, struct pollfd* fds, unsigned int count, unsigned short* revents)
 {
-    struct instrument_dac *dac = io->private_data;
+    struct instrument_dac* dac = io->private_data;
     (void)fds;
     if (count != 1)
         return -EINVAL;
@@ -167,9 +174,9 @@ static int dac_poll_revents(snd_pcm_ioplug_t *io, struct pollfd *fds, unsigned i
     return 0;
 }
 
-static int dac_close(snd_pcm_ioplug_t *io)
+static int dac_close(snd_pcm_ioplug_t* io)
 {
-    struct instrument_dac *dac = io->private_data;
+    struct instrument_dac* dac = io->private_data;
     close(dac->timer_fd);
     free(dac);
     return 0;
@@ -188,7 +195,7 @@ static const snd_pcm_ioplug_callback_t dac_callbacks = {
     .poll_revents = dac_poll_revents,
 };
 
-static int set_abilities(snd_pcm_ioplug_t *io)
+static int set_abilities(snd_pcm_ioplug_t* io)
 {
     static const unsigned int accesses[] = {SND_PCM_ACCESS_RW_INTERLEAVED, SND_PCM_ACCESS_MMAP_INTERLEAVED};
     static const unsigned int formats[] = {SND_PCM_FORMAT_S16_LE};
@@ -208,13 +215,13 @@ static int set_abilities(snd_pcm_ioplug_t *io)
     return error;
 }
 
-static int check_configuration(snd_config_t *conf)
+static int check_configuration(snd_config_t* conf)
 {
     snd_config_iterator_t entry;
     snd_config_iterator_t next;
     snd_config_for_each(entry, next, conf)
     {
-        const char *id = NULL;
+        const char* id = NULL;
         if (snd_config_get_id(snd_config_iterator_entry(entry), &id) < 0)
             continue;
         if (strcmp(id, "type") != 0 && strcmp(id, "comment") != 0 && strcmp(id, "hint") != 0) {
@@ -225,9 +232,9 @@ static int check_configuration(snd_config_t *conf)
     return 0;
 }
 
-static int open_dac(snd_pcm_t **pcmp, const char *name, snd_pcm_stream_t stream, int mode)
+static int open_dac(snd_pcm_t** pcmp, const char* name, snd_pcm_stream_t stream, int mode)
 {
-    struct instrument_dac *dac = calloc(1, sizeof *dac);
+    struct instrument_dac* dac = calloc(1, sizeof *dac);
     if (dac == NULL)
         return -ENOMEM;
     dac->start_ns = -1;

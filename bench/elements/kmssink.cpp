@@ -15,13 +15,15 @@ constexpr const char* kDefaultPicture = "/run/bench/display.ppm";
 constexpr gint64 kWritePeriodUs = 200000;
 
 // The formats of the kernel's display planes.
-#define DISPLAY_FORMATS \
-    "{ BGRA, RGBA, P016_LE, P010_10LE, NV24, BGRx, RGBx, RGB, BGR, Y42B, NV61, NV16, UYVY, YVYU, YUY2, I420, YV12, " \
+#define DISPLAY_FORMATS                                                                                      \
+    "{ BGRA, RGBA, P016_LE, P010_10LE, NV24, BGRx, RGBx, RGB, BGR, Y42B, NV61, NV16, UYVY, YVYU, YUY2, "     \
+    "I420, YV12, "                                                                                           \
     "NV21, NV12, RGB16, BGR16 }"
 GstStaticPadTemplate sinkTemplate = GST_STATIC_PAD_TEMPLATE(
     "sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS(GST_VIDEO_CAPS_MAKE(DISPLAY_FORMATS)));
 
-struct Private {
+struct Private
+{
     std::mutex mutex; // guards all below: pictures come on the streaming thread, start and stop on others
     std::string picturePath = kDefaultPicture;
     int displayRatio = 0;
@@ -35,7 +37,8 @@ struct Private {
 
 } // namespace
 
-struct _InstrumentKmsSink {
+struct _InstrumentKmsSink
+{
     GstVideoSink parent;
     Private* d;
 };
@@ -101,8 +104,8 @@ void warnOnce(InstrumentKmsSink* self, const std::string& path, int error)
     if (error == 0 || self->d->warned)
         return;
     self->d->warned = true;
-    GST_WARNING_OBJECT(self, "cannot write %s: %s; make its folder, or set \"picture-location\"", path.c_str(),
-        g_strerror(error));
+    GST_WARNING_OBJECT(self, "cannot write %s: %s; make its folder, or set \"picture-location\"",
+        path.c_str(), g_strerror(error));
 }
 
 // Call with the mutex held.
@@ -148,7 +151,8 @@ gboolean setInfo(GstVideoSink* sink, GstCaps*, const GstVideoInfo* info)
     Private* d = INSTRUMENT_KMS_SINK(sink)->d;
     const std::lock_guard<std::mutex> lock(d->mutex);
     if (d->newest != nullptr && !d->newestWritten)
-        writeFiles(INSTRUMENT_KMS_SINK(sink)); // later the old picture could not be read in its format any more
+        writeFiles(
+            INSTRUMENT_KMS_SINK(sink)); // later the old picture could not be read in its format any more
     gst_clear_buffer(&d->newest);
     d->writer.setFormat(*info);
     d->report.width = GST_VIDEO_INFO_WIDTH(info);
@@ -213,11 +217,12 @@ void installProperties(GObjectClass* objectClass)
 {
     const auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS);
     g_object_class_install_property(objectClass, PropDisplayRatio,
-        g_param_spec_int("display-ratio", "Display ratio", "Picture format of the display", G_MININT, G_MAXINT, 0,
-            flags));
+        g_param_spec_int(
+            "display-ratio", "Display ratio", "Picture format of the display", G_MININT, G_MAXINT, 0, flags));
     g_object_class_install_property(objectClass, PropPictureLocation,
         g_param_spec_string("picture-location", "Picture location",
-            "File that keeps the newest picture (PPM); the counts stand beside it (JSON)", kDefaultPicture, flags));
+            "File that keeps the newest picture (PPM); the counts stand beside it (JSON)", kDefaultPicture,
+            flags));
 }
 
 } // namespace
@@ -233,8 +238,8 @@ static void instrument_kms_sink_class_init(InstrumentKmsSinkClass* klass)
     GstElementClass* elementClass = GST_ELEMENT_CLASS(klass);
     elementClass->change_state = changeState;
     gst_element_class_add_static_pad_template(elementClass, &sinkTemplate);
-    gst_element_class_set_static_metadata(
-        elementClass, "Display", "Sink/Video", "Keeps the newest picture of the display as a file", "Tessary");
+    gst_element_class_set_static_metadata(elementClass, "Display", "Sink/Video",
+        "Keeps the newest picture of the display as a file", "Tessary");
     GstBaseSinkClass* baseClass = GST_BASE_SINK_CLASS(klass);
     baseClass->start = start;
     baseClass->stop = stop;

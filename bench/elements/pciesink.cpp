@@ -11,16 +11,19 @@ namespace {
 enum Property { PropLocation = 1 };
 constexpr const char* kDefaultLocation = "/run/bench/fpga-out.ts";
 
-GstStaticPadTemplate sinkTemplate = GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
+GstStaticPadTemplate sinkTemplate =
+    GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
 
-struct Private {
+struct Private
+{
     std::string location = kDefaultLocation; // guarded by the object lock
     int fd = -1;
 };
 
 } // namespace
 
-struct _InstrumentPcieSink {
+struct _InstrumentPcieSink
+{
     GstBaseSink parent;
     Private* d;
 };
@@ -61,8 +64,10 @@ gboolean start(GstBaseSink* base)
     self->d->fd = ::open(location.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (self->d->fd < 0) {
         const int cause = errno;
-        GST_ELEMENT_ERROR(self, RESOURCE, OPEN_WRITE, ("Cannot write %s: %s. Make its folder, or set \"location\".",
-                              location.c_str(), g_strerror(cause)), (nullptr));
+        GST_ELEMENT_ERROR(self, RESOURCE, OPEN_WRITE,
+            ("Cannot write %s: %s. Make its folder, or set \"location\".", location.c_str(),
+                g_strerror(cause)),
+            (nullptr));
         return FALSE;
     }
     return TRUE;
@@ -97,8 +102,9 @@ GstFlowReturn render(GstBaseSink* base, GstBuffer* buffer)
     gst_buffer_unmap(buffer, &map);
     if (cause == 0)
         return GST_FLOW_OK;
-    GST_ELEMENT_ERROR(self, RESOURCE, WRITE, ("Writing the stream failed: %s. Free some space, or set \"location\".",
-                          g_strerror(cause)), (nullptr));
+    GST_ELEMENT_ERROR(self, RESOURCE, WRITE,
+        ("Writing the stream failed: %s. Free some space, or set \"location\".", g_strerror(cause)),
+        (nullptr));
     return GST_FLOW_ERROR;
 }
 
@@ -116,9 +122,11 @@ static void instrument_pcie_sink_class_init(InstrumentPcieSinkClass* klass)
     objectClass->set_property = setProperty;
     objectClass->get_property = getProperty;
     objectClass->finalize = finalize;
-    const auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY);
+    const auto flags =
+        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY);
     g_object_class_install_property(objectClass, PropLocation,
-        g_param_spec_string("location", "Location", "File that gets the stream for the FPGA", kDefaultLocation, flags));
+        g_param_spec_string(
+            "location", "Location", "File that gets the stream for the FPGA", kDefaultLocation, flags));
     GstElementClass* elementClass = GST_ELEMENT_CLASS(klass);
     gst_element_class_add_static_pad_template(elementClass, &sinkTemplate);
     gst_element_class_set_static_metadata(elementClass, "FPGA stream sink", "Sink",

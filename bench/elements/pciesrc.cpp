@@ -4,6 +4,7 @@
 #include "streampace.h"
 
 #include <cerrno>
+#include <mutex>
 #include <string>
 
 GST_DEBUG_CATEGORY_STATIC(pcieSrcDebug);
@@ -20,17 +21,21 @@ constexpr guint64 kBitRateWithoutPcr = 10000000;
 GstStaticPadTemplate srcTemplate = GST_STATIC_PAD_TEMPLATE(
     "src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/mpegts, systemstream=(boolean)true"));
 
-struct Private {
+struct Private
+{
     std::string location = kDefaultLocation; // guarded by the object lock, like the two below
     guint64 bitRate = 0;
     bool loop = true;
-    StreamFile file; // streaming thread; setFlushing() from any
-    StreamPace pace; // streaming thread, and unlockStop() while that one stands still
+    std::mutex streamMutex; // guards the two below, also while a block is awaited: only setFlushing() goes
+                            // without it
+    StreamFile file;
+    StreamPace pace;
 };
 
 } // namespace
 
-struct _InstrumentPcieSrc {
+struct _InstrumentPcieSrc
+{
     GstPushSrc parent;
     Private* d;
 };
@@ -88,6 +93,7 @@ gboolean start(GstBaseSrc* base)
     const std::string location = d->location;
     const bool loop = d->loop;
     GST_OBJECT_UNLOCK(base);
+    const std::lock_guard<std::mutex> lock(d->streamMutex);
     d->file.setPlace(location, loop);
     d->pace.setBitRate(0);
     return TRUE;
@@ -95,7 +101,9 @@ gboolean start(GstBaseSrc* base)
 
 gboolean stop(GstBaseSrc* base)
 {
-    INSTRUMENT_PCIE_SRC(base)->d->file.close();
+    Private* d = INSTRUMENT_PCIE_SRC(base)->d;
+    const std::lock_guard<std::mutex> lock(d->streamMutex);
+    d->file.close();
     return TRUE;
 }
 
@@ -109,6 +117,7 @@ gboolean unlockStop(GstBaseSrc* base)
 {
     Private* d = INSTRUMENT_PCIE_SRC(base)->d;
     d->file.setFlushing(false);
+    const std::lock_guard<std::mutex> lock(d->streamMutex);
     d->pace.restart(); // what was not delivered meanwhile is not made up for
     return TRUE;
 }
@@ -131,8 +140,9 @@ void choosePace(InstrumentPcieSrc* self)
     self->d->pace.setBitRate(bitRate);
 }
 
-// As a capture driver does, each block is stamped with the time at which it came, whether or not the base class is
-// asked to stamp: a demultiplexer needs a time of arrival to follow a stream whose clock references jump.
+// As a capture driver does, each block is stamped with the time at which it came, whether or not the base
+// class is asked to stamp: a demultiplexer needs a time of arrival to follow a stream whose clock references
+// jump.
 void stampArrival(InstrumentPcieSrc* self, GstBuffer* buffer)
 {
     GstClock* clock = gst_element_get_clock(GST_ELEMENT(self));
@@ -149,8 +159,10 @@ GstFlowReturn create(GstPushSrc* base, GstBuffer** output)
 {
     InstrumentPcieSrc* self = INSTRUMENT_PCIE_SRC(base);
     Private* d = self->d;
+    const std::lock_guard<std::mutex> lock(d->streamMutex);
     const guint blockBytes = gst_base_src_get_blocksize(GST_BASE_SRC(base));
-    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, blockBytes > 0 ? blockBytes : kDefaultBlockBytes, nullptr);
+    GstBuffer* buffer =
+        gst_buffer_new_allocate(nullptr, blockBytes > 0 ? blockBytes : kDefaultBlockBytes, nullptr);
     GstMapInfo map;
     if (!gst_buffer_map(buffer, &map, GST_MAP_WRITE)) {
         gst_buffer_unref(buffer);
@@ -178,8 +190,9 @@ GstFlowReturn create(GstPushSrc* base, GstBuffer** output)
     if (result.status == StreamFile::Status::End)
         return GST_FLOW_EOS;
     if (result.status == StreamFile::Status::Error) {
-        GST_ELEMENT_ERROR(self, RESOURCE, READ, ("Reading the stream failed: %s. Check the file at \"location\".",
-                              g_strerror(readErrno)), (nullptr));
+        GST_ELEMENT_ERROR(self, RESOURCE, READ,
+            ("Reading the stream failed: %s. Check the file at \"location\".", g_strerror(readErrno)),
+            (nullptr));
         return GST_FLOW_ERROR;
     }
     return GST_FLOW_FLUSHING;
@@ -193,12 +206,15 @@ void finalize(GObject* object)
 
 void installProperties(GObjectClass* objectClass)
 {
-    const auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY);
+    const auto flags =
+        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY);
     g_object_class_install_property(objectClass, PropLocation,
-        g_param_spec_string("location", "Location", "File or FIFO played as the FPGA's stream", kDefaultLocation, flags));
+        g_param_spec_string(
+            "location", "Location", "File or FIFO played as the FPGA's stream", kDefaultLocation, flags));
     g_object_class_install_property(objectClass, PropBitrate,
-        g_param_spec_uint64("bitrate", "Bit rate", "Bit rate of a regular file in bit/s (0 = after its clock references)",
-            0, G_MAXUINT64 / 16, 0, flags));
+        g_param_spec_uint64("bitrate", "Bit rate",
+            "Bit rate of a regular file in bit/s (0 = after its clock references)", 0, G_MAXUINT64 / 16, 0,
+            flags));
     g_object_class_install_property(objectClass, PropLoop,
         g_param_spec_boolean("loop", "Loop", "Start a regular file again at its end", TRUE, flags));
 }

@@ -18,5 +18,6 @@ static gboolean registerElements(GstPlugin* plugin)
 }
 
 #define PACKAGE "tessary"
-GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, instrument, "Elements of the broadcast measuring instrument",
-    registerElements, INSTRUMENT_VERSION, "Proprietary", "Tessary", "urn:tessary")
+GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, instrument,
+    "Elements of the broadcast measuring instrument", registerElements, INSTRUMENT_VERSION, "Proprietary",
+    "Tessary", "urn:tessary")

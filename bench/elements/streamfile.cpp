@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr std::int64_t kRetryUs = 100000;      // between two looks for a file that is not there
-constexpr std::int64_t kGatherUs = 20000;      // how long a FIFO's block is gathered
+constexpr std::int64_t kRetryUs = 100000; // between two looks for a file that is not there
+constexpr std::int64_t kGatherUs = 20000; // how long a FIFO's block is gathered
 constexpr std::size_t kRateProbeBytes = 16U << 20U; // enough for seconds of the fastest multiplex
 
 } // namespace
@@ -58,7 +58,8 @@ bool StreamFile::open()
     m_isFifo = S_ISFIFO(info.st_mode);
     if (!m_isFifo && !S_ISREG(info.st_mode))
         return false;
-    // Being a writer as well keeps a FIFO open when its last writer leaves: the stream pauses, it does not end.
+    // Being a writer as well keeps a FIFO open when its last writer leaves: the stream pauses, it does not
+    // end.
     const int mode = m_isFifo ? O_RDWR | O_NONBLOCK : O_RDONLY;
     m_fd = ::open(m_path.c_str(), mode | O_CLOEXEC);
     if (m_fd < 0)

@@ -6,20 +6,22 @@
 #include <cstdint>
 #include <string>
 
-/// The place where the FPGA's stream comes from: a regular file, read again and again if wanted, or a FIFO. While the
-/// place is empty (no such file, FIFO without bytes) a read waits, as at an input without signal. A file that is
-/// replaced or removed while it is read is noticed. read() and waitUntil() belong to one thread; setFlushing() may be
-/// called from any.
-class StreamFile {
+/// The place where the FPGA's stream comes from: a regular file, read again and again if wanted, or a FIFO.
+/// While the place is empty (no such file, FIFO without bytes) a read waits, as at an input without signal. A
+/// file that is replaced or removed while it is read is noticed. read() and waitUntil() belong to one thread;
+/// setFlushing() may be called from any.
+class StreamFile
+{
 public:
     enum class Status {
-        Data,     ///< bytes were read
+        Data, ///< bytes were read
         Flushing, ///< the wait was broken off by setFlushing(true)
-        End,      ///< a regular file ended and is not to be repeated
-        Error     ///< reading failed; errno tells why
+        End, ///< a regular file ended and is not to be repeated
+        Error ///< reading failed; errno tells why
     };
 
-    struct Result {
+    struct Result
+    {
         Status status = Status::Error;
         std::size_t bytes = 0;
         bool restarted = false; ///< these bytes do not continue the earlier ones
@@ -42,7 +44,8 @@ public:
     /// Waits until g_get_monotonic_time() reaches `us`. False: broken off.
     bool waitUntil(std::int64_t us);
 
-    /// Bit rate in bit/s that the open regular file's clock references tell; 0 for a FIFO or if it tells none.
+    /// Bit rate in bit/s that the open regular file's clock references tell; 0 for a FIFO or if it tells
+    /// none.
     std::uint64_t tellBitRate() const;
 
     /// Whether the open place is a FIFO, whose writer sets the pace.

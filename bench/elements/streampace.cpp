@@ -6,26 +6,28 @@
 namespace {
 
 constexpr std::uint64_t kPcrHz = 27000000;
-constexpr std::uint64_t kPcrModulus = (std::uint64_t {1} << 33) * 300;
+constexpr std::uint64_t kPcrModulus = (std::uint64_t{1} << 33) * 300;
 constexpr std::uint64_t kLongestPcrGap = kPcrHz; // standards ask for 0.1 s at most; more than 1 s is a jump
 constexpr std::int64_t kLongestCatchUpUs = 500000;
 
-struct Step {
+struct Step
+{
     std::size_t offset;
     std::size_t bytes;
 };
 
 std::optional<Step> findStep(const std::uint8_t* data, std::size_t size)
 {
-    constexpr std::array<std::size_t, 3> distances {188, 204, 192};
+    constexpr std::array<std::size_t, 3> distances{188, 204, 192};
     constexpr std::size_t wanted = 5; // sync bytes in a row
     for (std::size_t offset = 0; offset < 2 * distances[1]; ++offset) {
         for (const std::size_t distance : distances) {
             std::size_t found = 0;
-            while (found < wanted && offset + found * distance < size && data[offset + found * distance] == 0x47)
+            while (
+                found < wanted && offset + found * distance < size && data[offset + found * distance] == 0x47)
                 ++found;
             if (found == wanted)
-                return Step {offset, distance};
+                return Step{offset, distance};
         }
     }
     return std::nullopt;
@@ -37,9 +39,9 @@ std::optional<std::uint64_t> readPcr(const std::uint8_t* packet)
     const bool hasAdaptation = (packet[3] & 0x20) != 0;
     if (packet[0] != 0x47 || !hasAdaptation || packet[4] < 7 || (packet[5] & 0x10) == 0)
         return std::nullopt;
-    const std::uint64_t base = static_cast<std::uint64_t>(packet[6]) << 25 | static_cast<std::uint64_t>(packet[7]) << 17
-        | static_cast<std::uint64_t>(packet[8]) << 9 | static_cast<std::uint64_t>(packet[9]) << 1
-        | static_cast<std::uint64_t>(packet[10] >> 7);
+    const std::uint64_t base = static_cast<std::uint64_t>(packet[6]) << 25
+        | static_cast<std::uint64_t>(packet[7]) << 17 | static_cast<std::uint64_t>(packet[8]) << 9
+        | static_cast<std::uint64_t>(packet[9]) << 1 | static_cast<std::uint64_t>(packet[10] >> 7);
     const std::uint64_t extension = static_cast<std::uint64_t>((packet[10] & 1) << 8 | packet[11]);
     return base * 300 + extension;
 }

@@ -16,16 +16,20 @@ constexpr int kDefaultPid = 4096;
 constexpr int kDefaultPlpId = 0;
 constexpr const char* kSourceCaps = "video/mpegts, systemstream=(boolean)true, packetsize=(int)188";
 
-// Sockets and FIFOs set no caps, so anything is let in; what is no transport stream finds no step and gives nothing.
-GstStaticPadTemplate sinkTemplate = GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
+// Sockets and FIFOs set no caps, so anything is let in; what is no transport stream finds no step and gives
+// nothing.
+GstStaticPadTemplate sinkTemplate =
+    GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
 GstStaticPadTemplate srcTemplate = GST_STATIC_PAD_TEMPLATE("src", GST_PAD_SRC, GST_PAD_ALWAYS,
     GST_STATIC_CAPS("video/mpegts, systemstream=(boolean)true, packetsize=(int)188"));
 
-struct Private {
+struct Private
+{
     std::mutex mutex; // guards all below: the streaming thread extracts while others set and read properties
     int pid = kDefaultPid;
     int plpId = kDefaultPlpId;
-    std::unique_ptr<t2mi::Extractor> extractor = std::make_unique<t2mi::Extractor>(kDefaultPid, kDefaultPlpId);
+    std::unique_ptr<t2mi::Extractor> extractor =
+        std::make_unique<t2mi::Extractor>(kDefaultPid, kDefaultPlpId);
     bool capsSent = false;
     bool discont = true;
 
@@ -38,10 +42,11 @@ struct Private {
 
 } // namespace
 
-struct _InstrumentT2Mi {
+struct _InstrumentT2Mi
+{
     GstElement parent;
     GstPad* sinkPad; // owned by the element
-    GstPad* srcPad;  // owned by the element
+    GstPad* srcPad; // owned by the element
     Private* d;
 };
 
@@ -234,10 +239,11 @@ void installProperties(GObjectClass* objectClass)
     const auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS);
     // The whole range is taken: a number outside the field's width is no error, it only matches nothing.
     g_object_class_install_property(objectClass, PropPid,
-        g_param_spec_int("pid", "PID", "PID of the transport stream packets that carry T2-MI", G_MININT, G_MAXINT,
-            kDefaultPid, flags));
+        g_param_spec_int("pid", "PID", "PID of the transport stream packets that carry T2-MI", G_MININT,
+            G_MAXINT, kDefaultPid, flags));
     g_object_class_install_property(objectClass, PropPlpId,
-        g_param_spec_int("plpid", "PLP", "Physical layer pipe to extract", G_MININT, G_MAXINT, kDefaultPlpId, flags));
+        g_param_spec_int(
+            "plpid", "PLP", "Physical layer pipe to extract", G_MININT, G_MAXINT, kDefaultPlpId, flags));
     const auto readOnly = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
     g_object_class_install_property(objectClass, PropFrame,
         g_param_spec_value_array("frame", "T2-MI frame", "Newest whole T2-MI packet, from header to CRC",

@@ -35,7 +35,8 @@ long reportedNumber(const std::string& field)
     return at == std::string::npos ? -1 : std::strtol(text.c_str() + at + field.size() + 3, nullptr, 10);
 }
 
-struct Picture {
+struct Picture
+{
     int width = 0;
     int height = 0;
     std::vector<std::uint8_t> pixels;
@@ -43,7 +44,8 @@ struct Picture {
     std::array<int, 3> centre() const
     {
         const std::size_t at = (static_cast<std::size_t>(height / 2) * static_cast<std::size_t>(width)
-                                   + static_cast<std::size_t>(width / 2)) * 3;
+                                   + static_cast<std::size_t>(width / 2))
+            * 3;
         return {pixels.at(at), pixels.at(at + 1), pixels.at(at + 2)};
     }
 };
@@ -54,7 +56,8 @@ Picture readPicture()
     const std::string text(bytes.begin(), bytes.end());
     Picture picture;
     int headBytes = 0;
-    EXPECT_EQ(std::sscanf(text.c_str(), "P6\n%d %d\n255%n", &picture.width, &picture.height, &headBytes), 2) << report();
+    EXPECT_EQ(std::sscanf(text.c_str(), "P6\n%d %d\n255%n", &picture.width, &picture.height, &headBytes), 2)
+        << report();
     picture.pixels.assign(bytes.begin() + headBytes + 1, bytes.end());
     EXPECT_EQ(picture.pixels.size(), static_cast<std::size_t>(picture.width * picture.height * 3));
     return picture;
@@ -66,7 +69,8 @@ int skipParsers(GstElement*, GstPad*, GstCaps*, GstElementFactory* factory, gpoi
     constexpr int tryIt = 0;
     constexpr int skipIt = 2;
     const char* name = gst_plugin_feature_get_name(GST_PLUGIN_FEATURE(factory));
-    return std::strstr(name, "h264parse") != nullptr || std::strstr(name, "h265parse") != nullptr ? skipIt : tryIt;
+    return std::strstr(name, "h264parse") != nullptr || std::strstr(name, "h265parse") != nullptr ? skipIt
+                                                                                                  : tryIt;
 }
 
 /// Links a decoded pad to the display's queue, each time the decoder makes one.
@@ -81,9 +85,11 @@ void expectThirtyPicturesOf(const std::string& sample, int width, int height)
 {
     if (readSample(sample).empty())
         GTEST_SKIP() << "no recorded streams in " << samplesFolder();
+    loadPlugins({"typefindfunctions", "playback", "mpegtsdemux", "videoparsersbad", "libav"});
     Pipeline pipeline("filesrc location=" + samplesFolder() + "/" + sample
         + " ! queue ! decodebin name=decoder queue name=decoded ! " + display() + " sync=false");
-    g_signal_connect(pipeline.element("decoder"), "pad-added", G_CALLBACK(linkToQueue), pipeline.element("decoded"));
+    g_signal_connect(
+        pipeline.element("decoder"), "pad-added", G_CALLBACK(linkToQueue), pipeline.element("decoded"));
     g_signal_connect(pipeline.element("decoder"), "autoplug-select", G_CALLBACK(skipParsers), nullptr);
     for (int round = 0; round < 2; ++round) { // the second start finds the decoder emptied
         EXPECT_EQ(pipeline.playToEnd(), "");
@@ -98,9 +104,11 @@ void expectThirtyPicturesOf(const std::string& sample, int width, int height)
 
 TEST(KmsSink, IsOursAndHasTheDisplaysProperties)
 {
-    Pipeline pipeline("videotestsrc num-buffers=1 ! " + display() + " max-lateness=200000000 display-ratio=0");
+    Pipeline pipeline(
+        "videotestsrc num-buffers=1 ! " + display() + " max-lateness=200000000 display-ratio=0");
     GstElement* sink = pipeline.element("display");
-    EXPECT_STREQ(gst_plugin_feature_get_plugin_name(GST_PLUGIN_FEATURE(gst_element_get_factory(sink))), "instrument");
+    EXPECT_STREQ(
+        gst_plugin_feature_get_plugin_name(GST_PLUGIN_FEATURE(gst_element_get_factory(sink))), "instrument");
     g_object_set(sink, "display-ratio", 3, nullptr);
     gint ratio = 0;
     gint64 maxLateness = 0;
@@ -111,7 +119,9 @@ TEST(KmsSink, IsOursAndHasTheDisplaysProperties)
     EXPECT_TRUE(sync);
 }
 
-class KmsSinkFormats : public testing::TestWithParam<const char*> {};
+class KmsSinkFormats : public testing::TestWithParam<const char*>
+{
+};
 
 TEST_P(KmsSinkFormats, AreKeptAsTheColoursTheyMean)
 {
@@ -129,8 +139,8 @@ TEST_P(KmsSinkFormats, AreKeptAsTheColoursTheyMean)
 
 // What the kernel's display planes take.
 INSTANTIATE_TEST_SUITE_P(All, KmsSinkFormats,
-    testing::Values("BGRA", "RGBA", "P016_LE", "P010_10LE", "NV24", "BGRx", "RGBx", "RGB", "BGR", "Y42B", "NV61", "NV16",
-        "UYVY", "YVYU", "YUY2", "I420", "YV12", "NV21", "NV12", "RGB16", "BGR16"),
+    testing::Values("BGRA", "RGBA", "P016_LE", "P010_10LE", "NV24", "BGRx", "RGBx", "RGB", "BGR", "Y42B",
+        "NV61", "NV16", "UYVY", "YVYU", "YUY2", "I420", "YV12", "NV21", "NV12", "RGB16", "BGR16"),
     [](const testing::TestParamInfo<const char*>& format) { return std::string(format.param); });
 
 TEST(KmsSink, CountsEachPictureOnce)
@@ -155,8 +165,9 @@ TEST(KmsSink, ShowsPicturesAtTheirTime)
 // Each picture takes 100 ms to come and lasts 40 ms: soon all are too late.
 TEST(KmsSink, DropsAndCountsPicturesThatAreTooLate)
 {
-    Pipeline pipeline("videotestsrc num-buffers=15 ! video/x-raw,framerate=25/1 ! identity sleep-time=100000 ! "
-        + display() + " max-lateness=20000000 qos=false");
+    Pipeline pipeline(
+        "videotestsrc num-buffers=15 ! video/x-raw,framerate=25/1 ! identity sleep-time=100000 ! " + display()
+        + " max-lateness=20000000 qos=false");
     ASSERT_EQ(pipeline.playToEnd(), "");
     EXPECT_GT(reportedNumber("dropped"), 5) << report();
     EXPECT_EQ(reportedNumber("frames") + reportedNumber("dropped"), 15) << report();
@@ -172,7 +183,7 @@ TEST(KmsSink, KeepsTheLastPictureAtTheStop)
         ASSERT_EQ(gst_harness_push(harness, buffer), GST_FLOW_OK);
     }
     gst_harness_teardown(harness);
-    EXPECT_EQ(readPicture().centre(), (std::array<int, 3> {99, 99, 99}));
+    EXPECT_EQ(readPicture().centre(), (std::array<int, 3>{99, 99, 99}));
     EXPECT_EQ(reportedNumber("frames"), 100);
 }
 
@@ -180,10 +191,12 @@ TEST(KmsSink, FollowsAChangeOfThePictureSize)
 {
     GstHarness* harness = gst_harness_new_parse((display() + " sync=false").c_str());
     for (const int width : {4, 8}) {
-        const std::string caps = "video/x-raw, format=RGB, height=2, framerate=25/1, width=" + std::to_string(width);
+        const std::string caps =
+            "video/x-raw, format=RGB, height=2, framerate=25/1, width=" + std::to_string(width);
         gst_harness_set_src_caps_str(harness, caps.c_str());
         for (int i = 0; i < 3; ++i)
-            ASSERT_EQ(gst_harness_push(harness, gst_harness_create_buffer(harness, static_cast<gsize>(width) * 6)),
+            ASSERT_EQ(
+                gst_harness_push(harness, gst_harness_create_buffer(harness, static_cast<gsize>(width) * 6)),
                 GST_FLOW_OK);
     }
     gst_harness_teardown(harness);
@@ -193,7 +206,8 @@ TEST(KmsSink, FollowsAChangeOfThePictureSize)
 
 TEST(KmsSink, PlaysOnWhenItsFilesCanNotBeWritten)
 {
-    Pipeline pipeline("videotestsrc num-buffers=5 ! kmssink sync=false picture-location=/nonexistent/display.ppm");
+    Pipeline pipeline(
+        "videotestsrc num-buffers=5 ! kmssink sync=false picture-location=/nonexistent/display.ppm");
     EXPECT_EQ(pipeline.playToEnd(), "");
 }
 
@@ -202,7 +216,8 @@ TEST(VpuDec, IsRankedAboveSoftwareDecoders)
     GstElementFactory* factory = gst_element_factory_find("vpudec");
     ASSERT_NE(factory, nullptr);
     EXPECT_GT(gst_plugin_feature_get_rank(GST_PLUGIN_FEATURE(factory)), static_cast<guint>(GST_RANK_PRIMARY));
-    EXPECT_STREQ(gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS), "Codec/Decoder/Video");
+    EXPECT_STREQ(
+        gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS), "Codec/Decoder/Video");
     gst_object_unref(factory);
 }
 

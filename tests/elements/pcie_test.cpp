@@ -52,9 +52,9 @@ Bytes pcrPacket(std::uint64_t pcr27MHz, int pid = 0x100)
     const std::uint64_t base = pcr27MHz / 300;
     const std::uint64_t extension = pcr27MHz % 300;
     const auto byte = [](std::uint64_t value) { return static_cast<std::uint8_t>(value & 0xFFU); };
-    const Bytes head {0x47, byte(static_cast<std::uint64_t>(pid) >> 8), byte(static_cast<std::uint64_t>(pid)), 0x20, 183,
-        0x10, byte(base >> 25), byte(base >> 17), byte(base >> 9), byte(base >> 1), byte(base << 7 | 0x7E | extension >> 8),
-        byte(extension)};
+    const Bytes head{0x47, byte(static_cast<std::uint64_t>(pid) >> 8), byte(static_cast<std::uint64_t>(pid)),
+        0x20, 183, 0x10, byte(base >> 25), byte(base >> 17), byte(base >> 9), byte(base >> 1),
+        byte(base << 7 | 0x7E | extension >> 8), byte(extension)};
     std::copy(head.begin(), head.end(), packet.begin());
     return packet;
 }
@@ -62,7 +62,7 @@ Bytes pcrPacket(std::uint64_t pcr27MHz, int pid = 0x100)
 // A clock reference every tenth packet, `step` units of 27 MHz apart, from `start` on.
 Bytes clockedStream(std::uint64_t start, std::uint64_t step, unsigned references)
 {
-    constexpr std::uint64_t modulus = (std::uint64_t {1} << 33) * 300;
+    constexpr std::uint64_t modulus = (std::uint64_t{1} << 33) * 300;
     std::vector<Bytes> packets;
     for (unsigned i = 0; i < references; ++i) {
         packets.push_back(pcrPacket((start + i * step) % modulus));
@@ -84,7 +84,7 @@ TEST(StreamPace, ReadsTheBitRateFromTheClockReferences)
 
 TEST(StreamPace, FollowsTheClockReferenceOverItsEnd)
 {
-    const std::uint64_t end = (std::uint64_t {1} << 33) * 300;
+    const std::uint64_t end = (std::uint64_t{1} << 33) * 300;
     const Bytes stream = clockedStream(end - 100000, 27000, 30);
     EXPECT_EQ(bitRateFromPcr(stream.data(), stream.size()), 15040000U);
 }
@@ -178,7 +178,8 @@ TEST(PcieSrc, StartsAgainAtTheEndAndMarksIt)
     ASSERT_TRUE(collector.waitForBytes(stream.size() * 2));
     pipeline.setState(GST_STATE_NULL);
     const Bytes got = collector.bytes();
-    EXPECT_TRUE(std::equal(stream.begin(), stream.end(), got.begin() + static_cast<std::ptrdiff_t>(stream.size())));
+    EXPECT_TRUE(
+        std::equal(stream.begin(), stream.end(), got.begin() + static_cast<std::ptrdiff_t>(stream.size())));
     const auto blocks = collector.blocks();
     EXPECT_TRUE(blocks[0].discont);
     EXPECT_FALSE(blocks[1].discont);

@@ -8,22 +8,24 @@
 
 namespace {
 
-// The plug-ins the tests need. Debian's kmssink is not among them, so the name means ours.
-constexpr const char* kPlugins[] = {"alsa", "app", "audioconvert", "audioresample", "audiotestsrc", "coreelements",
-    "libav", "mpegtsdemux", "playback", "typefindfunctions", "videoconvertscale", "videoparsersbad", "videotestsrc"};
+void loadPluginFile(const std::string& path)
+{
+    GError* error = nullptr;
+    GstPlugin* plugin = gst_plugin_load_file(path.c_str(), &error);
+    ASSERT_NE(plugin, nullptr) << error->message;
+    gst_object_unref(plugin);
+}
 
-/// GStreamer with the instrument's elements, away from the user's plug-in cache.
-class Platform : public testing::Environment {
+/// GStreamer with the instrument's elements and only what the tests name, away from the user's plug-in cache:
+/// the start is quick, and "kmssink" means ours and not Debian's.
+class Platform : public testing::Environment
+{
 public:
     void SetUp() override
     {
         namespace fs = std::filesystem;
         const fs::path folder = scratchFolder();
-        fs::create_directory(folder / "plugins");
-        for (const char* name : kPlugins) {
-            const std::string file = std::string("libgst") + name + ".so";
-            fs::create_symlink(fs::path(GST_PLUGINS_FOLDER) / file, folder / "plugins" / file);
-        }
+        fs::create_directory(folder / "plugins"); // stays empty
         ::setenv("GST_PLUGIN_SYSTEM_PATH_1_0", (folder / "plugins").c_str(), 1);
         ::setenv("GST_PLUGIN_PATH_1_0", "", 1);
         ::setenv("GST_REGISTRY_1_0", (folder / "registry.bin").c_str(), 1);
@@ -32,10 +34,8 @@ public:
         ::setenv("ALSA_CONFIG_PATH", "/usr/share/alsa/alsa.conf:" INSTRUMENT_ASOUND_CONF, 1);
         ::setenv("INSTRUMENT_SOUND", (folder / "sound.wav").c_str(), 1);
         gst_init(nullptr, nullptr);
-        GError* error = nullptr;
-        GstPlugin* plugin = gst_plugin_load_file(INSTRUMENT_PLUGIN, &error);
-        ASSERT_NE(plugin, nullptr) << error->message;
-        gst_object_unref(plugin);
+        loadPlugins({"coreelements", "videotestsrc", "audiotestsrc", "audioconvert", "alsa"});
+        loadPluginFile(INSTRUMENT_PLUGIN);
     }
 
     void TearDown() override
@@ -48,6 +48,12 @@ public:
 [[maybe_unused]] const testing::Environment* const platform = testing::AddGlobalTestEnvironment(new Platform);
 
 } // namespace
+
+void loadPlugins(const std::vector<std::string>& names)
+{
+    for (const std::string& name : names)
+        loadPluginFile(GST_PLUGINS_FOLDER "/libgst" + name + ".so");
+}
 
 const std::string& scratchFolder()
 {
@@ -102,7 +108,8 @@ void Pipeline::setState(GstState state)
 std::string Pipeline::waitForMessage(GstMessageType types, std::chrono::seconds limit)
 {
     GstBus* bus = gst_element_get_bus(m_pipeline);
-    GstMessage* message = gst_bus_timed_pop_filtered(bus, static_cast<GstClockTime>(limit.count()) * GST_SECOND, types);
+    GstMessage* message =
+        gst_bus_timed_pop_filtered(bus, static_cast<GstClockTime>(limit.count()) * GST_SECOND, types);
     gst_object_unref(bus);
     std::string text = "nothing happened in time";
     if (message != nullptr && GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS)
@@ -121,7 +128,8 @@ std::string Pipeline::waitForMessage(GstMessageType types, std::chrono::seconds 
 std::string Pipeline::playToEnd(std::chrono::seconds limit)
 {
     setState(GST_STATE_PLAYING);
-    std::string text = waitForMessage(static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR), limit);
+    std::string text =
+        waitForMessage(static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR), limit);
     setState(GST_STATE_NULL);
     return text;
 }
@@ -135,6 +143,7 @@ Collector::Collector(const Pipeline& pipeline, const char* fakesink)
     : m_sink(GST_ELEMENT(gst_object_ref(pipeline.element(fakesink))))
 {
     g_object_set(m_sink, "signal-handoffs", TRUE, nullptr);
+    const std::lock_guard<std::mutex> lock(m_mutex); // hands the members over to the streaming thread
     m_handler = g_signal_connect(m_sink, "handoff", G_CALLBACK(onHandoff), this);
 }
 
@@ -142,6 +151,7 @@ Collector::~Collector()
 {
     g_signal_handler_disconnect(m_sink, m_handler);
     gst_object_unref(m_sink);
+    const std::lock_guard<std::mutex> lock(m_mutex); // and takes them back
 }
 
 void Collector::onHandoff(GstElement*, GstBuffer* buffer, GstPad*, gpointer self)

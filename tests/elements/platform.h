@@ -10,14 +10,20 @@
 #include <string>
 #include <vector>
 
+/// Loads GStreamer plug-ins of the system by their short names ("libav"), beside those every test has:
+/// coreelements, videotestsrc, audiotestsrc, audioconvert, alsa and the instrument's own.
+void loadPlugins(const std::vector<std::string>& names);
+
 /// A folder of this test process, removed at its end.
 const std::string& scratchFolder();
 
 /// Waits until the condition holds, at most `limit`. Returns whether it does.
-bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(20));
+bool waitFor(
+    const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(20));
 
 /// A pipeline written as for gst-launch, ended and released with the object.
-class Pipeline {
+class Pipeline
+{
 public:
     explicit Pipeline(const std::string& description);
     ~Pipeline();
@@ -28,7 +34,8 @@ public:
     /// The element of that name, borrowed from the pipeline.
     GstElement* element(const char* name) const;
     void setState(GstState state);
-    /// Plays until the end of the stream or an error. Returns "" for the end, else the error's or the time-out's text.
+    /// Plays until the end of the stream or an error. Returns "" for the end, else the error's or the
+    /// time-out's text.
     std::string playToEnd(std::chrono::seconds limit = std::chrono::seconds(30));
     /// Waits for an error message. Returns its text, "" if none comes.
     std::string waitForError(std::chrono::seconds limit = std::chrono::seconds(10));
@@ -40,9 +47,11 @@ private:
 };
 
 /// Keeps what a fakesink gets. Safe to ask while the pipeline plays.
-class Collector {
+class Collector
+{
 public:
-    struct Block {
+    struct Block
+    {
         std::vector<std::uint8_t> bytes;
         GstClockTime pts = GST_CLOCK_TIME_NONE;
         bool discont = false;
@@ -65,6 +74,6 @@ private:
     gulong m_handler;
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_changed;
-    std::vector<Block> m_blocks;    // guarded by m_mutex
-    std::size_t m_byteCount = 0;    // guarded by m_mutex
+    std::vector<Block> m_blocks; // guarded by m_mutex
+    std::size_t m_byteCount = 0; // guarded by m_mutex
 };

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-/// The folder of recorded broadcast streams: the environment's TESSARY_SAMPLES, else the one known to the build.
+/// The folder of recorded broadcast streams: the environment's TESSARY_SAMPLES, else the one known to the
+/// build.
 inline std::string samplesFolder()
 {
     const char* folder = std::getenv("TESSARY_SAMPLES");

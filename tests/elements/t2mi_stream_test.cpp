@@ -14,7 +14,8 @@ using namespace t2mitest;
 
 namespace {
 
-// Of the recording: its PID, its PLP, and how much of the inner stream the other extractor left out at its start.
+// Of the recording: its PID, its PLP, and how much of the inner stream the other extractor left out at its
+// start.
 constexpr int kSamplePid = 64;
 constexpr int kSamplePlp = 102;
 constexpr std::size_t kInnerPackets = 8826;
@@ -40,7 +41,8 @@ TEST(RecordedT2Mi, HoldsTheReferenceStreamFromItsStartToTheEnd)
     const Bytes inner = extractInChunks(outer, 7 * 188, extractor);
     ASSERT_EQ(inner.size(), kInnerPackets * 188);
     ASSERT_EQ(reference.size(), (kInnerPackets - kPacketsBeforeReference) * 188);
-    EXPECT_TRUE(std::equal(reference.begin(), reference.end(), inner.begin() + kPacketsBeforeReference * 188));
+    EXPECT_TRUE(
+        std::equal(reference.begin(), reference.end(), inner.begin() + kPacketsBeforeReference * 188));
     EXPECT_EQ(extractor.t2miCounters().packets, 396U);
     EXPECT_EQ(extractor.t2miCounters().crcErrors, 0U);
     EXPECT_EQ(extractor.t2miCounters().countErrors, 0U);
@@ -76,9 +78,9 @@ TEST(RecordedT2Mi, HasNothingForAnotherPlpOrPid)
     EXPECT_TRUE(otherPid.lastPacket().empty());
 }
 
-// Bytes are changed, dropped and repeated at random places of streams of every mode, half of the time behind the
-// CRC-32 so that the damage reaches the baseband frames. Whole packets must come out and no read may leave its buffer
-// (the address sanitizer watches).
+// Bytes are changed, dropped and repeated at random places of streams of every mode, half of the time behind
+// the CRC-32 so that the damage reaches the baseband frames. Whole packets must come out and no read may
+// leave its buffer (the address sanitizer watches).
 TEST(DamagedT2Mi, NeverGivesBrokenPackets)
 {
     std::mt19937 random(20240611); // fixed: a failure can be repeated
@@ -124,7 +126,8 @@ TEST(DamagedT2Mi, OutlivesPureNoise)
     Bytes noise(200 * 188);
     for (std::size_t i = 0; i < noise.size(); ++i)
         noise[i] = static_cast<std::uint8_t>(random() & 0xFFU);
-    for (std::size_t at = 0; at < noise.size(); at += 188) { // in step and on the right PID: the noise gets further in
+    for (std::size_t at = 0; at < noise.size();
+         at += 188) { // in step and on the right PID: the noise gets further in
         noise[at] = 0x47;
         noise[at + 1] = static_cast<std::uint8_t>(noise[at + 1] & 0x60U);
         noise[at + 2] = kPid;

@@ -57,10 +57,11 @@ TEST(Packetizer, FindsTheStepAgainAfterForeignBytes)
     t2mi::Packetizer packetizer([&got](const std::uint8_t* p) { got.emplace_back(p, p + 188); });
     const auto packets = somePackets(4);
     Bytes stream = packets[0];
-    const Bytes foreign {1, 2, 0x47, 3, 4};
+    const Bytes foreign{1, 2, 0x47, 3, 4};
     stream.insert(stream.end(), foreign.begin(), foreign.end());
     for (int i = 1; i < 4; ++i)
-        stream.insert(stream.end(), packets[static_cast<std::size_t>(i)].begin(), packets[static_cast<std::size_t>(i)].end());
+        stream.insert(stream.end(), packets[static_cast<std::size_t>(i)].begin(),
+            packets[static_cast<std::size_t>(i)].end());
     packetizer.push(stream.data(), stream.size());
     EXPECT_EQ(got, packets);
     EXPECT_EQ(packetizer.skippedBytes(), foreign.size());
@@ -76,9 +77,11 @@ TEST(Packetizer, StartsInTheMiddleOfAPacket)
     EXPECT_EQ(got[0], userPacket(1));
 }
 
-// Mode, ISSY bytes, null packets deleted, data bytes of a frame. 187, 188 and 376 put borders on packet borders; 100
-// makes frames in which no packet starts.
-class BasebandModes : public testing::TestWithParam<std::tuple<Mode, std::size_t, bool, std::size_t>> {};
+// Mode, ISSY bytes, null packets deleted, data bytes of a frame. 187, 188 and 376 put borders on packet
+// borders; 100 makes frames in which no packet starts.
+class BasebandModes : public testing::TestWithParam<std::tuple<Mode, std::size_t, bool, std::size_t>>
+{
+};
 
 TEST_P(BasebandModes, GiveTheSamePacketsBack)
 {
@@ -116,7 +119,7 @@ TEST(BasebandDecoder, PutsDeletedNullPacketsAheadOfTheNextPacket)
 {
     ModeOptions options;
     options.deleteNullPackets = true;
-    const std::vector<Bytes> packets {userPacket(0), nullPacket(), nullPacket(), userPacket(1)};
+    const std::vector<Bytes> packets{userPacket(0), nullPacket(), nullPacket(), userPacket(1)};
     EXPECT_EQ(extract(makeStream(packets, options, 500)), join(packets));
 }
 
@@ -149,18 +152,20 @@ TEST(BasebandDecoder, LeavesAFrameWithAWrongHeaderOut)
 TEST(BasebandDecoder, RefusesLengthsThatDoNotFit)
 {
     const auto good = basebandFrames(somePackets(4), ModeOptions(), 400)[0];
-    struct Case {
+    struct Case
+    {
         std::size_t at;
         std::uint8_t high;
         std::uint8_t low;
     };
     // DFL longer than the frame, DFL no whole bytes, SYNCD behind the data field, SYNCD no whole bytes
-    for (const Case& wrong : {Case {4, 0xFF, 0xF8}, Case {4, 0x00, 0x81}, Case {7, 0xFF, 0xF0}, Case {7, 0x00, 0x09}}) {
+    for (const Case& wrong :
+        {Case{4, 0xFF, 0xF8}, Case{4, 0x00, 0x81}, Case{7, 0xFF, 0xF0}, Case{7, 0x00, 0x09}}) {
         Bytes frame = good;
         frame[wrong.at] = wrong.high;
         frame[wrong.at + 1] = wrong.low;
         frame[9] = static_cast<std::uint8_t>(t2mi::crc8(frame.data(), 9) ^ 1);
-        Bytes payload {0, kPlp, 0};
+        Bytes payload{0, kPlp, 0};
         payload.insert(payload.end(), frame.begin(), frame.end());
         t2mi::BasebandDecoder decoder(kPlp);
         Bytes out;
@@ -188,8 +193,10 @@ TEST(BasebandDecoder, DropsAPacketWhoseRestDoesNotFit)
     ASSERT_GE(got.size(), first.size());
     EXPECT_TRUE(std::equal(first.begin(), first.end(), got.begin()));
     for (std::size_t at = 0; at < got.size(); at += 188) {
-        const Bytes packet(got.begin() + static_cast<std::ptrdiff_t>(at), got.begin() + static_cast<std::ptrdiff_t>(at + 188));
-        EXPECT_NE(std::find(packets.begin(), packets.end(), packet), packets.end()) << "a packet of mixed parts";
+        const Bytes packet(got.begin() + static_cast<std::ptrdiff_t>(at),
+            got.begin() + static_cast<std::ptrdiff_t>(at + 188));
+        EXPECT_NE(std::find(packets.begin(), packets.end(), packet), packets.end())
+            << "a packet of mixed parts";
     }
     EXPECT_TRUE(isSuffix(got, packets.back()));
 }
@@ -261,7 +268,7 @@ TEST(T2MiDemux, RoundsAPayloadOfOddBitsUp)
         kPid, [&got](const std::uint8_t* p, std::size_t n) { got.emplace_back(p, p + n); }, [] {});
     for (const Bytes& packet : tsPackets({sent}))
         demux.push(packet.data());
-    EXPECT_EQ(got, std::vector<Bytes> {sent});
+    EXPECT_EQ(got, std::vector<Bytes>{sent});
 }
 
 TEST(T2MiDemux, ThrowsAPacketWithAWrongCrcAway)
@@ -292,7 +299,7 @@ TEST(T2MiDemux, IgnoresPacketsWithoutPayload)
     const auto packets = somePackets(10);
     auto ts = tsPackets(t2miFrames(basebandFrames(packets, ModeOptions(), 600)));
     Bytes adaptationOnly(188, 0xFF);
-    const Bytes head {0x47, 0x00, kPid, 0x20, 183, 0x00};
+    const Bytes head{0x47, 0x00, kPid, 0x20, 183, 0x00};
     std::copy(head.begin(), head.end(), adaptationOnly.begin());
     ts.insert(ts.begin() + 2, adaptationOnly);
     EXPECT_EQ(extract(join(ts)), join(packets));
@@ -311,8 +318,8 @@ TEST(T2MiDemux, ResumesAfterTheLossOfAnyPacket)
         EXPECT_LT(got.size(), packets.size() * 188);
         EXPECT_TRUE(isSuffix(got, join({packets.end() - 3, packets.end()}))) << "lost " << lost;
         for (std::size_t at = 0; at < got.size(); at += 188) {
-            const Bytes packet(
-                got.begin() + static_cast<std::ptrdiff_t>(at), got.begin() + static_cast<std::ptrdiff_t>(at + 188));
+            const Bytes packet(got.begin() + static_cast<std::ptrdiff_t>(at),
+                got.begin() + static_cast<std::ptrdiff_t>(at + 188));
             ASSERT_NE(std::find(packets.begin(), packets.end(), packet), packets.end()) << "lost " << lost;
         }
     }
@@ -333,7 +340,8 @@ TEST(T2MiDemux, AJumpOfThePacketCountIsALoss)
     int losses = 0;
     t2mi::T2MiDemux demux(
         kPid, [](const std::uint8_t*, std::size_t) {}, [&losses] { ++losses; });
-    const std::vector<Bytes> sent {t2miPacket(0x20, 255, {1}), t2miPacket(0x20, 0, {1}), t2miPacket(0x20, 2, {1}),
+    const std::vector<Bytes> sent{t2miPacket(0x20, 255, {1}), t2miPacket(0x20, 0, {1}),
+        t2miPacket(0x20, 2, {1}),
         t2miPacket(0x20, 9, {1}, 3)}; // the last belongs to another stream of the same PID
     for (const Bytes& packet : tsPackets(sent))
         demux.push(packet.data());

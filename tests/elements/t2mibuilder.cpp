@@ -26,7 +26,8 @@ Bytes userUnit(const Bytes& packet, const Bytes& previous, unsigned deleted, con
     Bytes unit;
     const bool normal = options.mode != Mode::HighEfficiency;
     if (options.mode == Mode::NormalCrcAhead)
-        unit.push_back(previous.empty() ? std::uint8_t {0} : t2mi::crc8(previous.data() + 1, kPacketBytes - 1));
+        unit.push_back(
+            previous.empty() ? std::uint8_t{0} : t2mi::crc8(previous.data() + 1, kPacketBytes - 1));
     unit.insert(unit.end(), packet.begin() + 1, packet.end());
     if (normal && options.issyBytes > 0) {
         unit.push_back(options.issyBytes == 2 ? 0x12 : 0x9A);
@@ -43,7 +44,7 @@ Bytes header(const ModeOptions& options, std::size_t unitBytes, std::size_t data
 {
     const bool highEfficiency = options.mode == Mode::HighEfficiency;
     const unsigned matype = 0xF0U | (options.issyBytes > 0 ? 8U : 0U) | (options.deleteNullPackets ? 4U : 0U);
-    Bytes head {static_cast<std::uint8_t>(matype), 0};
+    Bytes head{static_cast<std::uint8_t>(matype), 0};
     if (highEfficiency)
         append16(head, options.issyBytes > 0 ? 0x8A47 : 0);
     else
@@ -51,14 +52,15 @@ Bytes header(const ModeOptions& options, std::size_t unitBytes, std::size_t data
     append16(head, dataBytes * 8);
     head.push_back(0x47);
     append16(head, syncd);
-    head.push_back(static_cast<std::uint8_t>(t2mi::crc8(head.data(), head.size()) ^ (highEfficiency ? 1 : 0)));
+    head.push_back(
+        static_cast<std::uint8_t>(t2mi::crc8(head.data(), head.size()) ^ (highEfficiency ? 1 : 0)));
     return head;
 }
 
 Bytes tsPacket(int pid, bool unitStart, unsigned counter, const Bytes& payload)
 {
     const std::size_t stuffing = kPacketBytes - 4 - payload.size();
-    Bytes packet {0x47, static_cast<std::uint8_t>((unitStart ? 0x40 : 0) | (pid >> 8 & 0x1F)),
+    Bytes packet{0x47, static_cast<std::uint8_t>((unitStart ? 0x40 : 0) | (pid >> 8 & 0x1F)),
         static_cast<std::uint8_t>(pid & 0xFF),
         static_cast<std::uint8_t>((stuffing > 0 ? 0x30U : 0x10U) | (counter & 0x0FU))};
     if (stuffing > 0)
@@ -75,7 +77,7 @@ Bytes tsPacket(int pid, bool unitStart, unsigned counter, const Bytes& payload)
 
 Bytes userPacket(unsigned index)
 {
-    Bytes packet {0x47, 0x01, 0x23, static_cast<std::uint8_t>(0x10U | (index & 0x0FU))};
+    Bytes packet{0x47, 0x01, 0x23, static_cast<std::uint8_t>(0x10U | (index & 0x0FU))};
     for (std::size_t i = packet.size(); i < kPacketBytes; ++i)
         packet.push_back(static_cast<std::uint8_t>((index * 31U + static_cast<unsigned>(i) * 7U) & 0xFFU));
     return packet;
@@ -83,12 +85,13 @@ Bytes userPacket(unsigned index)
 
 Bytes nullPacket()
 {
-    Bytes packet {0x47, 0x1F, 0xFF, 0x10};
+    Bytes packet{0x47, 0x1F, 0xFF, 0x10};
     packet.resize(kPacketBytes, 0xFF);
     return packet;
 }
 
-std::vector<Bytes> basebandFrames(const std::vector<Bytes>& packets, const ModeOptions& options, std::size_t dataBytes)
+std::vector<Bytes> basebandFrames(
+    const std::vector<Bytes>& packets, const ModeOptions& options, std::size_t dataBytes)
 {
     Bytes stream;
     std::vector<std::size_t> starts;
@@ -122,9 +125,10 @@ std::vector<Bytes> basebandFrames(const std::vector<Bytes>& packets, const ModeO
     return frames;
 }
 
-Bytes t2miPacket(unsigned type, unsigned count, const Bytes& payload, unsigned streamId, std::size_t payloadBits)
+Bytes t2miPacket(
+    unsigned type, unsigned count, const Bytes& payload, unsigned streamId, std::size_t payloadBits)
 {
-    Bytes packet {static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(count & 0xFFU), 0,
+    Bytes packet{static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(count & 0xFFU), 0,
         static_cast<std::uint8_t>(streamId & 7U)};
     append16(packet, payloadBits > 0 ? payloadBits : payload.size() * 8);
     append(packet, payload);
@@ -138,7 +142,7 @@ std::vector<Bytes> t2miFrames(const std::vector<Bytes>& frames, int plp, unsigne
 {
     std::vector<Bytes> packets;
     for (const Bytes& frame : frames) {
-        Bytes payload {0, static_cast<std::uint8_t>(plp), 0x80};
+        Bytes payload{0, static_cast<std::uint8_t>(plp), 0x80};
         append(payload, frame);
         packets.push_back(t2miPacket(0, firstCount++, payload));
     }
@@ -159,7 +163,8 @@ std::vector<Bytes> tsPackets(const std::vector<Bytes>& t2miPackets, int pid, uns
     while (at < stream.size()) {
         const auto start = std::lower_bound(starts.begin(), starts.end(), at);
         const std::size_t distance = start != starts.end() ? *start - at : stream.size();
-        // A packet that would start in the very last byte finds no room beside its pointer_field: one byte is stuffed.
+        // A packet that would start in the very last byte finds no room beside its pointer_field: one byte is
+        // stuffed.
         const bool unitStart = distance < 183;
         const std::size_t room = unitStart || distance == 183 ? 183 : 184;
         const std::size_t size = std::min(room, stream.size() - at);

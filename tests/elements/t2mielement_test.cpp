@@ -12,7 +12,8 @@ using namespace t2mitest;
 
 namespace {
 
-struct HarnessDeleter {
+struct HarnessDeleter
+{
     void operator()(GstHarness* harness) const { gst_harness_teardown(harness); }
 };
 using Harness = std::unique_ptr<GstHarness, HarnessDeleter>;
@@ -43,7 +44,8 @@ Bytes takeBytes(GstBuffer* buffer)
 
 // Reads "frame" as the daemon does: into a value of the property's own type.
 G_GNUC_BEGIN_IGNORE_DEPRECATIONS // GLib's old array type is what the property is made of
-Bytes readFrame(GstElement* element)
+    Bytes
+    readFrame(GstElement* element)
 {
     GParamSpec* spec = g_object_class_find_property(G_OBJECT_GET_CLASS(element), "frame");
     GValue value = G_VALUE_INIT;
@@ -81,7 +83,8 @@ TEST(T2MiElement, GivesTheInnerStreamWithTheTimeOfItsInput)
     GstBuffer* buffer = gst_harness_try_pull(harness.get());
     ASSERT_NE(buffer, nullptr);
     EXPECT_EQ(GST_BUFFER_PTS(buffer), 1234567U);
-    EXPECT_TRUE(GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DISCONT)) << "the first buffer begins a stream";
+    EXPECT_TRUE(GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DISCONT))
+        << "the first buffer begins a stream";
     EXPECT_EQ(takeBytes(buffer), join(packets));
     GstCaps* caps = gst_pad_get_current_caps(harness->sinkpad);
     ASSERT_NE(caps, nullptr);

@@ -99,7 +99,8 @@ bool BasebandDecoder::parseHeader(const std::uint8_t* frame, std::size_t size, H
     return possible;
 }
 
-void BasebandDecoder::takeDataField(const std::uint8_t* data, const Header& header, std::vector<std::uint8_t>& out)
+void BasebandDecoder::takeDataField(
+    const std::uint8_t* data, const Header& header, std::vector<std::uint8_t>& out)
 {
     const std::uint8_t* unitStart = data + header.firstUnit;
     if (m_synced) {
@@ -138,7 +139,8 @@ void BasebandDecoder::extractUnits(std::vector<std::uint8_t>& out)
     m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(position));
 }
 
-// Only called while at least one byte stands behind the unit. A damaged packet fits neither place and decides nothing.
+// Only called while at least one byte stands behind the unit. A damaged packet fits neither place and decides
+// nothing.
 void BasebandDecoder::learnCrcPlace(const std::uint8_t* unit)
 {
     const std::size_t last = m_layout.unitBytes - 1;

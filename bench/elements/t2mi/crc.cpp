@@ -7,7 +7,7 @@ namespace {
 
 std::array<std::uint8_t, 256> makeCrc8Table()
 {
-    std::array<std::uint8_t, 256> table {};
+    std::array<std::uint8_t, 256> table{};
     for (unsigned i = 0; i < 256; ++i) {
         unsigned crc = i;
         for (int bit = 0; bit < 8; ++bit)
@@ -19,7 +19,7 @@ std::array<std::uint8_t, 256> makeCrc8Table()
 
 std::array<std::uint32_t, 256> makeCrc32Table()
 {
-    std::array<std::uint32_t, 256> table {};
+    std::array<std::uint32_t, 256> table{};
     for (std::uint32_t i = 0; i < 256; ++i) {
         std::uint32_t crc = i << 24;
         for (int bit = 0; bit < 8; ++bit)

@@ -15,7 +15,8 @@ void Packetizer::reset()
     m_inStep = true;
 }
 
-// Moves `position` to the next place where two sync bytes stand one packet apart. False: more bytes are needed.
+// Moves `position` to the next place where two sync bytes stand one packet apart. False: more bytes are
+// needed.
 bool Packetizer::findStep(std::size_t& position)
 {
     while (position + kTsPacketBytes < m_pending.size()) {

@@ -11,9 +11,11 @@ constexpr std::size_t kTsPacketBytes = 188;
 constexpr std::uint8_t kTsSyncByte = 0x47;
 
 /// Cuts a byte stream that arrives in chunks of any size into transport stream packets of 188 bytes
-/// (ISO/IEC 13818-1, 2.4.3). A stream that starts with the sync byte is taken to be in step; after a wrong sync byte
-/// the step is looked for again and believed when two sync bytes stand 188 bytes apart. Not thread-safe.
-class Packetizer {
+/// (ISO/IEC 13818-1, 2.4.3). A stream that starts with the sync byte is taken to be in step; after a wrong
+/// sync byte the step is looked for again and believed when two sync bytes stand 188 bytes apart. Not
+/// thread-safe.
+class Packetizer
+{
 public:
     /// Called for each packet with its 188 bytes, which are valid during the call only.
     using PacketSink = std::function<void(const std::uint8_t* packet)>;

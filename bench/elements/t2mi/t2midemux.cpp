@@ -43,7 +43,8 @@ void T2MiDemux::push(const std::uint8_t* tsPacket)
     if (isRepeated(payload, size, counter))
         return;
     const bool first = m_lastContinuityCounter < 0;
-    if (!first && (announcedGap || counter != ((static_cast<unsigned>(m_lastContinuityCounter) + 1) & 0x0FU))) {
+    if (!first
+        && (announcedGap || counter != ((static_cast<unsigned>(m_lastContinuityCounter) + 1) & 0x0FU))) {
         ++m_counters.tsDiscontinuities;
         lose();
     }
@@ -113,8 +114,9 @@ void T2MiDemux::deliver(const std::uint8_t* packet, std::size_t size)
     m_packetSink(packet, size);
 }
 
-// A jump of packet_count shows T2-MI packets lost before they were put into the transport stream. Streams that share
-// the PID may count together or each for itself, so only neighbours of one t2mi_stream_id are compared.
+// A jump of packet_count shows T2-MI packets lost before they were put into the transport stream. Streams
+// that share the PID may count together or each for itself, so only neighbours of one t2mi_stream_id are
+// compared.
 void T2MiDemux::checkPacketCount(const std::uint8_t* packet)
 {
     const int count = packet[1];

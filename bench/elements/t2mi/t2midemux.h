@@ -15,23 +15,26 @@ constexpr std::size_t kT2MiMaxPacketBytes = kT2MiHeaderBytes + 8192 + kT2MiCrcBy
 /// Packet types of ETSI TS 102 773, table 1, as far as they are told apart here.
 enum class PacketType : std::uint8_t { BasebandFrame = 0x00 };
 
-/// Collects T2-MI packets from the transport stream packets of one PID (ETSI TS 102 773, clause 6: data piping with
-/// pointer_field). Repeated transport stream packets are ignored; after a loss the packet begun is dropped and
-/// collection resumes at the next pointer_field. Not thread-safe.
-class T2MiDemux {
+/// Collects T2-MI packets from the transport stream packets of one PID (ETSI TS 102 773, clause 6: data
+/// piping with pointer_field). Repeated transport stream packets are ignored; after a loss the packet begun
+/// is dropped and collection resumes at the next pointer_field. Not thread-safe.
+class T2MiDemux
+{
 public:
-    /// One whole T2-MI packet with a right CRC-32: header, payload with padding, CRC. Valid during the call only.
+    /// One whole T2-MI packet with a right CRC-32: header, payload with padding, CRC. Valid during the call
+    /// only.
     using PacketSink = std::function<void(const std::uint8_t* packet, std::size_t size)>;
     /// Told when T2-MI packets are missing before the next one delivered.
     using LossSink = std::function<void()>;
 
     /// What was seen since construction.
-    struct Counters {
-        std::uint64_t packets = 0;         ///< T2-MI packets with a right CRC-32
-        std::uint64_t crcErrors = 0;       ///< T2-MI packets thrown away for a wrong CRC-32
+    struct Counters
+    {
+        std::uint64_t packets = 0; ///< T2-MI packets with a right CRC-32
+        std::uint64_t crcErrors = 0; ///< T2-MI packets thrown away for a wrong CRC-32
         std::uint64_t tsDiscontinuities = 0; ///< gaps of the continuity counter
-        std::uint64_t framingErrors = 0;   ///< packets whose length disagrees with the pointer_field
-        std::uint64_t countErrors = 0;     ///< jumps of the T2-MI packet_count
+        std::uint64_t framingErrors = 0; ///< packets whose length disagrees with the pointer_field
+        std::uint64_t countErrors = 0; ///< jumps of the T2-MI packet_count
     };
 
     /// `pid`: the PID that carries T2-MI; one outside 0..8191 matches nothing.
