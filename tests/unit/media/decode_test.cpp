@@ -139,6 +139,26 @@ TEST_F(Decode, OnlyTheChosenProgramsStreamsAreTaken)
     EXPECT_EQ(source().getVideoDecodedWidth(), -1);
 }
 
+TEST_F(Decode, AskingWhileAStreamIsDecodedIsSafe)
+{
+    play("h262_mpeg_audio.ts", 1);
+    if (IsSkipped())
+        return;
+    for (int i = 0; i < 1000 && prints.count("EOS\n") == 0; ++i) {
+        const int width = source().getVideoDecodedWidth();
+        EXPECT_TRUE(width == -1 || width == 640) << width;
+        const int height = source().getVideoDecodedHeight();
+        EXPECT_TRUE(height == -1 || height == 426) << height;
+        const std::string video = mediaType(source().getVideoDecodedCaps());
+        EXPECT_TRUE(video == "null" || video == "video/mpeg") << video;
+        const std::string audio = mediaType(source().getAudioDecodedCaps());
+        EXPECT_TRUE(audio == "null" || audio == "audio/mpeg") << audio;
+        EXPECT_FALSE(statusText().empty());
+        g_usleep(1000);
+    }
+    EXPECT_EQ(mediaType(source().getAudioDecodedCaps()), "audio/mpeg");
+}
+
 TEST_F(Decode, StoppingInTheMiddleOfAStreamEndsCleanly)
 {
     play("rai-dvbt-mux.ts", 3401);

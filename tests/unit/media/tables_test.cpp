@@ -315,6 +315,31 @@ TEST_F(Tables, AHandedOutTableIsNotChangedByASectionThatArrivesLater)
     EXPECT_EQ(object().getPAT()->size(), 12U + 8 * 4); // the next call brings the new one
 }
 
+TEST_F(Tables, AskingWhileSectionsArriveGivesWholeTables)
+{
+    const Bytes shortPat = madesections::pat({1, 2});
+    const Bytes longPat = madesections::pat({3, 4, 5, 6});
+    constexpr int rounds = 300;
+    for (int i = 0; i < rounds; ++i) { // each PAT replaces the one before on the bus thread
+        deliver(shortPat);
+        deliver(longPat);
+        deliver(madesections::nit(static_cast<std::uint8_t>(i % 3), "part"));
+        deliver(madesections::sdt({9, 8, 7}, 100));
+        const Bytes seen = pat();
+        EXPECT_TRUE(seen.empty() || seen == shortPat || seen == longPat);
+        const int programs = object().getTotalNumberOfProgramsFound();
+        EXPECT_TRUE(programs == 0 || programs == 2 || programs == 4) << programs;
+        EXPECT_TRUE(sdt().empty() || sdt().size() == 100);
+        EXPECT_GE(object().getProgramNumber(0), 0);
+        nit();
+        object().getPMT();
+        if (i % 50 == 49)
+            object().clearPIDFilter();
+    }
+    settle();
+    EXPECT_EQ(pat(), longPat);
+}
+
 TEST_F(Tables, ProgramNumbersOutsideTheListsAreZero)
 {
     EXPECT_EQ(object().getProgramNumber(0), 0); // both lists empty
