@@ -2,6 +2,7 @@
 
 #include "client/lineerror.h"
 #include "client/sections.h"
+#include "client/t2mipacket.h"
 
 #include <algorithm>
 #include <thread>
@@ -64,13 +65,13 @@ void Controller::send(const Request& request, std::string_view argument)
     m_line.write(command);
 }
 
-void Controller::settle()
+std::string Controller::settle()
 {
     // The first question may arrive together with the command before it and be dropped, so it is asked again,
     // and the answers to questions that were only delayed are read off the line.
     constexpr Milliseconds pause{25}; // several of the daemon's polls of 5 ms
     constexpr Milliseconds interval{700};
-    const auto deadline = std::chrono::steady_clock::now() + m_patience.firstByte * 4;
+    const auto deadline = std::chrono::steady_clock::now() + m_patience.blocked;
     std::string received;
     for (;;) {
         std::this_thread::sleep_for(pause);
@@ -78,7 +79,7 @@ void Controller::settle()
         received += m_line.readUntilSilence(interval, Milliseconds(30));
         const std::size_t mark = received.find(versionMark);
         if (mark != std::string::npos && received.find('\n', mark) != std::string::npos)
-            break;
+            return received.substr(0, mark);
         if (std::chrono::steady_clock::now() > deadline)
             throw LineError(LineError::Kind::TimedOut,
                 "the instrument on " + m_line.path()
@@ -87,25 +88,43 @@ void Controller::settle()
     }
 }
 
+std::string Controller::complete(std::string received, std::size_t size)
+{
+    if (received.size() < size)
+        received += m_line.readExactly(size - received.size(), m_patience.firstByte);
+    return received;
+}
+
 std::string Controller::readStatusWord()
 {
     std::string word = m_line.readSome(m_patience.absent);
-    if (!word.empty() && word.size() < statusWordSize)
-        word += m_line.readExactly(statusWordSize - word.size(), m_patience.firstByte);
-    return word;
+    return word.empty() ? word : complete(std::move(word), statusWordSize);
 }
 
 std::string Controller::readSection()
 {
+    constexpr std::size_t headerSize = 3;
     std::string received = m_line.readSome(m_patience.absent);
     if (received.empty())
         return received;
-    if (received.size() < 3)
-        received += m_line.readExactly(3 - received.size(), m_patience.firstByte);
-    const std::size_t size = sectionSize(toBytes(received), 0);
-    if (received.size() < size)
-        received += m_line.readExactly(size - received.size(), m_patience.firstByte);
-    return received;
+    received = complete(std::move(received), headerSize);
+    return complete(received, sectionSize(toBytes(received), 0));
+}
+
+std::string Controller::readT2miPacket()
+{
+    constexpr std::size_t headerSize = 6;
+    std::string received = m_line.readSome(m_patience.absent);
+    if (received.empty())
+        return received;
+    received = complete(std::move(received), headerSize);
+    return complete(received, t2miPacketSize(toBytes(received)));
+}
+
+std::string Controller::readValues(std::size_t size)
+{
+    std::string received = m_line.readExactly(notConnectedLine.size(), m_patience.firstByte);
+    return received == notConnectedLine ? received : complete(std::move(received), size);
 }
 
 std::string Controller::readAnswer(const Request& request)
@@ -117,8 +136,18 @@ std::string Controller::readAnswer(const Request& request)
         return m_line.readLine(m_patience.firstByte);
     case AnswerEnd::Words:
         return readStatusWord();
+    case AnswerEnd::Fixed: {
+        std::string received = m_line.readSome(request.mayBeSilent ? m_patience.absent : m_patience.firstByte);
+        if (received.empty() && request.mayBeSilent)
+            return received;
+        return complete(std::move(received), request.size);
+    }
     case AnswerEnd::Section:
         return readSection();
+    case AnswerEnd::T2miPacket:
+        return readT2miPacket();
+    case AnswerEnd::Values:
+        return readValues(request.size);
     case AnswerEnd::Silence:
         return m_line.readUntilSilence(
             request.mayBeSilent ? m_patience.absent : m_patience.firstByte, m_patience.quiet);
@@ -134,7 +163,14 @@ std::string Controller::ask(const Request& request, std::string_view argument)
         settle();
         return {};
     }
-    return readAnswer(request);
+    std::string answer = readAnswer(request);
+    if (!answer.empty())
+        return answer;
+    if (!request.mayBeSilent)
+        throw LineError(LineError::Kind::TimedOut,
+            "no answer to \"" + std::string(request.word) + "\" on port " + m_line.path()
+                + "; check that the instrument is on, or raise the time-out");
+    return settle(); // silent, or only late, or gone: that it answers now tells
 }
 
 std::string Controller::version()

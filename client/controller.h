@@ -1,6 +1,9 @@
 #pragma once
 
 #include "client/bytes.h"
+#include "client/ebs.h"
+#include "client/instrumentsettings.h"
+#include "client/measurement.h"
 #include "client/requests.h"
 #include "client/serialline.h"
 
@@ -34,11 +37,12 @@ struct Patience
     Milliseconds firstByte{8000}; ///< for an answer to begin
     Milliseconds quiet{300}; ///< silence that ends an answer without terminator; above a gap of the daemon's
                              ///< byte-by-byte writes
-    Milliseconds absent{1500}; ///< after which a query that may be silent counts as unanswered
+    Milliseconds absent{1500}; ///< for a query that may be silent; then the daemon is asked whether it lives
+    Milliseconds blocked{32000}; ///< for the daemon to end what keeps it from answering
 };
 
 /// The controller of the instrument: sends commands over a line and reads the answers. Used from one thread;
-/// throws LineError.
+/// throws LineError, and AnswerError where an answer is not what the protocol says.
 ///
 /// Of several commands that lie in the daemon's receive buffer with only line feeds between them the daemon
 /// takes the first one and drops the others. A command without answer is therefore followed by a query, and
@@ -74,10 +78,50 @@ public:
     /// The T2-MI extractor's last frame; empty without one.
     Bytes t2miFrame();
 
+    /// How the stream arrives; starts the measurement and stops playing. Nothing without Ethernet link.
+    std::optional<Measurement> measurement();
+    /// Microseconds between the last frames, at most 1024, oldest first; otherwise as measurement().
+    std::optional<std::vector<std::int64_t>> interArrivalTimes();
+
+    /// Nothing without Ethernet link.
+    std::optional<InterfaceAddress> interfaceAddress();
+    void setInterface(const InterfaceSettings& settings);
+    /// What the instrument's own tools say of eth0; empty when they say nothing of its speed.
+    std::string ipStatus();
+    /// What "ping" with these arguments prints. Give a count ("-c 3 192.168.1.1"): without, it never ends.
+    std::string ping(const std::string& arguments);
+    /// Runs a shell command on the instrument and returns when it has ended.
+    void runCommand(const std::string& command);
+
+    void record();
+    /// Ends the recording, and with it the current source.
+    void stopRecording();
+    /// Bytes of the recording; 0 when there is none.
+    std::uint64_t recordingSize();
+    /// Sends the recording to the FPGA; returns when that has begun. settle() waits for its end.
+    void exportRecording();
+
+    void startDab();
+    void stopDab();
+    /// `block`: at most 117 bytes that begin with "dab". The receiver's 117 bytes; empty when DAB mode is off
+    /// or the receiver can not be reached.
+    Bytes dab(const std::string& block);
+
+    void ebsScan();
+    /// Plays a service by its index, counted from 1.
+    void ebsPlay(int index);
+    std::string ebsServiceName(int index);
+    EbsStatus ebsStatus();
+    EbsDecoderInfo ebsDecoderInfo();
+    /// `level` is two hexadecimal digits on the line; the daemon acknowledges it and leaves the sound as it is.
+    void ebsAudioLevel(int level);
+    std::string ebsVersion();
+
     /// Sends a command as it is, word and argument and a line feed, without waiting for anything.
     void send(const Request& request, std::string_view argument = {});
     /// Waits until the daemon has handled everything sent so far: asks for its version until it answers.
-    void settle();
+    /// Returns what came before: the late answer to an earlier query.
+    std::string settle();
     /// Sends and reads the answer as `request` says.
     std::string ask(const Request& request, std::string_view argument = {});
 
@@ -85,6 +129,11 @@ private:
     std::string readAnswer(const Request& request);
     std::string readStatusWord();
     std::string readSection();
+    std::string readT2miPacket();
+    std::string readValues(std::size_t size);
+    /// The rest of an answer that began with `received` and has `size` bytes in all.
+    std::string complete(std::string received, std::size_t size);
+    std::string askFixed(const Request& request, std::string_view argument, std::string_view expected);
 
     SerialLine& m_line;
     Patience m_patience;

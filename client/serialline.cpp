@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <termios.h>
 #include <unistd.h>
 #include <utility>
@@ -204,6 +205,24 @@ std::string SerialLine::readUntilSilence(Milliseconds first, Milliseconds quiet)
         return {};
     while (fill(Clock::now() + quiet)) { }
     return takePending(m_pending.size());
+}
+
+void SerialLine::drain()
+{
+    while (::tcdrain(m_fd) != 0) {
+        if (errno == EIO || errno == ENXIO || errno == ENODEV)
+            throwHungUp();
+        if (errno != EINTR)
+            throw LineError(
+                LineError::Kind::Failed, "sending on port " + m_path + " failed: " + systemText(errno));
+    }
+}
+
+void SerialLine::lock()
+{
+    if (::flock(m_fd, LOCK_EX | LOCK_NB) != 0)
+        throw LineError(LineError::Kind::CannotOpen,
+            "port " + m_path + " is in use by another program; " + openRemedy(EBUSY));
 }
 
 void SerialLine::discardInput()

@@ -41,6 +41,14 @@ public:
     /// returns empty when none came. This is how an answer without terminator and without length ends.
     std::string readUntilSilence(Milliseconds first, Milliseconds quiet);
 
+    /// Waits until the driver has sent what was written, as far as the driver can tell (a pseudo terminal can
+    /// not).
+    void drain();
+
+    /// Takes the port for this process alone, among those that ask so (flock): two programs on one line would
+    /// take each other's answers. Throws LineError CannotOpen when another one has it.
+    void lock();
+
     /// Drops what has arrived and not been read.
     void discardInput();
 
