@@ -82,7 +82,6 @@ void Instrument::start(const QString& program, const QStringList& arguments)
 {
     if (!m_folder.isValid())
         fail("no run directory", m_folder.errorString().toUtf8());
-    QDir(m_folder.path()).mkpath("io");
     m_runner->setProcessChannelMode(QProcess::MergedChannels);
     m_runner->setStandardOutputFile(path("runner.log"));
     m_runner->start(program, arguments);
@@ -96,6 +95,7 @@ Instrument::~Instrument()
 
 QStringList Instrument::runArguments(bool startDaemon) const
 {
+    QDir(m_folder.path()).mkpath("io"); // files for the daemon's sanitizer go there
     QStringList arguments{
         "--run-dir", m_folder.path(), "--build", buildFolder, "--daemon", daemonUnderTest()};
     if (!startDaemon)
