@@ -10,6 +10,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <sys/mount.h>
 #include <thread>
 
 namespace {
@@ -205,6 +206,19 @@ TEST_F(Update, SizesThatWrapToANegativeOneHaveNoMemory)
         EXPECT_TRUE(log.contains("Malloc problem!\n")) << size;
     }
     EXPECT_FALSE(std::filesystem::exists(package));
+}
+
+TEST_F(Update, ASizeBeyondTheAvailableMemoryHasNoMemory)
+{
+    // The system would promise such a block and end the daemon when it is filled.
+    writeFile("/tmp/meminfo",
+        "MemTotal:        1000000 kB\nMemFree:          1000 kB\nMemAvailable:       2000 kB\n");
+    ASSERT_EQ(mount("/tmp/meminfo", "/proc/meminfo", nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(update("2048001\n", [] {}), "waiting update\n");
+    EXPECT_TRUE(log.contains("Malloc problem!\n"));
+    const std::string bytes = image(2048000);
+    EXPECT_EQ(update("2048000\n", [&] { send(bytes + crcBytes(bytes)); }), "waiting update\nupdate ok\n");
+    umount("/proc/meminfo");
 }
 
 TEST_F(Update, APauseWithinTenSecondsIsTolerated)
