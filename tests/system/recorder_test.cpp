@@ -96,17 +96,20 @@ public:
     FpgaStream(const FpgaStream&) = delete;
     FpgaStream& operator=(const FpgaStream&) = delete;
 
-    /// Gives up when nobody has taken anything for a second: what is sent then goes nowhere, as on the air.
-    void write(const QByteArray& bytes) const
+    /// False when nobody has taken anything for a second.
+    bool write(const QByteArray& bytes) const
     {
         pollfd room{m_fd, POLLOUT, 0};
-        for (int done = 0; done < bytes.size() && ::poll(&room, 1, 1000) == 1;) {
+        for (int done = 0; done < bytes.size();) {
+            if (::poll(&room, 1, 1000) != 1)
+                return false;
             const int piece = std::min(bytes.size() - done, PIPE_BUF);
             const ssize_t n = ::write(m_fd, bytes.constData() + done, static_cast<std::size_t>(piece));
             if (n <= 0)
-                return;
+                return false;
             done += static_cast<int>(n);
         }
+        return true;
     }
 
 private:
@@ -120,7 +123,8 @@ quint32 sendPaced(const FpgaStream& stream, int seconds)
     const auto begin = std::chrono::steady_clock::now();
     quint32 sent = 0;
     for (int piece = 0; piece < seconds * 100; ++piece) {
-        stream.write(packets(sent, packetsPerPiece));
+        if (!stream.write(packets(sent, packetsPerPiece)))
+            break;
         sent += packetsPerPiece;
         std::this_thread::sleep_until(begin + std::chrono::milliseconds(10) * (piece + 1));
     }
