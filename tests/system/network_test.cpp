@@ -1,4 +1,3 @@
-#include "measuredvalues.h"
 #include "systemsuite.h"
 
 #include <thread>
@@ -57,6 +56,8 @@ protected:
         controller().settle();
     }
 
+    static std::string interfaceAnswer() { return controller().ask(client::request::interfaceAddress); }
+
     static void setServer(const QString& address)
     {
         controller().setServer({Protocol::Udp, address.toStdString(), port, 0, 0});
@@ -104,9 +105,8 @@ protected:
 
     static void expectAddress(const std::string& addressAndMask)
     {
-        EXPECT_TRUE(
-            waitUntil([&] { return askInterface(line()) == addressAndMask + "\n"; }, patiently(15000)))
-            << askInterface(line());
+        EXPECT_TRUE(waitUntil([&] { return interfaceAnswer() == addressAndMask + "\n"; }, patiently(15000)))
+            << interfaceAnswer();
     }
 
     static void expectDhcpAddress()
@@ -125,7 +125,7 @@ protected:
     {
         instrument().setLink(false);
         expectCommands({"smcroute -k"});
-        EXPECT_EQ(askInterface(line()), "not connected\n");
+        EXPECT_EQ(interfaceAnswer(), "not connected\n");
         instrument().setLink(true);
         expectCommands({"smcroute -d", joinOf(group)});
         expectMember(group);
@@ -139,8 +139,8 @@ protected:
 
     static bool isPresent()
     {
-        const auto values = askMeasurement(line());
-        return values.has_value() && values->present == 1 && values->packetSize == 188;
+        const auto values = controller().measurement();
+        return values.has_value() && values->present && values->packetSize == 188;
     }
 
     static int countInLog(const char* text) { return instrument().daemonLog().count(text); }
@@ -175,7 +175,7 @@ TEST_F(NetworkChanges, VlanAndBackToDhcp)
     setInterface("vlan_id=100;dhcp");
     expectCommands(
         vlanCommands + QStringList{"smcroute -k"}); // no such device yet, or no kernel support: no link
-    EXPECT_EQ(askInterface(line()), "not connected\n");
+    EXPECT_EQ(interfaceAnswer(), "not connected\n");
     const QByteArray connections = instrument().shell("nmcli -t -f name,type connection show");
     EXPECT_TRUE(connections.contains("Wired connection 1_vlan:vlan")) << connections.constData();
     EXPECT_FALSE(connections.contains("Wired connection 1:")) << connections.constData();
@@ -274,7 +274,7 @@ TEST_F(NetworkChanges, CaptureRunsOnAcrossALostLink)
     ASSERT_TRUE(waitUntil(isPresent, patiently(10000)));
     const int starts = startsOfTheCapture();
     instrument().setLink(false);
-    EXPECT_TRUE(waitUntil([] { return !askMeasurement(line()).has_value(); }, patiently(5000)));
+    EXPECT_TRUE(waitUntil([] { return !controller().measurement().has_value(); }, patiently(5000)));
     instrument().setLink(true);
     EXPECT_TRUE(waitUntil(isPresent, patiently(15000)));
     EXPECT_EQ(startsOfTheCapture(), starts);
@@ -299,7 +299,7 @@ TEST_F(NetworkChanges, CaptureOutlivesAVlanWithoutADevice)
     const RunningStream stream = sendStream();
     ASSERT_TRUE(waitUntil(isPresent, patiently(10000)));
     setInterface("vlan_id=100;dhcp");
-    EXPECT_FALSE(askMeasurement(line()).has_value());
+    EXPECT_FALSE(controller().measurement().has_value());
     setInterface("dhcp");
     EXPECT_TRUE(waitUntil(isPresent, patiently(20000)));
 }
@@ -318,7 +318,7 @@ TEST_F(NetworkChanges, InterfaceOfTheVlanIsJoinedAndMeasured)
     expectMember(group, "eth0.100");
     expectAddress("10.1.0.1 255.255.255.0");
 
-    EXPECT_TRUE(askMeasurement(line()).has_value());
+    EXPECT_TRUE(controller().measurement().has_value());
     const QString program =
         "import socket, time\n"
         "s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)\n"
@@ -328,9 +328,9 @@ TEST_F(NetworkChanges, InterfaceOfTheVlanIsJoinedAndMeasured)
         "    time.sleep(0.005)\n";
     const CommandResult sent = instrument().exec({"/usr/bin/python3", "-c", program});
     ASSERT_TRUE(sent.ok()) << sent.errors.constData();
-    const auto values = askMeasurement(line());
+    const auto values = controller().measurement();
     ASSERT_TRUE(values.has_value());
-    EXPECT_EQ(values->present, 1);
+    EXPECT_TRUE(values->present);
     EXPECT_EQ(values->packetSize, 188);
     EXPECT_EQ(values->packetsPerDatagram, 7);
     EXPECT_TRUE(instrument().daemonLog().contains("eth0.100 founded"));

@@ -15,6 +15,7 @@ using Calls = std::vector<std::string>;
 
 const char deletePlain[] = "nmcli|con|del|Wired connection 1";
 const char deleteVlan[] = "nmcli|con|del|Wired connection 1_vlan";
+const std::string addPlain = "nmcli|con|add|con-name|Wired connection 1|ifname|eth0|type|ethernet";
 
 class ConnectionSettings : public ::testing::Test
 {
@@ -141,9 +142,7 @@ TEST_F(ConnectionSettings, FollowTheSettingsRecord)
     systconf.SetupInterfaceIP(&settings);
     settings.vlan = true;
     systconf.SetDHCPOn(&settings);
-    const Calls expected{deletePlain, deleteVlan,
-        "nmcli|con|add|con-name|Wired connection "
-        "1|ifname|eth0|type|ethernet|ip4|192.168.1.20/24|gw4|192.168.1.254",
+    const Calls expected{deletePlain, deleteVlan, addPlain + "|ip4|192.168.1.20/24|gw4|192.168.1.254",
         deletePlain, deleteVlan, "nmcli|con|add|type|vlan|con-name|Wired connection 1_vlan|dev|eth0|id|7"};
     EXPECT_EQ(programs.calls(), expected);
 }
