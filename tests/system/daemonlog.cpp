@@ -20,9 +20,12 @@ QByteArray sanitizerFinding(const QByteArray& log)
     return first < 0 ? QByteArray() : log.mid(std::max(0, first - 40), excerpt);
 }
 
-QString daemonSanitizerOptions(const char* variable, const QString& standard, const QString& sharedFolder)
+QString daemonSanitizerOptions(
+    const char* variable, const QString& standard, const QString& forLibraries, const QString& sharedFolder)
 {
     QString options = qEnvironmentVariable(variable, standard);
+    if (!forLibraries.isEmpty() && !options.contains("suppressions="))
+        options += ":suppressions=" + forLibraries;
     const QRegularExpressionMatch match = QRegularExpression("suppressions=([^:]+)").match(options);
     if (!match.hasMatch())
         return options;

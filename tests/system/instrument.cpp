@@ -101,12 +101,13 @@ QStringList Instrument::runArguments(bool startDaemon) const
     if (!startDaemon)
         arguments << "--no-daemon";
     const QString suppressions = QStringLiteral(TESSARY_SOURCE_DIR "/script/suppressions/");
-    const auto pass = [&](const char* variable, const QString& standard) {
-        const QString options = daemonSanitizerOptions(variable, standard, sharedFile({}));
+    const auto pass = [&](const char* variable, const QString& standard, const QString& forLibraries = {}) {
+        const QString options = daemonSanitizerOptions(variable, standard, forLibraries, sharedFile(""));
         arguments << "--daemon-env" << QString::fromLatin1(variable) + "=" + options;
     };
     if (daemonHas("__asan_init")) {
-        pass("ASAN_OPTIONS", "detect_stack_use_after_return=1:strict_string_checks=1");
+        pass("ASAN_OPTIONS", "detect_stack_use_after_return=1:strict_string_checks=1",
+            TESSARY_SOURCE_DIR "/tests/sanitizers/asan.supp");
         pass("UBSAN_OPTIONS", "print_stacktrace=1:halt_on_error=1");
         pass("LSAN_OPTIONS", "suppressions=" + suppressions + "lsan.supp:print_suppressions=0");
     }
@@ -159,6 +160,11 @@ RunningStream Instrument::send(const QStringList& senderArguments) const
 {
     auto process = std::make_unique<GuardedProcess>();
     const QString sender = buildFolder + "/bench/sender/tessary-send";
+    // The leak checker wants to look at the sender's threads in /proc, which shows other PIDs than its
+    // namespace has.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":detect_leaks=0");
+    process->setProcessEnvironment(environment);
     process->start(instrumentProgram,
         QStringList{"exec", "--run-dir", m_folder.path(), "--sender", sender} + senderArguments);
     if (!process->waitForStarted())

@@ -2,6 +2,7 @@
 
 #include "daemonlog.h"
 
+#include <stdexcept>
 #include <thread>
 
 namespace tessary::test {
@@ -12,13 +13,19 @@ std::unique_ptr<Instrument> SystemSuite::s_instrument;
 std::optional<client::SerialLine> SystemSuite::s_line;
 std::optional<client::Controller> SystemSuite::s_controller;
 
+SystemSuite::SystemSuite()
+{
+    if (s_instrument == nullptr || s_instrument->daemonPid() == 0)
+        throw std::runtime_error("the daemon does not run any more");
+}
+
 void SystemSuite::SetUpTestSuite()
 {
     s_instrument = std::make_unique<Instrument>();
     s_line.emplace(s_instrument->openController());
     client::Patience patience;
     if (Instrument::daemonIsSanitized())
-        patience = {patience.firstByte * 4, patience.quiet * 3, patience.absent * 3};
+        patience = {patience.firstByte * 2, patience.quiet * 3, patience.absent * 3};
     s_controller.emplace(*s_line, patience);
     s_controller->waitForGreeting(Milliseconds(patiently(30000)));
     s_controller->settle();

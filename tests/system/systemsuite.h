@@ -15,6 +15,9 @@ namespace tessary::test {
 class SystemSuite : public testing::Test
 {
 protected:
+    /// Throws when the daemon has ended in an earlier test, so that the others do not wait for its answers.
+    SystemSuite();
+
     static void SetUpTestSuite();
     static void TearDownTestSuite();
 
