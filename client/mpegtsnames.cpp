@@ -50,6 +50,30 @@ constexpr Name serviceTypes[] = {
     {0x20, "HEVC UHD television"},
 };
 
+constexpr Name runningStatuses[] = {
+    {0, "undefined"},
+    {1, "not running"},
+    {2, "starts in a few seconds"},
+    {3, "pausing"},
+    {4, "running"},
+    {5, "off the air"},
+};
+
+// What is in private PES, by a descriptor's tag.
+constexpr Name privateStreams[] = {
+    {0x45, "VBI data"},
+    {0x46, "VBI teletext"},
+    {0x56, "teletext"},
+    {0x59, "subtitles"},
+    {0x6a, "AC-3 audio"},
+    {0x7a, "E-AC-3 audio"},
+    {0x7b, "DTS audio"},
+    {0x7c, "AAC audio"},
+};
+constexpr std::uint8_t privatePes = 0x06;
+constexpr std::uint8_t extensionDescriptor = 0x7f;
+constexpr std::uint8_t ac4Extension = 0x15;
+
 template <typename Table> std::string lookUp(const Table& table, std::uint8_t value)
 {
     const auto found =
@@ -66,6 +90,27 @@ template <typename Table> std::string lookUp(const Table& table, std::uint8_t va
 std::string streamTypeName(std::uint8_t streamType)
 {
     return lookUp(streamTypes, streamType);
+}
+
+std::string streamName(const ProgramMap::Stream& stream)
+{
+    if (stream.type != privatePes)
+        return streamTypeName(stream.type);
+    for (const Descriptor& descriptor : stream.descriptors) {
+        if (descriptor.tag == extensionDescriptor && !descriptor.data.empty()
+            && descriptor.data[0] == ac4Extension)
+            return "AC-4 audio";
+        for (const Name& name : privateStreams) {
+            if (name.value == descriptor.tag)
+                return name.text;
+        }
+    }
+    return streamTypeName(stream.type);
+}
+
+std::string runningStatusName(std::uint8_t runningStatus)
+{
+    return lookUp(runningStatuses, runningStatus);
 }
 
 std::string serviceTypeName(std::uint8_t serviceType)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "client/tables.h"
+
 #include <cstdint>
 #include <string>
 
@@ -9,7 +11,14 @@ namespace tessary::client {
 /// when unknown.
 std::string streamTypeName(std::uint8_t streamType);
 
+/// The same for a stream of a PMT: private PES is told apart by its descriptors (ETSI EN 300 468, 6.1 and
+/// annex D), for example "AC-3 audio", "teletext", "subtitles".
+std::string streamName(const ProgramMap::Stream& stream);
+
 /// What a person calls a service_type (ETSI EN 300 468, table 87), for example "digital television".
 std::string serviceTypeName(std::uint8_t serviceType);
+
+/// running_status (ETSI EN 300 468, table 6), for example "running"; "undefined" for 0.
+std::string runningStatusName(std::uint8_t runningStatus);
 
 } // namespace tessary::client

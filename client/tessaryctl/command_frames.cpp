@@ -1,0 +1,244 @@
+// Frames and blocks: dab, t2mi-frame, ebs.
+#include "client/t2mipacket.h"
+#include "client/tessaryctl/commands.h"
+#include "client/tessaryctl/context.h"
+#include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/terminal.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace tessary::ctl {
+
+using namespace client;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string textOf(const Bytes& bytes)
+{
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// A start lets 3.2 s pass before it looks for the receiver, and gives up after 80 attempts of 0.5 s; a stop takes 4 s. A
+// command that returns sooner was not carried out, because the mode was already the one wanted.
+constexpr double shortestStart = 3.0;
+constexpr double failedStart = 43.0;
+constexpr double shortestStop = 3.5;
+
+void switchDab(Context& context, bool on)
+{
+    Controller& controller = context.controller(90);
+    const auto start = Clock::now();
+    if (on)
+        controller.startDab();
+    else
+        controller.stopDab();
+    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    const bool failed = on && seconds >= failedStart;
+    const bool already = seconds < (on ? shortestStart : shortestStop);
+    if (context.json()) {
+        context.print({{"dab_mode", on && !failed}, {"was_already", already}, {"seconds", seconds}});
+    } else if (!failed) {
+        context.out() << "DAB mode " << (already ? "was already " : "is ") << (on ? "on" : "off") << std::endl;
+    }
+    if (failed)
+        throw Failure(ExitCode::Nothing, "DAB mode is off: the receiver program did not open its socket within 40 s",
+            "is it installed at /home/ondrak/qt-dab/qt-dab? (virtual instrument: bench/hardware brings one)");
+}
+
+void sendDab(Context& context, const std::vector<std::string>& words, bool hex)
+{
+    std::string block;
+    for (const std::string& word : words)
+        block += (block.empty() || hex ? "" : " ") + word;
+    if (hex)
+        block = fromHexText(block);
+    if (block.compare(0, 3, "dab") != 0)
+        block.insert(0, "dab ");
+    constexpr std::size_t blockSize = 117;
+    if (block.size() > blockSize)
+        throw Failure(ExitCode::Usage, "a DAB block has at most 117 bytes, \"dab\" included", "shorten it");
+    const Bytes answer = context.controller().dab(block);
+    if (answer.empty())
+        throw Failure(ExitCode::Nothing, "no answer from the DAB receiver", "is DAB mode on? tessaryctl dab start");
+    const std::string bytes = textOf(answer);
+    if (context.json())
+        context.print({{"text", bytes.substr(0, bytes.find('\0'))}, {"hex", hexText(bytes)}});
+    else
+        context.out() << hexDump(bytes) << std::flush;
+}
+
+Json jsonOf(const T2miPacket& packet, std::size_t size)
+{
+    Json value{{"packet_type", packet.type}, {"packet_type_name", t2miTypeName(packet.type)},
+        {"packet_count", packet.count}, {"superframe_index", packet.superframeIndex}, {"stream_id", packet.streamId},
+        {"payload_bits", packet.payloadBits}, {"bytes", size}, {"crc_correct", packet.crcCorrect}};
+    if (packet.basebandFrame.has_value())
+        value["baseband_frame"] = {{"frame_index", packet.basebandFrame->frameIndex},
+            {"plp_id", packet.basebandFrame->plpId},
+            {"interleaving_frame_start", packet.basebandFrame->interleavingFrameStart},
+            {"bytes", packet.basebandFrame->bytes}};
+    return value;
+}
+
+void printPacket(std::ostream& out, const T2miPacket& packet, std::size_t size)
+{
+    std::vector<std::vector<std::string>> rows{
+        {"packet type", std::to_string(packet.type) + ", " + t2miTypeName(packet.type)},
+        {"packet count", std::to_string(packet.count)}, {"superframe", std::to_string(packet.superframeIndex)},
+        {"T2-MI stream", std::to_string(packet.streamId)},
+        {"size", std::to_string(size) + " bytes, payload " + std::to_string(packet.payloadBits) + " bits"},
+        {"CRC-32", packet.crcCorrect ? "right" : "WRONG"}};
+    if (packet.basebandFrame.has_value()) {
+        rows.push_back({"T2 frame", std::to_string(packet.basebandFrame->frameIndex)
+                + (packet.basebandFrame->interleavingFrameStart ? ", first of an interleaving frame" : "")});
+        rows.push_back({"PLP", std::to_string(packet.basebandFrame->plpId)});
+    }
+    out << tableOf(rows);
+}
+
+void t2miFrame(Context& context, const std::string& file, bool dump)
+{
+    const Bytes bytes = context.controller().t2miFrame();
+    if (bytes.empty())
+        throw Failure(ExitCode::Nothing, "no T2-MI frame",
+            "set a T2-MI server and scan: tessaryctl scan udp+t2mi://239.0.0.1:1234?pid=4096&plp=0");
+    const auto packet = decodeT2miPacket(bytes);
+    if (!packet.has_value())
+        throw Failure(ExitCode::BadAnswer, std::to_string(bytes.size()) + " bytes that are no T2-MI packet", "ask again");
+    if (!file.empty()) {
+        std::ofstream out(file, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        if (!out.flush())
+            throw Failure(ExitCode::LocalFile, "cannot write " + file + ": " + std::strerror(errno), "name another file");
+    }
+    if (context.json()) {
+        Json value = jsonOf(*packet, bytes.size());
+        value["hex"] = hexText(textOf(bytes));
+        return context.print(value);
+    }
+    printPacket(context.out(), *packet, bytes.size());
+    if (dump)
+        context.out() << '\n' << hexDump(textOf(bytes));
+    context.out() << std::flush;
+}
+
+void ebsStatus(Context& context)
+{
+    const EbsStatus status = context.controller().ebsStatus();
+    if (context.json())
+        return context.print({{"programs", status.programs}, {"selected", status.selected}});
+    context.out() << tableOf({{"programs", std::to_string(status.programs)}, {"selected", std::to_string(status.selected)}})
+                  << std::flush;
+}
+
+void ebsInfo(Context& context)
+{
+    const EbsDecoderInfo info = context.controller().ebsDecoderInfo();
+    if (context.json())
+        return context.print({{"video_code", info.videoCode}, {"video", ebsVideoName(info.videoCode)},
+            {"width", info.width}, {"height", info.height}, {"audio_code", info.audioCode},
+            {"audio", ebsAudioName(info.audioCode)}});
+    context.out() << tableOf({{"video", ebsVideoName(info.videoCode)},
+        {"picture", std::to_string(info.width) + " × " + std::to_string(info.height)},
+        {"audio", ebsAudioName(info.audioCode)}})
+                  << std::flush;
+}
+
+/// For answers that say no more than that they came.
+void acknowledge(Context& context, const std::string& text, const Json& value)
+{
+    if (context.json())
+        context.print(value);
+    else
+        context.out() << text << std::endl;
+}
+
+CLI::App* addEbsWithIndex(CLI::App& app, Context& context, const char* name, const char* text, const char* argument,
+    void (*run)(Context&, int))
+{
+    auto* sub = addSubcommand(app, context, name, text);
+    auto index = std::make_shared<int>(0);
+    sub->add_option(argument, *index, "0 to 255")->required()->check(CLI::Range(0, 255));
+    sub->callback([&context, index, run] { run(context, *index); });
+    return sub;
+}
+
+void ebsPlay(Context& context, int index)
+{
+    context.controller().ebsPlay(index);
+    acknowledge(context, "service " + std::to_string(index) + " selected", {{"selected", index}});
+}
+
+void ebsName(Context& context, int index)
+{
+    const std::string name = context.controller().ebsServiceName(index);
+    acknowledge(context, name, {{"index", index}, {"name", name}});
+}
+
+void ebsAudio(Context& context, int level)
+{
+    context.controller().ebsAudioLevel(level);
+    acknowledge(context, "acknowledged; the instrument leaves its sound as it is", {{"acknowledged", true}});
+}
+
+void ebsScan(Context& context)
+{
+    context.controller().ebsScan();
+    acknowledge(context, "scanning the FPGA's stream; tessaryctl ebs status tells what it finds", {{"scanning", true}});
+}
+
+void ebsVersion(Context& context)
+{
+    const std::string line = context.controller().ebsVersion();
+    acknowledge(context, line, {{"line", line}});
+}
+
+} // namespace
+
+void addDab(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "dab", "DAB mode: switch it, talk to the receiver");
+    sub->require_subcommand(1);
+    addSubcommand(*sub, context, "start", "Hand display and sound to the DAB receiver (takes some seconds)")
+        ->callback([&context] { switchDab(context, true); });
+    addSubcommand(*sub, context, "stop", "Take them back")->callback([&context] { switchDab(context, false); });
+    auto* send = addSubcommand(*sub, context, "send", "Send a block to the receiver and show its answer of 117 bytes");
+    auto words = std::make_shared<std::vector<std::string>>();
+    auto hex = std::make_shared<bool>(false);
+    send->add_option("block", *words, "the block; \"dab\" is put before it when it is missing")->required();
+    send->add_flag("--hex", *hex, "the block is bytes in hexadecimal");
+    send->callback([&context, words, hex] { sendDab(context, *words, *hex); });
+}
+
+void addT2miFrame(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "t2mi-frame", "Fetch the last T2-MI packet and take it apart");
+    auto file = std::make_shared<std::string>();
+    auto dump = std::make_shared<bool>(false);
+    sub->add_option("-o,--out", *file, "write the packet's bytes there")->type_name("FILE");
+    sub->add_flag("--dump", *dump, "show the bytes, too");
+    sub->callback([&context, file, dump] { t2miFrame(context, *file, *dump); });
+}
+
+void addEbs(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "ebs", "EBS frames");
+    sub->require_subcommand(1);
+    addSubcommand(*sub, context, "scan", "Scan the FPGA's stream")->callback([&context] { ebsScan(context); });
+    addSubcommand(*sub, context, "status", "Programs found, and the one selected")->callback([&context] {
+        ebsStatus(context);
+    });
+    addSubcommand(*sub, context, "info", "What the decoder decodes")->callback([&context] { ebsInfo(context); });
+    addSubcommand(*sub, context, "version", "The version line")->callback([&context] { ebsVersion(context); });
+    addEbsWithIndex(*sub, context, "play", "Play a service by its index, counted from 1", "index", ebsPlay);
+    addEbsWithIndex(*sub, context, "name", "The instrument's name for an index", "index", ebsName);
+    addEbsWithIndex(*sub, context, "audio", "Send an audio level", "level", ebsAudio);
+}
+
+} // namespace tessary::ctl

@@ -1,0 +1,290 @@
+// Which stream, what is in it, what is shown of it: server, scan, info, play, send-ts.
+#include "client/answererror.h"
+#include "client/tessaryctl/commands.h"
+#include "client/tessaryctl/context.h"
+#include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/serverspec.h"
+#include "client/tessaryctl/streamreport.h"
+#include "client/tessaryctl/terminal.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+namespace tessary::ctl {
+
+using namespace client;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int noProgram = 0; // belongs to the network PID, so that playing it shows nothing
+
+Clock::time_point after(double seconds)
+{
+    return Clock::now() + Milliseconds(std::lround(seconds * 1000));
+}
+
+void sleepABit()
+{
+    std::this_thread::sleep_for(Milliseconds(200));
+}
+
+struct ScanOptions
+{
+    std::vector<std::string> server;
+    std::string source = "ip";
+    double wait = 12; // the NIT is the slowest table: at least every 10 s
+    bool noPids = false;
+};
+
+void startScan(Controller& controller, const ScanOptions& options)
+{
+    if (options.source != "ip" && !options.server.empty())
+        throw Failure(ExitCode::Usage, "a stream server goes with --source ip only", "leave one of them out");
+    if (!options.server.empty())
+        controller.setServer(parseServer(options.server));
+    if (options.source == "fpga")
+        controller.ebsScan();
+    else if (options.source == "recording")
+        controller.scanRecording();
+    else
+        controller.scan();
+}
+
+std::optional<ServiceTable> servicesNow(Controller& controller)
+{
+    const Bytes bytes = controller.streamInfo();
+    return bytes.empty() ? std::nullopt : std::optional(readServices(bytes));
+}
+
+std::optional<NetworkTable> networkNow(Controller& controller)
+{
+    const Bytes bytes = controller.networkInformation();
+    return bytes.empty() ? std::nullopt : std::optional(readNetwork(bytes));
+}
+
+std::optional<ProgramMap> programNow(Controller& controller)
+{
+    const Bytes bytes = controller.programMap();
+    return bytes.empty() ? std::nullopt : std::optional(readProgram(bytes));
+}
+
+/// Tells on a terminal what is waited for; the line is gone afterwards.
+class WaitingFor
+{
+public:
+    explicit WaitingFor(const std::string& what)
+    {
+        if (errorIsTerminal())
+            std::cerr << "waiting for " << what << " ..." << std::flush;
+    }
+    ~WaitingFor()
+    {
+        if (errorIsTerminal())
+            std::cerr << "\r\033[K" << std::flush;
+    }
+    WaitingFor(const WaitingFor&) = delete;
+    WaitingFor& operator=(const WaitingFor&) = delete;
+};
+
+void awaitTables(Controller& controller, StreamReport& report, double seconds)
+{
+    const auto deadline = after(seconds);
+    const auto complete = [](const auto& table) { return table.has_value() && table->complete; };
+    const WaitingFor shown("service list and network");
+    for (;;) {
+        if (!complete(report.services))
+            report.services = servicesNow(controller);
+        if (!complete(report.network))
+            report.network = networkNow(controller);
+        if ((complete(report.services) && complete(report.network)) || Clock::now() >= deadline)
+            return;
+        sleepABit();
+    }
+}
+
+/// The daemon tells the PMT of the program played last and of no other: each is played for a moment.
+void collectPrograms(Controller& controller, StreamReport& report)
+{
+    const WaitingFor shown("the programs' PIDs");
+    for (const auto& service : report.services->services.services) {
+        controller.play(service.id);
+        if (auto program = programNow(controller))
+            report.programs.push_back(*std::move(program));
+    }
+    controller.play(noProgram);
+}
+
+void scan(Context& context, const ScanOptions& options)
+{
+    Controller& controller = context.controller();
+    startScan(controller, options);
+    StreamReport report;
+    awaitTables(controller, report, options.wait);
+    if (!report.services.has_value() && !report.network.has_value())
+        throw Failure(ExitCode::Nothing, "no service list and no network information within "
+                + fixed(options.wait, 0) + " s",
+            "check that the stream is on the air (tessaryctl measure), that address, port and protocol are right, or wait "
+            "longer with --wait");
+    if (report.services.has_value() && !options.noPids)
+        collectPrograms(controller, report);
+    if (context.json())
+        return context.print(jsonOf(report));
+    printReport(context.out(), report);
+    if (!report.network.has_value())
+        context.note("no NIT within " + fixed(options.wait, 0) + " s; --wait gives it longer");
+}
+
+void info(Context& context)
+{
+    Controller& controller = context.controller();
+    if (controller.playerStatus().empty())
+        throw Failure(ExitCode::Nothing, "no source has been selected", "run: tessaryctl scan, or tessaryctl play");
+    StreamReport report;
+    report.services = servicesNow(controller);
+    report.network = networkNow(controller);
+    if (auto program = programNow(controller))
+        report.programs.push_back(*std::move(program));
+    if (context.json())
+        return context.print(jsonOf(report));
+    printReport(context.out(), report);
+    if (report.programs.empty())
+        context.note("PIDs are known of the program that is played: tessaryctl play NUMBER");
+}
+
+std::string lowered(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+int programNumberOf(Controller& controller, const std::string& text, std::optional<ServiceTable>& services)
+{
+    const bool digits = !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
+    if (digits && text.size() <= 5 && std::stoi(text) <= 0xFFFF)
+        return std::stoi(text);
+    if (digits)
+        throw Failure(ExitCode::Usage, "program numbers go up to 65535", "tessaryctl info lists the services");
+    if (services.has_value()) {
+        for (const auto& service : services->services.services) {
+            if (lowered(service.name) == lowered(text))
+                return service.id;
+        }
+    }
+    const bool silent = controller.playerStatus().empty();
+    throw Failure(ExitCode::Nothing, "no service has the name \"" + text + "\"",
+        silent ? "run tessaryctl scan first, or give the program's number" : "tessaryctl info lists the services");
+}
+
+void play(Context& context, const std::string& text, double wait)
+{
+    Controller& controller = context.controller();
+    auto services = servicesNow(controller);
+    const int number = programNumberOf(controller, text, services);
+    controller.play(number);
+    std::optional<ProgramMap> program;
+    const auto deadline = after(wait);
+    while (!(program = programNow(controller)) && Clock::now() < deadline)
+        sleepABit();
+    const std::string status = controller.playerStatus();
+    StreamReport report{services, {}, std::nullopt};
+    const auto* service = report.serviceOf(static_cast<std::uint16_t>(number));
+    if (context.json()) {
+        Json value{{"program", number}, {"name", service != nullptr ? Json(service->name) : Json()}, {"status", status},
+            {"map", program.has_value() ? jsonOf(*program) : Json()}};
+        context.print(value);
+    } else if (program.has_value()) {
+        context.out() << status << ": program " << number;
+        if (service != nullptr)
+            context.out() << "  " << printable(service->name);
+        context.out() << '\n';
+        printProgram(context.out(), *program, "  ");
+    }
+    if (!program.has_value())
+        throw Failure(ExitCode::Nothing,
+            "no program " + std::to_string(number) + " came in within " + fixed(wait, 0) + " s",
+            "tessaryctl scan lists what is in the stream; tessaryctl measure tells whether it arrives");
+}
+
+void setServer(Context& context, const std::vector<std::string>& words)
+{
+    if (words.empty()) {
+        context.controller().ask(request::getServer);
+        throw Failure(ExitCode::Nothing, "the instrument keeps its stream server to itself",
+            "set it: tessaryctl server udp://239.0.0.1:1234");
+    }
+    const StreamServer server = parseServer(words);
+    context.controller().setServer(server);
+    if (context.json())
+        context.print({{"server", serverUrl(server)}, {"command", "server=" + server.text()}});
+    else
+        context.out() << "stream server " << serverUrl(server) << "; taken by the next scan, play or measurement"
+                      << std::endl;
+}
+
+} // namespace
+
+void addServer(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "server", "Set the stream server");
+    auto words = std::make_shared<std::vector<std::string>>();
+    sub->add_option("server", *words,
+           "udp://ADDRESS:PORT, rtp://..., udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP, or the same in words: udp ADDRESS PORT")
+        ->expected(0, 5);
+    sub->callback([&context, words] { setServer(context, *words); });
+}
+
+void addScan(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "scan", "Find what is in the stream: services, PIDs, network");
+    auto options = std::make_shared<ScanOptions>();
+    sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")->expected(0, 5);
+    sub->add_option("--source", options->source, "ip, fpga (front end) or recording (memory card)")
+        ->check(CLI::IsMember({"ip", "fpga", "recording"}))
+        ->capture_default_str();
+    sub->add_option("--wait", options->wait, "seconds to wait for the tables")
+        ->check(CLI::Range(0.0, 3600.0))
+        ->capture_default_str();
+    sub->add_flag("--no-pids", options->noPids,
+        "leave the programs' PIDs out: to get them, each program is played for a moment");
+    sub->callback([&context, options] { scan(context, *options); });
+}
+
+void addInfo(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "info", "Tell what is known of the current stream, without disturbing it");
+    sub->callback([&context] { info(context); });
+}
+
+void addPlay(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "play", "Show a program on the instrument's display");
+    auto program = std::make_shared<std::string>();
+    auto wait = std::make_shared<double>(5);
+    sub->add_option("program", *program, "program number, or a service's name")->required();
+    sub->add_option("--wait", *wait, "seconds to wait for the program's PMT")
+        ->check(CLI::Range(0.0, 3600.0))
+        ->capture_default_str();
+    sub->callback([&context, program, wait] { play(context, *program, *wait); });
+}
+
+void addSendTs(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "send-ts", "Send the current stream to the FPGA");
+    sub->callback([&context] {
+        Controller& controller = context.controller();
+        controller.sendStream();
+        const std::string status = controller.playerStatus();
+        if (context.json())
+            context.print({{"status", status}});
+        else
+            context.out() << status << ": the stream goes to the FPGA" << std::endl;
+    });
+}
+
+} // namespace tessary::ctl

@@ -1,0 +1,130 @@
+// Sends a software package to the instrument.
+#include "client/softwareupdate.h"
+#include "client/tessaryctl/commands.h"
+#include "client/tessaryctl/context.h"
+#include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/progress.h"
+#include "client/tessaryctl/terminal.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+namespace tessary::ctl {
+
+using namespace client;
+
+namespace {
+
+constexpr const char* offlineRemark =
+    "the instrument's networking is off since the update began; it comes back when the daemon starts again";
+
+struct UpdateOptions
+{
+    std::string file;
+    std::size_t bytesPerSecond = SoftwareUpdate::Settings{}.bytesPerSecond;
+    double installSeconds = 180;
+    bool force = false;
+};
+
+Bytes readPackage(const UpdateOptions& options)
+{
+    std::ifstream file(options.file, std::ios::binary);
+    if (!file)
+        throw Failure(ExitCode::LocalFile, "cannot read " + options.file + ": " + std::strerror(errno), "check the path");
+    Bytes bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    if (file.bad() || bytes.empty())
+        throw Failure(ExitCode::LocalFile, options.file + (bytes.empty() ? " is empty" : " can not be read"),
+            "name a Debian package");
+    static constexpr std::string_view archiveMark = "!<arch>\ndebian-binary";
+    const bool isPackage = bytes.size() > archiveMark.size()
+        && std::equal(archiveMark.begin(), archiveMark.end(), bytes.begin());
+    if (!isPackage && !options.force)
+        throw Failure(ExitCode::LocalFile, options.file + " is no Debian package",
+            "name a .deb file; --force sends it all the same");
+    if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
+        throw Failure(ExitCode::LocalFile, options.file + " is larger than the instrument can take (2 GiB)",
+            "send a smaller package");
+    return bytes;
+}
+
+[[noreturn]] void fail(SoftwareUpdate::Result result, const UpdateOptions& options)
+{
+    using Result = SoftwareUpdate::Result;
+    const std::string again = std::string("send it again; ") + offlineRemark;
+    switch (result) {
+    case Result::NotStarted:
+        throw Failure(ExitCode::UpdateNotStarted,
+            "the instrument answers, but did not say \"waiting update\": it did not take up the update",
+            "try again; if it stays so, the instrument's software does not know the command");
+    case Result::Refused:
+        throw Failure(ExitCode::UpdateRefused,
+            "the instrument refused the package: its checksum did not match, or there is no room for the file in /tmp",
+            again);
+    case Result::BytesLost:
+        throw Failure(ExitCode::UpdateBytesLost,
+            "bytes were lost on the line: the instrument waited for the rest of the package and gave up",
+            "check the cable, and that no other program uses the port; " + again);
+    case Result::Restarted:
+        throw Failure(ExitCode::UpdateRestarted, "the instrument restarted during the update; nothing was installed",
+            "check its power supply, then send the package again");
+    case Result::Unconfirmed:
+    case Result::Installed:
+        break;
+    }
+    throw Failure(ExitCode::UpdateUnconfirmed,
+        "everything was sent, but no \"update ok\" came within " + fixed(options.installSeconds, 0) + " s",
+        "wait, then ask tessaryctl version; a slow installation gets more time with --install-timeout");
+}
+
+void update(Context& context, const UpdateOptions& options)
+{
+    const Bytes package = readPackage(options);
+    SoftwareUpdate::Settings settings;
+    settings.bytesPerSecond = options.bytesPerSecond;
+    settings.answer = context.timeout(10);
+    settings.installation = Milliseconds(std::lround(options.installSeconds * 1000));
+    SoftwareUpdate transfer(context.line(), settings);
+    const auto start = std::chrono::steady_clock::now();
+    SoftwareUpdate::Result result{};
+    {
+        ProgressBar progress("sending", package.size());
+        result = transfer.run(package, [&](std::size_t sent) {
+            progress.update(sent);
+        });
+    }
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const bool installed = result == SoftwareUpdate::Result::Installed;
+    if (context.json())
+        context.print({{"installed", installed}, {"bytes", package.size()}, {"seconds", seconds}});
+    else if (installed)
+        context.out() << "update ok: " << byteCount(static_cast<double>(package.size())) << " sent and installed in "
+                      << durationText(seconds) << std::endl;
+    if (!installed)
+        fail(result, options);
+    context.note(offlineRemark);
+}
+
+} // namespace
+
+void addUpdate(CLI::App& app, Context& context)
+{
+    auto* sub = addSubcommand(app, context, "update", "Send a software package and have it installed");
+    auto options = std::make_shared<UpdateOptions>();
+    sub->add_option("file", options->file, "Debian package")->required()->type_name("FILE.deb");
+    sub->add_option("--rate", options->bytesPerSecond, "send at most so many bytes a second; a line of 115200 baud carries 11520")
+        ->check(CLI::Range(100, 100000000))
+        ->capture_default_str();
+    sub->add_option("--install-timeout", options->installSeconds, "seconds to wait for the installation")
+        ->check(CLI::Range(1.0, 86400.0))
+        ->capture_default_str();
+    sub->add_flag("--force", options->force, "send a file that is no Debian package, too");
+    sub->callback([&context, options] { update(context, *options); });
+}
+
+} // namespace tessary::ctl

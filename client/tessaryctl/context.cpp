@@ -1,0 +1,76 @@
+#include "client/tessaryctl/context.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace tessary::ctl {
+
+using client::Milliseconds;
+
+std::string defaultPort()
+{
+    const char* port = std::getenv("TESSARY_PORT");
+    return port != nullptr && *port != '\0' ? port : "/run/tessary-instrument/controller";
+}
+
+client::Controller& Session::open(const std::string& port, Milliseconds timeout)
+{
+    if (m_line == nullptr || m_line->path() != port) {
+        close();
+        m_line = std::make_unique<client::SerialLine>(port);
+        m_line->lock();
+    }
+    // A query that may be silent is followed by the question whether the daemon lives, so the first wait can be short.
+    constexpr Milliseconds silence{300};
+    m_controller = std::make_unique<client::Controller>(
+        *m_line, client::Patience{timeout, silence, std::min(silence, timeout), timeout});
+    return *m_controller;
+}
+
+void Session::close()
+{
+    m_controller.reset();
+    m_line.reset();
+}
+
+Milliseconds Context::timeout(double usualSeconds) const
+{
+    const double seconds = options.timeoutSeconds > 0 ? options.timeoutSeconds : usualSeconds;
+    return Milliseconds(std::lround(seconds * 1000));
+}
+
+client::Controller& Context::controller(double usualSeconds)
+{
+    return m_session.open(options.port.empty() ? defaultPort() : options.port, timeout(usualSeconds));
+}
+
+client::SerialLine& Context::line(double usualSeconds)
+{
+    controller(usualSeconds);
+    return m_session.line();
+}
+
+void Context::print(const Json& value) const
+{
+    out() << value.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
+}
+
+void Context::printLine(const Json& value) const
+{
+    out() << value.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+}
+
+std::ostream& Context::out() const
+{
+    return std::cout;
+}
+
+void Context::note(const std::string& text) const
+{
+    std::cout.flush();
+    std::cerr << text << std::endl;
+}
+
+} // namespace tessary::ctl

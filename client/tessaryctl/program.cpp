@@ -1,0 +1,202 @@
+#include "client/tessaryctl/program.h"
+
+#include "client/answererror.h"
+#include "client/lineerror.h"
+#include "client/tessaryctl/commands.h"
+#include "client/tessaryctl/context.h"
+#include "client/tessaryctl/failure.h"
+
+#include <algorithm>
+#include <iostream>
+
+namespace tessary::ctl {
+
+namespace {
+
+constexpr const char* description =
+    "The controller's side of the instrument: scan, play and measure over the serial line.";
+
+constexpr const char* footer = R"(A first session:
+  tessaryctl scan udp://239.0.0.1:1234    what is on the air
+  tessaryctl play 2                       show program 2
+  tessaryctl measure                      how the stream arrives
+  tessaryctl iat --plot --png iat.png     its inter-arrival times
+
+The port is --port, else the environment's TESSARY_PORT, else the virtual
+instrument's /run/tessary-instrument/controller.
+
+Exit status: 0 success, 1 internal error, 2 wrong arguments, 3 no instrument at
+the port, 4 no answer in time, 5 the port hung up, 6 nothing of what was asked
+for, 7 no Ethernet link, 8 damaged answer, 9 file on this machine; update: 20 not
+started, 21 refused, 22 bytes lost, 23 restarted, 24 unconfirmed.)";
+
+void addSharedOptions(CLI::App& app, Context& context)
+{
+    app.add_option("-p,--port", context.options.port, "serial port or pseudo terminal")
+        ->type_name("PORT")
+        ->group("Shared options");
+    app.add_option("-t,--timeout", context.options.timeoutSeconds, "wait so long for an answer")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 86400.0))
+        ->group("Shared options");
+    app.add_flag("-j,--json", context.options.json, "answer in JSON")->group("Shared options");
+    app.set_help_flag("-h,--help", "print this help and exit")->group("Shared options");
+}
+
+int say(ExitCode code, const std::string& cause, const std::string& remedy = {})
+{
+    std::cout.flush();
+    std::cerr << "tessaryctl: " << cause << '\n';
+    if (!remedy.empty())
+        std::cerr << "    " << remedy << '\n';
+    std::cerr.flush();
+    return static_cast<int>(code);
+}
+
+/// Line errors carry cause and remedy in one text, parted by a semicolon.
+int sayLineError(const client::LineError& error, const std::string& port)
+{
+    using Kind = client::LineError::Kind;
+    std::string cause = error.what();
+    std::string remedy;
+    const std::size_t mark = cause.find("; ");
+    if (mark != std::string::npos) {
+        remedy = cause.substr(mark + 2);
+        cause.erase(mark);
+    }
+    switch (error.kind()) {
+    case Kind::CannotOpen:
+        return say(ExitCode::NoInstrument, cause,
+            cause.find("No such") != std::string::npos ? howToStart(port) : remedy);
+    case Kind::NotATerminal:
+        return say(ExitCode::NoInstrument, cause, remedy);
+    case Kind::HungUp:
+        return say(ExitCode::HungUp, cause, remedy);
+    case Kind::TimedOut:
+        return say(ExitCode::TimedOut, cause, remedy);
+    case Kind::Failed:
+        break;
+    }
+    return say(ExitCode::Internal, cause, remedy);
+}
+
+/// No sub-command: what there is, and whether there is an instrument.
+void overview(CLI::App& app, Context& context)
+{
+    std::cout << app.help() << '\n';
+    context.controller();
+    const std::string port = context.options.port.empty() ? defaultPort() : context.options.port;
+    std::cout << "Instrument: port " << port << " is there.\n";
+}
+
+int usage(const CLI::App& app, const CLI::ParseError& error)
+{
+    const CLI::App* deepest = &app;
+    std::string words = "tessaryctl";
+    while (!deepest->get_subcommands().empty()) {
+        deepest = deepest->get_subcommands().front();
+        words += " " + deepest->get_name();
+    }
+    return say(ExitCode::Usage, error.what(), "see: " + words + " --help");
+}
+
+} // namespace
+
+CLI::App* addSubcommand(
+    CLI::App& app, Context& context, const std::string& name, const std::string& subDescription)
+{
+    CLI::App* sub = app.add_subcommand(name, subDescription);
+    addSharedOptions(*sub, context);
+    sub->require_subcommand(0, 1);
+    return sub;
+}
+
+std::string howToStart(const std::string& port)
+{
+    std::string text = "plug in the serial adapter and name it with --port or TESSARY_PORT (such as /dev/ttyUSB0),\n"
+                       "    or start the virtual instrument in the source tree:  sudo bench/instrument run\n"
+                       "    (script/demo --stay starts it together with a stream)";
+    if (port != "/run/tessary-instrument/controller")
+        text += "\n    and use its port, /run/tessary-instrument/controller";
+    return text;
+}
+
+std::unique_ptr<CLI::App> makeParser(Context& context)
+{
+    auto app = std::make_unique<CLI::App>(description, "tessaryctl");
+    app->require_subcommand(0, 1);
+    app->footer(footer);
+    app->get_formatter()->column_width(28);
+    addSharedOptions(*app, context);
+    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addServer, addInterface, addPing,
+             addRecord, addExport, addT2miFrame, addSendTs, addEbs, addDab, addUpdate, addVersion, addCommand, addRaw})
+        add(*app, context);
+    addSubcommand(*app, context, "shell", "Type sub-commands one after another, with history and completion")
+        ->callback([&context] {
+            const int status = runShell(context);
+            if (status != 0)
+                throw CLI::RuntimeError(status);
+        });
+    return app;
+}
+
+int runCommandLine(Context& context, const std::vector<std::string>& words)
+{
+    const auto parser = makeParser(context);
+    const auto port = [&context] { return context.options.port.empty() ? defaultPort() : context.options.port; };
+    try {
+        std::vector<std::string> reversed(words.rbegin(), words.rend()); // the parser takes them from the back
+        parser->parse(std::move(reversed));
+        if (parser->get_subcommands().empty())
+            overview(*parser, context);
+        return static_cast<int>(ExitCode::Success);
+    } catch (const CLI::RuntimeError& error) {
+        return error.get_exit_code();
+    } catch (const CLI::Success& success) { // --help
+        return parser->exit(success);
+    } catch (const CLI::ParseError& error) {
+        return usage(*parser, error);
+    } catch (const Failure& failure) {
+        return say(failure.code(), failure.what(), failure.remedy());
+    } catch (const client::LineError& error) {
+        return sayLineError(error, port());
+    } catch (const client::AnswerError& error) {
+        return say(ExitCode::BadAnswer, error.what(),
+            "ask again; if it stays so, look at the line's speed and wiring, and whether another program uses the port");
+    } catch (const std::exception& error) {
+        return say(ExitCode::Internal, error.what());
+    }
+}
+
+std::vector<std::string> completionsOf(const std::vector<std::string>& words)
+{
+    Session session;
+    Context context(session);
+    const auto parser = makeParser(context);
+    const CLI::App* app = parser.get();
+    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+        const auto children = app->get_subcommands([](const CLI::App*) { return true; });
+        const auto found = std::find_if(
+            children.begin(), children.end(), [&](const CLI::App* child) { return child->get_name() == words[i]; });
+        if (found != children.end())
+            app = *found;
+    }
+    const std::string last = words.empty() ? "" : words.back();
+    std::vector<std::string> found;
+    const auto offer = [&](const std::string& word) {
+        if (word.compare(0, last.size(), last) == 0)
+            found.push_back(word);
+    };
+    if (last.empty() || last.front() != '-') {
+        for (const CLI::App* child : app->get_subcommands([](const CLI::App*) { return true; }))
+            offer(child->get_name());
+        return found;
+    }
+    for (const CLI::Option* option : app->get_options()) {
+        for (const std::string& name : option->get_lnames())
+            offer("--" + name);
+    }
+    return found;
+}
+
+} // namespace tessary::ctl

@@ -1,0 +1,56 @@
+#include "client/tessaryctl/progress.h"
+
+#include "client/tessaryctl/terminal.h"
+
+#include <iostream>
+
+namespace tessary::ctl {
+
+using Clock = std::chrono::steady_clock;
+
+ProgressBar::ProgressBar(std::string what, std::size_t total)
+    : m_what(std::move(what))
+    , m_total(total)
+    , m_terminal(errorIsTerminal())
+{
+}
+
+ProgressBar::~ProgressBar()
+{
+    if (m_drawn)
+        std::cerr << std::endl;
+}
+
+std::string ProgressBar::text(std::size_t done) const
+{
+    constexpr std::size_t barWidth = 30;
+    const double share = m_total == 0 ? 1 : static_cast<double>(done) / static_cast<double>(m_total);
+    const double seconds = std::chrono::duration<double>(Clock::now() - m_start).count();
+    const double rate = seconds > 0.2 ? static_cast<double>(done) / seconds : 0;
+    std::string text = m_what + " " + padded(fixed(share * 100, 0) + " %", 5) + " [" + padded(bar(share, barWidth), barWidth)
+        + "] " + byteCount(static_cast<double>(done)) + " of " + byteCount(static_cast<double>(m_total));
+    if (rate > 0)
+        text += ", " + byteCount(rate) + "/s, "
+            + (done < m_total ? durationText(static_cast<double>(m_total - done) / rate) + " left"
+                              : "took " + durationText(seconds));
+    return text;
+}
+
+void ProgressBar::update(std::size_t done)
+{
+    const auto now = Clock::now();
+    if (m_terminal) {
+        if (done < m_total && now - m_shown < std::chrono::milliseconds(100))
+            return;
+        m_shown = now;
+        m_drawn = true;
+        std::cerr << '\r' << text(done) << "\033[K" << std::flush;
+        return;
+    }
+    if (done * 10 < m_nextTenth * m_total)
+        return;
+    m_nextTenth = m_total == 0 ? 11 : done * 10 / m_total + 1;
+    std::cerr << text(done) << std::endl;
+}
+
+} // namespace tessary::ctl

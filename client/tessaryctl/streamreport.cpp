@@ -1,0 +1,185 @@
+#include "client/tessaryctl/streamreport.h"
+
+#include "client/mpegtsnames.h"
+#include "client/tessaryctl/terminal.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+namespace tessary::ctl {
+
+using namespace client;
+
+namespace {
+
+std::string pidText(std::uint16_t pid)
+{
+    return std::to_string(pid);
+}
+
+void printServices(std::ostream& out, const StreamReport& report)
+{
+    const ServiceDescription& table = report.services->services;
+    out << "Transport stream " << table.transportStreamId << ", original network " << table.originalNetworkId << ", "
+        << table.services.size() << (table.services.size() == 1 ? " service" : " services")
+        << (report.services->complete ? "" : " (the SDT is not complete yet)") << "\n\n";
+    std::vector<std::vector<std::string>> rows{{"program", "service", "provider", "kind", "status"}};
+    for (const auto& service : table.services) {
+        rows.push_back({std::to_string(service.id), printable(service.name), printable(service.provider),
+            serviceTypeName(service.type),
+            runningStatusName(service.runningStatus) + (service.scrambled ? ", scrambled" : "")});
+    }
+    out << tableOf(rows);
+}
+
+void printPrograms(std::ostream& out, const StreamReport& report)
+{
+    for (const ProgramMap& program : report.programs) {
+        out << '\n';
+        const auto* service = report.serviceOf(program.programNumber);
+        out << "Program " << program.programNumber;
+        if (service != nullptr && !service->name.empty())
+            out << "  " << printable(service->name);
+        out << '\n';
+        printProgram(out, program, "  ");
+    }
+}
+
+void printNetwork(std::ostream& out, const StreamReport& report)
+{
+    const NetworkInformation& network = report.network->network;
+    out << "\nNetwork " << network.networkId << "  " << printable(network.networkName)
+        << (report.network->complete ? "" : "  (the NIT is not complete yet)") << '\n';
+    for (const auto& stream : network.transportStreams) {
+        out << "  transport stream " << stream.transportStreamId << ", original network " << stream.originalNetworkId;
+        if (!stream.services.empty()) {
+            out << ", services";
+            for (const auto& service : stream.services)
+                out << ' ' << service.serviceId;
+        }
+        out << '\n';
+    }
+}
+
+Json jsonOf(const ServiceDescription::Service& service)
+{
+    Json value;
+    value["service_id"] = service.id;
+    value["name"] = service.name;
+    value["provider"] = service.provider;
+    value["type"] = service.type;
+    value["type_name"] = serviceTypeName(service.type);
+    value["running_status"] = service.runningStatus;
+    value["running_status_name"] = runningStatusName(service.runningStatus);
+    value["scrambled"] = service.scrambled;
+    return value;
+}
+
+Json jsonOf(const NetworkTable& table)
+{
+    Json streams = Json::array();
+    for (const auto& stream : table.network.transportStreams) {
+        Json services = Json::array();
+        for (const auto& service : stream.services)
+            services.push_back({{"service_id", service.serviceId}, {"type", service.type}});
+        streams.push_back({{"transport_stream_id", stream.transportStreamId},
+            {"original_network_id", stream.originalNetworkId}, {"services", services}});
+    }
+    Json value;
+    value["network_id"] = table.network.networkId;
+    value["name"] = table.network.networkName;
+    value["complete"] = table.complete;
+    value["transport_streams"] = streams;
+    return value;
+}
+
+} // namespace
+
+const ProgramMap* StreamReport::programOf(std::uint16_t serviceId) const
+{
+    const auto found = std::find_if(
+        programs.begin(), programs.end(), [&](const ProgramMap& p) { return p.programNumber == serviceId; });
+    return found != programs.end() ? &*found : nullptr;
+}
+
+const ServiceDescription::Service* StreamReport::serviceOf(std::uint16_t id) const
+{
+    if (!services.has_value())
+        return nullptr;
+    const auto& all = services->services.services;
+    const auto found = std::find_if(all.begin(), all.end(), [&](const auto& service) { return service.id == id; });
+    return found != all.end() ? &*found : nullptr;
+}
+
+void printProgram(std::ostream& out, const ProgramMap& program, const std::string& indent)
+{
+    std::vector<std::vector<std::string>> rows{{"PID", "type", "stream", "language"}};
+    for (const auto& stream : program.streams) {
+        const std::string type = hexText(std::string(1, static_cast<char>(stream.type)));
+        rows.push_back({pidText(stream.pid), "0x" + type,
+            streamName(stream) + (stream.pid == program.pcrPid ? ", PCR" : ""), printable(stream.language)});
+    }
+    out << tableOf(rows, indent);
+    const bool own = std::none_of(program.streams.begin(), program.streams.end(),
+        [&](const auto& stream) { return stream.pid == program.pcrPid; });
+    if (own)
+        out << indent << pidText(program.pcrPid) << "  PCR\n";
+}
+
+void printReport(std::ostream& out, const StreamReport& report)
+{
+    if (report.services.has_value())
+        printServices(out, report);
+    else
+        out << "No SDT: the stream names no services, or it does not come in.\n";
+    printPrograms(out, report);
+    if (report.network.has_value())
+        printNetwork(out, report);
+}
+
+Json jsonOf(const ProgramMap& program)
+{
+    Json streams = Json::array();
+    for (const auto& stream : program.streams) {
+        Json descriptors = Json::array();
+        for (const auto& descriptor : stream.descriptors)
+            descriptors.push_back({{"tag", descriptor.tag},
+                {"data", hexText(std::string(descriptor.data.begin(), descriptor.data.end()))}});
+        Json value;
+        value["pid"] = stream.pid;
+        value["type"] = stream.type;
+        value["type_name"] = streamName(stream);
+        value["language"] = stream.language;
+        value["descriptors"] = descriptors;
+        streams.push_back(value);
+    }
+    return {{"program", program.programNumber}, {"pcr_pid", program.pcrPid}, {"streams", streams}};
+}
+
+Json jsonOf(const StreamReport& report)
+{
+    Json value;
+    Json services = Json::array();
+    if (report.services.has_value()) {
+        const ServiceDescription& table = report.services->services;
+        value["transport_stream_id"] = table.transportStreamId;
+        value["original_network_id"] = table.originalNetworkId;
+        value["complete"] = report.services->complete;
+        for (const auto& service : table.services) {
+            Json entry = jsonOf(service);
+            const ProgramMap* program = report.programOf(service.id);
+            entry["program"] = program != nullptr ? jsonOf(*program) : Json();
+            services.push_back(entry);
+        }
+    }
+    value["services"] = services;
+    Json programs = Json::array();
+    for (const ProgramMap& program : report.programs)
+        programs.push_back(jsonOf(program));
+    value["programs"] = programs;
+    value["network"] = report.network.has_value() ? jsonOf(*report.network) : Json();
+    return value;
+}
+
+} // namespace tessary::ctl
