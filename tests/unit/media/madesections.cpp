@@ -52,8 +52,11 @@ Bytes section(std::uint8_t tableId, std::uint16_t extension, const Bytes& body, 
     std::uint8_t lastNumber, std::uint8_t version)
 {
     const std::size_t length = 5 + body.size() + 4;
-    Bytes bytes{tableId, low(0xB0U | length >> 8U), low(length), low(extension >> 8U), low(extension),
-        low(0xC1U | static_cast<unsigned>(version) << 1U), number, lastNumber};
+    Bytes bytes;
+    bytes.reserve(3 + length);
+    for (const std::uint8_t byte : {tableId, low(0xB0U | length >> 8U), low(length), low(extension >> 8U),
+             low(extension), low(0xC1U | static_cast<unsigned>(version) << 1U), number, lastNumber})
+        bytes.push_back(byte);
     bytes.insert(bytes.end(), body.begin(), body.end());
     const std::uint32_t crc = crc32(bytes);
     append16(bytes, crc >> 16U);
@@ -95,8 +98,9 @@ Bytes sdt(
         append16(body, 0x8000U | filler);
         if (filler == 0)
             continue;
-        body.insert(body.end(), {0x80, low(filler - 2)}); // a private descriptor
-        body.insert(body.end(), filler - 2, 0x55);
+        body.push_back(0x80); // a private descriptor
+        body.push_back(low(filler - 2));
+        body.resize(body.size() + filler - 2, 0x55);
         filler = 0;
     }
     return section(tableId, 1, body, number, number);
@@ -106,7 +110,8 @@ Bytes nit(std::uint8_t number, const std::string& name, std::uint8_t tableId)
 {
     Bytes body;
     append16(body, 0xF000U | (2 + name.size()));
-    body.insert(body.end(), {0x40, low(name.size())}); // network_name_descriptor
+    body.push_back(0x40); // network_name_descriptor
+    body.push_back(low(name.size()));
     body.insert(body.end(), name.begin(), name.end());
     append16(body, 0xF000U); // transport_stream_loop_length
     return section(tableId, 1, body, number, 1);
