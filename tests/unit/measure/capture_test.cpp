@@ -217,7 +217,9 @@ TEST_F(Capture, GoesOnAfterTheLinkWasDown)
     ASSERT_TRUE(addEth0());
     measurement.start();
     ASSERT_TRUE(privatenetwork::ip("link set uplink down"));
+    ASSERT_TRUE(privatenetwork::waitForLink("eth0", false));
     ASSERT_TRUE(privatenetwork::ip("link set uplink up"));
+    ASSERT_TRUE(privatenetwork::waitForLink("eth0", true));
     send("uplink", sevenPackets);
     EXPECT_TRUE(eventually([this] { return recordCount() == 1; }));
     EXPECT_TRUE(measurement.running);

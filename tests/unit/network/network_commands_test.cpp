@@ -98,6 +98,7 @@ TEST_F(NetworkCommands, InterfaceWithoutLinkIsNotConnected)
     EXPECT_EQ(replyOf(Uart_GetInterface), "not connected\n");
     ASSERT_TRUE(addEth0());
     ASSERT_TRUE(privatenetwork::ip("link set uplink down"));
+    ASSERT_TRUE(privatenetwork::waitForLink("eth0", false));
     EXPECT_EQ(replyOf(Uart_GetInterface), "not connected\n");
 }
 
@@ -220,6 +221,7 @@ TEST_F(NetworkCommands, MeasurementWithoutLinkIsOnlyNotConnectedAndLeavesTheCapt
     ASSERT_TRUE(addEth0());
     measurement.start();
     ASSERT_TRUE(privatenetwork::ip("link set uplink down"));
+    ASSERT_TRUE(privatenetwork::waitForLink("eth0", false));
     data.serverPort = "1235";
     EXPECT_EQ(replyOf(Uart_GetEthernetMeasurement), "not connected\n");
     EXPECT_TRUE(measurement.running);

@@ -195,12 +195,14 @@ TEST_F(InterfaceQueries, LinkIsThereWhenTheInterfaceIsUpAndTheFarEndToo)
 {
     ASSERT_TRUE(privatenetwork::addVethPair("eth0", "uplink"));
     EXPECT_TRUE(systconf.ethernetConneted());
-    ASSERT_TRUE(privatenetwork::ip("link set uplink down"));
-    EXPECT_FALSE(systconf.ethernetConneted());
-    ASSERT_TRUE(privatenetwork::ip("link set uplink up"));
-    EXPECT_TRUE(systconf.ethernetConneted());
-    ASSERT_TRUE(privatenetwork::ip("link set eth0 down"));
-    EXPECT_FALSE(systconf.ethernetConneted());
+    for (const char* end : {"uplink", "eth0"}) {
+        ASSERT_TRUE(privatenetwork::ip(std::string("link set ") + end + " down"));
+        ASSERT_TRUE(privatenetwork::waitForLink("eth0", false));
+        EXPECT_FALSE(systconf.ethernetConneted()) << end;
+        ASSERT_TRUE(privatenetwork::ip(std::string("link set ") + end + " up"));
+        ASSERT_TRUE(privatenetwork::waitForLink("eth0", true));
+        EXPECT_TRUE(systconf.ethernetConneted()) << end;
+    }
 }
 
 TEST_F(InterfaceQueries, AbsentInterfaceHasNoLinkAndIsLogged)

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <net/if.h>
 #include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -12,6 +14,16 @@ namespace {
 constexpr const char* ipProgram = "/usr/sbin/ip"; // tests replace PATH
 
 bool entered = false;
+
+bool hasLink(const std::string& name)
+{
+    ifreq request{};
+    name.copy(request.ifr_name, IFNAMSIZ - 1);
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool known = ioctl(fd, SIOCGIFFLAGS, &request) == 0;
+    close(fd);
+    return known && (request.ifr_flags & IFF_RUNNING);
+}
 
 } // namespace
 
@@ -38,7 +50,18 @@ bool ip(const std::string& arguments)
 bool addVethPair(const std::string& name, const std::string& peer, const std::string& address)
 {
     return ip("link add " + name + " type veth peer name " + peer) && ip("link set " + name + " up")
-        && ip("link set " + peer + " up") && (address.empty() || ip("addr add " + address + " dev " + name));
+        && ip("link set " + peer + " up") && (address.empty() || ip("addr add " + address + " dev " + name))
+        && waitForLink(name, true);
+}
+
+bool waitForLink(const std::string& name, bool present)
+{
+    for (int i = 0; i < 500; ++i) {
+        if (hasLink(name) == present)
+            return true;
+        usleep(10000);
+    }
+    return false;
 }
 
 void remove(const std::string& name)
