@@ -65,6 +65,8 @@ void HardwareSuite::startDaemon()
     client::Controller controller(*m_line);
     controller.waitForGreeting(Milliseconds(patiently(30000)));
     controller.settle();
+    version(); // the cycle of the first answer starts the multicast routing, which takes its time: this one
+               // is behind it
 }
 
 std::string HardwareSuite::ask(const std::string& command, int firstMs, int quietMs)
