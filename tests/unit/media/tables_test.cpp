@@ -319,7 +319,7 @@ TEST_F(Tables, AskingWhileSectionsArriveGivesWholeTables)
 {
     const Bytes shortPat = madesections::pat({1, 2});
     const Bytes longPat = madesections::pat({3, 4, 5, 6});
-    constexpr int rounds = 300;
+    constexpr int rounds = 320;
     for (int i = 0; i < rounds; ++i) { // each PAT replaces the one before on the bus thread
         deliver(shortPat);
         deliver(longPat);
