@@ -2,6 +2,7 @@
 
 #include "commands/uart_command.h"
 #include "link/serialport.h"
+#include "measure/ethernetmeasurement.h"
 #include "system/mydata.h"
 #include "system/network.h"
 
@@ -74,6 +75,8 @@ TEST_F(StartUp, SettingsStartFromTheDefaultsWhateverTheyWere)
     data.vlan = true;
     data.vlanId = "7";
     data.programNumber = 9;
+    delete ethMes; // the second start makes its own
+    ethMes = nullptr;
     Worker again;
     EXPECT_EQ(data.serverAddress, "239.0.0.1");
     EXPECT_EQ(data.serverPort, "1234");
