@@ -36,6 +36,18 @@ protected:
     std::string text;
 };
 
+/// Sockets of this process that a program started by it would have as well.
+int inheritableSockets()
+{
+    int count = 0;
+    for (int fd = 3; fd < 64; ++fd) {
+        const int flags = fcntl(fd, F_GETFD);
+        count += flags != -1 && !(flags & FD_CLOEXEC)
+            && std::filesystem::is_socket("/proc/self/fd/" + std::to_string(fd));
+    }
+    return count;
+}
+
 } // namespace
 
 TEST_F(LocalSocket, WithoutListenerTheAttemptFailsWithOneDot)
@@ -103,14 +115,10 @@ TEST_F(LocalSocket, DeletingAFailedOneReportsTheCloseThatFails)
 TEST_F(LocalSocket, ChildrenOfTheDaemonDoNotInheritTheConnection)
 {
     Receiver receiver([](int connection) { readExactly(connection, 1); });
+    const int before = inheritableSockets();
     const std::unique_ptr<socketcom> link = connectNow();
-    int inherited = 0;
-    for (int fd = 3; fd < 64; ++fd) {
-        const int flags = fcntl(fd, F_GETFD);
-        inherited += flags != -1 && !(flags & FD_CLOEXEC)
-            && std::filesystem::is_socket("/proc/self/fd/" + std::to_string(fd));
-    }
-    EXPECT_EQ(inherited, 0);
+    EXPECT_EQ(link->get_state(), 0);
+    EXPECT_EQ(inheritableSockets(), before);
 }
 
 TEST_F(LocalSocket, MetaObjectIsNamedAfterTheClass)
