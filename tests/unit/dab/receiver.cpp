@@ -54,7 +54,7 @@ void Receiver::listenAndServe()
     pollfd waiting{m_listener, POLLIN, 0};
     if (poll(&waiting, 1, 60000) != 1)
         return;
-    const int connection = accept(m_listener, nullptr, nullptr);
+    const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
     m_serve(connection);
     close(connection);
 }
