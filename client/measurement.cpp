@@ -13,6 +13,7 @@ namespace tessary::client {
 namespace {
 
 constexpr std::size_t valueCount = 7;
+constexpr std::int64_t outlierDistance = 1000; // µs; below that a bar more or less is no matter
 constexpr std::int64_t longestInterval = 100'000'000'000'000; // three years; the time since 1970 is beyond it
 
 std::int32_t littleEndian(const std::string& bytes, std::size_t offset)
@@ -94,15 +95,24 @@ std::vector<HistogramBin> histogramOf(const std::vector<std::int64_t>& times, st
 {
     if (times.empty() || bins == 0)
         return {};
-    const auto [shortest, longest] = std::minmax_element(times.begin(), times.end());
-    const std::int64_t span = *longest - *shortest + 1;
-    const auto wanted = static_cast<std::int64_t>(bins);
+    std::vector<std::int64_t> sorted = times;
+    std::sort(sorted.begin(), sorted.end());
+    const std::int64_t shortest = sorted.front();
+    const std::int64_t longest = sorted.back();
+    const std::int64_t usual = percentile(sorted, 99);
+    const bool outliers = bins > 2 && longest - shortest > 2 * (usual - shortest) + outlierDistance;
+    const std::int64_t span = (outliers ? usual : longest) - shortest + 1;
+    const auto wanted = static_cast<std::int64_t>(outliers ? bins - 1 : bins);
     const std::int64_t width = (span + wanted - 1) / wanted;
     std::vector<HistogramBin> result;
-    for (std::int64_t from = *shortest; from <= *longest; from += width)
-        result.push_back({from, from + width, 0});
-    for (const std::int64_t time : times)
-        ++result[static_cast<std::size_t>((time - *shortest) / width)].count;
+    for (std::int64_t from = shortest; from < shortest + span; from += width)
+        result.push_back({from, from + width, 0, false});
+    if (outliers)
+        result.push_back({result.back().to, longest + 1, 0, true});
+    for (const std::int64_t time : times) {
+        const auto index = static_cast<std::size_t>((time - shortest) / width);
+        ++result[std::min(index, result.size() - 1)].count;
+    }
     return result;
 }
 

@@ -51,10 +51,12 @@ struct HistogramBin
     std::int64_t from = 0;
     std::int64_t to = 0;
     std::size_t count = 0;
+    bool outliers = false; ///< the last bar, when it is wider than the others
 };
 
-/// `bins` bars of equal, whole width over all values (fewer bars when the values span fewer microseconds);
-/// empty without values.
+/// `bins` bars of equal, whole width over the values (fewer bars when the values span fewer microseconds); empty
+/// without values. When a few values are far beyond all others, the last bar holds these, so that they do not
+/// squeeze the rest into one.
 std::vector<HistogramBin> histogramOf(const std::vector<std::int64_t>& times, std::size_t bins);
 
 } // namespace tessary::client

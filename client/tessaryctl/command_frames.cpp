@@ -107,7 +107,7 @@ void t2miFrame(Context& context, const std::string& file, bool dump)
     const Bytes bytes = context.controller().t2miFrame();
     if (bytes.empty())
         throw Failure(ExitCode::Nothing, "no T2-MI frame",
-            "set a T2-MI server and scan: tessaryctl scan udp+t2mi://239.0.0.1:1234?pid=4096&plp=0");
+            "set a T2-MI server and scan: tessaryctl scan udp+t2mi 239.0.0.1 1234 4096 0");
     const auto packet = decodeT2miPacket(bytes);
     if (!packet.has_value())
         throw Failure(ExitCode::BadAnswer, std::to_string(bytes.size()) + " bytes that are no T2-MI packet", "ask again");
@@ -164,7 +164,7 @@ CLI::App* addEbsWithIndex(CLI::App& app, Context& context, const char* name, con
 {
     auto* sub = addSubcommand(app, context, name, text);
     auto index = std::make_shared<int>(0);
-    sub->add_option(argument, *index, "0 to 255")->required()->check(CLI::Range(0, 255));
+    sub->add_option(argument, *index, "0 to 255")->required()->check(between(0, 255));
     sub->callback([&context, index, run] { run(context, *index); });
     return sub;
 }

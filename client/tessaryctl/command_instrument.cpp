@@ -154,7 +154,7 @@ void addInterfaceSettings(CLI::App& app, Context& context, const char* name, con
         sub->add_option("address", settings->address, "such as 192.168.1.20")->required();
         sub->add_option("mask", settings->mask, "such as 255.255.255.0")->required();
     }
-    sub->add_option("--vlan", *vlan, "use this VLAN; without it none is used")->check(CLI::Range(1, 4094));
+    sub->add_option("--vlan", *vlan, "use this VLAN; without it none is used")->check(between(1, 4094));
     sub->add_option("--ethtool", settings->ethtoolCommand, "run this ethtool command on the instrument first")
         ->type_name("COMMAND");
     sub->callback([&context, settings, vlan] {
@@ -289,7 +289,7 @@ void addPing(CLI::App& app, Context& context)
     auto host = std::make_shared<std::string>();
     auto count = std::make_shared<int>(3);
     sub->add_option("host", *host, "address or name")->required();
-    sub->add_option("-c,--count", *count, "echo requests")->check(CLI::Range(1, 1000))->capture_default_str();
+    sub->add_option("-c,--count", *count, "echo requests")->check(between(1, 1000))->capture_default_str();
     sub->callback([&context, host, count] { ping(context, *host, *count); });
 }
 
@@ -316,7 +316,7 @@ void addRaw(CLI::App& app, Context& context)
     sub->add_flag("--dump", options->dump, "show the answer in hexadecimal, also when it is text");
     sub->add_flag("--binary", options->binary, "write the answer's bytes as they are");
     sub->add_option("--quiet", options->quiet, "seconds of silence that end the answer")
-        ->check(CLI::Range(0.01, 600.0))
+        ->check(between(0.01, 600.0))
         ->capture_default_str();
     sub->callback([&context, options] { raw(context, *options); });
 }

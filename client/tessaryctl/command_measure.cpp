@@ -75,10 +75,19 @@ void setServerIfGiven(Controller& controller, const std::vector<std::string>& wo
         controller.setServer(parseServer(words));
 }
 
+/// Starts the capture. What another stream left in the figures counts as present for up to two seconds more: they are let
+/// pass when the server is a new one.
+void startCapture(Controller& controller, const std::vector<std::string>& server)
+{
+    setServerIfGiven(controller, server);
+    if (readMeasurement(controller).present && !server.empty())
+        std::this_thread::sleep_for(Milliseconds(2100));
+}
+
 void measureOnce(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    setServerIfGiven(controller, options.server);
+    startCapture(controller, options.server);
     const Measurement measurement = settledMeasurement(controller, options.wait);
     if (context.json())
         context.print(jsonOf(measurement));
@@ -167,8 +176,7 @@ void sleepUntil(std::chrono::steady_clock::time_point moment)
 void watchMeasurement(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    setServerIfGiven(controller, options.server);
-    readMeasurement(controller); // starts the capture
+    startCapture(controller, options.server);
     const InterruptGuard guard;
     const bool screen = outputIsTerminal() && !context.json();
     Watch watch;
@@ -262,11 +270,11 @@ void addMeasure(CLI::App& app, Context& context)
     sub->add_flag("-w,--watch", options->watch,
         "a live screen; lines instead when the output is no terminal or --json is given");
     sub->add_option("--interval", options->interval, "seconds between two readings of --watch")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(between(0.1, 3600.0))
         ->capture_default_str();
-    sub->add_option("-n,--count", options->count, "end --watch after so many readings")->check(CLI::Range(1, 1000000000));
+    sub->add_option("-n,--count", options->count, "end --watch after so many readings")->check(between(1, 1000000000));
     sub->add_option("--wait", options->wait, "seconds to wait for the stream")
-        ->check(CLI::Range(0.0, 3600.0))
+        ->check(between(0.0, 3600.0))
         ->capture_default_str();
     sub->callback([&context, options] {
         if (options->watch)
@@ -283,11 +291,11 @@ void addIat(CLI::App& app, Context& context)
     auto options = std::make_shared<IatOptions>();
     sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")->expected(0, 5);
     sub->add_flag("--plot", options->plot, "draw a histogram");
-    sub->add_option("--bins", options->bins, "bars of the histogram")->check(CLI::Range(1, 1000))->capture_default_str();
+    sub->add_option("--bins", options->bins, "bars of the histogram")->check(between(1, 1000))->capture_default_str();
     sub->add_option("--png", options->png, "write histogram and course as a picture")->type_name("FILE");
     sub->add_option("--svg", options->svg, "the same as a vector graphic")->type_name("FILE");
     sub->add_option("--wait", options->wait, "seconds to wait for datagrams")
-        ->check(CLI::Range(0.0, 3600.0))
+        ->check(between(0.0, 3600.0))
         ->capture_default_str();
     sub->callback([&context, options] { iat(context, *options); });
 }

@@ -95,7 +95,7 @@ void addRecord(CLI::App& app, Context& context)
     auto* start = addSubcommand(*sub, context, "start", "Begin to record; without a source, the FPGA's stream");
     auto seconds = std::make_shared<double>(0);
     start->add_option("-s,--seconds", *seconds, "stop after so many seconds; otherwise with record stop")
-        ->check(CLI::Range(0.1, 1000000.0));
+        ->check(between(0.1, 1000000.0));
     start->callback([&context, seconds] { startRecording(context, *seconds); });
     addSubcommand(*sub, context, "stop", "End the recording, and with it the current source")->callback([&context] {
         Controller& controller = context.controller();
@@ -111,7 +111,7 @@ void addExport(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "export", "Send the recording to the FPGA");
     auto wait = std::make_shared<double>(600);
-    sub->add_option("--wait", *wait, "seconds to wait for its end")->check(CLI::Range(1.0, 86400.0))->capture_default_str();
+    sub->add_option("--wait", *wait, "seconds to wait for its end")->check(between(1.0, 86400.0))->capture_default_str();
     sub->callback([&context, wait] { exportRecording(context, *wait); });
 }
 

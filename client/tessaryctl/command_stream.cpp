@@ -248,7 +248,7 @@ void addScan(CLI::App& app, Context& context)
         ->check(CLI::IsMember({"ip", "fpga", "recording"}))
         ->capture_default_str();
     sub->add_option("--wait", options->wait, "seconds to wait for the tables")
-        ->check(CLI::Range(0.0, 3600.0))
+        ->check(between(0.0, 3600.0))
         ->capture_default_str();
     sub->add_flag("--no-pids", options->noPids,
         "leave the programs' PIDs out: to get them, each program is played for a moment");
@@ -268,7 +268,7 @@ void addPlay(CLI::App& app, Context& context)
     auto wait = std::make_shared<double>(5);
     sub->add_option("program", *program, "program number, or a service's name")->required();
     sub->add_option("--wait", *wait, "seconds to wait for the program's PMT")
-        ->check(CLI::Range(0.0, 3600.0))
+        ->check(between(0.0, 3600.0))
         ->capture_default_str();
     sub->callback([&context, program, wait] { play(context, *program, *wait); });
 }

@@ -118,10 +118,10 @@ void addUpdate(CLI::App& app, Context& context)
     auto options = std::make_shared<UpdateOptions>();
     sub->add_option("file", options->file, "Debian package")->required()->type_name("FILE.deb");
     sub->add_option("--rate", options->bytesPerSecond, "send at most so many bytes a second; a line of 115200 baud carries 11520")
-        ->check(CLI::Range(100, 100000000))
+        ->check(between(100, 100000000))
         ->capture_default_str();
     sub->add_option("--install-timeout", options->installSeconds, "seconds to wait for the installation")
-        ->check(CLI::Range(1.0, 86400.0))
+        ->check(between(1.0, 86400.0))
         ->capture_default_str();
     sub->add_flag("--force", options->force, "send a file that is no Debian package, too");
     sub->callback([&context, options] { update(context, *options); });

@@ -31,6 +31,12 @@ void addEbs(CLI::App& app, Context& context);
 void addCommand(CLI::App& app, Context& context);
 void addRaw(CLI::App& app, Context& context);
 
+/// A check for a number from `least` to `most`, which does not crowd the help.
+template <typename Number> CLI::Validator between(Number least, Number most)
+{
+    return CLI::Range(least, most).description("");
+}
+
 /// A sub-command with the options that all share (--port, --timeout, --json).
 CLI::App* addSubcommand(
     CLI::App& app, Context& context, const std::string& name, const std::string& description);

@@ -80,19 +80,27 @@ void drawHistogram(cairo_t* canvas, const std::vector<std::int64_t>& times)
     std::size_t most = 1;
     for (const auto& bin : bins)
         most = std::max(most, bin.count);
-    const Frame frame{80, 80, 780, 220, static_cast<double>(bins.front().from), static_cast<double>(bins.back().to), 0,
-        static_cast<double>(most) * 1.05};
+    // The bar of the outliers is as wide as the others; its height is what counts.
+    const auto width = static_cast<double>(bins.front().to - bins.front().from);
+    const double end = bins.back().outliers ? static_cast<double>(bins.back().from) + width
+                                            : static_cast<double>(bins.back().to);
+    const Frame frame{80, 80, 780, 220, static_cast<double>(bins.front().from), end, 0, static_cast<double>(most) * 1.05};
     drawAxes(canvas, frame, true);
-    cairo_set_source_rgb(canvas, 0.12, 0.42, 0.70);
     for (const auto& bin : bins) {
         const double left = frame.x(static_cast<double>(bin.from));
-        const double right = frame.x(static_cast<double>(bin.to));
+        const double right = frame.x(static_cast<double>(bin.from) + width);
+        cairo_set_source_rgb(canvas, bin.outliers ? 0.80 : 0.12, bin.outliers ? 0.25 : 0.42, bin.outliers ? 0.15 : 0.70);
         const double top = frame.y(static_cast<double>(bin.count));
         cairo_rectangle(canvas, left, top, std::max(right - left - 1, 0.5), frame.top + frame.height - top);
         cairo_fill(canvas);
     }
     cairo_set_source_rgb(canvas, 0.1, 0.1, 0.1);
     write(canvas, frame.left, frame.top - 8, "frames by inter-arrival time", 13, 0);
+    if (bins.back().outliers)
+        write(canvas, frame.left + frame.width, frame.top - 8,
+            std::to_string(bins.back().count) + " longer, up to "
+                + microsecondsText(static_cast<double>(bins.back().to - 1)),
+            12, 1);
 }
 
 void drawCourse(cairo_t* canvas, const std::vector<std::int64_t>& times)
@@ -168,7 +176,7 @@ std::string textHistogram(const std::vector<std::int64_t>& times, std::size_t bi
     const std::size_t room = width > labelWidth + countWidth + 12 ? width - labelWidth - countWidth - 2 : 10;
     std::string text;
     for (const auto& bin : histogram) {
-        const std::string range = microsecondsText(static_cast<double>(bin.from)) + " – "
+        const std::string range = microsecondsText(static_cast<double>(bin.from)) + (bin.outliers ? " … " : " – ")
             + microsecondsText(static_cast<double>(bin.to));
         const std::string count = std::to_string(bin.count);
         text += std::string(displayWidth(range) < labelWidth ? labelWidth - displayWidth(range) : 0, ' ') + range

@@ -37,7 +37,7 @@ void addSharedOptions(CLI::App& app, Context& context)
         ->group("Shared options");
     app.add_option("-t,--timeout", context.options.timeoutSeconds, "wait so long for an answer")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.1, 86400.0))
+        ->check(between(0.1, 86400.0))
         ->group("Shared options");
     app.add_flag("-j,--json", context.options.json, "answer in JSON")->group("Shared options");
     app.set_help_flag("-h,--help", "print this help and exit")->group("Shared options");

@@ -19,7 +19,7 @@ constexpr int largestPid = 0x1FFE; // 0x1FFF are null packets
 [[noreturn]] void refuse(const std::string& what)
 {
     throw Failure(ExitCode::Usage, what,
-        "write udp://239.0.0.1:1234 or rtp://239.0.0.1:1234; with T2-MI udp+t2mi://239.0.0.1:1234?pid=4096&plp=0");
+        "write udp://239.0.0.1:1234 or rtp://239.0.0.1:1234; with T2-MI 'udp+t2mi://239.0.0.1:1234?pid=4096&plp=0'");
 }
 
 int number(const std::string& text, const char* what, int least, int most)

@@ -1,0 +1,92 @@
+#include "toolsuite.h"
+
+#include <QFile>
+
+namespace {
+
+using namespace tessary::test;
+
+// Recorder, DAB receiver and EBS frames against the hardware's counterparts.
+
+class ToolDevices : public ToolSuite
+{
+protected:
+    void SetUp() override
+    {
+        restartDaemon();
+        instrument().shell("rm -f /run/media/mmcblk1p1/*");
+    }
+};
+
+TEST_F(ToolDevices, RecordMakesARecordingThatExportSendsToTheFpga)
+{
+    expectFailure(tool({"export"}), 6, "no recording");
+    EXPECT_EQ(tool({"record", "status"}).output, "no recording\n");
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    EXPECT_TRUE(tool({"record", "start", "--seconds", "2"}).output.contains(" recorded\n"));
+    const qint64 size = instrument().shell("stat -c %s /run/media/mmcblk1p1/record.ts").trimmed().toLongLong();
+    EXPECT_GT(size, 188 * 1000);
+    EXPECT_EQ(toolJson({"record", "status"})["recording_bytes"].toDouble(), static_cast<double>(size));
+    EXPECT_TRUE(tool({"export"}).output.startsWith("export of "));
+    EXPECT_EQ(QFile(instrument().path("hardware/export.ts")).size(), size);
+    EXPECT_EQ(toolJson({"export"})["bytes"].toDouble(), static_cast<double>(size));
+
+    EXPECT_EQ(toolJson({"scan", "--source", "recording"})["services"].toArray().size(), 3);
+}
+
+TEST_F(ToolDevices, RecordGoesOnUntilItIsStopped)
+{
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    EXPECT_TRUE(toolJson({"record", "start"})["recording"].toBool());
+    const double stopped = toolJson({"record", "stop"})["recording_bytes"].toDouble();
+    EXPECT_GT(stopped, 0);
+    EXPECT_EQ(toolJson({"record", "status"})["recording_bytes"].toDouble(), stopped);
+}
+
+TEST_F(ToolDevices, RecordingNothingIsAFailure)
+{
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.55:5555"}).ok());
+    tool({"scan", "--wait", "0"});
+    expectFailure(tool({"record", "start", "--seconds", "1"}), 6, "nothing has been recorded");
+}
+
+TEST_F(ToolDevices, DabModeIsSwitchedAndTheReceiverAnswers)
+{
+    expectFailure(tool({"dab", "send", "list?"}), 6, "no answer from the DAB receiver");
+    EXPECT_TRUE(tool({"dab", "start"}, 100000).output.contains("DAB mode is on"));
+    EXPECT_TRUE(toolJson({"dab", "start"})["was_already"].toBool());
+    // The counterpart answers with every bit inverted.
+    const QJsonObject answer = toolJson({"dab", "send", "list?"});
+    QByteArray expected = QByteArray("dab list?\n").leftJustified(117, '\0');
+    for (char& byte : expected)
+        byte = static_cast<char>(~byte);
+    EXPECT_EQ(QByteArray::fromHex(answer["hex"].toString().toLatin1()), expected);
+    EXPECT_TRUE(tool({"dab", "send", "list?"}).output.startsWith("000000  9b 9e 9d df "));
+    EXPECT_FALSE(toolJson({"dab", "stop"})["dab_mode"].toBool());
+    EXPECT_EQ(tool({"dab", "stop"}).output, "DAB mode was already off\n");
+}
+
+TEST_F(ToolDevices, EbsFramesAreReadable)
+{
+    ASSERT_TRUE(QFile::exists(instrument().sharedFile("fpga-in.ts"))
+        || QFile::copy(madeStream("demo.ts"), instrument().sharedFile("fpga-in.ts")));
+    EXPECT_TRUE(tool({"ebs", "scan"}).output.startsWith("scanning"));
+    EXPECT_TRUE(waitUntil([] { return toolJson({"ebs", "status"})["programs"].toInt() == 3; }, 20000));
+    EXPECT_EQ(tool({"ebs", "play", "2"}).output, "service 2 selected\n");
+    EXPECT_EQ(toolJson({"ebs", "status"})["selected"].toInt(), 2);
+    EXPECT_TRUE(tool({"ebs", "status"}).output.contains("programs  3\n"));
+    EXPECT_TRUE(waitUntil([] { return toolJson({"ebs", "info"})["height"].toInt() == 576; }, 20000));
+    EXPECT_TRUE(tool({"ebs", "info"}).output.contains("video    MPEG-1 or MPEG-2\n"));
+    EXPECT_EQ(toolJson({"ebs", "play", "1"})["selected"].toInt(), 1);
+    EXPECT_EQ(tool({"ebs", "name", "31"}).output, "Service31\n");
+    EXPECT_EQ(toolJson({"ebs", "name", "5"})["name"].toString(), "Service5");
+    EXPECT_TRUE(tool({"ebs", "audio", "64"}).output.startsWith("acknowledged"));
+    EXPECT_TRUE(toolJson({"ebs", "audio", "64"})["acknowledged"].toBool());
+    EXPECT_TRUE(tool({"ebs", "version"}).output.startsWith("SV: mx8 1.4"));
+    EXPECT_TRUE(toolJson({"ebs", "version"})["line"].toString().startsWith("SV: mx8 1.4"));
+    EXPECT_TRUE(toolJson({"ebs", "scan"})["scanning"].toBool());
+}
+
+} // namespace

@@ -1,0 +1,101 @@
+#include "toolsuite.h"
+
+#include <QFile>
+
+namespace {
+
+using namespace tessary::test;
+
+// The sender's own figures are the expected ones: demo.ts at 10 Mbit/s is a frame of 1358 bytes every 1052.8 µs.
+
+constexpr double frameBits = 1358 * 8;
+constexpr double interval = 1316 * 8 / 10.0; // µs
+
+class ToolMeasure : public ToolSuite
+{
+protected:
+    static RunningStream send(const QStringList& options = {})
+    {
+        return sendStream(madeStream("demo.ts"), QStringList{"--bitrate", "10M"} + options);
+    }
+};
+
+TEST_F(ToolMeasure, MeasureGivesTheFiguresOfTheStream)
+{
+    const RunningStream stream = send({"--cc-errors-per-second", "4"});
+    const QJsonObject json = toolJson({"measure", "udp://239.0.0.1:1234"});
+    EXPECT_TRUE(json["present"].toBool());
+    EXPECT_NEAR(json["bit_rate"].toDouble(), frameBits / interval * 1e6, 3e5);
+    EXPECT_GE(json["delay_factor_ms"].toInt(), 1);
+    EXPECT_LT(json["delay_factor_ms"].toInt(), 900) << "the first period has nothing to drain by";
+    EXPECT_NEAR(json["continuity_errors"].toInt(), 4, 1);
+    EXPECT_EQ(json["packet_size"].toInt(), 188);
+    EXPECT_EQ(json["packets_per_datagram"].toInt(), 7);
+    const QByteArray text = tool({"measure"}).output;
+    EXPECT_TRUE(text.contains("Mbit/s")) << text.constData();
+    EXPECT_TRUE(text.contains("7 × 188 bytes\n")) << text.constData();
+}
+
+TEST_F(ToolMeasure, WithoutStreamItEndsWithSix)
+{
+    expectFailure(tool({"measure", "udp://239.0.0.99:999", "--wait", "1"}), 6, "no stream arrives");
+    expectFailure(tool({"iat", "udp://239.0.0.99:998", "--wait", "1"}), 6, "no datagram arrived");
+}
+
+TEST_F(ToolMeasure, WatchWritesALineForEachReadingIntoAPipe)
+{
+    const RunningStream stream = send();
+    ASSERT_TRUE(tool({"measure", "udp://239.0.0.1:1234"}).ok());
+    const QByteArray text = tool({"measure", "--watch", "--count", "2", "--interval", "1.1"}).output;
+    EXPECT_EQ(text.count('\n'), 2) << text.constData();
+    EXPECT_EQ(text.count("delay factor"), 2);
+    const QByteArray json = tool({"measure", "--watch", "--count", "2", "--json"}).output;
+    const QList<QByteArray> lines = json.trimmed().split('\n');
+    ASSERT_EQ(lines.size(), 2);
+    const QJsonObject reading = QJsonDocument::fromJson(lines[1]).object();
+    EXPECT_TRUE(reading["present"].toBool());
+    EXPECT_EQ(reading["inter_arrival"]["count"].toInt(), 1024);
+}
+
+TEST_F(ToolMeasure, WatchOnATerminalShowsAScreenAndEndsWithCtrlC)
+{
+    const RunningStream stream = send();
+    ASSERT_TRUE(tool({"measure", "udp://239.0.0.1:1234"}).ok());
+    // script(1) gives the tool a terminal; the byte 0x03 is what Ctrl-C sends.
+    const QString command = QString("(sleep 4; printf '\\003') | script -qec '%1 --port %2 measure --watch' /dev/null")
+                                .arg(toolPath(), port());
+    const CommandResult result = runCommand("/bin/bash", {"-c", command}, 30000);
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_TRUE(result.output.contains("stream present"));
+    EXPECT_TRUE(result.output.contains("inter-arrival times"));
+    EXPECT_TRUE(result.output.contains("█"));
+}
+
+TEST_F(ToolMeasure, IatGivesStatisticsHistogramAndPlots)
+{
+    const RunningStream stream = send();
+    const QString png = instrument().path("iat.png");
+    const QString svg = instrument().path("iat.svg");
+    const QJsonObject json = toolJson({"iat", "udp://239.0.0.1:1234", "--png", png, "--svg", svg, "--bins", "7"});
+    EXPECT_GE(json["count"].toInt(), 1000);
+    EXPECT_NEAR(json["mean_us"].toDouble(), interval, interval * 0.1);
+    EXPECT_EQ(json["times_us"].toArray().size(), json["count"].toInt());
+    EXPECT_LE(json["histogram"].toArray().size(), 7);
+    int counted = 0;
+    for (const QJsonValue& bin : json["histogram"].toArray())
+        counted += bin["count"].toInt();
+    EXPECT_EQ(counted, json["count"].toInt());
+    QFile picture(png);
+    ASSERT_TRUE(picture.open(QIODevice::ReadOnly));
+    EXPECT_EQ(picture.read(8), QByteArray("\x89PNG\r\n\x1a\n"));
+    QFile drawing(svg);
+    ASSERT_TRUE(drawing.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(drawing.readAll().contains("<svg"));
+
+    const QByteArray text = tool({"iat", "--plot"}).output;
+    EXPECT_TRUE(text.contains(" frames: mean 1.")) << text.constData();
+    EXPECT_TRUE(text.contains("█"));
+    expectFailure(tool({"iat", "--png", "/nosuch/iat.png"}), 9, "cannot write /nosuch/iat.png");
+}
+
+} // namespace

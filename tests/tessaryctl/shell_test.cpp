@@ -1,0 +1,115 @@
+#include "../client/ptypair.h"
+#include "lineproxy.h"
+#include "toolsuite.h"
+
+#include <cstring>
+#include <QFile>
+#include <sys/wait.h>
+
+namespace {
+
+using namespace tessary::test;
+
+class ToolShell : public ToolSuite
+{
+protected:
+    /// A shell on a terminal of its own, its history in the run directory.
+    class Terminal
+    {
+    public:
+        Terminal()
+        {
+            const QByteArray program = toolPath().toLocal8Bit();
+            const QByteArray portPath = port().toLocal8Bit();
+            const QByteArray state = instrument().path("state").toLocal8Bit();
+            m_pid = ::forkpty(&m_far, nullptr, nullptr, nullptr);
+            if (m_pid == 0) {
+                ::setenv("TERM", "xterm", 1);
+                ::setenv("XDG_STATE_HOME", state.constData(), 1);
+                ::execl(program.constData(), program.constData(), "--port", portPath.constData(), "shell", nullptr);
+                ::_exit(127);
+            }
+        }
+        ~Terminal()
+        {
+            ::close(m_far);
+            ::waitpid(m_pid, nullptr, 0);
+        }
+        Terminal(const Terminal&) = delete;
+        Terminal& operator=(const Terminal&) = delete;
+
+        void type(const char* keys) const { EXPECT_GT(::write(m_far, keys, std::strlen(keys)), 0); }
+
+        /// Reads until `words` have been seen `times` times since the start.
+        bool shows(const QByteArray& words, int times = 1)
+        {
+            return waitUntil(
+                [&] {
+                    pollfd entry{m_far, POLLIN, 0};
+                    char chunk[4096];
+                    while (::poll(&entry, 1, 0) > 0 && (entry.revents & POLLIN) != 0) {
+                        const ssize_t count = ::read(m_far, chunk, sizeof chunk);
+                        if (count <= 0)
+                            break;
+                        m_seen.append(chunk, static_cast<int>(count));
+                    }
+                    return m_seen.count(words) >= times;
+                },
+                15000);
+        }
+        const QByteArray& seen() const { return m_seen; }
+
+    private:
+        int m_far = -1;
+        pid_t m_pid = -1;
+        QByteArray m_seen;
+    };
+};
+
+TEST_F(ToolShell, RunsCommandsCompletesThemAndRemembersThem)
+{
+    {
+        Terminal terminal;
+        ASSERT_TRUE(terminal.shows("tessary> ")) << terminal.seen().constData();
+        terminal.type("ver\t");
+        ASSERT_TRUE(terminal.shows("sion ")) << terminal.seen().constData();
+        terminal.type("\n");
+        ASSERT_TRUE(terminal.shows("software  1.4")) << terminal.seen().constData();
+        terminal.type("ebs na\t31\n");
+        ASSERT_TRUE(terminal.shows("Service31")) << terminal.seen().constData();
+        terminal.type("measure --wa\t\t");
+        ASSERT_TRUE(terminal.shows("--watch  --wait")) << terminal.seen().constData();
+        terminal.type("\x15nosuch\n"); // Ctrl-U empties the line
+        ASSERT_TRUE(terminal.shows("not expected: nosuch")) << terminal.seen().constData();
+        terminal.type("exit\n");
+    }
+    Terminal next;
+    ASSERT_TRUE(next.shows("tessary> "));
+    next.type("\x10\x10\x10\n"); // three lines back: ebs name 31
+    ASSERT_TRUE(next.shows("Service31")) << next.seen().constData();
+    next.type("exit\n");
+}
+
+TEST_F(ToolShell, APipedScriptEndsAtItsFirstError)
+{
+    const QString script = instrument().path("script");
+    QFile file(script);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("# a comment\nversion\nserver 'udp://239.0.0.1:1234' --json\nplay\nebs name 7\n");
+    file.close();
+    const CommandResult result =
+        runCommand("/bin/bash", {"-c", QString("%1 --port %2 shell < %3").arg(toolPath(), port(), script)});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(result.output.contains("software  1.4"));
+    EXPECT_TRUE(result.output.contains("\"server=UDP 239.0.0.1 1234\""));
+    EXPECT_FALSE(result.output.contains("Service7"));
+}
+
+TEST_F(ToolShell, CompletionForOtherShellsListsCommandsAndOptions)
+{
+    EXPECT_EQ(runCommand(toolPath(), {"__complete", "me"}).output, "measure\n");
+    EXPECT_EQ(runCommand(toolPath(), {"__complete", "interface", "st"}).output, "static\nstatus\n");
+    EXPECT_EQ(runCommand(toolPath(), {"__complete", "measure", "--wat"}).output, "--watch\n");
+}
+
+} // namespace

@@ -1,0 +1,190 @@
+#include "../client/oracle.h"
+#include "../client/sectionbuilder.h"
+#include "client/t2mipacket.h"
+#include "toolsuite.h"
+
+#include <QFile>
+
+namespace {
+
+using namespace tessary::test;
+using tessary::client::Bytes;
+
+// What the tool says of a stream against what an independent reader finds in the file.
+
+class ToolStream : public ToolSuite
+{
+protected:
+    void SetUp() override { restartDaemon(); }
+
+    static void expectServices(const QJsonObject& scan, const QJsonObject& report)
+    {
+        QJsonArray expected;
+        for (const OracleSection& section : oracleSections(report, 0x42)) {
+            for (const QJsonValue& value : section.decoded["services"].toArray()) {
+                const QJsonObject service = value.toObject();
+                expected.append(QJsonArray{service["service_id"], service["name"], service["provider"]});
+            }
+        }
+        QJsonArray found;
+        for (const QJsonValue& value : scan["services"].toArray()) {
+            const QJsonObject service = value.toObject();
+            found.append(QJsonArray{service["service_id"], service["name"], service["provider"]});
+        }
+        ASSERT_FALSE(expected.isEmpty());
+        EXPECT_EQ(found, expected) << QJsonDocument(found).toJson().constData();
+    }
+
+    static void expectPids(const QJsonObject& scan, const QJsonObject& report)
+    {
+        for (const OracleSection& section : oracleSections(report, 0x02)) {
+            QJsonArray expected;
+            for (const QJsonValue& value : section.decoded["streams"].toArray())
+                expected.append(QJsonArray{value["pid"], value["stream_type"].toString().toInt(nullptr, 16)});
+            QJsonArray found;
+            for (const QJsonValue& value : scan["services"].toArray()) {
+                if (value["service_id"].toInt() != section.decoded["program"].toInt())
+                    continue;
+                for (const QJsonValue& stream : value["program"]["streams"].toArray())
+                    found.append(QJsonArray{stream["pid"], stream["type"]});
+                EXPECT_EQ(found, expected) << section.decoded["program"].toInt();
+            }
+        }
+    }
+
+    static void expectNamesInText(const QByteArray& text, const QJsonObject& report)
+    {
+        for (const OracleSection& section : oracleSections(report, 0x42)) {
+            for (const QJsonValue& service : section.decoded["services"].toArray())
+                EXPECT_TRUE(text.contains(service["name"].toString().toUtf8())) << text.constData();
+        }
+    }
+};
+
+/// A stream of one program whose service has these texts, as carried.
+void writeStream(const QString& path, const std::string& provider, const std::string& name)
+{
+    const auto packet = [](int pid, int counter, const Bytes& section) {
+        Bytes bytes{0x47, static_cast<std::uint8_t>(0x40 | pid >> 8), static_cast<std::uint8_t>(pid),
+            static_cast<std::uint8_t>(0x10 | (counter & 0x0F)), 0x00};
+        bytes.insert(bytes.end(), section.begin(), section.end());
+        bytes.resize(188, 0xFF);
+        return bytes;
+    };
+    const Bytes pat = makeSection(0x00, 7, {0x00, 0x05, 0xE1, 0x00});
+    const Bytes pmt = makeSection(0x02, 5, join({{0xE1, 0x01}, makeLoop({}), {0x1B, 0xE1, 0x01}, makeLoop({})}));
+    const Bytes descriptor = serviceDescriptor(0x19, provider, name);
+    Bytes loop = makeLoop(descriptor);
+    loop[0] = static_cast<std::uint8_t>((loop[0] & 0x0FU) | 0x80U);
+    const Bytes sdt = makeSection(0x42, 7, join({{0x20, 0x01, 0xFF}, {0x00, 0x05, 0xFC}, loop}));
+    const Bytes nit = makeSection(0x40, 9, join({makeLoop(makeDescriptor(0x40, {'N'})), makeLoop({})}));
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    for (int i = 0; i < 400; ++i) {
+        for (const Bytes& bytes : {packet(0, i, pat), packet(0x100, i, pmt), packet(0x11, i, sdt), packet(0x10, i, nit)})
+            file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<qint64>(bytes.size()));
+    }
+}
+
+class ToolScan : public ToolStream, public testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(ToolScan, ListsServicesPidsAndNetworkToTheCharacter)
+{
+    const auto path = samplePath(GetParam());
+    if (!path.has_value())
+        GTEST_SKIP() << missingSample(GetParam());
+    const QJsonObject report = oracleReport(*path);
+    const RunningStream stream = sendStream(QString::fromStdString(*path), {"--bitrate", "20M"});
+    const QJsonObject scan = toolJson({"scan", "udp://239.0.0.1:1234"}, 120000);
+    expectServices(scan, report);
+    expectPids(scan, report);
+    const auto nit = oracleSections(report, 0x40);
+    EXPECT_EQ(scan["network"].toObject()["network_id"].toInt(), nit.at(0).decoded["network_id"].toInt());
+    EXPECT_EQ(scan["network"].toObject()["name"].toString(), nit.at(0).decoded["network_name"].toString());
+    expectNamesInText(tool({"scan", "--no-pids"}, 120000).output, report);
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorded, ToolScan, testing::Values("rai-dvbt-mux.ts", "cts-taiwan-si.ts"),
+    [](const auto& given) { return std::string(given.param).substr(0, 3); });
+
+TEST_F(ToolStream, CyrillicNamesComeOutRight)
+{
+    const QString file = instrument().path("cyrillic.ts");
+    // ISO 8859-5, named by its first byte.
+    writeStream(file, std::string("\x01\xC2\xB5\xBB\xB5\xBA\xBE\xBC"), std::string("\x01\xBF\xD5\xE0\xD2\xEB\xD9 \xDA\xD0\xDD\xD0\xDB"));
+    const RunningStream stream = sendStream(file, {"--bitrate", "1M"});
+    const QJsonObject scan = toolJson({"scan", "udp://239.0.0.1:1234"});
+    EXPECT_EQ(scan["services"][0]["name"].toString(), QString::fromUtf8("Первый канал"));
+    EXPECT_EQ(scan["services"][0]["provider"].toString(), QString::fromUtf8("ТЕЛЕКОМ"));
+    expectServices(scan, oracleReport(file.toStdString()));
+    EXPECT_TRUE(tool({"info"}).output.contains("Первый канал  ТЕЛЕКОМ"));
+}
+
+TEST_F(ToolStream, PlayTakesNumbersAndNamesAndShowsThePids)
+{
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    const CommandResult played = tool({"play", "2"});
+    EXPECT_TRUE(played.output.startsWith("running: program 2  Tessary Grün\n")) << played.output.constData();
+    EXPECT_TRUE(played.output.contains("MPEG-2 video, PCR")) << played.output.constData();
+    const QJsonObject byName = toolJson({"play", "café tessary"});
+    EXPECT_EQ(byName["program"].toInt(), 1);
+    EXPECT_EQ(byName["status"].toString(), "running");
+    EXPECT_EQ(byName["map"].toObject()["streams"].toArray().size(), 2);
+    expectFailure(tool({"play", "9", "--wait", "1"}), 6, "no program 9");
+    expectFailure(tool({"play", "No Such"}), 6, "no service has the name");
+    EXPECT_EQ(toolJson({"status"})["player"].toString(), "running");
+}
+
+TEST_F(ToolStream, InfoTellsWhatIsKnownAndDisturbsNothing)
+{
+    expectFailure(tool({"info"}), 6, "no source has been selected");
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    EXPECT_TRUE(tool({"info"}).errors.contains("PIDs are known of the program that is played"));
+    ASSERT_TRUE(tool({"play", "3"}).ok());
+    const QJsonObject info = toolJson({"info"});
+    EXPECT_EQ(info["services"].toArray().size(), 3);
+    ASSERT_EQ(info["programs"].toArray().size(), 1);
+    EXPECT_EQ(info["programs"][0]["program"].toInt(), 3);
+    EXPECT_EQ(toolJson({"status"})["player"].toString(), "running");
+}
+
+TEST_F(ToolStream, AScanWithoutStreamSaysSo)
+{
+    expectFailure(tool({"scan", "udp://239.0.0.77:7777", "--wait", "1"}), 6, "no service list");
+}
+
+TEST_F(ToolStream, SendTsReachesTheFpga)
+{
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.1:1234"}).ok());
+    const QString out = instrument().sharedFile("fpga-out.ts");
+    EXPECT_TRUE(tool({"send-ts"}).output.startsWith("running: the stream goes to the FPGA"));
+    EXPECT_TRUE(waitUntil([&] { return QFile(out).size() > 188 * 100; }, 10000));
+    EXPECT_EQ(toolJson({"send-ts"})["status"].toString(), "running");
+}
+
+TEST_F(ToolStream, T2miFrameIsTakenApart)
+{
+    expectFailure(tool({"t2mi-frame"}), 6, "no T2-MI frame");
+    const auto path = samplePath("t2mi-plp102.ts");
+    if (!path.has_value())
+        GTEST_SKIP() << missingSample("t2mi-plp102.ts");
+    const RunningStream stream = sendStream(QString::fromStdString(*path), {"--bitrate", "8M"});
+    tool({"scan", "udp+t2mi", "239.0.0.1", "1234", "4096", "102", "--wait", "3", "--no-pids"});
+    const QString file = instrument().path("frame.bin");
+    QJsonObject json;
+    EXPECT_TRUE(waitUntil([&] { return tool({"t2mi-frame"}).ok(); }, 10000));
+    json = toolJson({"t2mi-frame", "--out", file});
+    EXPECT_TRUE(json["crc_correct"].toBool()) << QJsonDocument(json).toJson().constData();
+    EXPECT_EQ(json["packet_type_name"].toString(), "baseband frame");
+    EXPECT_EQ(json["baseband_frame"].toObject()["plp_id"].toInt(), 102);
+    EXPECT_EQ(QFile(file).size(), json["bytes"].toInt());
+    const QByteArray text = tool({"t2mi-frame"}).output;
+    EXPECT_TRUE(text.contains("CRC-32        right\n")) << text.constData();
+}
+
+} // namespace

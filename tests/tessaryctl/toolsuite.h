@@ -1,0 +1,48 @@
+#pragma once
+
+#include "instrument.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace tessary::test {
+
+/// tessaryctl against the daemon in an instrument with its hardware. One instrument for all tests of a suite; its
+/// daemon has greeted.
+class ToolSuite : public testing::Test
+{
+protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+    void TearDown() override;
+
+    static Instrument& instrument() { return *s_instrument; }
+    static QString port() { return instrument().path("controller"); }
+
+    /// Runs the tool on the instrument's port.
+    static CommandResult tool(const QStringList& arguments, int milliseconds = 60000);
+    /// The same on another port.
+    static CommandResult toolOn(const QString& port, const QStringList& arguments, int milliseconds = 60000);
+    /// With --json; what it printed as an object. The run has to succeed.
+    static QJsonObject toolJson(const QStringList& arguments, int milliseconds = 60000);
+
+    /// A fresh daemon, which has greeted.
+    static void restartDaemon();
+
+    /// Sends a stream over and over to UDP 239.0.0.1 port 1234.
+    static RunningStream sendStream(const QString& file, const QStringList& options = {});
+
+private:
+    static std::unique_ptr<Instrument> s_instrument;
+};
+
+/// Path of the tool under test.
+QString toolPath();
+
+/// Ends with this status, with this text on standard error, and says nothing but data on standard output.
+void expectFailure(const CommandResult& result, int status, const QByteArray& words);
+
+} // namespace tessary::test

@@ -1,0 +1,88 @@
+#include "lineproxy.h"
+#include "toolsuite.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+
+namespace {
+
+using namespace tessary::test;
+using Faults = LineProxy::Faults;
+
+// The plug is pulled in the middle of every sub-command: behind its first command byte, behind the whole first command,
+// and behind the first byte of an answer. Each ends with status 5 and names cause and remedy.
+
+struct Unplugged
+{
+    const char* name;
+    QStringList arguments;
+};
+
+void PrintTo(const Unplugged& value, std::ostream* out)
+{
+    *out << value.name;
+}
+
+class ToolUnplugged : public ToolSuite, public testing::WithParamInterface<Unplugged>
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        ToolSuite::SetUpTestSuite();
+        instrument().shell("head -c 188000 /dev/zero > /run/media/mmcblk1p1/record.ts"); // for export
+        runCommand(TESSARY_SOURCE_DIR "/bench/counterparts/make-package",
+            {"--bytes", "3000", instrument().path("small.deb")});
+    }
+
+    static void expectHangUp(Faults faults)
+    {
+        QStringList arguments = GetParam().arguments;
+        arguments.replaceInStrings("PACKAGE", instrument().path("small.deb"));
+        const LineProxy proxy(port().toStdString(), faults);
+        QElapsedTimer clock;
+        clock.start();
+        const CommandResult result = toolOn(
+            QString::fromStdString(proxy.path()), QStringList{"--timeout", "5"} + arguments, 60000);
+        EXPECT_TRUE(proxy.pulled());
+        expectFailure(result, 5, "hung up");
+        EXPECT_TRUE(result.errors.contains("plug the adapter in again")) << result.errors.constData();
+        EXPECT_LT(clock.elapsed(), 20000);
+    }
+
+    /// Until the daemon answers again: an update that was cut off holds it for some seconds.
+    void TearDown() override
+    {
+        tool({"raw", "x"});
+        EXPECT_TRUE(waitUntil([] { return tool({"version", "--timeout", "2"}).ok(); }, 40000));
+        ToolSuite::TearDown();
+    }
+};
+
+TEST_P(ToolUnplugged, WhileTheCommandGoesOut)
+{
+    Faults faults;
+    faults.pullAfterCommand = 1;
+    expectHangUp(faults);
+}
+
+TEST_P(ToolUnplugged, WhileTheAnswerComesIn)
+{
+    Faults faults;
+    faults.pullAfterAnswer = 1;
+    expectHangUp(faults);
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, ToolUnplugged,
+    testing::Values(Unplugged{"version", {"version"}}, Unplugged{"status", {"status"}},
+        Unplugged{"server", {"server", "udp://239.0.0.1:1234"}}, Unplugged{"scan", {"scan"}}, Unplugged{"play", {"play", "1"}},
+        Unplugged{"info", {"info"}}, Unplugged{"measure", {"measure"}}, Unplugged{"watch", {"measure", "--watch"}},
+        Unplugged{"iat", {"iat"}}, Unplugged{"interface", {"interface"}}, Unplugged{"interfaceDhcp", {"interface", "dhcp"}},
+        Unplugged{"interfaceStatus", {"interface", "status"}}, Unplugged{"ping", {"ping", "127.0.0.1"}},
+        Unplugged{"record", {"record", "start"}}, Unplugged{"export", {"export"}}, Unplugged{"t2miFrame", {"t2mi-frame"}},
+        Unplugged{"sendTs", {"send-ts"}}, Unplugged{"ebsStatus", {"ebs", "status"}}, Unplugged{"ebsPlay", {"ebs", "play", "1"}},
+        Unplugged{"dabSend", {"dab", "send", "x"}}, Unplugged{"dabStop", {"dab", "stop"}},
+        Unplugged{"command", {"command", "true"}}, Unplugged{"raw", {"raw", "version?"}},
+        Unplugged{"update", {"update", "PACKAGE"}}),
+    [](const auto& given) { return std::string(given.param.name); });
+
+} // namespace
