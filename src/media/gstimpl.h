@@ -101,7 +101,7 @@ private:
     void createPlayBranch();
     void unlinkOtherBranches();
     void linkOtherBranches();
-    void removeElement(GstElement*& element);
+    template<typename Handle> void removeElement(Handle& element);
     void takeCaps(std::atomic<GstCaps*>& field, std::atomic<GstPad*>& fieldPad, GstPad* pad, const GstCaps* caps);
     void readPictureSize(const GstCaps* caps);
 
@@ -133,9 +133,9 @@ private:
     GstElement* m_pFakesink = nullptr;
     GstElement* m_pDecodebin = nullptr;
     std::atomic<GstElement*> m_pMultiqueue{nullptr}; ///< the one inside decodebin; written by a streaming thread
-    GstElement* m_pVideoqueue = nullptr;
+    std::atomic<GstElement*> m_pVideoqueue{nullptr}; ///< also read by a streaming thread, which links to it
     GstElement* m_pKmssink = nullptr;
-    GstElement* m_pAudioqueue = nullptr;
+    std::atomic<GstElement*> m_pAudioqueue{nullptr}; ///< likewise
     GstElement* m_pAudioconvert = nullptr;
     GstElement* m_pAlsasink = nullptr;
     GstElement* m_pQueueRec = nullptr;

@@ -78,7 +78,8 @@ void gstImpl::createPlayBranch()
 {
     createPlayElements();
     unlinkOtherBranches(); // so that the decode branch takes the tee's first request pad
-    for (GstElement* element : {m_pDecodebin, m_pVideoqueue, m_pKmssink, m_pAudioqueue, m_pAudioconvert, m_pAlsasink})
+    for (GstElement* element :
+        {m_pDecodebin, m_pVideoqueue.load(), m_pKmssink, m_pAudioqueue.load(), m_pAudioconvert, m_pAlsasink})
         gst_bin_add(GST_BIN(m_pPipeline), element);
     gst_element_link(m_pTee, m_pDecodebin);
     gst_element_link(m_pVideoqueue, m_pKmssink);
@@ -106,7 +107,8 @@ void gstImpl::linkOtherBranches()
         gst_element_link_many(m_pTee, m_pQueuePciesink, m_pPciesink, nullptr);
 }
 
-void gstImpl::removeElement(GstElement*& element)
+/// `element` is a plain or an atomic handle.
+template<typename Handle> void gstImpl::removeElement(Handle& element)
 {
     if (element)
         gst_bin_remove(GST_BIN(m_pPipeline), element); // drops the pipeline's reference, the last one
