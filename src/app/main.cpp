@@ -1,8 +1,10 @@
 #include "app/worker.h"
 #include "media/metatypes.h"
+#include "system/version.h"
 
 #include <csignal>
 #include <QCoreApplication>
+#include <QString>
 
 namespace {
 
@@ -22,7 +24,7 @@ int main(int argc, char** argv)
     surviveBrokenPipes();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Tessary"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.4"));
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(softwareVersion));
     QCoreApplication::setOrganizationDomain(QStringLiteral("ondrak.example"));
     QCoreApplication::setOrganizationName(QStringLiteral("Ondrak"));
     registerMetaTypes();

@@ -74,8 +74,10 @@ void watchLink()
         EthernetConnected = 0;
         net.StopSmcroute();
     } else if (EthernetConnected) {
-        if (net.joinRequested.load(std::memory_order_acquire))
+        if (net.joinRequested.load(std::memory_order_acquire)) {
+            EthernetConnected = 1;
             net.SendJoinMulticast();
+        }
     } else {
         net.StopSmcroute();
         net.StartSmcroute();

@@ -4,16 +4,11 @@
 #include "commands/versionline.h"
 #include "system/shell.h"
 #include "system/system_config.h"
+#include "system/version.h"
 
 #include <cstdlib>
 #include <QString>
 #include <QtDebug>
-
-namespace {
-
-constexpr const char* softwareVersion = "1.4";
-
-} // namespace
 
 std::string versionLine()
 {

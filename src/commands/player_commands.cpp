@@ -51,6 +51,21 @@ protocol protocolNamedIn(const std::string& text, protocol otherwise)
     return otherwise;
 }
 
+std::string protocolWord(protocol p)
+{
+    switch (p) {
+    case protocolUdp:
+        return "UDP ";
+    case protocolRtp:
+        return "RTP ";
+    case protocolUdpT2mi:
+        return "UDP_T2MI ";
+    case protocolRtpT2mi:
+        return "RTP_T2MI ";
+    }
+    return "";
+}
+
 std::size_t nextBlank(const std::string& text, std::size_t blank)
 {
     return blank == none ? none : text.find(' ', blank + 1);
@@ -80,8 +95,7 @@ int readT2miFrame(unsigned char* buffer)
 void Uart_GetServer()
 {
     qDebug("GETserver\n");
-    static const char* const names[] = {"UDP ", "RTP ", "UDP_T2MI ", "RTP_T2MI "};
-    const std::string text = names[data.serverProtocol] + data.serverAddress + " " + data.serverPort + "\n";
+    const std::string text = protocolWord(data.serverProtocol) + data.serverAddress + " " + data.serverPort + "\n";
     (void)text; // built and not sent: this command's silence is meant
 }
 

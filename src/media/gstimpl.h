@@ -75,7 +75,7 @@ public:
 
     /// Writes the pipeline graph with all details to GStreamer's dot-file folder, if one is set.
     void debugdotfile(std::string name);
-    /// Logs limits and levels of the branches' queues. Any thread.
+    /// Logs limits and levels of the branches' queues. On the main thread, which makes and removes the branches.
     void debugQueueSize();
     static void cb_underrun_queue(GstElement* queue, void* data);
     static void cb_overrun_queue(GstElement* queue, void* data);

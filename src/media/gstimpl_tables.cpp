@@ -2,6 +2,7 @@
 #include "media/gstimpl.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace {
 
@@ -15,35 +16,34 @@ std::vector<std::uint8_t> bytesOf(GstMpegtsSection* section)
     return copy;
 }
 
-std::vector<std::uint32_t> programsOfPat(GstMpegtsSection* section)
+/// Numbers of all entries, 0 included; nothing when the section is no sound PAT.
+std::optional<std::vector<std::uint32_t>> entriesOfPat(GstMpegtsSection* section)
 {
-    std::vector<std::uint32_t> programs;
     GPtrArray* entries = gst_mpegts_section_get_pat(section);
     if (!entries)
-        return programs;
-    g_print("%d programs : \n", static_cast<int>(entries->len));
-    for (guint i = 0; i < entries->len; ++i) {
-        const auto* entry = static_cast<const GstMpegtsPatProgram*>(g_ptr_array_index(entries, i));
-        if (entry->program_number != 0) // 0 names the NIT's PID, not a program
-            programs.push_back(entry->program_number);
-    }
+        return std::nullopt;
+    std::vector<std::uint32_t> numbers;
+    for (guint i = 0; i < entries->len; ++i)
+        numbers.push_back(static_cast<const GstMpegtsPatProgram*>(g_ptr_array_index(entries, i))->program_number);
     g_ptr_array_unref(entries);
-    return programs;
+    return numbers;
 }
 
+/// Ids of all services, 0 included; none when the section is no sound SDT.
 std::vector<std::uint32_t> servicesOfSdt(GstMpegtsSection* section)
 {
     std::vector<std::uint32_t> services;
     const GstMpegtsSDT* sdt = gst_mpegts_section_get_sdt(section);
-    if (!sdt)
-        return services;
-    for (guint i = 0; i < sdt->services->len; ++i) {
-        const auto* service = static_cast<const GstMpegtsSDTService*>(g_ptr_array_index(sdt->services, i));
-        g_print("Service %d : Program number(SID)= %d\n", static_cast<int>(i), static_cast<int>(service->service_id));
-        if (service->service_id != 0)
-            services.push_back(service->service_id);
-    }
+    for (guint i = 0; sdt && i < sdt->services->len; ++i)
+        services.push_back(static_cast<const GstMpegtsSDTService*>(g_ptr_array_index(sdt->services, i))->service_id);
     return services;
+}
+
+/// 0 names no program: in a PAT it stands for the NIT's PID.
+std::vector<std::uint32_t> withoutZero(std::vector<std::uint32_t> numbers)
+{
+    numbers.erase(std::remove(numbers.begin(), numbers.end(), 0U), numbers.end());
+    return numbers;
 }
 
 /// Releases the one reference that a section signal carries.
@@ -58,7 +58,7 @@ struct SectionHolder
 
 } // namespace
 
-// No slot touches the object behind its last print: standard output may hold the bus thread up while the object is deleted.
+// A slot stores first and prints last: standard output may hold the bus thread up while the object is deleted.
 
 void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
 {
@@ -69,12 +69,14 @@ void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
         if (m_patBytes.size() == bytes.size()) // a change is known by its length alone: this is meant
             return;
     }
-    std::vector<std::uint32_t> programs = programsOfPat(section);
+    const std::optional<std::vector<std::uint32_t>> entries = entriesOfPat(section);
     {
         const std::lock_guard<std::mutex> lock(m_tablesMutex);
         m_patBytes = std::move(bytes);
-        m_patPrograms = std::move(programs);
+        m_patPrograms = entries ? withoutZero(*entries) : std::vector<std::uint32_t>();
     }
+    if (entries)
+        g_print("%d programs : \n", static_cast<int>(entries->size()));
     g_print("new PAT received\n");
 }
 
@@ -87,14 +89,16 @@ void gstImpl::newSdtSectionReceived(GstMpegtsSection* section)
         if (m_sdtBytes.size() == bytes.size())
             return;
     }
-    std::vector<std::uint32_t> services = servicesOfSdt(section);
+    const std::vector<std::uint32_t> services = servicesOfSdt(section);
     {
         const std::lock_guard<std::mutex> lock(m_tablesMutex);
         // Appended without emptying: this is meant. Two sections of different lengths let the list grow with each repetition
         // until the tables are cleared; the controller takes what it needs by section_number.
         m_sdtBytes.insert(m_sdtBytes.end(), bytes.begin(), bytes.end());
-        m_sdtServices = std::move(services);
+        m_sdtServices = withoutZero(services);
     }
+    for (std::size_t i = 0; i < services.size(); ++i)
+        g_print("Service %d : Program number(SID)= %d\n", static_cast<int>(i), static_cast<int>(services[i]));
     g_print("new SDT received\n");
 }
 

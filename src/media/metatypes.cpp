@@ -4,6 +4,7 @@
 
 #include <QMetaType>
 
+Q_DECLARE_TYPEINFO(PMT_vector_Struct, Q_MOVABLE_TYPE);
 Q_DECLARE_METATYPE(PMT_vector_Struct)
 
 void registerMetaTypes()

@@ -8,10 +8,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <QMetaMethod>
 #include <random>
+#include <thread>
 
 using namespace std::string_literals;
 using Calls = std::vector<std::string>;
@@ -119,6 +121,39 @@ TEST_F(Dispatcher, CommandsSeparatedOnlyByALineFeedDispatchTheFirstWithAllText)
     EXPECT_EQ(entries("SETserver\n"), 1);
     EXPECT_EQ(entries("SCANcur\n"), 0);
     EXPECT_EQ(data.serverPort, "1000");
+}
+
+TEST_F(Dispatcher, TextBehindALineFeedBelongsToTheFirstCommand)
+{
+    EXPECT_EQ(cycle("ping a\nping b\n"), "pongpong"); // one command: the shell gets both lines
+    EXPECT_EQ(programs().calls(), (Calls{"ping|a", "ping|b"}));
+    EXPECT_EQ(entries("PINg\n"), 1);
+}
+
+TEST_F(Dispatcher, TheCharacterAfterUpdateIsSkippedUnchecked)
+{
+    for (const char* command : {"update 123\n", "updateX123\n", "update=123\n"}) {
+        // An image that never comes: the announced size shows in what is asked for next.
+        const std::string image(123, 'i');
+        controller().write(command);
+        std::thread sender([this, &image] {
+            controller().read(std::strlen("waiting update\n"));
+            controller().write(image + "none");
+        });
+        worker().doWork();
+        sender.join();
+        EXPECT_EQ(entries("UPDate\n"), 1) << command;
+        EXPECT_EQ(uart.IsInputBytesPending(), 0) << command; // 123 bytes of image and 4 of CRC were taken
+        log().forget();
+    }
+}
+
+TEST_F(Dispatcher, AFramedIndexMayEndWithCarriageReturnAndLineFeed)
+{
+    EXPECT_EQ(cycle("!0C_D_IX:05\r\n"), "*0C_d.SX");
+    EXPECT_EQ(data.ebsServiceIndex, 5u);
+    EXPECT_EQ(cycle("!0C_D_IX:07\n"), "*0C_d.SX");
+    EXPECT_EQ(data.ebsServiceIndex, 7u);
 }
 
 TEST_F(Dispatcher, ANulByteInFrontHidesTheCommandBehindIt)

@@ -84,10 +84,18 @@ TEST_F(Destruction, AfterTheEndOfAStreamReleasesTheBranchesThatStayed)
     g_weak_ref_clear(&branch);
 }
 
-TEST_F(Destruction, WaitsFiveSecondsForAHeldUpBusThreadAndLeavesNothingBehind)
+/// Every print of a slot may be the one at which nobody reads standard output any more.
+class HeldUpDestruction : public Destruction, public ::testing::WithParamInterface<const char*>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    AtEachPrint, HeldUpDestruction, ::testing::Values("2 programs : \n", "new PAT received\n"));
+
+TEST_P(HeldUpDestruction, WaitsFiveSecondsForTheBusThreadAndLeavesNothingBehind)
 {
     makeWatched();
-    prints.holdAt("new PAT received\n"); // nobody reads standard output any more
+    prints.holdAt(GetParam());
     madesections::post(pipeline(), madesections::pat({1, 2}));
     ASSERT_TRUE(prints.waitUntilHeld());
     log.forget();

@@ -28,6 +28,15 @@ TEST(MetaTypes, AQueuedPmtKeepsItsNumberAndBytes)
     QMetaType::destroy(type, copy);
 }
 
+TEST(MetaTypes, APmtIsMovableConstructibleAndDestructible)
+{
+    registerMetaTypes();
+    const QMetaType::TypeFlags flags = QMetaType::typeFlags(QMetaType::type("PMT_vector_Struct"));
+    EXPECT_TRUE(flags.testFlag(QMetaType::MovableType));
+    EXPECT_TRUE(flags.testFlag(QMetaType::NeedsConstruction));
+    EXPECT_TRUE(flags.testFlag(QMetaType::NeedsDestruction));
+}
+
 TEST(MetaTypes, NumberListsComeWithTheirConverterToASequence)
 {
     registerMetaTypes();

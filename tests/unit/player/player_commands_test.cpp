@@ -3,12 +3,14 @@
 #include "media/filesource.h"
 #include "media/rtpsource.h"
 #include "media/udpsource.h"
+#include "standins.h"
 #include "support/ttyfixture.h"
 #include "system/mydata.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -241,6 +243,24 @@ TEST_F(PlayerCommands, T2miFrameQueryOfASourceOfAnotherKindIsSilent)
     data.serverProtocol = protocolRtpT2mi;
     Uart_GetT2MIFrame();
     EXPECT_EQ(silence(), "");
+}
+
+TEST_F(PlayerCommands, AT2miFrameIsRepliedWholeWhateverItsSize)
+{
+    standins::add();
+    Uart_SetServer("UDP_T2MI 127.0.0.1 5004 64 102\n");
+    Uart_Scancur();
+    for (const std::size_t size : {0, 1, 4095, 4096, 4097, 8192, 10000}) { // chunks of 4096, the line drained between two
+        std::vector<std::uint8_t> frame(size);
+        for (std::size_t i = 0; i < size; ++i)
+            frame[i] = static_cast<std::uint8_t>(i * 7 >> 3);
+        standins::setT2miFrame(frame);
+        std::string received;
+        std::thread reader([&] { received = controller().read(size + 1, 300); });
+        Uart_GetT2MIFrame();
+        reader.join();
+        EXPECT_EQ(received, std::string(frame.begin(), frame.end())) << size;
+    }
 }
 
 TEST_F(PlayerCommands, EachCommandLogsItsName)
