@@ -137,7 +137,8 @@ std::string Controller::readAnswer(const Request& request)
     case AnswerEnd::Words:
         return readStatusWord();
     case AnswerEnd::Fixed: {
-        std::string received = m_line.readSome(request.mayBeSilent ? m_patience.absent : m_patience.firstByte);
+        std::string received =
+            m_line.readSome(request.mayBeSilent ? m_patience.absent : m_patience.firstByte);
         if (received.empty() && request.mayBeSilent)
             return received;
         return complete(std::move(received), request.size);

@@ -113,7 +113,8 @@ public:
     std::string ebsServiceName(int index);
     EbsStatus ebsStatus();
     EbsDecoderInfo ebsDecoderInfo();
-    /// `level` is two hexadecimal digits on the line; the daemon acknowledges it and leaves the sound as it is.
+    /// `level` is two hexadecimal digits on the line; the daemon acknowledges it and leaves the sound as it
+    /// is.
     void ebsAudioLevel(int level);
     std::string ebsVersion();
 

@@ -1,5 +1,5 @@
-// Measurement, interface, recorder, DAB, EBS: the part of the controller that has to do with the instrument rather than with
-// a stream's tables.
+// Measurement, interface, recorder, DAB, EBS: the part of the controller that has to do with the instrument
+// rather than with a stream's tables.
 #include "client/answererror.h"
 #include "client/controller.h"
 

@@ -54,9 +54,9 @@ struct HistogramBin
     bool outliers = false; ///< the last bar, when it is wider than the others
 };
 
-/// `bins` bars of equal, whole width over the values (fewer bars when the values span fewer microseconds); empty
-/// without values. When a few values are far beyond all others, the last bar holds these, so that they do not
-/// squeeze the rest into one.
+/// `bins` bars of equal, whole width over the values (fewer bars when the values span fewer microseconds);
+/// empty without values. When a few values are far beyond all others, the last bar holds these, so that they
+/// do not squeeze the rest into one.
 std::vector<HistogramBin> histogramOf(const std::vector<std::int64_t>& times, std::size_t bins);
 
 } // namespace tessary::client

@@ -71,10 +71,10 @@ inline constexpr Request command{"command:", AnswerEnd::None, true};
 
 /// All of them.
 inline constexpr const Request* all[] = {&interfaceAddress, &setInterface, &getServer, &setServer, &scan,
-    &streamInfo, &playerStatus, &networkInformation, &programMap, &play, &interArrivalTimes, &measurement, &ping,
-    &version, &update, &sendStream, &t2miFrame, &ipStatus, &ebsScan, &ebsPlay, &ebsServiceName, &ebsStatus,
-    &ebsInfo, &ebsAudioLevel, &ebsVersion, &record, &stopRecording, &scanRecording, &recordingSize,
-    &exportRecording, &startDab, &stopDab, &dab, &command};
+    &streamInfo, &playerStatus, &networkInformation, &programMap, &play, &interArrivalTimes, &measurement,
+    &ping, &version, &update, &sendStream, &t2miFrame, &ipStatus, &ebsScan, &ebsPlay, &ebsServiceName,
+    &ebsStatus, &ebsInfo, &ebsAudioLevel, &ebsVersion, &record, &stopRecording, &scanRecording,
+    &recordingSize, &exportRecording, &startDab, &stopDab, &dab, &command};
 
 } // namespace request
 

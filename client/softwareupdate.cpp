@@ -16,8 +16,8 @@ constexpr const char* versionMark = "SV: ";
 constexpr const char* greetingMark = "HELLO !";
 constexpr Milliseconds slice{50}; // of sending; progress is told after each
 
-// The daemon gives up on the rest of a package after 10 s of its own whole-second clock. A question that it takes for package
-// bytes starts these again, so there is more than that between two questions.
+// The daemon gives up on the rest of a package after 10 s of its own whole-second clock. A question that it
+// takes for package bytes starts these again, so there is more than that between two questions.
 constexpr Milliseconds daemonPatience{10000};
 constexpr Milliseconds firstQuestion{2000};
 constexpr Milliseconds betweenQuestions{13000};
@@ -68,7 +68,8 @@ bool SoftwareUpdate::sendPackage(const Bytes& package, const Progress& progress)
             sent += count;
             progress(sent);
         }
-        m_received += m_line.readSome(due > sent ? Milliseconds(0) : slice); // also notices a line that hangs up
+        m_received +=
+            m_line.readSome(due > sent ? Milliseconds(0) : slice); // also notices a line that hangs up
         if (sees(greetingMark))
             return false;
     }

@@ -8,10 +8,10 @@
 
 namespace tessary::client {
 
-/// Sends a package to the instrument and finds out what became of it. The daemon says only "waiting update" and
-/// "update ok"; every failure is silent. They are told apart by what the line shows after the transfer: a daemon
-/// that answers "version?" without having said "update ok" has given up, and when it began to answer tells why.
-/// Used from one thread; throws LineError when the line itself fails.
+/// Sends a package to the instrument and finds out what became of it. The daemon says only "waiting update"
+/// and "update ok"; every failure is silent. They are told apart by what the line shows after the transfer: a
+/// daemon that answers "version?" without having said "update ok" has given up, and when it began to answer
+/// tells why. Used from one thread; throws LineError when the line itself fails.
 class SoftwareUpdate
 {
 public:
@@ -26,8 +26,8 @@ public:
 
     struct Settings
     {
-        std::size_t bytesPerSecond = 11520; ///< never faster than this: what 115200 baud carry. Then the progress
-                                            ///< is the line's, not that of a buffer on the way
+        std::size_t bytesPerSecond = 11520; ///< never faster than this: what 115200 baud carry. Then the
+                                            ///< progress is the line's, not that of a buffer on the way
         Milliseconds answer{10000}; ///< for "waiting update" and for room on the line
         Milliseconds installation{180000}; ///< from the checksum to "update ok"
     };

@@ -6,8 +6,8 @@
 
 namespace tessary::client {
 
-/// The services of all SDT sections in an answer to "streaminfo?". The daemon may have collected a section more
-/// than once; a service counts once, as its newest section says.
+/// The services of all SDT sections in an answer to "streaminfo?". The daemon may have collected a section
+/// more than once; a service counts once, as its newest section says.
 struct ServiceTable
 {
     ServiceDescription services;

@@ -29,8 +29,8 @@ struct T2miPacket
     std::optional<BasebandFrame> basebandFrame;
 };
 
-/// Bytes of the packet that begins here, from its payload_len: header, payload padded to whole bytes, CRC-32; 0
-/// when fewer than the header's 6 bytes are there.
+/// Bytes of the packet that begins here, from its payload_len: header, payload padded to whole bytes, CRC-32;
+/// 0 when fewer than the header's 6 bytes are there.
 std::size_t t2miPacketSize(const Bytes& bytes);
 
 /// Nothing when `bytes` are not exactly one packet.

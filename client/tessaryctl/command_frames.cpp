@@ -24,8 +24,8 @@ std::string textOf(const Bytes& bytes)
     return std::string(bytes.begin(), bytes.end());
 }
 
-// A start lets 3.2 s pass before it looks for the receiver, and gives up after 80 attempts of 0.5 s; a stop takes 4 s. A
-// command that returns sooner was not carried out, because the mode was already the one wanted.
+// A start lets 3.2 s pass before it looks for the receiver, and gives up after 80 attempts of 0.5 s; a stop
+// takes 4 s. A command that returns sooner was not carried out, because the mode was already the one wanted.
 constexpr double shortestStart = 3.0;
 constexpr double failedStart = 43.0;
 constexpr double shortestStop = 3.5;
@@ -44,10 +44,12 @@ void switchDab(Context& context, bool on)
     if (context.json()) {
         context.print({{"dab_mode", on && !failed}, {"was_already", already}, {"seconds", seconds}});
     } else if (!failed) {
-        context.out() << "DAB mode " << (already ? "was already " : "is ") << (on ? "on" : "off") << std::endl;
+        context.out() << "DAB mode " << (already ? "was already " : "is ") << (on ? "on" : "off")
+                      << std::endl;
     }
     if (failed)
-        throw Failure(ExitCode::Nothing, "DAB mode is off: the receiver program did not open its socket within 40 s",
+        throw Failure(ExitCode::Nothing,
+            "DAB mode is off: the receiver program did not open its socket within 40 s",
             "is it installed at /home/ondrak/qt-dab/qt-dab? (virtual instrument: bench/hardware brings one)");
 }
 
@@ -65,7 +67,8 @@ void sendDab(Context& context, const std::vector<std::string>& words, bool hex)
         throw Failure(ExitCode::Usage, "a DAB block has at most 117 bytes, \"dab\" included", "shorten it");
     const Bytes answer = context.controller().dab(block);
     if (answer.empty())
-        throw Failure(ExitCode::Nothing, "no answer from the DAB receiver", "is DAB mode on? tessaryctl dab start");
+        throw Failure(
+            ExitCode::Nothing, "no answer from the DAB receiver", "is DAB mode on? tessaryctl dab start");
     const std::string bytes = textOf(answer);
     if (context.json())
         context.print({{"text", bytes.substr(0, bytes.find('\0'))}, {"hex", hexText(bytes)}});
@@ -76,8 +79,9 @@ void sendDab(Context& context, const std::vector<std::string>& words, bool hex)
 Json jsonOf(const T2miPacket& packet, std::size_t size)
 {
     Json value{{"packet_type", packet.type}, {"packet_type_name", t2miTypeName(packet.type)},
-        {"packet_count", packet.count}, {"superframe_index", packet.superframeIndex}, {"stream_id", packet.streamId},
-        {"payload_bits", packet.payloadBits}, {"bytes", size}, {"crc_correct", packet.crcCorrect}};
+        {"packet_count", packet.count}, {"superframe_index", packet.superframeIndex},
+        {"stream_id", packet.streamId}, {"payload_bits", packet.payloadBits}, {"bytes", size},
+        {"crc_correct", packet.crcCorrect}};
     if (packet.basebandFrame.has_value())
         value["baseband_frame"] = {{"frame_index", packet.basebandFrame->frameIndex},
             {"plp_id", packet.basebandFrame->plpId},
@@ -90,12 +94,14 @@ void printPacket(std::ostream& out, const T2miPacket& packet, std::size_t size)
 {
     std::vector<std::vector<std::string>> rows{
         {"packet type", std::to_string(packet.type) + ", " + t2miTypeName(packet.type)},
-        {"packet count", std::to_string(packet.count)}, {"superframe", std::to_string(packet.superframeIndex)},
+        {"packet count", std::to_string(packet.count)},
+        {"superframe", std::to_string(packet.superframeIndex)},
         {"T2-MI stream", std::to_string(packet.streamId)},
         {"size", std::to_string(size) + " bytes, payload " + std::to_string(packet.payloadBits) + " bits"},
         {"CRC-32", packet.crcCorrect ? "right" : "WRONG"}};
     if (packet.basebandFrame.has_value()) {
-        rows.push_back({"T2 frame", std::to_string(packet.basebandFrame->frameIndex)
+        rows.push_back({"T2 frame",
+            std::to_string(packet.basebandFrame->frameIndex)
                 + (packet.basebandFrame->interleavingFrameStart ? ", first of an interleaving frame" : "")});
         rows.push_back({"PLP", std::to_string(packet.basebandFrame->plpId)});
     }
@@ -110,12 +116,14 @@ void t2miFrame(Context& context, const std::string& file, bool dump)
             "set a T2-MI server and scan: tessaryctl scan udp+t2mi 239.0.0.1 1234 4096 0");
     const auto packet = decodeT2miPacket(bytes);
     if (!packet.has_value())
-        throw Failure(ExitCode::BadAnswer, std::to_string(bytes.size()) + " bytes that are no T2-MI packet", "ask again");
+        throw Failure(ExitCode::BadAnswer, std::to_string(bytes.size()) + " bytes that are no T2-MI packet",
+            "ask again");
     if (!file.empty()) {
         std::ofstream out(file, std::ios::binary);
         out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
         if (!out.flush())
-            throw Failure(ExitCode::LocalFile, "cannot write " + file + ": " + std::strerror(errno), "name another file");
+            throw Failure(ExitCode::LocalFile, "cannot write " + file + ": " + std::strerror(errno),
+                "name another file");
     }
     if (context.json()) {
         Json value = jsonOf(*packet, bytes.size());
@@ -133,7 +141,8 @@ void ebsStatus(Context& context)
     const EbsStatus status = context.controller().ebsStatus();
     if (context.json())
         return context.print({{"programs", status.programs}, {"selected", status.selected}});
-    context.out() << tableOf({{"programs", std::to_string(status.programs)}, {"selected", std::to_string(status.selected)}})
+    context.out() << tableOf(
+        {{"programs", std::to_string(status.programs)}, {"selected", std::to_string(status.selected)}})
                   << std::flush;
 }
 
@@ -159,8 +168,8 @@ void acknowledge(Context& context, const std::string& text, const Json& value)
         context.out() << text << std::endl;
 }
 
-CLI::App* addEbsWithIndex(CLI::App& app, Context& context, const char* name, const char* text, const char* argument,
-    void (*run)(Context&, int))
+CLI::App* addEbsWithIndex(CLI::App& app, Context& context, const char* name, const char* text,
+    const char* argument, void (*run)(Context&, int))
 {
     auto* sub = addSubcommand(app, context, name, text);
     auto index = std::make_shared<int>(0);
@@ -190,7 +199,8 @@ void ebsAudio(Context& context, int level)
 void ebsScan(Context& context)
 {
     context.controller().ebsScan();
-    acknowledge(context, "scanning the FPGA's stream; tessaryctl ebs status tells what it finds", {{"scanning", true}});
+    acknowledge(context, "scanning the FPGA's stream; tessaryctl ebs status tells what it finds",
+        {{"scanning", true}});
 }
 
 void ebsVersion(Context& context)
@@ -207,8 +217,11 @@ void addDab(CLI::App& app, Context& context)
     sub->require_subcommand(1);
     addSubcommand(*sub, context, "start", "Hand display and sound to the DAB receiver (takes some seconds)")
         ->callback([&context] { switchDab(context, true); });
-    addSubcommand(*sub, context, "stop", "Take them back")->callback([&context] { switchDab(context, false); });
-    auto* send = addSubcommand(*sub, context, "send", "Send a block to the receiver and show its answer of 117 bytes");
+    addSubcommand(*sub, context, "stop", "Take them back")->callback([&context] {
+        switchDab(context, false);
+    });
+    auto* send =
+        addSubcommand(*sub, context, "send", "Send a block to the receiver and show its answer of 117 bytes");
     auto words = std::make_shared<std::vector<std::string>>();
     auto hex = std::make_shared<bool>(false);
     send->add_option("block", *words, "the block; \"dab\" is put before it when it is missing")->required();
@@ -230,12 +243,18 @@ void addEbs(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "ebs", "EBS frames");
     sub->require_subcommand(1);
-    addSubcommand(*sub, context, "scan", "Scan the FPGA's stream")->callback([&context] { ebsScan(context); });
+    addSubcommand(*sub, context, "scan", "Scan the FPGA's stream")->callback([&context] {
+        ebsScan(context);
+    });
     addSubcommand(*sub, context, "status", "Programs found, and the one selected")->callback([&context] {
         ebsStatus(context);
     });
-    addSubcommand(*sub, context, "info", "What the decoder decodes")->callback([&context] { ebsInfo(context); });
-    addSubcommand(*sub, context, "version", "The version line")->callback([&context] { ebsVersion(context); });
+    addSubcommand(*sub, context, "info", "What the decoder decodes")->callback([&context] {
+        ebsInfo(context);
+    });
+    addSubcommand(*sub, context, "version", "The version line")->callback([&context] {
+        ebsVersion(context);
+    });
     addEbsWithIndex(*sub, context, "play", "Play a service by its index, counted from 1", "index", ebsPlay);
     addEbsWithIndex(*sub, context, "name", "The instrument's name for an index", "index", ebsName);
     addEbsWithIndex(*sub, context, "audio", "Send an audio level", "level", ebsAudio);

@@ -96,7 +96,8 @@ void showIpStatus(Context& context)
 {
     const std::string text = context.controller().ipStatus();
     if (text.empty())
-        throw Failure(ExitCode::Nothing, "the instrument has nothing to tell of eth0", "does it have a wired interface?");
+        throw Failure(ExitCode::Nothing, "the instrument has nothing to tell of eth0",
+            "does it have a wired interface?");
     if (context.json())
         return context.print({{"text", text}});
     context.out() << text << std::flush;
@@ -106,18 +107,21 @@ std::uint32_t dottedDecimal(const std::string& text, const char* what)
 {
     in_addr address{};
     if (::inet_pton(AF_INET, text.c_str(), &address) != 1)
-        throw Failure(ExitCode::Usage, std::string(what) + " \"" + text + "\" is not written like 192.168.1.20",
+        throw Failure(ExitCode::Usage,
+            std::string(what) + " \"" + text + "\" is not written like 192.168.1.20",
             "tessaryctl interface static ADDRESS MASK");
     return ntohl(address.s_addr);
 }
 
-/// The instrument counts the mask's bits octet by octet and takes an octet between 0 and 255 for more than it is.
+/// The instrument counts the mask's bits octet by octet and takes an octet between 0 and 255 for more than it
+/// is.
 void remarkOnMask(const Context& context, std::uint32_t mask)
 {
     for (unsigned shift = 0; shift < 32; shift += 8) {
         const std::uint32_t octet = mask >> shift & 0xFFU;
         if (octet != 0 && octet != 0xFFU && octet != 0xFEU)
-            context.note("remark: the instrument counts masks by whole octets; look at what tessaryctl interface says");
+            context.note("remark: the instrument counts masks by whole octets; look at what tessaryctl "
+                         "interface says");
     }
 }
 
@@ -128,7 +132,8 @@ void setInterface(Context& context, const InterfaceSettings& settings)
         remarkOnMask(context, dottedDecimal(settings.mask, "mask"));
     }
     if (!settings.ethtoolCommand.empty() && settings.ethtoolCommand.rfind("ethtool ", 0) != 0)
-        throw Failure(ExitCode::Usage, "--ethtool takes a whole command", "such as \"ethtool -s eth0 speed 100 duplex full\"");
+        throw Failure(ExitCode::Usage, "--ethtool takes a whole command",
+            "such as \"ethtool -s eth0 speed 100 duplex full\"");
     Controller& controller = context.controller(slowCommand);
     controller.setInterface(settings);
     // An address by DHCP comes some seconds later.
@@ -166,15 +171,18 @@ void addInterfaceSettings(CLI::App& app, Context& context, const char* name, con
 
 void ping(Context& context, const std::string& host, int count)
 {
-    const std::string text = context.controller(10.0 + 2 * count).ping("-c " + std::to_string(count) + " " + host);
+    const std::string text =
+        context.controller(10.0 + 2 * count).ping("-c " + std::to_string(count) + " " + host);
     if (text.empty())
-        throw Failure(ExitCode::Nothing, "ping on the instrument printed nothing", "does the host \"" + host + "\" exist?");
+        throw Failure(ExitCode::Nothing, "ping on the instrument printed nothing",
+            "does the host \"" + host + "\" exist?");
     if (context.json())
         context.print({{"host", host}, {"text", text}});
     else
         context.out() << text << std::flush;
     if (text.find(" 0 received") != std::string::npos)
-        throw Failure(ExitCode::Nothing, host + " does not answer", "tessaryctl interface shows the instrument's address");
+        throw Failure(ExitCode::Nothing, host + " does not answer",
+            "tessaryctl interface shows the instrument's address");
 }
 
 void runCommand(Context& context, const std::string& text)
@@ -184,8 +192,8 @@ void runCommand(Context& context, const std::string& text)
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (context.json())
         return context.print({{"command", text}, {"seconds", seconds}});
-    context.out() << "ended after " << fixed(seconds, 1) << " s; the instrument does not tell its status or output"
-                  << std::endl;
+    context.out() << "ended after " << fixed(seconds, 1)
+                  << " s; the instrument does not tell its status or output" << std::endl;
 }
 
 /// Backslash escapes \n \r \t \0 \\ \xNN of a command typed on a shell.
@@ -242,15 +250,17 @@ void raw(Context& context, const RawOptions& options)
     SerialLine& line = context.line(2);
     line.discardInput();
     line.write(bytes, context.timeout(2));
-    const std::string answer = line.readUntilSilence(
-        context.timeout(2), Milliseconds(static_cast<long>(options.quiet * 1000)));
+    const std::string answer =
+        line.readUntilSilence(context.timeout(2), Milliseconds(static_cast<long>(options.quiet * 1000)));
     if (context.json())
         return context.print({{"sent_hex", hexText(bytes)}, {"text", answer}, {"hex", hexText(answer)}});
     const bool text = answer.find_first_not_of("\t\n\r") == std::string::npos
-        || std::all_of(answer.begin(), answer.end(),
-            [](char c) { return std::isprint(static_cast<unsigned char>(c)) != 0 || c == '\n' || c == '\r' || c == '\t'; });
+        || std::all_of(answer.begin(), answer.end(), [](char c) {
+               return std::isprint(static_cast<unsigned char>(c)) != 0 || c == '\n' || c == '\r' || c == '\t';
+           });
     if (options.binary || (text && !options.dump))
-        context.out() << answer << (options.binary || answer.empty() || answer.back() == '\n' ? "" : "\n") << std::flush;
+        context.out() << answer << (options.binary || answer.empty() || answer.back() == '\n' ? "" : "\n")
+                      << std::flush;
     else
         context.out() << hexDump(answer) << std::flush;
     if (answer.empty())
@@ -261,7 +271,9 @@ void raw(Context& context, const RawOptions& options)
 
 void addVersion(CLI::App& app, Context& context)
 {
-    addSubcommand(app, context, "version", "Tell software and FPGA version")->callback([&context] { version(context); });
+    addSubcommand(app, context, "version", "Tell software and FPGA version")->callback([&context] {
+        version(context);
+    });
 }
 
 void addStatus(CLI::App& app, Context& context)
@@ -275,7 +287,8 @@ void addInterface(CLI::App& app, Context& context)
     auto* sub = addSubcommand(app, context, "interface", "Show or set the wired interface");
     addInterfaceSettings(*sub, context, "dhcp", "Get the address by DHCP", true);
     addInterfaceSettings(*sub, context, "static", "Set a fixed address", false);
-    auto* details = addSubcommand(*sub, context, "status", "What ifconfig and ethtool on the instrument say of eth0");
+    auto* details =
+        addSubcommand(*sub, context, "status", "What ifconfig and ethtool on the instrument say of eth0");
     details->callback([&context] { showIpStatus(context); });
     sub->callback([&context, sub] {
         if (sub->get_subcommands().empty())
@@ -308,9 +321,11 @@ void addCommand(CLI::App& app, Context& context)
 
 void addRaw(CLI::App& app, Context& context)
 {
-    auto* sub = addSubcommand(app, context, "raw", "Send any text with a line feed, and show what comes back");
+    auto* sub =
+        addSubcommand(app, context, "raw", "Send any text with a line feed, and show what comes back");
     auto options = std::make_shared<RawOptions>();
-    sub->add_option("text", options->words, R"(what to send; \n \r \t \0 \\ \xNN stand for bytes)")->required();
+    sub->add_option("text", options->words, R"(what to send; \n \r \t \0 \\ \xNN stand for bytes)")
+        ->required();
     sub->add_flag("--hex", options->hex, "the text is bytes in hexadecimal, and no line feed follows");
     sub->add_flag("--no-line-feed", options->noLineFeed, "send no line feed at the end");
     sub->add_flag("--dump", options->dump, "show the answer in hexadecimal, also when it is text");

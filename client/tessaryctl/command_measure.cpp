@@ -34,7 +34,9 @@ public:
     InterruptGuard()
     {
         interrupted = 0;
-        struct sigaction action{};
+        struct sigaction action
+        {
+        };
         action.sa_handler = [](int) { interrupted = 1; };
         ::sigaction(SIGINT, &action, &m_before);
     }
@@ -43,7 +45,9 @@ public:
     InterruptGuard& operator=(const InterruptGuard&) = delete;
 
 private:
-    struct sigaction m_before{};
+    struct sigaction m_before
+    {
+    };
 };
 
 struct MeasureOptions
@@ -57,8 +61,9 @@ struct MeasureOptions
 
 std::string packetText(const Measurement& m)
 {
-    return m.packetSize == 0 ? "no whole TS packets"
-                             : std::to_string(m.packetsPerDatagram) + " × " + std::to_string(m.packetSize) + " bytes";
+    return m.packetSize == 0
+        ? "no whole TS packets"
+        : std::to_string(m.packetsPerDatagram) + " × " + std::to_string(m.packetSize) + " bytes";
 }
 
 void printMeasurement(std::ostream& out, const Measurement& m)
@@ -75,8 +80,8 @@ void setServerIfGiven(Controller& controller, const std::vector<std::string>& wo
         controller.setServer(parseServer(words));
 }
 
-/// Starts the capture. What another stream left in the figures counts as present for up to two seconds more: they are let
-/// pass when the server is a new one.
+/// Starts the capture. What another stream left in the figures counts as present for up to two seconds more:
+/// they are let pass when the server is a new one.
 void startCapture(Controller& controller, const std::vector<std::string>& server)
 {
     setServerIfGiven(controller, server);
@@ -94,7 +99,8 @@ void measureOnce(Context& context, const MeasureOptions& options)
     else if (measurement.present)
         printMeasurement(context.out(), measurement);
     if (!measurement.present)
-        throw Failure(ExitCode::Nothing, "no stream arrives (waited " + fixed(options.wait, 0) + " s)", absentRemedy);
+        throw Failure(
+            ExitCode::Nothing, "no stream arrives (waited " + fixed(options.wait, 0) + " s)", absentRemedy);
 }
 
 /// Small bars, one for each of the last values, scaled to the largest.
@@ -139,14 +145,16 @@ std::string clockText()
     return text;
 }
 
-void drawScreen(std::ostream& out, const Watch& watch, const Measurement& m, const std::vector<std::int64_t>& times)
+void drawScreen(
+    std::ostream& out, const Watch& watch, const Measurement& m, const std::vector<std::int64_t>& times)
 {
     const std::size_t width = terminalWidth();
     std::string text = "\033[H\033[2J\033[1mtessaryctl measure\033[0m   " + clockText() + "   "
         + (m.present ? "\033[32mstream present\033[0m" : "\033[31mno stream\033[0m") + "   Ctrl-C ends\n\n";
     text += tableOf({{"bit rate", bitRateText(m.bitRate), course(watch.bitRates)},
         {"delay factor", std::to_string(m.delayFactorMs) + " ms", course(watch.delayFactors)},
-        {"continuity errors", std::to_string(m.continuityErrors), std::to_string(watch.errors) + " since the start"},
+        {"continuity errors", std::to_string(m.continuityErrors),
+            std::to_string(watch.errors) + " since the start"},
         {"datagram", packetText(m), ""}});
     text += "\ninter-arrival times";
     if (times.empty())
@@ -161,8 +169,8 @@ void printWatchLine(std::ostream& out, const Measurement& m)
 {
     out << clockText() << "  ";
     if (m.present)
-        out << bitRateText(m.bitRate) << "  delay factor " << m.delayFactorMs << " ms  errors " << m.continuityErrors
-            << "  " << packetText(m) << std::endl;
+        out << bitRateText(m.bitRate) << "  delay factor " << m.delayFactorMs << " ms  errors "
+            << m.continuityErrors << "  " << packetText(m) << std::endl;
     else
         out << "no stream" << std::endl;
 }
@@ -266,13 +274,15 @@ void addMeasure(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "measure", "Measure how the stream arrives (this stops playing)");
     auto options = std::make_shared<MeasureOptions>();
-    sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")->expected(0, 5);
+    sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")
+        ->expected(0, 5);
     sub->add_flag("-w,--watch", options->watch,
         "a live screen; lines instead when the output is no terminal or --json is given");
     sub->add_option("--interval", options->interval, "seconds between two readings of --watch")
         ->check(between(0.1, 3600.0))
         ->capture_default_str();
-    sub->add_option("-n,--count", options->count, "end --watch after so many readings")->check(between(1, 1000000000));
+    sub->add_option("-n,--count", options->count, "end --watch after so many readings")
+        ->check(between(1, 1000000000));
     sub->add_option("--wait", options->wait, "seconds to wait for the stream")
         ->check(between(0.0, 3600.0))
         ->capture_default_str();
@@ -289,9 +299,12 @@ void addIat(CLI::App& app, Context& context)
     auto* sub = addSubcommand(
         app, context, "iat", "Show the inter-arrival times of the last 1024 datagrams (this stops playing)");
     auto options = std::make_shared<IatOptions>();
-    sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")->expected(0, 5);
+    sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")
+        ->expected(0, 5);
     sub->add_flag("--plot", options->plot, "draw a histogram");
-    sub->add_option("--bins", options->bins, "bars of the histogram")->check(between(1, 1000))->capture_default_str();
+    sub->add_option("--bins", options->bins, "bars of the histogram")
+        ->check(between(1, 1000))
+        ->capture_default_str();
     sub->add_option("--png", options->png, "write histogram and course as a picture")->type_name("FILE");
     sub->add_option("--svg", options->svg, "the same as a vector graphic")->type_name("FILE");
     sub->add_option("--wait", options->wait, "seconds to wait for datagrams")

@@ -30,7 +30,8 @@ void showSize(Context& context, std::uint64_t bytes, bool recording)
             value["recording"] = true;
         context.print(value);
     } else {
-        context.out() << (bytes == 0 ? std::string("no recording") : byteCount(static_cast<double>(bytes)) + " recorded")
+        context.out() << (bytes == 0 ? std::string("no recording")
+                                     : byteCount(static_cast<double>(bytes)) + " recorded")
                       << (recording ? ", goes on" : "") << std::endl;
     }
 }
@@ -40,7 +41,8 @@ void awaitEnd(Controller& controller, double seconds)
 {
     const auto start = Clock::now();
     while (secondsSince(start) < seconds) {
-        std::this_thread::sleep_for(Milliseconds(std::lround(std::min(1.0, seconds - secondsSince(start)) * 1000) + 1));
+        std::this_thread::sleep_for(
+            Milliseconds(std::lround(std::min(1.0, seconds - secondsSince(start)) * 1000) + 1));
         if (errorIsTerminal())
             std::cerr << "\rrecording " << durationText(secondsSince(start)) << ", "
                       << byteCount(static_cast<double>(controller.recordingSize())) << "\033[K" << std::flush;
@@ -71,7 +73,8 @@ void exportRecording(Context& context, double wait)
     Controller& controller = context.controller();
     const std::uint64_t bytes = controller.recordingSize();
     if (bytes == 0)
-        throw Failure(ExitCode::Nothing, "there is no recording", "make one: tessaryctl record start --seconds 10");
+        throw Failure(
+            ExitCode::Nothing, "there is no recording", "make one: tessaryctl record start --seconds 10");
     const auto start = Clock::now();
     controller.exportRecording();
     if (errorIsTerminal())
@@ -82,8 +85,9 @@ void exportRecording(Context& context, double wait)
     const double seconds = secondsSince(start);
     if (context.json())
         return context.print({{"bytes", bytes}, {"seconds", seconds}});
-    context.out() << "export of " << byteCount(static_cast<double>(bytes)) << " ended after " << fixed(seconds, 1)
-                  << " s; the instrument does not tell whether the FPGA took everything" << std::endl;
+    context.out() << "export of " << byteCount(static_cast<double>(bytes)) << " ended after "
+                  << fixed(seconds, 1) << " s; the instrument does not tell whether the FPGA took everything"
+                  << std::endl;
 }
 
 } // namespace
@@ -92,16 +96,18 @@ void addRecord(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "record", "Record the current stream to the memory card");
     sub->require_subcommand(1);
-    auto* start = addSubcommand(*sub, context, "start", "Begin to record; without a source, the FPGA's stream");
+    auto* start =
+        addSubcommand(*sub, context, "start", "Begin to record; without a source, the FPGA's stream");
     auto seconds = std::make_shared<double>(0);
     start->add_option("-s,--seconds", *seconds, "stop after so many seconds; otherwise with record stop")
         ->check(between(0.1, 1000000.0));
     start->callback([&context, seconds] { startRecording(context, *seconds); });
-    addSubcommand(*sub, context, "stop", "End the recording, and with it the current source")->callback([&context] {
-        Controller& controller = context.controller();
-        controller.stopRecording();
-        showSize(context, controller.recordingSize(), false);
-    });
+    addSubcommand(*sub, context, "stop", "End the recording, and with it the current source")
+        ->callback([&context] {
+            Controller& controller = context.controller();
+            controller.stopRecording();
+            showSize(context, controller.recordingSize(), false);
+        });
     addSubcommand(*sub, context, "status", "Tell the recording's size")->callback([&context] {
         showSize(context, context.controller().recordingSize(), false);
     });
@@ -111,7 +117,9 @@ void addExport(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "export", "Send the recording to the FPGA");
     auto wait = std::make_shared<double>(600);
-    sub->add_option("--wait", *wait, "seconds to wait for its end")->check(between(1.0, 86400.0))->capture_default_str();
+    sub->add_option("--wait", *wait, "seconds to wait for its end")
+        ->check(between(1.0, 86400.0))
+        ->capture_default_str();
     sub->callback([&context, wait] { exportRecording(context, *wait); });
 }
 

@@ -127,9 +127,10 @@ void scan(Context& context, const ScanOptions& options)
     StreamReport report;
     awaitTables(controller, report, options.wait);
     if (!report.services.has_value() && !report.network.has_value())
-        throw Failure(ExitCode::Nothing, "no service list and no network information within "
-                + fixed(options.wait, 0) + " s",
-            "check that the stream is on the air (tessaryctl measure), that address, port and protocol are right, or wait "
+        throw Failure(ExitCode::Nothing,
+            "no service list and no network information within " + fixed(options.wait, 0) + " s",
+            "check that the stream is on the air (tessaryctl measure), that address, port and protocol are "
+            "right, or wait "
             "longer with --wait");
     if (report.services.has_value() && !options.noPids)
         collectPrograms(controller, report);
@@ -144,7 +145,8 @@ void info(Context& context)
 {
     Controller& controller = context.controller();
     if (controller.playerStatus().empty())
-        throw Failure(ExitCode::Nothing, "no source has been selected", "run: tessaryctl scan, or tessaryctl play");
+        throw Failure(
+            ExitCode::Nothing, "no source has been selected", "run: tessaryctl scan, or tessaryctl play");
     StreamReport report;
     report.services = servicesNow(controller);
     report.network = networkNow(controller);
@@ -165,11 +167,13 @@ std::string lowered(std::string text)
 
 int programNumberOf(Controller& controller, const std::string& text, std::optional<ServiceTable>& services)
 {
-    const bool digits = !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
+    const bool digits = !text.empty()
+        && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
     if (digits && text.size() <= 5 && std::stoi(text) <= 0xFFFF)
         return std::stoi(text);
     if (digits)
-        throw Failure(ExitCode::Usage, "program numbers go up to 65535", "tessaryctl info lists the services");
+        throw Failure(
+            ExitCode::Usage, "program numbers go up to 65535", "tessaryctl info lists the services");
     if (services.has_value()) {
         for (const auto& service : services->services.services) {
             if (lowered(service.name) == lowered(text))
@@ -178,7 +182,8 @@ int programNumberOf(Controller& controller, const std::string& text, std::option
     }
     const bool silent = controller.playerStatus().empty();
     throw Failure(ExitCode::Nothing, "no service has the name \"" + text + "\"",
-        silent ? "run tessaryctl scan first, or give the program's number" : "tessaryctl info lists the services");
+        silent ? "run tessaryctl scan first, or give the program's number"
+               : "tessaryctl info lists the services");
 }
 
 void play(Context& context, const std::string& text, double wait)
@@ -195,8 +200,8 @@ void play(Context& context, const std::string& text, double wait)
     StreamReport report{services, {}, std::nullopt};
     const auto* service = report.serviceOf(static_cast<std::uint16_t>(number));
     if (context.json()) {
-        Json value{{"program", number}, {"name", service != nullptr ? Json(service->name) : Json()}, {"status", status},
-            {"map", program.has_value() ? jsonOf(*program) : Json()}};
+        Json value{{"program", number}, {"name", service != nullptr ? Json(service->name) : Json()},
+            {"status", status}, {"map", program.has_value() ? jsonOf(*program) : Json()}};
         context.print(value);
     } else if (program.has_value()) {
         context.out() << status << ": program " << number;
@@ -223,8 +228,8 @@ void setServer(Context& context, const std::vector<std::string>& words)
     if (context.json())
         context.print({{"server", serverUrl(server)}, {"command", "server=" + server.text()}});
     else
-        context.out() << "stream server " << serverUrl(server) << "; taken by the next scan, play or measurement"
-                      << std::endl;
+        context.out() << "stream server " << serverUrl(server)
+                      << "; taken by the next scan, play or measurement" << std::endl;
 }
 
 } // namespace
@@ -234,7 +239,8 @@ void addServer(CLI::App& app, Context& context)
     auto* sub = addSubcommand(app, context, "server", "Set the stream server");
     auto words = std::make_shared<std::vector<std::string>>();
     sub->add_option("server", *words,
-           "udp://ADDRESS:PORT, rtp://..., udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP, or the same in words: udp ADDRESS PORT")
+           "udp://ADDRESS:PORT, rtp://..., udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP, or the same in words: "
+           "udp ADDRESS PORT")
         ->expected(0, 5);
     sub->callback([&context, words] { setServer(context, *words); });
 }
@@ -243,7 +249,8 @@ void addScan(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "scan", "Find what is in the stream: services, PIDs, network");
     auto options = std::make_shared<ScanOptions>();
-    sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")->expected(0, 5);
+    sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")
+        ->expected(0, 5);
     sub->add_option("--source", options->source, "ip, fpga (front end) or recording (memory card)")
         ->check(CLI::IsMember({"ip", "fpga", "recording"}))
         ->capture_default_str();
@@ -257,7 +264,8 @@ void addScan(CLI::App& app, Context& context)
 
 void addInfo(CLI::App& app, Context& context)
 {
-    auto* sub = addSubcommand(app, context, "info", "Tell what is known of the current stream, without disturbing it");
+    auto* sub = addSubcommand(
+        app, context, "info", "Tell what is known of the current stream, without disturbing it");
     sub->callback([&context] { info(context); });
 }
 

@@ -36,7 +36,8 @@ Bytes readPackage(const UpdateOptions& options)
 {
     std::ifstream file(options.file, std::ios::binary);
     if (!file)
-        throw Failure(ExitCode::LocalFile, "cannot read " + options.file + ": " + std::strerror(errno), "check the path");
+        throw Failure(ExitCode::LocalFile, "cannot read " + options.file + ": " + std::strerror(errno),
+            "check the path");
     Bytes bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     if (file.bad() || bytes.empty())
         throw Failure(ExitCode::LocalFile, options.file + (bytes.empty() ? " is empty" : " can not be read"),
@@ -64,14 +65,16 @@ Bytes readPackage(const UpdateOptions& options)
             "try again; if it stays so, the instrument's software does not know the command");
     case Result::Refused:
         throw Failure(ExitCode::UpdateRefused,
-            "the instrument refused the package: its checksum did not match, or there is no room for the file in /tmp",
+            "the instrument refused the package: its checksum did not match, or there is no room for the "
+            "file in /tmp",
             again);
     case Result::BytesLost:
         throw Failure(ExitCode::UpdateBytesLost,
             "bytes were lost on the line: the instrument waited for the rest of the package and gave up",
             "check the cable, and that no other program uses the port; " + again);
     case Result::Restarted:
-        throw Failure(ExitCode::UpdateRestarted, "the instrument restarted during the update; nothing was installed",
+        throw Failure(ExitCode::UpdateRestarted,
+            "the instrument restarted during the update; nothing was installed",
             "check its power supply, then send the package again");
     case Result::Unconfirmed:
     case Result::Installed:
@@ -94,17 +97,15 @@ void update(Context& context, const UpdateOptions& options)
     SoftwareUpdate::Result result{};
     {
         ProgressBar progress("sending", package.size());
-        result = transfer.run(package, [&](std::size_t sent) {
-            progress.update(sent);
-        });
+        result = transfer.run(package, [&](std::size_t sent) { progress.update(sent); });
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     const bool installed = result == SoftwareUpdate::Result::Installed;
     if (context.json())
         context.print({{"installed", installed}, {"bytes", package.size()}, {"seconds", seconds}});
     else if (installed)
-        context.out() << "update ok: " << byteCount(static_cast<double>(package.size())) << " sent and installed in "
-                      << durationText(seconds) << std::endl;
+        context.out() << "update ok: " << byteCount(static_cast<double>(package.size()))
+                      << " sent and installed in " << durationText(seconds) << std::endl;
     if (!installed)
         fail(result, options);
     context.note(offlineRemark);
@@ -117,7 +118,8 @@ void addUpdate(CLI::App& app, Context& context)
     auto* sub = addSubcommand(app, context, "update", "Send a software package and have it installed");
     auto options = std::make_shared<UpdateOptions>();
     sub->add_option("file", options->file, "Debian package")->required()->type_name("FILE.deb");
-    sub->add_option("--rate", options->bytesPerSecond, "send at most so many bytes a second; a line of 115200 baud carries 11520")
+    sub->add_option("--rate", options->bytesPerSecond,
+           "send at most so many bytes a second; a line of 115200 baud carries 11520")
         ->check(between(100, 100000000))
         ->capture_default_str();
     sub->add_option("--install-timeout", options->installSeconds, "seconds to wait for the installation")

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <CLI/App.hpp>
-#include <CLI/Formatter.hpp>
 #include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 #include <string>
 
 namespace tessary::ctl {

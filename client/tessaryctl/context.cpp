@@ -22,7 +22,8 @@ client::Controller& Session::open(const std::string& port, Milliseconds timeout)
         m_line = std::make_unique<client::SerialLine>(port);
         m_line->lock();
     }
-    // A query that may be silent is followed by the question whether the daemon lives, so the first wait can be short.
+    // A query that may be silent is followed by the question whether the daemon lives, so the first wait can
+    // be short.
     constexpr Milliseconds silence{300};
     m_controller = std::make_unique<client::Controller>(
         *m_line, client::Patience{timeout, silence, std::min(silence, timeout), timeout});

@@ -24,7 +24,8 @@ struct Options
 /// The port that is used when none is given: the environment's TESSARY_PORT, else the virtual instrument's.
 std::string defaultPort();
 
-/// The line to the instrument, opened when it is first needed and kept, so that the shell's commands share it.
+/// The line to the instrument, opened when it is first needed and kept, so that the shell's commands share
+/// it.
 class Session
 {
 public:

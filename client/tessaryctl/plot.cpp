@@ -84,12 +84,14 @@ void drawHistogram(cairo_t* canvas, const std::vector<std::int64_t>& times)
     const auto width = static_cast<double>(bins.front().to - bins.front().from);
     const double end = bins.back().outliers ? static_cast<double>(bins.back().from) + width
                                             : static_cast<double>(bins.back().to);
-    const Frame frame{80, 80, 780, 220, static_cast<double>(bins.front().from), end, 0, static_cast<double>(most) * 1.05};
+    const Frame frame{
+        80, 80, 780, 220, static_cast<double>(bins.front().from), end, 0, static_cast<double>(most) * 1.05};
     drawAxes(canvas, frame, true);
     for (const auto& bin : bins) {
         const double left = frame.x(static_cast<double>(bin.from));
         const double right = frame.x(static_cast<double>(bin.from) + width);
-        cairo_set_source_rgb(canvas, bin.outliers ? 0.80 : 0.12, bin.outliers ? 0.25 : 0.42, bin.outliers ? 0.15 : 0.70);
+        cairo_set_source_rgb(
+            canvas, bin.outliers ? 0.80 : 0.12, bin.outliers ? 0.25 : 0.42, bin.outliers ? 0.15 : 0.70);
         const double top = frame.y(static_cast<double>(bin.count));
         cairo_rectangle(canvas, left, top, std::max(right - left - 1, 0.5), frame.top + frame.height - top);
         cairo_fill(canvas);
@@ -150,7 +152,8 @@ void writePng(const Plot& plot, const std::string& path)
 
 void writeSvg(const Plot& plot, const std::string& path)
 {
-    const Surface surface(cairo_svg_surface_create(path.c_str(), pictureWidth, pictureHeight), &cairo_surface_destroy);
+    const Surface surface(
+        cairo_svg_surface_create(path.c_str(), pictureWidth, pictureHeight), &cairo_surface_destroy);
     check(cairo_surface_status(surface.get()), path);
     draw(surface.get(), plot);
     cairo_surface_finish(surface.get());
@@ -176,12 +179,12 @@ std::string textHistogram(const std::vector<std::int64_t>& times, std::size_t bi
     const std::size_t room = width > labelWidth + countWidth + 12 ? width - labelWidth - countWidth - 2 : 10;
     std::string text;
     for (const auto& bin : histogram) {
-        const std::string range = microsecondsText(static_cast<double>(bin.from)) + (bin.outliers ? " … " : " – ")
-            + microsecondsText(static_cast<double>(bin.to));
+        const std::string range = microsecondsText(static_cast<double>(bin.from))
+            + (bin.outliers ? " … " : " – ") + microsecondsText(static_cast<double>(bin.to));
         const std::string count = std::to_string(bin.count);
-        text += std::string(displayWidth(range) < labelWidth ? labelWidth - displayWidth(range) : 0, ' ') + range
-            + std::string(count.size() < countWidth ? countWidth - count.size() : 0, ' ') + count + "  "
-            + bar(static_cast<double>(bin.count) / static_cast<double>(most), room) + "\n";
+        text += std::string(displayWidth(range) < labelWidth ? labelWidth - displayWidth(range) : 0, ' ')
+            + range + std::string(count.size() < countWidth ? countWidth - count.size() : 0, ' ') + count
+            + "  " + bar(static_cast<double>(bin.count) / static_cast<double>(most), room) + "\n";
     }
     return text;
 }

@@ -113,9 +113,10 @@ CLI::App* addSubcommand(
 
 std::string howToStart(const std::string& port)
 {
-    std::string text = "plug in the serial adapter and name it with --port or TESSARY_PORT (such as /dev/ttyUSB0),\n"
-                       "    or start the virtual instrument in the source tree:  sudo bench/instrument run\n"
-                       "    (script/demo --stay starts it together with a stream)";
+    std::string text =
+        "plug in the serial adapter and name it with --port or TESSARY_PORT (such as /dev/ttyUSB0),\n"
+        "    or start the virtual instrument in the source tree:  sudo bench/instrument run\n"
+        "    (script/demo --stay starts it together with a stream)";
     if (port != "/run/tessary-instrument/controller")
         text += "\n    and use its port, /run/tessary-instrument/controller";
     return text;
@@ -128,8 +129,9 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
     app->footer(footer);
     app->get_formatter()->column_width(28);
     addSharedOptions(*app, context);
-    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addServer, addInterface, addPing,
-             addRecord, addExport, addT2miFrame, addSendTs, addEbs, addDab, addUpdate, addVersion, addCommand, addRaw})
+    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addServer, addInterface,
+             addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs, addDab, addUpdate, addVersion,
+             addCommand, addRaw})
         add(*app, context);
     addSubcommand(*app, context, "shell", "Type sub-commands one after another, with history and completion")
         ->callback([&context] {
@@ -143,9 +145,12 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
 int runCommandLine(Context& context, const std::vector<std::string>& words)
 {
     const auto parser = makeParser(context);
-    const auto port = [&context] { return context.options.port.empty() ? defaultPort() : context.options.port; };
+    const auto port = [&context] {
+        return context.options.port.empty() ? defaultPort() : context.options.port;
+    };
     try {
-        std::vector<std::string> reversed(words.rbegin(), words.rend()); // the parser takes them from the back
+        std::vector<std::string> reversed(
+            words.rbegin(), words.rend()); // the parser takes them from the back
         parser->parse(std::move(reversed));
         if (parser->get_subcommands().empty())
             overview(*parser, context);
@@ -162,7 +167,8 @@ int runCommandLine(Context& context, const std::vector<std::string>& words)
         return sayLineError(error, port());
     } catch (const client::AnswerError& error) {
         return say(ExitCode::BadAnswer, error.what(),
-            "ask again; if it stays so, look at the line's speed and wiring, and whether another program uses the port");
+            "ask again; if it stays so, look at the line's speed and wiring, and whether another program "
+            "uses the port");
     } catch (const std::exception& error) {
         return say(ExitCode::Internal, error.what());
     }
@@ -176,8 +182,8 @@ std::vector<std::string> completionsOf(const std::vector<std::string>& words)
     const CLI::App* app = parser.get();
     for (std::size_t i = 0; i + 1 < words.size(); ++i) {
         const auto children = app->get_subcommands([](const CLI::App*) { return true; });
-        const auto found = std::find_if(
-            children.begin(), children.end(), [&](const CLI::App* child) { return child->get_name() == words[i]; });
+        const auto found = std::find_if(children.begin(), children.end(),
+            [&](const CLI::App* child) { return child->get_name() == words[i]; });
         if (found != children.end())
             app = *found;
     }

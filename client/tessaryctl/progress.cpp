@@ -27,8 +27,9 @@ std::string ProgressBar::text(std::size_t done) const
     const double share = m_total == 0 ? 1 : static_cast<double>(done) / static_cast<double>(m_total);
     const double seconds = std::chrono::duration<double>(Clock::now() - m_start).count();
     const double rate = seconds > 0.2 ? static_cast<double>(done) / seconds : 0;
-    std::string text = m_what + " " + padded(fixed(share * 100, 0) + " %", 5) + " [" + padded(bar(share, barWidth), barWidth)
-        + "] " + byteCount(static_cast<double>(done)) + " of " + byteCount(static_cast<double>(m_total));
+    std::string text = m_what + " " + padded(fixed(share * 100, 0) + " %", 5) + " ["
+        + padded(bar(share, barWidth), barWidth) + "] " + byteCount(static_cast<double>(done)) + " of "
+        + byteCount(static_cast<double>(m_total));
     if (rate > 0)
         text += ", " + byteCount(rate) + "/s, "
             + (done < m_total ? durationText(static_cast<double>(m_total - done) / rate) + " left"

@@ -6,8 +6,8 @@
 
 namespace tessary::ctl {
 
-/// A bar with share, amount, rate and remaining time on standard error; on a terminal it is redrawn in place, elsewhere a
-/// line is written every ten percent.
+/// A bar with share, amount, rate and remaining time on standard error; on a terminal it is redrawn in place,
+/// elsewhere a line is written every ten percent.
 class ProgressBar
 {
 public:

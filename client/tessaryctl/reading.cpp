@@ -15,7 +15,8 @@ namespace {
 [[noreturn]] void throwNoLink()
 {
     throw Failure(ExitCode::NoLink, "the instrument's Ethernet is not connected",
-        "plug the cable in (virtual instrument: bench/instrument link up); tessaryctl interface shows the state");
+        "plug the cable in (virtual instrument: bench/instrument link up); tessaryctl interface shows the "
+        "state");
 }
 
 } // namespace

@@ -11,12 +11,13 @@ namespace tessary::ctl {
 /// One measurement; throws Failure NoLink when the Ethernet is down.
 client::Measurement readMeasurement(client::Controller& controller);
 
-/// A measurement that means something: starts the capture, waits for the stream at most `wait` seconds, and, when
-/// the capture was not running yet, until a period has passed whose delay factor counts. Not present when no stream
-/// came.
+/// A measurement that means something: starts the capture, waits for the stream at most `wait` seconds, and,
+/// when the capture was not running yet, until a period has passed whose delay factor counts. Not present
+/// when no stream came.
 client::Measurement settledMeasurement(client::Controller& controller, double wait);
 
-/// The inter-arrival times that the instrument has, those without an interval left out; throws Failure NoLink.
+/// The inter-arrival times that the instrument has, those without an interval left out; throws Failure
+/// NoLink.
 std::vector<std::int64_t> readInterArrivalTimes(client::Controller& controller);
 
 Json jsonOf(const client::Measurement& measurement);

@@ -19,7 +19,8 @@ constexpr int largestPid = 0x1FFE; // 0x1FFF are null packets
 [[noreturn]] void refuse(const std::string& what)
 {
     throw Failure(ExitCode::Usage, what,
-        "write udp://239.0.0.1:1234 or rtp://239.0.0.1:1234; with T2-MI 'udp+t2mi://239.0.0.1:1234?pid=4096&plp=0'");
+        "write udp://239.0.0.1:1234 or rtp://239.0.0.1:1234; with T2-MI "
+        "'udp+t2mi://239.0.0.1:1234?pid=4096&plp=0'");
 }
 
 int number(const std::string& text, const char* what, int least, int most)
@@ -56,7 +57,8 @@ bool carriesT2mi(Protocol protocol)
 /// A URL as words.
 std::vector<std::string> wordsOf(const std::string& url)
 {
-    static const std::regex form(R"(([A-Za-z0-9+_]+)://([^:/?]+)(?::([0-9]+))?/?(?:\?pid=([0-9]+)&plp=([0-9]+))?)");
+    static const std::regex form(
+        R"(([A-Za-z0-9+_]+)://([^:/?]+)(?::([0-9]+))?/?(?:\?pid=([0-9]+)&plp=([0-9]+))?)");
     std::smatch parts;
     if (!std::regex_match(url, parts, form))
         refuse("\"" + url + "\" is no stream server");
@@ -84,7 +86,8 @@ client::StreamServer parseServer(const std::vector<std::string>& given)
         refuse("\"" + words[1] + "\" is no IPv4 address");
     server.port = static_cast<std::uint16_t>(number(words[2], "port", 1, 65535));
     if (carriesT2mi(server.protocol) != (words.size() == 5))
-        refuse(words.size() == 5 ? "PID and PLP go with udp+t2mi and rtp+t2mi only" : "T2-MI needs PID and PLP");
+        refuse(
+            words.size() == 5 ? "PID and PLP go with udp+t2mi and rtp+t2mi only" : "T2-MI needs PID and PLP");
     if (carriesT2mi(server.protocol)) {
         server.t2miPid = static_cast<std::uint16_t>(number(words[3], "PID", 0, largestPid));
         server.t2miPlpId = static_cast<std::uint8_t>(number(words[4], "PLP", 0, 255));

@@ -7,9 +7,9 @@
 
 namespace tessary::ctl {
 
-/// A stream server as a person writes it: "udp://239.0.0.1:1234", "rtp+t2mi://239.0.0.2:5000?pid=4096&plp=0", or
-/// in words, "udp 239.0.0.1 1234", "rtp+t2mi 239.0.0.2 5000 4096 0". Throws Failure Usage that says what is
-/// wrong.
+/// A stream server as a person writes it: "udp://239.0.0.1:1234", "rtp+t2mi://239.0.0.2:5000?pid=4096&plp=0",
+/// or in words, "udp 239.0.0.1 1234", "rtp+t2mi 239.0.0.2 5000 4096 0". Throws Failure Usage that says what
+/// is wrong.
 client::StreamServer parseServer(const std::vector<std::string>& words);
 
 /// The first of these forms.

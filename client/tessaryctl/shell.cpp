@@ -28,8 +28,8 @@ std::filesystem::path historyFile()
     const char* state = std::getenv("XDG_STATE_HOME");
     const char* home = std::getenv("HOME");
     const std::filesystem::path base = state != nullptr && *state != '\0' ? std::filesystem::path(state)
-        : home != nullptr                                                 ? std::filesystem::path(home) / ".local/state"
-                                                                          : std::filesystem::path();
+        : home != nullptr ? std::filesystem::path(home) / ".local/state"
+                          : std::filesystem::path();
     return base.empty() ? base : base / "tessaryctl" / "history";
 }
 
@@ -172,7 +172,8 @@ private:
     std::filesystem::path m_file;
 };
 
-/// Runs one line; the session stays open for the next one. Shared options given to the shell hold for its commands.
+/// Runs one line; the session stays open for the next one. Shared options given to the shell hold for its
+/// commands.
 int runLine(Context& shell, Session& session, const std::vector<std::string>& words)
 {
     if (words.front() == "shell") {

@@ -21,8 +21,8 @@ std::string pidText(std::uint16_t pid)
 void printServices(std::ostream& out, const StreamReport& report)
 {
     const ServiceDescription& table = report.services->services;
-    out << "Transport stream " << table.transportStreamId << ", original network " << table.originalNetworkId << ", "
-        << table.services.size() << (table.services.size() == 1 ? " service" : " services")
+    out << "Transport stream " << table.transportStreamId << ", original network " << table.originalNetworkId
+        << ", " << table.services.size() << (table.services.size() == 1 ? " service" : " services")
         << (report.services->complete ? "" : " (the SDT is not complete yet)") << "\n\n";
     std::vector<std::vector<std::string>> rows{{"program", "service", "provider", "kind", "status"}};
     for (const auto& service : table.services) {
@@ -52,7 +52,8 @@ void printNetwork(std::ostream& out, const StreamReport& report)
     out << "\nNetwork " << network.networkId << "  " << printable(network.networkName)
         << (report.network->complete ? "" : "  (the NIT is not complete yet)") << '\n';
     for (const auto& stream : network.transportStreams) {
-        out << "  transport stream " << stream.transportStreamId << ", original network " << stream.originalNetworkId;
+        out << "  transport stream " << stream.transportStreamId << ", original network "
+            << stream.originalNetworkId;
         if (!stream.services.empty()) {
             out << ", services";
             for (const auto& service : stream.services)
@@ -108,7 +109,8 @@ const ServiceDescription::Service* StreamReport::serviceOf(std::uint16_t id) con
     if (!services.has_value())
         return nullptr;
     const auto& all = services->services.services;
-    const auto found = std::find_if(all.begin(), all.end(), [&](const auto& service) { return service.id == id; });
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&](const auto& service) { return service.id == id; });
     return found != all.end() ? &*found : nullptr;
 }
 

@@ -23,8 +23,9 @@ std::size_t decode(const std::string& text, std::size_t at, wchar_t& character)
 {
     std::mbstate_t state{};
     const std::size_t size = std::mbrtowc(&character, text.data() + at, text.size() - at, &state);
-    return size == static_cast<std::size_t>(-1) || size == static_cast<std::size_t>(-2) ? 0
-                                                                                         : std::max<std::size_t>(size, 1);
+    return size == static_cast<std::size_t>(-1) || size == static_cast<std::size_t>(-2)
+        ? 0
+        : std::max<std::size_t>(size, 1);
 }
 
 std::string withUnit(double value, const std::vector<const char*>& units)
@@ -188,7 +189,10 @@ std::string hexDump(const std::string& bytes)
         std::string letters;
         for (const char c : part) {
             hex += " " + hexText(std::string(1, c));
-            letters += std::isprint(static_cast<unsigned char>(c)) != 0 && static_cast<unsigned char>(c) < 0x80 ? c : '.';
+            letters +=
+                std::isprint(static_cast<unsigned char>(c)) != 0 && static_cast<unsigned char>(c) < 0x80
+                ? c
+                : '.';
         }
         text += offset.data() + padded(hex, perLine * 3) + "  " + letters + "\n";
     }
@@ -198,10 +202,12 @@ std::string hexDump(const std::string& bytes)
 std::string fromHexText(const std::string& text)
 {
     std::string digits;
-    std::copy_if(text.begin(), text.end(), std::back_inserter(digits), [](char c) { return c != ' ' && c != ':'; });
+    std::copy_if(
+        text.begin(), text.end(), std::back_inserter(digits), [](char c) { return c != ' ' && c != ':'; });
     const auto isDigit = [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; };
     if (digits.size() % 2 != 0 || !std::all_of(digits.begin(), digits.end(), isDigit))
-        throw Failure(ExitCode::Usage, "\"" + text + "\" are no bytes in hexadecimal", "write them as 64 61 62 0a");
+        throw Failure(
+            ExitCode::Usage, "\"" + text + "\" are no bytes in hexadecimal", "write them as 64 61 62 0a");
     std::string bytes;
     for (std::size_t at = 0; at < digits.size(); at += 2)
         bytes.push_back(static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, 16)));

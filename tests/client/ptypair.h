@@ -19,6 +19,9 @@ public:
         char name[128] = {};
         if (::openpty(&m_far, &m_near, name, nullptr, nullptr) != 0)
             throw std::runtime_error("openpty failed");
+        for (const int end : {m_far, m_near})
+            ::fcntl(end, F_SETFD,
+                FD_CLOEXEC); // else a child that is started meanwhile keeps the line from hanging up
         m_path = name;
     }
     ~PtyPair() { hangUp(); }

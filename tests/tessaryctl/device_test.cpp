@@ -25,11 +25,12 @@ TEST_F(ToolDevices, RecordMakesARecordingThatExportSendsToTheFpga)
     const RunningStream stream = sendStream(madeStream("demo.ts"));
     ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
     EXPECT_TRUE(tool({"record", "start", "--seconds", "2"}).output.contains(" recorded\n"));
-    const qint64 size = instrument().shell("stat -c %s /run/media/mmcblk1p1/record.ts").trimmed().toLongLong();
+    const qint64 size =
+        instrument().shell("stat -c %s /run/media/mmcblk1p1/record.ts").trimmed().toLongLong();
     EXPECT_GT(size, 188 * 1000);
     EXPECT_EQ(toolJson({"record", "status"})["recording_bytes"].toDouble(), static_cast<double>(size));
     EXPECT_TRUE(tool({"export"}).output.startsWith("export of "));
-    EXPECT_EQ(QFile(instrument().path("hardware/export.ts")).size(), size);
+    EXPECT_EQ(QFile(instrument().path("hardware/export.bin")).size(), size);
     EXPECT_EQ(toolJson({"export"})["bytes"].toDouble(), static_cast<double>(size));
 
     EXPECT_EQ(toolJson({"scan", "--source", "recording"})["services"].toArray().size(), 3);

@@ -67,7 +67,8 @@ bool LineProxy::carryToDaemon()
         const auto now = Clock::now();
         const auto passed = std::chrono::duration_cast<std::chrono::microseconds>(now - m_lastTick);
         m_lastTick = now;
-        const std::size_t allowed = m_faults.bytesPerSecond * static_cast<std::size_t>(passed.count()) / 1000000;
+        const std::size_t allowed =
+            m_faults.bytesPerSecond * static_cast<std::size_t>(passed.count()) / 1000000;
         count = m_waiting.size() <= allowed + receiverFifo ? m_waiting.size() : allowed;
     }
     if (m_faults.pullAfterCommand >= 0)
@@ -83,7 +84,8 @@ bool LineProxy::carryFromDaemon()
 {
     std::string bytes = m_instrument.readSome(Milliseconds(m_faults.bytesPerSecond == 0 ? 2 : 0));
     if (m_faults.pullAfterAnswer >= 0)
-        bytes.resize(std::min(bytes.size(), static_cast<std::size_t>(m_faults.pullAfterAnswer - m_fromDaemon)));
+        bytes.resize(
+            std::min(bytes.size(), static_cast<std::size_t>(m_faults.pullAfterAnswer - m_fromDaemon)));
     if (!bytes.empty())
         m_pty.send(bytes);
     m_fromDaemon += static_cast<std::int64_t>(bytes.size());

@@ -11,8 +11,8 @@
 
 namespace tessary::test {
 
-/// A cable between the tool and the instrument's controller port that can be slow, lose and damage bytes, and be
-/// pulled out. The tool opens path().
+/// A cable between the tool and the instrument's controller port that can be slow, lose and damage bytes, and
+/// be pulled out. The tool opens path().
 class LineProxy
 {
 public:

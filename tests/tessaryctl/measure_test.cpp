@@ -6,7 +6,8 @@ namespace {
 
 using namespace tessary::test;
 
-// The sender's own figures are the expected ones: demo.ts at 10 Mbit/s is a frame of 1358 bytes every 1052.8 µs.
+// The sender's own figures are the expected ones: demo.ts at 10 Mbit/s is a frame of 1358 bytes every 1052.8
+// µs.
 
 constexpr double frameBits = 1358 * 8;
 constexpr double interval = 1316 * 8 / 10.0; // µs
@@ -62,8 +63,9 @@ TEST_F(ToolMeasure, WatchOnATerminalShowsAScreenAndEndsWithCtrlC)
     const RunningStream stream = send();
     ASSERT_TRUE(tool({"measure", "udp://239.0.0.1:1234"}).ok());
     // script(1) gives the tool a terminal; the byte 0x03 is what Ctrl-C sends.
-    const QString command = QString("(sleep 4; printf '\\003') | script -qec '%1 --port %2 measure --watch' /dev/null")
-                                .arg(toolPath(), port());
+    const QString command =
+        QString("(sleep 4; printf '\\003') | script -qec '%1 --port %2 measure --watch' /dev/null")
+            .arg(toolPath(), port());
     const CommandResult result = runCommand("/bin/bash", {"-c", command}, 30000);
     EXPECT_EQ(result.status, 0) << result.errors.constData();
     EXPECT_TRUE(result.output.contains("stream present"));
@@ -76,7 +78,8 @@ TEST_F(ToolMeasure, IatGivesStatisticsHistogramAndPlots)
     const RunningStream stream = send();
     const QString png = instrument().path("iat.png");
     const QString svg = instrument().path("iat.svg");
-    const QJsonObject json = toolJson({"iat", "udp://239.0.0.1:1234", "--png", png, "--svg", svg, "--bins", "7"});
+    const QJsonObject json =
+        toolJson({"iat", "udp://239.0.0.1:1234", "--png", png, "--svg", svg, "--bins", "7"});
     EXPECT_GE(json["count"].toInt(), 1000);
     EXPECT_NEAR(json["mean_us"].toDouble(), interval, interval * 0.1);
     EXPECT_EQ(json["times_us"].toArray().size(), json["count"].toInt());

@@ -49,7 +49,8 @@ TEST_F(ToolQueries, InterfaceIsShownSetAndShownInFull)
     const CommandResult set = tool({"interface", "static", "192.168.77.42", "255.255.255.0"});
     EXPECT_TRUE(set.ok()) << set.errors.constData();
     EXPECT_EQ(toolJson({"interface"})["address"].toString(), "192.168.77.42");
-    EXPECT_EQ(toolJson({"interface", "static", "192.168.77.43", "255.255.255.0"})["connected"].toBool(), true);
+    EXPECT_EQ(
+        toolJson({"interface", "static", "192.168.77.43", "255.255.255.0"})["connected"].toBool(), true);
     EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77.43 "); }, 15000));
     EXPECT_TRUE(tool({"interface", "dhcp"}).ok());
     EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77.1"); }, 15000));
@@ -70,7 +71,8 @@ TEST_F(ToolQueries, AnUnpluggedNetworkCableHasAStatusOfItsOwn)
 
 TEST_F(ToolQueries, ServerIsSetInWordsAndAsUrl)
 {
-    EXPECT_TRUE(tool({"server", "rtp", "239.0.0.9", "5004"}).output.startsWith("stream server rtp://239.0.0.9:5004"));
+    EXPECT_TRUE(
+        tool({"server", "rtp", "239.0.0.9", "5004"}).output.startsWith("stream server rtp://239.0.0.9:5004"));
     const QJsonObject json = toolJson({"server", "udp+t2mi://239.0.0.8:5004?pid=4096&plp=1"});
     EXPECT_EQ(json["command"].toString(), "server=UDP_T2MI 239.0.0.8 5004 4096 1");
     expectFailure(tool({"server"}), 6, "keeps its stream server to itself");
@@ -79,7 +81,8 @@ TEST_F(ToolQueries, ServerIsSetInWordsAndAsUrl)
 
 TEST_F(ToolQueries, PingShowsWhatTheInstrumentsPingPrints)
 {
-    EXPECT_TRUE(tool({"ping", "192.168.77.1", "-c", "1"}).output.contains("1 packets transmitted, 1 received"));
+    EXPECT_TRUE(
+        tool({"ping", "192.168.77.1", "-c", "1"}).output.contains("1 packets transmitted, 1 received"));
     EXPECT_TRUE(toolJson({"ping", "192.168.77.1", "-c", "1"})["text"].toString().contains("1 received"));
     expectFailure(tool({"ping", "192.168.77.250", "-c", "1"}), 6, "does not answer");
 }
@@ -106,8 +109,9 @@ TEST_F(ToolQueries, RawSendsAnythingAndShowsTheAnswer)
 
 TEST_F(ToolQueries, EverySubcommandHasHelp)
 {
-    for (const char* name : {"scan", "play", "info", "status", "measure", "iat", "server", "interface", "ping", "record",
-             "export", "t2mi-frame", "send-ts", "ebs", "dab", "update", "version", "command", "raw", "shell"}) {
+    for (const char* name : {"scan", "play", "info", "status", "measure", "iat", "server", "interface",
+             "ping", "record", "export", "t2mi-frame", "send-ts", "ebs", "dab", "update", "version",
+             "command", "raw", "shell"}) {
         const CommandResult help = tool({name, "--help"});
         EXPECT_TRUE(help.ok()) << name;
         EXPECT_TRUE(help.output.contains("--timeout")) << name;
@@ -124,7 +128,8 @@ TEST_F(ToolQueries, WrongArgumentsAreSaidAndEndWithTwo)
 
 TEST_F(ToolQueries, WithoutInstrumentItSaysHowToStartOne)
 {
-    for (const QStringList& arguments : {QStringList{}, QStringList{"version"}, QStringList{"scan", "--json"}}) {
+    for (const QStringList& arguments :
+        {QStringList{}, QStringList{"version"}, QStringList{"scan", "--json"}}) {
         const CommandResult result = toolOn("/run/no-such-instrument/controller", arguments);
         expectFailure(result, 3, "cannot open port /run/no-such-instrument/controller: No such file");
         EXPECT_TRUE(result.errors.contains("sudo bench/instrument run"));

@@ -12,8 +12,10 @@ TEST(ServerSpec, TakesUrlsAndWords)
     EXPECT_EQ(parseServer({"udp://239.0.0.1:1234"}).text(), "UDP 239.0.0.1 1234");
     EXPECT_EQ(parseServer({"rtp://10.0.0.5:5004/"}).text(), "RTP 10.0.0.5 5004");
     EXPECT_EQ(parseServer({"UDP", "239.0.0.1", "1234"}).text(), "UDP 239.0.0.1 1234");
-    EXPECT_EQ(parseServer({"udp+t2mi://239.0.0.1:1234?pid=4096&plp=1"}).text(), "UDP_T2MI 239.0.0.1 1234 4096 1");
-    EXPECT_EQ(parseServer({"RTP_T2MI", "239.0.0.2", "5000", "4096", "0"}).text(), "RTP_T2MI 239.0.0.2 5000 4096 0");
+    EXPECT_EQ(
+        parseServer({"udp+t2mi://239.0.0.1:1234?pid=4096&plp=1"}).text(), "UDP_T2MI 239.0.0.1 1234 4096 1");
+    EXPECT_EQ(
+        parseServer({"RTP_T2MI", "239.0.0.2", "5000", "4096", "0"}).text(), "RTP_T2MI 239.0.0.2 5000 4096 0");
 }
 
 TEST(ServerSpec, GivesTheUrlBack)
@@ -24,10 +26,11 @@ TEST(ServerSpec, GivesTheUrlBack)
 
 TEST(ServerSpec, RefusesWhatTheInstrumentWouldTakeSilentlyAndNotUse)
 {
-    const std::vector<std::vector<std::string>> wrong{{"tcp://1.2.3.4:5"}, {"udp://1.2.3.4"}, {"udp://1.2.3:5"},
-        {"udp://1.2.3.4:0"}, {"udp://1.2.3.4:65536"}, {"udp+t2mi://1.2.3.4:5"}, {"udp://1.2.3.4:5?pid=1&plp=1"},
-        {"udp+t2mi", "1.2.3.4", "5", "8191", "0"}, {"udp+t2mi", "1.2.3.4", "5", "1", "256"}, {"udp"}, {"udp", "1.2.3.4"},
-        {"udp", "1.2.3.4", "x"}, {"udp://host:1234"}};
+    const std::vector<std::vector<std::string>> wrong{{"tcp://1.2.3.4:5"}, {"udp://1.2.3.4"},
+        {"udp://1.2.3:5"}, {"udp://1.2.3.4:0"}, {"udp://1.2.3.4:65536"}, {"udp+t2mi://1.2.3.4:5"},
+        {"udp://1.2.3.4:5?pid=1&plp=1"}, {"udp+t2mi", "1.2.3.4", "5", "8191", "0"},
+        {"udp+t2mi", "1.2.3.4", "5", "1", "256"}, {"udp"}, {"udp", "1.2.3.4"}, {"udp", "1.2.3.4", "x"},
+        {"udp://host:1234"}};
     for (const auto& words : wrong)
         EXPECT_THROW(parseServer(words), Failure) << words.front();
 }

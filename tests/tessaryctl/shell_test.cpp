@@ -26,14 +26,18 @@ protected:
             if (m_pid == 0) {
                 ::setenv("TERM", "xterm", 1);
                 ::setenv("XDG_STATE_HOME", state.constData(), 1);
-                ::execl(program.constData(), program.constData(), "--port", portPath.constData(), "shell", nullptr);
+                ::execl(program.constData(), program.constData(), "--port", portPath.constData(), "shell",
+                    nullptr);
                 ::_exit(127);
             }
         }
         ~Terminal()
         {
-            ::close(m_far);
-            ::waitpid(m_pid, nullptr, 0);
+            const bool ended =
+                waitUntil([this] { return ::waitpid(m_pid, nullptr, WNOHANG) == m_pid; }, 5000);
+            ::close(m_far); // which ends one that is still there
+            if (!ended)
+                ::waitpid(m_pid, nullptr, 0);
         }
         Terminal(const Terminal&) = delete;
         Terminal& operator=(const Terminal&) = delete;

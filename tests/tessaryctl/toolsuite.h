@@ -10,8 +10,8 @@
 
 namespace tessary::test {
 
-/// tessaryctl against the daemon in an instrument with its hardware. One instrument for all tests of a suite; its
-/// daemon has greeted.
+/// tessaryctl against the daemon in an instrument with its hardware. One instrument for all tests of a suite;
+/// its daemon has greeted.
 class ToolSuite : public testing::Test
 {
 protected:

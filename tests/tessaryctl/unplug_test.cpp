@@ -9,8 +9,8 @@ namespace {
 using namespace tessary::test;
 using Faults = LineProxy::Faults;
 
-// The plug is pulled in the middle of every sub-command: behind its first command byte, behind the whole first command,
-// and behind the first byte of an answer. Each ends with status 5 and names cause and remedy.
+// The plug is pulled in the middle of every sub-command: behind its first command byte, behind the whole
+// first command, and behind the first byte of an answer. Each ends with status 5 and names cause and remedy.
 
 struct Unplugged
 {
@@ -41,8 +41,8 @@ protected:
         const LineProxy proxy(port().toStdString(), faults);
         QElapsedTimer clock;
         clock.start();
-        const CommandResult result = toolOn(
-            QString::fromStdString(proxy.path()), QStringList{"--timeout", "5"} + arguments, 60000);
+        const CommandResult result =
+            toolOn(QString::fromStdString(proxy.path()), QStringList{"--timeout", "5"} + arguments, 60000);
         EXPECT_TRUE(proxy.pulled());
         expectFailure(result, 5, "hung up");
         EXPECT_TRUE(result.errors.contains("plug the adapter in again")) << result.errors.constData();
@@ -74,12 +74,14 @@ TEST_P(ToolUnplugged, WhileTheAnswerComesIn)
 
 INSTANTIATE_TEST_SUITE_P(Commands, ToolUnplugged,
     testing::Values(Unplugged{"version", {"version"}}, Unplugged{"status", {"status"}},
-        Unplugged{"server", {"server", "udp://239.0.0.1:1234"}}, Unplugged{"scan", {"scan"}}, Unplugged{"play", {"play", "1"}},
-        Unplugged{"info", {"info"}}, Unplugged{"measure", {"measure"}}, Unplugged{"watch", {"measure", "--watch"}},
-        Unplugged{"iat", {"iat"}}, Unplugged{"interface", {"interface"}}, Unplugged{"interfaceDhcp", {"interface", "dhcp"}},
+        Unplugged{"server", {"server", "udp://239.0.0.1:1234"}}, Unplugged{"scan", {"scan"}},
+        Unplugged{"play", {"play", "1"}}, Unplugged{"info", {"info"}}, Unplugged{"measure", {"measure"}},
+        Unplugged{"watch", {"measure", "--watch"}}, Unplugged{"iat", {"iat"}},
+        Unplugged{"interface", {"interface"}}, Unplugged{"interfaceDhcp", {"interface", "dhcp"}},
         Unplugged{"interfaceStatus", {"interface", "status"}}, Unplugged{"ping", {"ping", "127.0.0.1"}},
-        Unplugged{"record", {"record", "start"}}, Unplugged{"export", {"export"}}, Unplugged{"t2miFrame", {"t2mi-frame"}},
-        Unplugged{"sendTs", {"send-ts"}}, Unplugged{"ebsStatus", {"ebs", "status"}}, Unplugged{"ebsPlay", {"ebs", "play", "1"}},
+        Unplugged{"record", {"record", "start"}}, Unplugged{"export", {"export"}},
+        Unplugged{"t2miFrame", {"t2mi-frame"}}, Unplugged{"sendTs", {"send-ts"}},
+        Unplugged{"ebsStatus", {"ebs", "status"}}, Unplugged{"ebsPlay", {"ebs", "play", "1"}},
         Unplugged{"dabSend", {"dab", "send", "x"}}, Unplugged{"dabStop", {"dab", "stop"}},
         Unplugged{"command", {"command", "true"}}, Unplugged{"raw", {"raw", "version?"}},
         Unplugged{"update", {"update", "PACKAGE"}}),
