@@ -5,10 +5,12 @@
 void replyByteByByte(const std::string& text)
 {
     // The UART's buffer takes 4095 bytes without waiting and loses what is beyond: a long reply lets it empty
-    // in between.
+    // in between, and first of all, because the reply to the command before may still be in it.
     constexpr std::size_t drainedBytes = 2048;
+    constexpr std::size_t shortReply = 256; // table sections are longer; what is shorter need not wait
+    const bool isLong = text.size() > shortReply;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (i > 0 && i % drainedBytes == 0)
+        if (isLong && i % drainedBytes == 0)
             uart.DrainOutput();
         uart.SerialPortWrite(&text[i], 1);
     }

@@ -1,10 +1,14 @@
 #include "hardwaresuite.h"
 
+#include "demo/picture.h"
+
 #include <ostream>
 #include <QFile>
+#include <stdexcept>
 
 namespace {
 
+using namespace tessary;
 using namespace tessary::test;
 
 // One stream after another at the FPGA's input; scanned, its first service played.
@@ -14,6 +18,7 @@ using namespace tessary::test;
 // H.264 1280x720, AC-3                  | 2, 0500, 02d0, 2
 // H.265 1920x1080, E-AC-3               | 15, 0780, 0438, 7
 // MPEG-4 part 2 720x576, MPEG-1 layer 3 | 3, 02d0, 0240, 5
+// VP9, which has a number too, is not among them: a transport stream has no stream type for it.
 
 struct Case
 {
@@ -57,6 +62,22 @@ protected:
         waitUntil([&] { return (frame = ask("!07_E_&\n")) == expected; }, patiently(20000));
         return frame;
     }
+
+    /// True when most of the displayed picture has this colour; `seen` is the colour it has, or why there is
+    /// none.
+    static bool shows(observe::Rgb colour, std::string* seen)
+    {
+        try {
+            double share = 0;
+            const observe::Rgb shown = observe::dominantColour(
+                observe::readPpm(instrument().sharedFile("display.ppm").toStdString()), &share);
+            *seen = observe::colourText(shown);
+            return observe::isNear(shown, colour, 40) && share > 0.5;
+        } catch (const std::runtime_error& error) {
+            *seen = error.what();
+            return false;
+        }
+    }
 };
 
 class EbsStream : public Ebs, public testing::WithParamInterface<Case>
@@ -90,16 +111,41 @@ TEST_F(Ebs, FramesBeforeAnyScanAreZeroFilled)
     EXPECT_EQ(ask("!07_E_&\n"), "*32_e.DI:0000_0000_0000_0000_0000_0000_0000_0000_$");
 }
 
-TEST_F(Ebs, EachProgramOfTheDemoIsPlayedByItsIndex)
+TEST_F(Ebs, EachProgramOfTheDemoIsPlayedAndDescribedByItsIndex)
 {
+    struct Program
+    {
+        const char* index;
+        observe::Rgb colour;
+    };
+    const Program programs[] = {
+        {"03", {0x00, 0x00, 0xFF}}, {"02", {0x00, 0xC0, 0x00}}, {"00", {0xFF, 0x00, 0x00}}};
+    // Each play begins with zeros, so the frame is that of the program just chosen; the colour tells which.
+    const std::string frame = "*32_e.DI:0001_02d0_0240_0000_0004_0000_0000_0000_$";
     putStream("demo.ts");
     EXPECT_TRUE(scan("*17_a.FL:02_NS:03$_DS:00"));
-    for (const char* index : {"03", "02", "00"}) {
-        EXPECT_EQ(ask("!0C_D_IX:" + std::string(index) + "\n"), "*0C_d.SX");
-        EXPECT_EQ(ask("!07_A_&\n"), "*17_a.FL:02_NS:03$_DS:" + std::string(index));
+    for (const Program& program : programs) {
+        SCOPED_TRACE(program.index);
+        EXPECT_EQ(ask("!0C_D_IX:" + std::string(program.index) + "\n"), "*0C_d.SX");
+        EXPECT_EQ(ask("!07_A_&\n"), "*17_a.FL:02_NS:03$_DS:" + std::string(program.index));
+        EXPECT_EQ(information(frame), frame);
+        std::string seen;
+        EXPECT_TRUE(waitUntil([&] { return shows(program.colour, &seen); }, patiently(20000))) << seen;
     }
-    EXPECT_EQ(information("*32_e.DI:0001_02d0_0240_0000_0004_0000_0000_0000_$"),
-        "*32_e.DI:0001_02d0_0240_0000_0004_0000_0000_0000_$");
+}
+
+TEST_F(Ebs, TheByteBehindTheIndexEndsTheFrameWhateverItIs)
+{
+    const std::string versionLine = "SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n";
+    putStream("demo.ts");
+    EXPECT_TRUE(scan("*17_a.FL:02_NS:03$_DS:00"));
+    EXPECT_EQ(ask("!0C_D_IX:05\r\n"), "*0C_d.SX"); // the LF behind the CR is a text of its own
+    EXPECT_EQ(ask("!07_A_&\n"), "*17_a.FL:02_NS:03$_DS:05");
+    EXPECT_EQ(ask("!0C_D_IX:02Xversion?\n"), "*0C_d.SX" + versionLine);
+    EXPECT_EQ(ask("!07_A_&\n"), "*17_a.FL:02_NS:03$_DS:02");
+    EXPECT_EQ(ask("!0C_L_IX:05\r\n"), "Service5");
+    EXPECT_EQ(ask("!0C_L_IX:05Xversion?\n"), "Service5" + versionLine);
+    EXPECT_EQ(ask("!07_A_&\n"), "*17_a.FL:02_NS:03$_DS:02"); // a name is asked for, nothing is chosen
 }
 
 TEST_F(Ebs, TheIndexIsTwoCharactersWhateverFollows)

@@ -5,6 +5,8 @@
 
 #include <ctime>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <stdexcept>
 
 namespace tessary::test {
@@ -121,6 +123,12 @@ QList<QByteArray> HardwareSuite::notes(const QByteArray& what) const
 QByteArray HardwareSuite::hardwareFile(const QString& name)
 {
     return contentOf(instrument().path("hardware/" + name));
+}
+
+int HardwareSuite::framesShown()
+{
+    const QByteArray report = contentOf(instrument().sharedFile("display.json"));
+    return QJsonDocument::fromJson(report).object()["frames"].toInt();
 }
 
 QByteArray HardwareSuite::makeBitfile(const QStringList& options)

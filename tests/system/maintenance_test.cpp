@@ -49,8 +49,9 @@ const Row rows[] = {
     {"PVR_stop\n", "", "Uart_PVR_Stop"},
     {"command:true\n", "", "Console command :"},
     {"scancur\n", "", "SCANcur"},
-    {"getethernetmes?\n", "[\\s\\S]*", "GETethernetmes"},
-    {"getiat?\n", "[\\s\\S]*", "GETiat"},
+    // The first measurement since the start: seven numbers of four bytes, all 0 but the last, which is 10.
+    {"getethernetmes?\n", "\\x{00}{24}\\x{0A}\\x{00}{3}", "GETethernetmes"},
+    {"getiat?\n", "(-?\\d+;)*", "GETiat"},
     {"play=1\n", "", "PLay"},
     {"sendts\n", "", "SENDts"},
     {"!07_S_&\n", "", "SCANcurPCIE"},
@@ -61,6 +62,14 @@ const Row rows[] = {
     {"dab tune\n", "", ""},
     {"nothing of this kind\n", "", ""},
 };
+
+/// The lines of ifconfig that count packets and bytes, which differ from one call to the next, are left out.
+QString withoutCounters(const QByteArray& text)
+{
+    static const QRegularExpression counters(
+        "^ *[RT]X (packets|errors) .*\n", QRegularExpression::MultilineOption);
+    return QString::fromUtf8(text).remove(counters);
+}
 
 } // namespace
 
@@ -79,10 +88,31 @@ TEST_F(Maintenance, EveryCommandAnswersAsItsRowSays)
     }
 }
 
+TEST_F(Maintenance, IpstatusIsWhatIfconfigAndEthtoolPrint)
+{
+    instrument().ethernetAddress();
+    QString answer;
+    QString expected;
+    // Asked again when the interface gets or loses an address in between.
+    waitUntil(
+        [&] {
+            const QByteArray link = instrument().exec({"ethtool", "eth0"}).output;
+            EXPECT_GE(link.indexOf("Speed: "), 0) << link.constData();
+            expected = withoutCounters(
+                instrument().exec({"ifconfig", "eth0"}).output + link.mid(link.indexOf("Speed")));
+            answer = withoutCounters(QByteArray::fromStdString(ask("ipstatus?\n", 3000, 500)));
+            return answer == expected;
+        },
+        patiently(10000));
+    EXPECT_EQ(answer.toStdString(), expected.toStdString());
+    EXPECT_TRUE(answer.startsWith("eth0: "));
+}
+
 TEST_F(Maintenance, PingOfTheSenderGivesTheRealOutputByteForByte)
 {
     instrument().ethernetAddress();
-    const std::string answer = ask("ping -c 3 -i 0.2 192.168.77.1\n", 3000, 1500);
+    const std::string answer = ask("ping -c 3 -i 0.2 192.168.77.1 | tee /run/bench/ping.txt\n", 3000, 1500);
+    EXPECT_EQ(answer, contentOf(instrument().sharedFile("ping.txt")).toStdString());
     const QRegularExpression real(
         "^PING 192\\.168\\.77\\.1 \\(192\\.168\\.77\\.1\\) 56\\(84\\) bytes of data\\.\n"
         "(64 bytes from 192\\.168\\.77\\.1: icmp_seq=\\d ttl=64 time=[\\d.]+ ms\n){3}"
