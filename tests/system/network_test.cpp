@@ -1,6 +1,8 @@
 #include "systemsuite.h"
 
+#include <algorithm>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -13,10 +15,11 @@ using Protocol = client::StreamServer::Protocol;
 // DHCP, the link up and the group joined.
 //   DHCP -> static -> DHCP        DHCP -> VLAN -> DHCP        link down and up in each of the three
 //   "server=" while the link is down       joins that fail three times and succeed later
-//   a capture that runs across each of these
+//   a capture that runs across each of these; its start asks for one more join
 
 const QString group = "239.1.2.3";
 constexpr int port = 5060;
+constexpr Milliseconds presenceLasts(2100); ///< at most, after the last frame: what is present then is new
 const QStringList dhcpCommands{"nmcli con del \"Wired connection 1\"",
     "nmcli con del \"Wired connection 1_vlan\"",
     "nmcli con add con-name \"Wired connection 1\" ifname eth0 type ethernet"};
@@ -120,6 +123,21 @@ protected:
 
     static QByteArray defaultRoute() { return instrument().shell("ip route show default"); }
 
+    /// Where the kernel has no VLAN driver, one end of a veth pair is the VLAN's device: routing and capture
+    /// go by its name. The other end, far100, has 10.1.0.2.
+    static void makeVlanInterface()
+    {
+        setInterface("vlan_id=100;dhcp");
+        expectCommands(vlanCommands + QStringList{"smcroute -k"});
+        instrument().shell("ip link add eth0.100 type veth peer name far100");
+        instrument().shell("nmcli device set eth0.100 managed no; nmcli device set far100 managed no");
+        instrument().shell("ip address add 10.1.0.1/24 dev eth0.100; ip address add 10.1.0.2/24 dev far100");
+        instrument().shell("ip link set eth0.100 up; ip link set far100 up");
+        expectCommands({"smcroute -d", joinOf(group, "eth0.100")});
+        expectMember(group, "eth0.100");
+        expectAddress("10.1.0.1 255.255.255.0");
+    }
+
     /// The link is lost and comes back: routing is stopped, started and joined, and nothing else happens.
     static void expectLinkIsFollowed()
     {
@@ -131,23 +149,46 @@ protected:
         expectMember(group);
     }
 
-    static RunningStream sendStream()
+    /// The count of packets in a datagram tells one stream from another.
+    static RunningStream sendStream(
+        const QString& address = group, const QString& bitRate = "5M", int packetsPerDatagram = 7)
     {
-        return instrument().send({madeStream("demo.ts"), QString("udp://%1:%2").arg(group).arg(port),
-            "--interface", "uplink", "--bitrate", "5M", "--loop"});
+        return instrument().send(
+            {madeStream("demo.ts"), QString("udp://%1:%2").arg(address).arg(port), "--interface", "uplink",
+                "--bitrate", bitRate, "--loop", "--packets", QString::number(packetsPerDatagram)});
     }
 
-    static bool isPresent()
+    static bool isPresent(int packetsPerDatagram = 7)
     {
         const auto values = controller().measurement();
-        return values.has_value() && values->present && values->packetSize == 188;
+        return values.has_value() && values->present && values->packetSize == 188
+            && values->packetsPerDatagram == packetsPerDatagram;
     }
 
-    static int countInLog(const char* text) { return instrument().daemonLog().count(text); }
-
-    static int startsOfTheCapture()
+    /// The first measurement starts the capture, which asks for a join.
+    static void expectCaptureStarts(int packetsPerDatagram = 7, const QString& address = group)
     {
-        return countInLog("------------------pcap start output ------------------");
+        EXPECT_TRUE(
+            waitUntil([packetsPerDatagram] { return isPresent(packetsPerDatagram); }, patiently(20000)));
+        expectCommands({joinOf(address)});
+    }
+
+    /// How often the capture has been started and has ended since the daemon's start.
+    struct Captures
+    {
+        int started;
+        int ended;
+        bool operator==(const Captures& other) const
+        {
+            return started == other.started && ended == other.ended;
+        }
+    };
+
+    static Captures captures()
+    {
+        const QByteArray log = instrument().daemonLog();
+        return {static_cast<int>(log.count("------------------pcap start output ------------------")),
+            static_cast<int>(log.count("------------------pcap loop output ------------------"))};
     }
 
 private:
@@ -268,57 +309,130 @@ TEST_F(NetworkChanges, IpStatusIsWhatTheToolsSay)
     expectCommands({"ifconfig eth0", "ethtool eth0"});
 }
 
+TEST_F(NetworkChanges, LinkDownAndUpOnTheInterfaceOfTheVlan)
+{
+    makeVlanInterface();
+    instrument().shell("ip link set far100 down");
+    expectCommands({"smcroute -k"});
+    EXPECT_EQ(interfaceAnswer(), "not connected\n");
+    instrument().shell("ip link set far100 up");
+    expectCommands({"smcroute -d", joinOf(group, "eth0.100")});
+    expectMember(group, "eth0.100");
+    expectAddress("10.1.0.1 255.255.255.0");
+}
+
 TEST_F(NetworkChanges, CaptureRunsOnAcrossALostLink)
 {
     const RunningStream stream = sendStream();
-    ASSERT_TRUE(waitUntil(isPresent, patiently(10000)));
-    const int starts = startsOfTheCapture();
+    expectCaptureStarts();
+    const Captures before = captures();
     instrument().setLink(false);
-    EXPECT_TRUE(waitUntil([] { return !controller().measurement().has_value(); }, patiently(5000)));
+    expectCommands({"smcroute -k"});
+    EXPECT_FALSE(controller().measurement().has_value());
+    std::this_thread::sleep_for(presenceLasts);
     instrument().setLink(true);
-    EXPECT_TRUE(waitUntil(isPresent, patiently(15000)));
-    EXPECT_EQ(startsOfTheCapture(), starts);
+    expectCommands({"smcroute -d", joinOf(group)});
+    EXPECT_TRUE(waitUntil([] { return isPresent(); }, patiently(15000)));
+    EXPECT_TRUE(captures() == before);
+    expectCommands({});
+}
+
+TEST_F(NetworkChanges, CaptureRunsOnWhenTheSameServerIsSetWhileTheLinkIsDown)
+{
+    const RunningStream stream = sendStream();
+    expectCaptureStarts();
+    const Captures before = captures();
+    instrument().setLink(false);
+    expectCommands({"smcroute -k"});
+    setServer(group);
+    EXPECT_FALSE(controller().measurement().has_value());
+    expectCommands({});
+    std::this_thread::sleep_for(presenceLasts);
+    instrument().setLink(true);
+    expectCommands({"smcroute -d", joinOf(group)});
+    EXPECT_TRUE(waitUntil([] { return isPresent(); }, patiently(15000)));
+    EXPECT_TRUE(captures() == before);
+    expectCommands({});
+}
+
+/// Until it is asked with the link up, the capture goes on with the old server's stream.
+TEST_F(NetworkChanges, CaptureFollowsAServerThatIsSetWhileTheLinkIsDownWithTheNextMeasurement)
+{
+    const QString other = "239.1.2.7";
+    const RunningStream stream = sendStream();
+    const RunningStream otherStream = sendStream(other, "5M", 5);
+    expectCaptureStarts();
+    const Captures before = captures();
+    instrument().setLink(false);
+    expectCommands({"smcroute -k"});
+    setServer(other);
+    EXPECT_FALSE(controller().measurement().has_value());
+    expectCommands({});
+    instrument().setLink(true);
+    expectCommands({"smcroute -d", joinOf(other)});
+    EXPECT_TRUE(captures() == before);
+
+    expectCaptureStarts(5, other);
+    EXPECT_TRUE(captures() == (Captures{before.started + 1, before.ended + 1}));
+    for (int i = 0; i < 20; ++i)
+        EXPECT_TRUE(isPresent(5));
+    expectCommands({});
+}
+
+/// The joins keep the main thread for seconds, the capture's own thread goes on.
+TEST_F(NetworkChanges, CaptureRunsOnAcrossAJoinThatFailsThreeTimesAndSucceedsLater)
+{
+    const RunningStream stream = sendStream(group, "1M"); // 1024 arrival records are some 10 s
+    expectCaptureStarts();
+    const Captures before = captures();
+    instrument().misbehave(
+        {"smcroute", "--when=-j", "--status", "1", "--stderr", "No such device", "--times", "3"});
+    line().write("server=UDP 239.1.2.3 5060\n");
+    const QStringList failed{joinOf(group), "smcroute -k", "smcroute -d"};
+    expectCommands(failed + failed + failed + QStringList{joinOf(group)});
+    controller().settle();
+    expectMember(group);
+    EXPECT_TRUE(isPresent());
+    EXPECT_TRUE(captures() == before);
+    const auto intervals = controller().interArrivalTimes().value_or(std::vector<std::int64_t>{});
+    ASSERT_GT(intervals.size(), 95U * 3); // 95 a second, and the joins alone wait three times a second
+    EXPECT_LT(*std::max_element(intervals.begin() + 1, intervals.end()), 1000000);
+    expectCommands({});
 }
 
 TEST_F(NetworkChanges, CaptureStopsWithAChangeOfTheInterfaceAndTheNextMeasurementStartsItAgain)
 {
     const RunningStream stream = sendStream();
-    ASSERT_TRUE(waitUntil(isPresent, patiently(10000)));
-    for (const char* change : {staticAddress, "dhcp"}) {
-        const int starts = startsOfTheCapture();
-        const int stops = countInLog("------------------pcap loop output ------------------");
+    expectCaptureStarts();
+    const std::pair<const char*, QStringList> changes[]{
+        {staticAddress, staticCommands}, {"dhcp", dhcpCommands}};
+    for (const auto& [change, commands] : changes) {
+        const Captures before = captures();
         setInterface(change);
-        EXPECT_EQ(countInLog("------------------pcap loop output ------------------"), stops + 1);
-        EXPECT_TRUE(waitUntil(isPresent, patiently(15000))) << change;
-        EXPECT_EQ(startsOfTheCapture(), starts + 1) << change;
+        EXPECT_TRUE(captures() == (Captures{before.started, before.ended + 1})) << change;
+        expectCommands(commands);
+        expectCaptureStarts();
+        EXPECT_TRUE(captures() == (Captures{before.started + 1, before.ended + 1})) << change;
     }
 }
 
 TEST_F(NetworkChanges, CaptureOutlivesAVlanWithoutADevice)
 {
     const RunningStream stream = sendStream();
-    ASSERT_TRUE(waitUntil(isPresent, patiently(10000)));
+    expectCaptureStarts();
     setInterface("vlan_id=100;dhcp");
     EXPECT_FALSE(controller().measurement().has_value());
+    expectCommands(vlanCommands + QStringList{"smcroute -k"});
     setInterface("dhcp");
-    EXPECT_TRUE(waitUntil(isPresent, patiently(20000)));
+    expectCommands(dhcpCommands + QStringList{"smcroute -d", joinOf(group)});
+    expectCaptureStarts();
 }
 
-/// Where the kernel has no VLAN driver, one end of a veth pair is the VLAN's device: routing and capture go
-/// by its name.
 TEST_F(NetworkChanges, InterfaceOfTheVlanIsJoinedAndMeasured)
 {
-    setInterface("vlan_id=100;dhcp");
-    expectCommands(vlanCommands + QStringList{"smcroute -k"});
-    instrument().shell("ip link add eth0.100 type veth peer name far100");
-    instrument().shell("nmcli device set eth0.100 managed no; nmcli device set far100 managed no");
-    instrument().shell("ip address add 10.1.0.1/24 dev eth0.100; ip address add 10.1.0.2/24 dev far100");
-    instrument().shell("ip link set eth0.100 up; ip link set far100 up");
-    expectCommands({"smcroute -d", joinOf(group, "eth0.100")});
-    expectMember(group, "eth0.100");
-    expectAddress("10.1.0.1 255.255.255.0");
-
+    makeVlanInterface();
     EXPECT_TRUE(controller().measurement().has_value());
+    expectCommands({joinOf(group, "eth0.100")});
     const QString program =
         "import socket, time\n"
         "s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)\n"
