@@ -14,7 +14,8 @@ using tessary::client::Milliseconds;
 // a wrong CRC, or the CRC's bytes reversed            | silence
 // a gap of more than 10 s, or no CRC for 5 s          | silence
 // size 0: one byte, CRC of nothing                    | an empty package, which dpkg refuses; "update ok\n"
-// a negative size, a size beyond memory               | silence, at once
+// a negative size, also one that wraps to it          | silence, at once
+// a size beyond the memory that is left               | silence, at once
 // In each case networking is off, and the daemon answers afterwards.
 
 class Update : public HardwareSuite
@@ -60,6 +61,15 @@ protected:
         for (int shift = 0; shift < 32; shift += 8)
             bytes += static_cast<char>(crc >> shift & 0xFF);
         return bytes;
+    }
+
+    /// Runs a program among the instrument's files with the rights of this test: those inside may not mount.
+    static void inMountNamespace(const QStringList& command)
+    {
+        const QStringList place{
+            "--target", QString::number(instrument().daemonPid()), "--pid", "--mount", "--root", "--wdns=/"};
+        const CommandResult result = runCommand("nsenter", place + command);
+        ASSERT_TRUE(result.ok()) << result.errors.constData();
     }
 
     void expectSilence(int milliseconds)
@@ -137,9 +147,21 @@ TEST_F(Update, ANegativeSizeEndsAtOnce)
     expectSilence(300);
 }
 
-TEST_F(Update, ASizeThatNoMachineHasEndsAtOnce)
+TEST_F(Update, ASizeThatWrapsToANegativeOneEndsAtOnce)
 {
     begin("3000000000"); // counted in 32 bits, with a sign
     EXPECT_TRUE(logged("Malloc problem!"));
+    expectSilence(300);
+}
+
+TEST_F(Update, ASizeBeyondTheMemoryThatIsLeftEndsAtOnce)
+{
+    writeContent(instrument().sharedFile("meminfo"),
+        "MemTotal:        4000000 kB\nMemFree:         100000 kB\nMemAvailable:    200000 kB\n");
+    inMountNamespace({"mount", "--bind", "/run/bench/meminfo", "/proc/meminfo"});
+    begin("204800001"); // one byte more than is available
+    const bool refused = logged("Malloc problem!");
+    inMountNamespace({"umount", "/proc/meminfo"});
+    EXPECT_TRUE(refused);
     expectSilence(300);
 }
