@@ -153,6 +153,7 @@ protected:
         const std::vector<Values>& readings, int perSecond, double interval, double lateness)
     {
         std::vector<int> errors;
+        errors.reserve(readings.size());
         for (const Values& values : readings)
             errors.push_back(values.continuityErrors);
         const double late = perSecond * lateness;
