@@ -29,7 +29,7 @@ std::optional<T2miPacket> decodeT2miPacket(const Bytes& bytes)
     packet.type = bytes[0];
     packet.count = bytes[1];
     packet.superframeIndex = bytes[2] >> 4U;
-    packet.streamId = bytes[3] & 0x07U;
+    packet.streamId = static_cast<int>(bytes[3] & 0x07U);
     packet.payloadBits = static_cast<std::size_t>(bytes[4]) << 8U | bytes[5];
     packet.crcCorrect = crc32Mpeg(bytes.data(), bytes.size()) == 0;
     const std::size_t payload = bytes.size() - headerSize - crcSize;

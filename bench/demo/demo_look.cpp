@@ -87,7 +87,8 @@ int main(int argc, char** argv)
         fs::create_directories(options.out);
         const bool seen = lookAtPicture(options);
         const bool heard = listenToSound(options);
-        std::cout << (seen && heard ? "\nprogram 2 is playing\n" : "\nprogram 2 is NOT playing as it should\n");
+        std::cout << (seen && heard ? "\nprogram 2 is playing\n"
+                                    : "\nprogram 2 is NOT playing as it should\n");
         return seen && heard ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const std::invalid_argument& error) {
         std::cerr << error.what() << '\n';

@@ -48,11 +48,18 @@ double markDistance(double span, int count)
     return power * (factor < 1.5 ? 1 : factor < 3.5 ? 2 : factor < 7.5 ? 5 : 10);
 }
 
+/// Number of the first mark at or after `from`.
+long firstMark(double from, double step)
+{
+    return std::lround(std::ceil(from / step));
+}
+
 void drawAxes(cairo_t* canvas, const Frame& frame, bool xIsTime)
 {
     cairo_set_line_width(canvas, 1);
     const double yStep = markDistance(frame.yTo - frame.yFrom, 5);
-    for (double value = std::ceil(frame.yFrom / yStep) * yStep; value <= frame.yTo; value += yStep) {
+    for (long mark = firstMark(frame.yFrom, yStep); static_cast<double>(mark) * yStep <= frame.yTo; ++mark) {
+        const double value = static_cast<double>(mark) * yStep;
         cairo_set_source_rgb(canvas, 0.88, 0.88, 0.88);
         cairo_move_to(canvas, frame.left, frame.y(value));
         cairo_line_to(canvas, frame.left + frame.width, frame.y(value));
@@ -63,7 +70,8 @@ void drawAxes(cairo_t* canvas, const Frame& frame, bool xIsTime)
     }
     const double xStep = markDistance(frame.xTo - frame.xFrom, 6);
     cairo_set_source_rgb(canvas, 0.25, 0.25, 0.25);
-    for (double value = std::ceil(frame.xFrom / xStep) * xStep; value <= frame.xTo; value += xStep) {
+    for (long mark = firstMark(frame.xFrom, xStep); static_cast<double>(mark) * xStep <= frame.xTo; ++mark) {
+        const double value = static_cast<double>(mark) * xStep;
         cairo_move_to(canvas, frame.x(value), frame.top + frame.height);
         cairo_line_to(canvas, frame.x(value), frame.top + frame.height + 5);
         cairo_stroke(canvas);
@@ -182,9 +190,12 @@ std::string textHistogram(const std::vector<std::int64_t>& times, std::size_t bi
         const std::string range = microsecondsText(static_cast<double>(bin.from))
             + (bin.outliers ? " … " : " – ") + microsecondsText(static_cast<double>(bin.to));
         const std::string count = std::to_string(bin.count);
-        text += std::string(displayWidth(range) < labelWidth ? labelWidth - displayWidth(range) : 0, ' ')
-            + range + std::string(count.size() < countWidth ? countWidth - count.size() : 0, ' ') + count
-            + "  " + bar(static_cast<double>(bin.count) / static_cast<double>(most), room) + "\n";
+        text.append(displayWidth(range) < labelWidth ? labelWidth - displayWidth(range) : 0, ' ')
+            .append(range);
+        text.append(count.size() < countWidth ? countWidth - count.size() : 0, ' ')
+            .append(count)
+            .append("  ");
+        text.append(bar(static_cast<double>(bin.count) / static_cast<double>(most), room)).append("\n");
     }
     return text;
 }

@@ -85,7 +85,7 @@ TEST_F(ToolMeasure, IatGivesStatisticsHistogramAndPlots)
     EXPECT_EQ(json["times_us"].toArray().size(), json["count"].toInt());
     EXPECT_LE(json["histogram"].toArray().size(), 7);
     int counted = 0;
-    for (const QJsonValue& bin : json["histogram"].toArray())
+    for (const QJsonValue& bin : elements(json["histogram"]))
         counted += bin["count"].toInt();
     EXPECT_EQ(counted, json["count"].toInt());
     QFile picture(png);

@@ -21,13 +21,13 @@ protected:
     {
         QJsonArray expected;
         for (const OracleSection& section : oracleSections(report, 0x42)) {
-            for (const QJsonValue& value : section.decoded["services"].toArray()) {
+            for (const QJsonValue& value : elements(section.decoded["services"])) {
                 const QJsonObject service = value.toObject();
                 expected.append(QJsonArray{service["service_id"], service["name"], service["provider"]});
             }
         }
         QJsonArray found;
-        for (const QJsonValue& value : scan["services"].toArray()) {
+        for (const QJsonValue& value : elements(scan["services"])) {
             const QJsonObject service = value.toObject();
             found.append(QJsonArray{service["service_id"], service["name"], service["provider"]});
         }
@@ -39,13 +39,13 @@ protected:
     {
         for (const OracleSection& section : oracleSections(report, 0x02)) {
             QJsonArray expected;
-            for (const QJsonValue& value : section.decoded["streams"].toArray())
+            for (const QJsonValue& value : elements(section.decoded["streams"]))
                 expected.append(QJsonArray{value["pid"], value["stream_type"].toString().toInt(nullptr, 16)});
             QJsonArray found;
-            for (const QJsonValue& value : scan["services"].toArray()) {
+            for (const QJsonValue& value : elements(scan["services"])) {
                 if (value["service_id"].toInt() != section.decoded["program"].toInt())
                     continue;
-                for (const QJsonValue& stream : value["program"]["streams"].toArray())
+                for (const QJsonValue& stream : elements(value["program"]["streams"]))
                     found.append(QJsonArray{stream["pid"], stream["type"]});
                 EXPECT_EQ(found, expected) << section.decoded["program"].toInt();
             }
@@ -55,7 +55,7 @@ protected:
     static void expectNamesInText(const QByteArray& text, const QJsonObject& report)
     {
         for (const OracleSection& section : oracleSections(report, 0x42)) {
-            for (const QJsonValue& service : section.decoded["services"].toArray())
+            for (const QJsonValue& service : elements(section.decoded["services"]))
                 EXPECT_TRUE(text.contains(service["name"].toString().toUtf8())) << text.constData();
         }
     }

@@ -9,6 +9,12 @@ using client::Milliseconds;
 
 std::unique_ptr<Instrument> ToolSuite::s_instrument;
 
+std::vector<QJsonValue> elements(const QJsonValue& array)
+{
+    const QJsonArray values = array.toArray();
+    return {values.begin(), values.end()};
+}
+
 QString toolPath()
 {
     return QStringLiteral(TESSARYCTL);

@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <vector>
 
 namespace tessary::test {
 
@@ -38,6 +39,9 @@ protected:
 private:
     static std::unique_ptr<Instrument> s_instrument;
 };
+
+/// The elements of a JSON array.
+std::vector<QJsonValue> elements(const QJsonValue& array);
 
 /// Path of the tool under test.
 QString toolPath();

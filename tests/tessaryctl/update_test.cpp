@@ -20,7 +20,7 @@ protected:
     /// A package with a payload of so many bytes.
     static QString makePackage(int payloadBytes)
     {
-        const QString file = instrument().path("update.deb");
+        QString file = instrument().path("update.deb");
         const CommandResult made = runCommand(TESSARY_SOURCE_DIR "/bench/counterparts/make-package",
             {"--bytes", QString::number(payloadBytes), file});
         EXPECT_TRUE(made.ok()) << made.errors.constData();
@@ -145,7 +145,8 @@ TEST_F(ToolUpdate, APulledPlugHasStatus5)
     faults.pullAfterCommand = command(file) + 20000;
     const LineProxy proxy(port().toStdString(), faults);
     expectFailure(update(proxy, file, {"--rate", "100000"}), 5, "hung up");
-    // The daemon waits for the rest and gives up after 10 s; a question before that would count as a part of it.
+    // The daemon waits for the rest and gives up after 10 s; a question before that would count as a part of
+    // it.
     QThread::sleep(12);
     EXPECT_TRUE(waitUntil([] { return tool({"version", "--timeout", "2"}).ok(); }, 30000));
 }
