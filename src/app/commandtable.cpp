@@ -10,20 +10,20 @@
 namespace {
 
 /// Row of a handler without argument, whatever it returns.
-template<auto handler> void call(Worker&, char*)
+template <auto handler> void call(Worker&, char*)
 {
     handler();
 }
 
 /// Row of a handler that takes the text from `offset` up to the next NUL byte, line end included.
-template<auto handler, int offset> void callWithText(Worker&, char* text)
+template <auto handler, int offset> void callWithText(Worker&, char* text)
 {
     handler(std::string(text + offset));
 }
 
-/// Row of a framed command "!.._._.X:" with two index characters. The NUL goes into the burst's buffer, over the line end:
-/// this is meant, the split resumes behind it.
-template<void (*handler)(std::string)> void callWithIndex(Worker&, char* text)
+/// Row of a framed command "!.._._.X:" with two index characters. The NUL goes into the burst's buffer, over
+/// the line end: this is meant, the split resumes behind it.
+template <void (*handler)(std::string)> void callWithIndex(Worker&, char* text)
 {
     text[11] = '\0';
     handler(std::string(text + 9));
@@ -32,7 +32,8 @@ template<void (*handler)(std::string)> void callWithIndex(Worker&, char* text)
 void setServerAndRequestJoin(Worker&, char* text)
 {
     Uart_SetServer(std::string(text + 7));
-    net.joinRequested.store(true, std::memory_order_release); // the link watch renews the multicast membership
+    // The link watch renews the multicast membership.
+    net.joinRequested.store(true, std::memory_order_release);
 }
 
 bool dabStarted(const Worker& worker)

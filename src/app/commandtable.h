@@ -7,9 +7,9 @@ struct CommandRow
 {
     const char* word; ///< the command begins with this word
     bool (*condition)(const Worker& worker); ///< null: the row always holds
-    /// `text` is the command in the burst's buffer: NUL-terminated, writable, followed by enough zero bytes that fixed
-    /// offsets behind the word stay inside the buffer. May throw; the dispatcher logs what it throws. Null: the word is
-    /// matched and ignored.
+    /// `text` is the command in the burst's buffer: NUL-terminated, writable, followed by enough zero bytes
+    /// that fixed offsets behind the word stay inside the buffer. May throw; the dispatcher logs what it
+    /// throws. Null: the word is matched and ignored.
     void (*handler)(Worker& worker, char* text);
 };
 
@@ -19,5 +19,6 @@ constexpr int dabBlockSize = 117;
 /// 0 exactly when `text` begins with `word`, by case.
 int COMPARE(const char* text, const char* word);
 
-/// The first row, in the table's order, whose word begins `text` and whose condition holds; null when there is none.
+/// The first row, in the table's order, whose word begins `text` and whose condition holds; null when there
+/// is none.
 const CommandRow* findCommand(const char* text, const Worker& worker);

@@ -1,5 +1,5 @@
-// The process-wide objects. They are constructed in the order in which they stand here, before main() runs, and destroyed
-// in the reverse order; each is declared in the header of its module.
+// The process-wide objects. They are constructed in the order in which they stand here, before main() runs,
+// and destroyed in the reverse order; each is declared in the header of its module.
 #include "app/worker.h"
 #include "link/serialport.h"
 #include "measure/ethernetmeasurement.h"

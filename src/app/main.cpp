@@ -8,8 +8,8 @@
 
 namespace {
 
-/// A peer that goes away while something is written to it must not end the daemon. A handler instead of "ignore", because
-/// ignored signals would stay ignored in the programs that the daemon starts.
+/// A peer that goes away while something is written to it must not end the daemon. A handler instead of
+/// "ignore", because ignored signals would stay ignored in the programs that the daemon starts.
 void surviveBrokenPipes()
 {
     struct sigaction action = {};

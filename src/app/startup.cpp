@@ -30,7 +30,8 @@ void greetController()
     uart.SerialPortWrite(greeting, static_cast<int>(std::strlen(greeting)));
 }
 
-/// Keeps the enumeration classes for the life of the process: the bus-message code finds their value names by them.
+/// Keeps the enumeration classes for the life of the process: the bus-message code finds their value names by
+/// them.
 void keepMpegTsEnumerations()
 {
     const GType types[] = {

@@ -17,8 +17,8 @@ constexpr int pollIntervalMs = 5;
 constexpr int burstSize = 640;
 constexpr int burstTimeMs = 99;
 
-/// Room for one burst. The bytes behind it stay zero: they end the last text, and rows that reach for fixed offsets behind
-/// a word (the DAB block is the longest) stay inside.
+/// Room for one burst. The bytes behind it stay zero: they end the last text, and rows that reach for fixed
+/// offsets behind a word (the DAB block is the longest) stay inside.
 struct CommandBuffer
 {
     char bytes[burstSize + dabBlockSize + 1] = {};
@@ -32,7 +32,8 @@ bool collectBurst(CommandBuffer& buffer)
     stopwatch.start();
     for (;;) {
         ReceivedBytes += uart.SerialPortRead(buffer.bytes + ReceivedBytes, burstSize - ReceivedBytes);
-        if (ReceivedBytes < 0) // a failed read counts as it stands, but never moves the position below the buffer
+        // A failed read counts as it stands, but never moves the position below the buffer.
+        if (ReceivedBytes < 0)
             ReceivedBytes = 0;
         if (stopwatch.elapsed() > burstTimeMs)
             return ReceivedBytes >= 1;

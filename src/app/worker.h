@@ -6,24 +6,26 @@
 
 class socketcom;
 
-/// Prepares the hardware and services once, in its constructor, and then polls: each shot of the timer collects a burst
-/// from the controller, dispatches its commands and watches the Ethernet link. Everything runs on the main thread; a
-/// handler that blocks holds up all polling.
+/// Prepares the hardware and services once, in its constructor, and then polls: each shot of the timer
+/// collects a burst from the controller, dispatches its commands and watches the Ethernet link. Everything
+/// runs on the main thread; a handler that blocks holds up all polling.
 class Worker : public QObject
 {
     Q_OBJECT
 public:
-    /// Carries out the start-up steps in their fixed order. No step is skipped because an earlier one failed, except the
-    /// PCIe rescan, which needs a configured FPGA.
+    /// Carries out the start-up steps in their fixed order. No step is skipped because an earlier one failed,
+    /// except the PCIe rescan, which needs a configured FPGA.
     Worker();
     /// Does not delete the DAB link: it ends with the process.
     ~Worker() override;
 
-    /// Hands display and sound to the DAB receiver program. Blocks for 3.2 s and 0.5 s per connection attempt, 80 at most.
+    /// Hands display and sound to the DAB receiver program. Blocks for 3.2 s and 0.5 s per connection
+    /// attempt, 80 at most.
     void startDAB();
     /// Takes display and sound back. Blocks about 4 s.
     void stopDAB();
-    /// Sends the 117 bytes at `block` to the DAB receiver and its 117-byte answer to the controller. Waits without limit.
+    /// Sends the 117 bytes at `block` to the DAB receiver and its 117-byte answer to the controller. Waits
+    /// without limit.
     void forwardDAB(const char* block);
 
     bool dabStarted() const { return m_dabStarted; }

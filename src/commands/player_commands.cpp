@@ -24,7 +24,8 @@ bool isT2mi(protocol p)
 /// A new source of the server's stream; null for a protocol that does not exist.
 gstsource* makeServerSource()
 {
-    T2MI_Config_Struct pair{static_cast<std::int32_t>(data.t2miPid), static_cast<std::int32_t>(data.t2miPlpId)};
+    T2MI_Config_Struct pair{
+        static_cast<std::int32_t>(data.t2miPid), static_cast<std::int32_t>(data.t2miPlpId)};
     T2MI_Config_Struct* t2mi = isT2mi(data.serverProtocol) ? &pair : nullptr;
     switch (data.serverProtocol) {
     case protocolUdp:
@@ -95,7 +96,8 @@ int readT2miFrame(unsigned char* buffer)
 void Uart_GetServer()
 {
     qDebug("GETserver\n");
-    const std::string text = protocolWord(data.serverProtocol) + data.serverAddress + " " + data.serverPort + "\n";
+    const std::string text =
+        protocolWord(data.serverProtocol) + data.serverAddress + " " + data.serverPort + "\n";
     (void)text; // built and not sent: this command's silence is meant
 }
 

@@ -27,7 +27,8 @@ int SerialPort::SerialPortConnect()
     termios settings{};
     if (tcgetattr(m_fd, &settings) == -1)
         qDebug("Can't get UART settings !");
-    // Assigned whole: nothing that another program left on the device survives, except the control characters.
+    // Assigned whole: nothing that another program left on the device survives, except the control
+    // characters.
     settings.c_iflag = IGNBRK | IGNPAR;
     settings.c_oflag = 0;
     settings.c_cflag = B115200 | CS8 | CREAD | CLOCAL;

@@ -1,8 +1,8 @@
 #pragma once
 
-/// The UART "/dev/ttymxc1" to the instrument's controller: 115200 baud, 8 data bits, no parity, one stop bit, raw, never
-/// waiting. Main thread only. Errors of a read or write come back as the raw negative count; a closed port reads and
-/// writes nothing.
+/// The UART "/dev/ttymxc1" to the instrument's controller: 115200 baud, 8 data bits, no parity, one stop bit,
+/// raw, never waiting. Main thread only. Errors of a read or write come back as the raw negative count; a
+/// closed port reads and writes nothing.
 class SerialPort
 {
 public:
@@ -12,12 +12,13 @@ public:
     SerialPort(const SerialPort&) = delete;
     SerialPort& operator=(const SerialPort&) = delete;
 
-    /// Opens and configures the device. Returns its descriptor, or -1 when it can not be opened; settings that can not be
-    /// read or applied are logged and the port stays open.
+    /// Opens and configures the device. Returns its descriptor, or -1 when it can not be opened; settings
+    /// that can not be read or applied are logged and the port stays open.
     int SerialPortConnect();
     void SerialPortDisconnect();
 
-    /// One `write`, its result unchanged (a short write is not retried); 0 when closed. `buffer` is only read.
+    /// One `write`, its result unchanged (a short write is not retried); 0 when closed. `buffer` is only
+    /// read.
     int SerialPortWrite(const char* buffer, int length);
 
     /// Received bytes that wait to be read; 0 when closed.

@@ -4,8 +4,9 @@
 #include <QString>
 #include <sys/un.h>
 
-/// Client end of the local stream socket "/usr/mysocket" to the DAB receiver program. It connects once, in its constructor;
-/// a failed object is replaced, not reused. Main thread only; send and read block. Errors go to standard error only.
+/// Client end of the local stream socket "/usr/mysocket" to the DAB receiver program. It connects once, in
+/// its constructor; a failed object is replaced, not reused. Main thread only; send and read block. Errors go
+/// to standard error only.
 class socketcom : public QObject
 {
     Q_OBJECT

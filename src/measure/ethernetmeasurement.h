@@ -52,16 +52,16 @@ public:
 
     pcap_t* handle; ///< owned by the capture thread, which closes it; stale from then on
     pthread_t thread; ///< valid while `running`
-    std::unique_ptr<std::vector<pcap_measured_value_struct>>
-        buffer; ///< at most 1024 records, in the storage of the start
+    /// At most 1024 records, in the storage of the start.
+    std::unique_ptr<std::vector<pcap_measured_value_struct>> buffer;
     std::atomic<std::int64_t> delayFactorMs; ///< of the last closed period
     std::atomic<std::int64_t> discontinuities; ///< continuity errors of the last closed period
     std::atomic<std::int64_t> lastBitrate; ///< of the last closed period, bits per second
     std::atomic<std::int32_t> tsPacketSize; ///< of the last datagram, bytes: 188, 204 or 0
     std::atomic<std::int32_t> tsPacketsPerDatagram; ///< of the last datagram
     std::mutex bufferMutex; ///< guards `buffer`
-    std::atomic<bool>
-        running; ///< from a successful start to the stop, even when the loop ends by an error meanwhile
+    /// From a successful start to the stop, even when the loop ends by an error meanwhile.
+    std::atomic<bool> running;
     std::string filter; ///< pcap-filter(7) text
     ::protocol protocol; ///< transport of the stream
 

@@ -59,8 +59,8 @@ public:
     std::int64_t oldTimestamp = 0; ///< time stamp of the previous frame, µs
     std::int64_t dt = 0; ///< µs accumulated in the current period
     std::int64_t NbBitsRecu = 0; ///< bits received in the current period
-    std::int64_t bitrate =
-        0; ///< bit rate of the last closed period, bits per second; drains the virtual buffer
+    /// Bit rate of the last closed period, bits per second; drains the virtual buffer.
+    std::int64_t bitrate = 0;
     std::int64_t VBmax = 0; ///< highest level with a frame in the current period, bits
     std::int64_t VBmin = noLevel; ///< lowest level before a frame in the current period, bits
     std::uint32_t NbPaquetTS = 0; ///< TS packets examined in the current period; counted, never reported

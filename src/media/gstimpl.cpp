@@ -18,12 +18,14 @@ void releaseUnused(GstElement* element)
         gst_object_unref(gst_object_ref_sink(element));
 }
 
-/// For a bus thread that is still held up when the wait is over: it keeps what it may yet touch, and the last of it goes
-/// when the thread ends. (Deleting a QThread that runs would end the whole process.)
+/// For a bus thread that is still held up when the wait is over: it keeps what it may yet touch, and the last
+/// of it goes when the thread ends. (Deleting a QThread that runs would end the whole process.)
 void releaseWhenFinished(QThread* thread, gstmsgHandler* handler, GstElement* pipeline)
 {
     gst_object_ref(pipeline);
-    QObject::connect(thread, &QThread::finished, handler, [pipeline] { gst_object_unref(pipeline); }, Qt::DirectConnection);
+    QObject::connect(
+        thread, &QThread::finished, handler, [pipeline] { gst_object_unref(pipeline); },
+        Qt::DirectConnection);
     QObject::connect(thread, SIGNAL(finished()), handler, SLOT(deleteLater()), Qt::DirectConnection);
     QObject::connect(thread, SIGNAL(finished()), thread, SLOT(deleteLater()));
 }
@@ -46,8 +48,8 @@ bool gstImpl::createHead()
     m_pQueue1 = gst_element_factory_make("queue", "queue1");
     if (m_pQueue1) {
         // Bytes are the only limit: a transport stream's buffers carry no duration.
-        g_object_set(m_pQueue1, "max-size-buffers", 0u, "max-size-bytes", headQueueBytes, "max-size-time", guint64(0),
-            nullptr);
+        g_object_set(m_pQueue1, "max-size-buffers", 0u, "max-size-bytes", headQueueBytes, "max-size-time",
+            guint64(0), nullptr);
     }
     m_pTee = gst_element_factory_make("tee", "tee");
     if (!m_pPipeline || !m_pSource || !m_pQueue1 || !m_pTee) {

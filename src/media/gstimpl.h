@@ -13,26 +13,29 @@
 class gstmsgHandler;
 class QThread;
 
-/// Owner of one GStreamer pipeline: source, queue and tee as its fixed head, the branches that the modes hang off the tee,
-/// the bus thread and the PSI tables.
+/// Owner of one GStreamer pipeline: source, queue and tee as its fixed head, the branches that the modes hang
+/// off the tee, the bus thread and the PSI tables.
 ///
-/// Threads: every operation is called on the main thread; the section slots and slotEndOfStream() run on the bus thread
-/// (direct connections); the decodebin callbacks run on GStreamer's streaming threads. Results of creation, linking and
-/// state changes are not looked at: what goes wrong shows as an error message on the bus.
+/// Threads: every operation is called on the main thread; the section slots and slotEndOfStream() run on the
+/// bus thread (direct connections); the decodebin callbacks run on GStreamer's streaming threads. Results of
+/// creation, linking and state changes are not looked at: what goes wrong shows as an error message on the
+/// bus.
 class gstImpl : public QObject
 {
     Q_OBJECT
 public:
-    /// Builds the head around `source`, which the pipeline takes over, and starts the bus thread; the pipeline stays in the
-    /// NULL state. A head that can not be built is logged and leaves an object without bus thread.
+    /// Builds the head around `source`, which the pipeline takes over, and starts the bus thread; the
+    /// pipeline stays in the NULL state. A head that can not be built is logged and leaves an object without
+    /// bus thread.
     explicit gstImpl(GstElement* source);
     /// Stops, empties the tables and ends the bus thread; waits 5 s for it at most.
     ~gstImpl() override;
 
-    // Modes. They are not exclusive: branches stay until stop(). The int is the state-change result; no caller needs it.
+    // Modes. They are not exclusive: branches stay until stop(). The int is the state-change result; no
+    // caller needs it.
 
-    /// Decodes the program and shows it on display and loudspeaker. A second call reuses the branch: the new number reaches
-    /// the demultiplexers that decodebin adds from then on.
+    /// Decodes the program and shows it on display and loudspeaker. A second call reuses the branch: the new
+    /// number reaches the demultiplexers that decodebin adds from then on.
     int play(int programNumber);
     /// Records the whole transport stream to a file; a second call switches the file.
     void record(std::string location);
@@ -48,13 +51,13 @@ public:
     /// Decoded picture size in pixels; -1 until a video pad was linked.
     int getVideoDecodedWidth();
     int getVideoDecodedHeight();
-    /// Caps of the elementary stream that decodebin is about to decode, or null. Borrowed: valid until the next mode
-    /// operation or the destructor.
+    /// Caps of the elementary stream that decodebin is about to decode, or null. Borrowed: valid until the
+    /// next mode operation or the destructor.
     GstCaps* getVideoDecodedCaps();
     GstCaps* getAudioDecodedCaps();
 
-    // Tables (gstimpl_tables.cpp). A returned pointer stays valid, and its bytes unchanged, until the same getter is called
-    // again or the object ends, whatever sections arrive meanwhile.
+    // Tables (gstimpl_tables.cpp). A returned pointer stays valid, and its bytes unchanged, until the same
+    // getter is called again or the object ends, whatever sections arrive meanwhile.
 
     /// The last accepted PAT section; never null, empty before the first.
     std::vector<std::uint8_t>* getPAT();
@@ -66,7 +69,8 @@ public:
     std::vector<std::uint8_t>* getNIT();
     /// Number of programs in the PAT, program 0 not counted.
     int getTotalNumberOfProgramsFound();
-    /// Program number at a position of the SDT's services, or of the PAT's programs when there is no SDT; 0 outside.
+    /// Program number at a position of the SDT's services, or of the PAT's programs when there is no SDT; 0
+    /// outside.
     int getProgramNumber(int index);
     /// Empties the tables. (No demultiplexer filter is touched, despite the name.)
     void clearPIDFilter();
@@ -75,7 +79,8 @@ public:
 
     /// Writes the pipeline graph with all details to GStreamer's dot-file folder, if one is set.
     void debugdotfile(std::string name);
-    /// Logs limits and levels of the branches' queues. On the main thread, which makes and removes the branches.
+    /// Logs limits and levels of the branches' queues. On the main thread, which makes and removes the
+    /// branches.
     void debugQueueSize();
     static void cb_underrun_queue(GstElement* queue, void* data);
     static void cb_overrun_queue(GstElement* queue, void* data);
@@ -101,11 +106,13 @@ private:
     void createPlayBranch();
     void unlinkOtherBranches();
     void linkOtherBranches();
-    template<typename Handle> void removeElement(Handle& element);
-    void takeCaps(std::atomic<GstCaps*>& field, std::atomic<GstPad*>& fieldPad, GstPad* pad, const GstCaps* caps);
+    template <typename Handle> void removeElement(Handle& element);
+    void takeCaps(
+        std::atomic<GstCaps*>& field, std::atomic<GstPad*>& fieldPad, GstPad* pad, const GstCaps* caps);
     void readPictureSize(const GstCaps* caps);
 
-    static gint cb_autoplug_select_decodebin(GstBin* bin, GstPad* pad, GstCaps* caps, GstElementFactory* factory, void* data);
+    static gint cb_autoplug_select_decodebin(
+        GstBin* bin, GstPad* pad, GstCaps* caps, GstElementFactory* factory, void* data);
     static gboolean cb_new_pad_decodebin(GstElement* element, GstPad* pad, void* data);
     static void cb_element_added_decodebin(GstBin* bin, GstElement* element, void* data);
     static gboolean cb_new_stream_decodebin(GstBin* bin, GstPad* pad, GstCaps* caps, void* data);
@@ -132,7 +139,8 @@ private:
     GstElement* m_pTsParse = nullptr;
     GstElement* m_pFakesink = nullptr;
     GstElement* m_pDecodebin = nullptr;
-    std::atomic<GstElement*> m_pMultiqueue{nullptr}; ///< the one inside decodebin; written by a streaming thread
+    /// The one inside decodebin; written by a streaming thread.
+    std::atomic<GstElement*> m_pMultiqueue{nullptr};
     std::atomic<GstElement*> m_pVideoqueue{nullptr}; ///< also read by a streaming thread, which links to it
     GstElement* m_pKmssink = nullptr;
     std::atomic<GstElement*> m_pAudioqueue{nullptr}; ///< likewise
@@ -154,5 +162,6 @@ private:
     std::vector<std::uint8_t> m_sdtSnapshot;
     std::vector<std::uint8_t> m_pmtSnapshot;
     std::mutex m_capsMutex; ///< guards m_takenCaps between streaming threads
-    std::vector<GstCaps*> m_takenCaps; ///< owned copies, kept while a reader may hold one; released at the next mode
+    /// Owned copies, kept while a reader may hold one; released at the next mode.
+    std::vector<GstCaps*> m_takenCaps;
 };

@@ -40,7 +40,8 @@ void gstImpl::record(std::string location)
         m_pQueueRec = gst_element_factory_make("queue", "queueRecord");
         m_pFilesink = gst_element_factory_make("filesink", "filesink1");
         // Unbounded: a slow card must not lose packets of the other branches.
-        g_object_set(m_pQueueRec, "max-size-buffers", 0u, "max-size-bytes", 0u, "max-size-time", guint64(0), nullptr);
+        g_object_set(
+            m_pQueueRec, "max-size-buffers", 0u, "max-size-bytes", 0u, "max-size-time", guint64(0), nullptr);
         gst_bin_add(GST_BIN(m_pPipeline), m_pQueueRec);
         gst_bin_add(GST_BIN(m_pPipeline), m_pFilesink);
         gst_element_link_many(m_pTee, m_pQueueRec, m_pFilesink, nullptr);
@@ -72,7 +73,8 @@ int gstImpl::scan()
         m_pQueueTsParse = gst_element_factory_make("queue", "queueTsParse");
         m_pTsParse = gst_element_factory_make("tsparse", "tsparse");
         m_pFakesink = gst_element_factory_make("fakesink", "fakesink");
-        g_object_set(m_pQueueTsParse, "max-size-buffers", 0u, "max-size-bytes", 0u, "max-size-time", guint64(0), nullptr);
+        g_object_set(m_pQueueTsParse, "max-size-buffers", 0u, "max-size-bytes", 0u, "max-size-time",
+            guint64(0), nullptr);
         g_object_set(m_pFakesink, "async", FALSE, nullptr);
         gst_bin_add(GST_BIN(m_pPipeline), m_pQueueTsParse);
         gst_bin_add(GST_BIN(m_pPipeline), m_pTsParse);

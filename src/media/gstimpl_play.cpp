@@ -64,10 +64,11 @@ void gstImpl::createPlayElements()
     m_pAudioqueue = gst_element_factory_make("queue", "queueAudio");
     m_pAudioconvert = gst_element_factory_make("audioconvert", "audioconvert1");
     m_pAlsasink = gst_element_factory_make("alsasink", "alsasink1");
-    g_object_set(m_pDecodebin, "max-size-buffers", 0u, "max-size-bytes", decodebinBytes, "max-size-time", guint64(0),
-        nullptr);
+    g_object_set(m_pDecodebin, "max-size-buffers", 0u, "max-size-bytes", decodebinBytes, "max-size-time",
+        guint64(0), nullptr);
     g_object_set(m_pKmssink, "max-lateness", maxLatenessNs, "display-ratio", 0, nullptr);
-    g_object_set(m_pAudioqueue, "max-size-time", audioQueueTimeNs, "max-size-buffers", audioQueueBuffers, nullptr);
+    g_object_set(
+        m_pAudioqueue, "max-size-time", audioQueueTimeNs, "max-size-buffers", audioQueueBuffers, nullptr);
     g_signal_connect(m_pDecodebin, "autoplug-select", G_CALLBACK(cb_autoplug_select_decodebin), this);
     g_signal_connect(m_pDecodebin, "pad-added", G_CALLBACK(cb_new_pad_decodebin), this);
     g_signal_connect(m_pDecodebin, "element-added", G_CALLBACK(cb_element_added_decodebin), this);
@@ -108,7 +109,7 @@ void gstImpl::linkOtherBranches()
 }
 
 /// `element` is a plain or an atomic handle.
-template<typename Handle> void gstImpl::removeElement(Handle& element)
+template <typename Handle> void gstImpl::removeElement(Handle& element)
 {
     if (element)
         gst_bin_remove(GST_BIN(m_pPipeline), element); // drops the pipeline's reference, the last one
@@ -167,7 +168,8 @@ gint gstImpl::cb_autoplug_select_decodebin(GstBin*, GstPad*, GstCaps*, GstElemen
 {
     const gchar* name = GST_OBJECT_NAME(factory);
     g_print("Factory-select: %s\n", name);
-    const bool skipped = contains(name, "aiurdemux") || contains(name, "h264parse") || contains(name, "h265parse");
+    const bool skipped =
+        contains(name, "aiurdemux") || contains(name, "h264parse") || contains(name, "h265parse");
     return skipped ? autoplugSkip : autoplugTry;
 }
 
@@ -203,7 +205,8 @@ gboolean gstImpl::cb_new_stream_decodebin(GstBin*, GstPad* pad, GstCaps* caps, v
         self->takeCaps(self->m_videoCaps, self->m_videoCapsPad, pad, caps);
         return TRUE;
     }
-    if (contains(name, "audio/x-ac4") || !contains(name, "audio/")) // no decoder for AC-4; what else there is, is not played
+    // No decoder for AC-4; what else there is, is not played.
+    if (contains(name, "audio/x-ac4") || !contains(name, "audio/"))
         return FALSE;
     self->takeCaps(self->m_audioCaps, self->m_audioCapsPad, pad, caps);
     return TRUE;

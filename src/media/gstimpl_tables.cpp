@@ -24,7 +24,8 @@ std::optional<std::vector<std::uint32_t>> entriesOfPat(GstMpegtsSection* section
         return std::nullopt;
     std::vector<std::uint32_t> numbers;
     for (guint i = 0; i < entries->len; ++i)
-        numbers.push_back(static_cast<const GstMpegtsPatProgram*>(g_ptr_array_index(entries, i))->program_number);
+        numbers.push_back(
+            static_cast<const GstMpegtsPatProgram*>(g_ptr_array_index(entries, i))->program_number);
     g_ptr_array_unref(entries);
     return numbers;
 }
@@ -35,7 +36,8 @@ std::vector<std::uint32_t> servicesOfSdt(GstMpegtsSection* section)
     std::vector<std::uint32_t> services;
     const GstMpegtsSDT* sdt = gst_mpegts_section_get_sdt(section);
     for (guint i = 0; sdt && i < sdt->services->len; ++i)
-        services.push_back(static_cast<const GstMpegtsSDTService*>(g_ptr_array_index(sdt->services, i))->service_id);
+        services.push_back(
+            static_cast<const GstMpegtsSDTService*>(g_ptr_array_index(sdt->services, i))->service_id);
     return services;
 }
 
@@ -50,7 +52,10 @@ std::vector<std::uint32_t> withoutZero(std::vector<std::uint32_t> numbers)
 struct SectionHolder
 {
     GstMpegtsSection* section;
-    explicit SectionHolder(GstMpegtsSection* s) : section(s) {}
+    explicit SectionHolder(GstMpegtsSection* s)
+        : section(s)
+    {
+    }
     ~SectionHolder() { gst_mpegts_section_unref(section); }
     SectionHolder(const SectionHolder&) = delete;
     SectionHolder& operator=(const SectionHolder&) = delete;
@@ -58,7 +63,8 @@ struct SectionHolder
 
 } // namespace
 
-// A slot stores first and prints last: standard output may hold the bus thread up while the object is deleted.
+// A slot stores first and prints last: standard output may hold the bus thread up while the object is
+// deleted.
 
 void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
 {
@@ -92,8 +98,8 @@ void gstImpl::newSdtSectionReceived(GstMpegtsSection* section)
     const std::vector<std::uint32_t> services = servicesOfSdt(section);
     {
         const std::lock_guard<std::mutex> lock(m_tablesMutex);
-        // Appended without emptying: this is meant. Two sections of different lengths let the list grow with each repetition
-        // until the tables are cleared; the controller takes what it needs by section_number.
+        // Appended without emptying: this is meant. Two sections of different lengths let the list grow with
+        // each repetition until the tables are cleared; the controller takes what it needs by section_number.
         m_sdtBytes.insert(m_sdtBytes.end(), bytes.begin(), bytes.end());
         m_sdtServices = withoutZero(services);
     }
@@ -112,7 +118,8 @@ void gstImpl::newPmtSectionReceived(GstMpegtsSection* section)
     {
         const std::lock_guard<std::mutex> lock(m_tablesMutex);
         const auto same = [number](const PMT_vector_Struct& known) { return known.program_number == number; };
-        if (std::any_of(m_pmtSections.begin(), m_pmtSections.end(), same)) // the first PMT is kept until the next scan
+        // The first PMT is kept until the next scan.
+        if (std::any_of(m_pmtSections.begin(), m_pmtSections.end(), same))
             return;
         m_pmtSections.push_back({number, bytesOf(section)});
     }
@@ -150,7 +157,9 @@ std::vector<std::uint8_t>* gstImpl::getSDT()
 std::vector<std::uint8_t>* gstImpl::getPMT()
 {
     const std::lock_guard<std::mutex> lock(m_tablesMutex);
-    const auto chosen = [this](const PMT_vector_Struct& known) { return known.program_number == m_programNumber; };
+    const auto chosen = [this](const PMT_vector_Struct& known) {
+        return known.program_number == m_programNumber;
+    };
     const auto found = std::find_if(m_pmtSections.begin(), m_pmtSections.end(), chosen);
     if (found == m_pmtSections.end())
         return nullptr;
@@ -162,8 +171,8 @@ std::vector<std::uint8_t>* gstImpl::getNIT()
 {
     const std::lock_guard<std::mutex> lock(m_tablesMutex);
     m_nitBytes.clear();
-    // Only as many numbers are looked for as there are sections: a NIT whose first section was missed is left out, on
-    // purpose, rather than sent with a gap.
+    // Only as many numbers are looked for as there are sections: a NIT whose first section was missed is left
+    // out, on purpose, rather than sent with a gap.
     for (std::size_t number = 0; number < m_nitSections.size(); ++number) {
         for (const NIT_vector_Struct& section : m_nitSections) {
             if (section.section_number == number)

@@ -15,8 +15,8 @@ constexpr guint8 tableIdPmt = 0x02;
 constexpr guint8 tableIdNitActual = 0x40;
 constexpr guint8 tableIdSdtActual = 0x42;
 
-/// The console learns of each message by one empty write: this is meant, a stream's messages must not flood it. The
-/// messages' own vocabulary is what the callers format.
+/// The console learns of each message by one empty write: this is meant, a stream's messages must not flood
+/// it. The messages' own vocabulary is what the callers format.
 void noteOnConsole(const QString&)
 {
     const QString text;
@@ -47,7 +47,8 @@ void gstmsgHandler::doWork()
         gst_message_unref(message);
     }
     gst_object_unref(bus);
-    QThread::currentThread()->terminate(); // ends the thread's event loop before it starts; nothing else would end it
+    // Ends the thread's event loop before it starts; nothing else would end it.
+    QThread::currentThread()->terminate();
 }
 
 void gstmsgHandler::handleMessage(GstMessage* message)
@@ -66,7 +67,8 @@ void gstmsgHandler::handleMessage(GstMessage* message)
         gst_element_set_state(m_pipeline, GST_STATE_NULL);
         break;
     default:
-        noteOnConsole(QString::asprintf("Unexpected message of type %d", static_cast<int>(GST_MESSAGE_TYPE(message))));
+        noteOnConsole(
+            QString::asprintf("Unexpected message of type %d", static_cast<int>(GST_MESSAGE_TYPE(message))));
         break;
     }
 }
@@ -98,5 +100,6 @@ void gstmsgHandler::handleSection(GstMpegtsSection* section)
     else if (type == GST_MPEGTS_SECTION_NIT && section->table_id == tableIdNitActual)
         Q_EMIT newNitSection(section);
     else
-        gst_mpegts_section_unref(section); // other networks' tables, EIT, TDT, CAT and what else a stream carries
+        // Other networks' tables, EIT, TDT, CAT and what else a stream carries.
+        gst_mpegts_section_unref(section);
 }

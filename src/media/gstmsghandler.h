@@ -4,9 +4,9 @@
 
 #include <QObject>
 
-/// Reads a pipeline's bus on a thread of its own and turns PSI sections and the end of the stream into signals. Receivers
-/// connect directly, so their slots run inside the loop, on the bus thread. The section that a signal carries is one
-/// reference, which the receiver releases.
+/// Reads a pipeline's bus on a thread of its own and turns PSI sections and the end of the stream into
+/// signals. Receivers connect directly, so their slots run inside the loop, on the bus thread. The section
+/// that a signal carries is one reference, which the receiver releases.
 class gstmsgHandler : public QObject
 {
     Q_OBJECT
@@ -23,8 +23,8 @@ Q_SIGNALS:
     void signalEndOfStream();
 
 public Q_SLOTS:
-    /// The loop. Returns within a second of an interruption request to its thread, and then ends that thread; errors and
-    /// the end of a stream keep it running.
+    /// The loop. Returns within a second of an interruption request to its thread, and then ends that thread;
+    /// errors and the end of a stream keep it running.
     void doWork();
 
 private:

@@ -4,21 +4,66 @@
 
 gstsource::~gstsource() = default;
 
-int gstsource::getProgramNumber(int index) { return impl->getProgramNumber(index); }
-int gstsource::play(int programNumber) { return impl->play(programNumber); }
-int gstsource::scanStream() { return impl->scan(); }
-void gstsource::recordStream(std::string path) { impl->record(path); }
-void gstsource::stop() { impl->stop(); }
-int gstsource::sendStream() { return impl->sendStream(); }
-void gstsource::debugdotfile(std::string name) { impl->debugdotfile(name); }
-std::vector<std::uint8_t>* gstsource::getPAT() { return impl->getPAT(); }
-std::vector<std::uint8_t>* gstsource::getPMT() { return impl->getPMT(); }
-std::vector<std::uint8_t>* gstsource::getNIT() { return impl->getNIT(); }
-int gstsource::getTotalNumberOfProgramsFound() { return impl->getTotalNumberOfProgramsFound(); }
-int gstsource::getVideoDecodedWidth() { return impl->getVideoDecodedWidth(); }
-int gstsource::getVideoDecodedHeight() { return impl->getVideoDecodedHeight(); }
-GstCaps* gstsource::getVideoDecodedCaps() { return impl->getVideoDecodedCaps(); }
-GstCaps* gstsource::getAudioDecodedCaps() { return impl->getAudioDecodedCaps(); }
+int gstsource::getProgramNumber(int index)
+{
+    return impl->getProgramNumber(index);
+}
+int gstsource::play(int programNumber)
+{
+    return impl->play(programNumber);
+}
+int gstsource::scanStream()
+{
+    return impl->scan();
+}
+void gstsource::recordStream(std::string path)
+{
+    impl->record(path);
+}
+void gstsource::stop()
+{
+    impl->stop();
+}
+int gstsource::sendStream()
+{
+    return impl->sendStream();
+}
+void gstsource::debugdotfile(std::string name)
+{
+    impl->debugdotfile(name);
+}
+std::vector<std::uint8_t>* gstsource::getPAT()
+{
+    return impl->getPAT();
+}
+std::vector<std::uint8_t>* gstsource::getPMT()
+{
+    return impl->getPMT();
+}
+std::vector<std::uint8_t>* gstsource::getNIT()
+{
+    return impl->getNIT();
+}
+int gstsource::getTotalNumberOfProgramsFound()
+{
+    return impl->getTotalNumberOfProgramsFound();
+}
+int gstsource::getVideoDecodedWidth()
+{
+    return impl->getVideoDecodedWidth();
+}
+int gstsource::getVideoDecodedHeight()
+{
+    return impl->getVideoDecodedHeight();
+}
+GstCaps* gstsource::getVideoDecodedCaps()
+{
+    return impl->getVideoDecodedCaps();
+}
+GstCaps* gstsource::getAudioDecodedCaps()
+{
+    return impl->getAudioDecodedCaps();
+}
 
 void gstsource::status(std::string* out)
 {

@@ -15,9 +15,9 @@ struct T2MI_Config_Struct
     std::int32_t plpid; ///< physical layer pipe to extract
 };
 
-/// A stream source: a bin "my_bin" with one ghost pad "src" that delivers an MPEG transport stream, and the pipeline object
-/// around it. Made, used and deleted on the main thread. Building one starts nothing; it lives as long as its pipeline.
-/// Polymorphic only through its destructor.
+/// A stream source: a bin "my_bin" with one ghost pad "src" that delivers an MPEG transport stream, and the
+/// pipeline object around it. Made, used and deleted on the main thread. Building one starts nothing; it
+/// lives as long as its pipeline. Polymorphic only through its destructor.
 class gstsource
 {
 public:

@@ -9,8 +9,8 @@ rtpsource::rtpsource(std::string address, std::string port, T2MI_Config_Struct* 
 {
     qDebug("------------------rtpsource constr ------------------");
     udpsrc = makeUdpReceiver(StreamAddress(std::move(address), std::move(port)));
-    GstCaps* caps = gst_caps_new_simple("application/x-rtp", "media", G_TYPE_STRING, "video", "clock-rate", G_TYPE_INT,
-        90000, "encoding-name", G_TYPE_STRING, "MP2T-ES", nullptr);
+    GstCaps* caps = gst_caps_new_simple("application/x-rtp", "media", G_TYPE_STRING, "video", "clock-rate",
+        G_TYPE_INT, 90000, "encoding-name", G_TYPE_STRING, "MP2T-ES", nullptr);
     g_object_set(udpsrc, "caps", caps, nullptr);
     gst_caps_unref(caps);
     rtpdepay = gst_element_factory_make("rtpmp2tdepay", "rtpmp2tdepay1");

@@ -65,7 +65,7 @@ int copyT2miFrame(GstElement* t2mi, unsigned char* buffer)
         return 0;
     int size = 0;
     G_GNUC_BEGIN_IGNORE_DEPRECATIONS // the platform's property is a GValueArray, which GLib only calls old
-    const GParamSpec* property = g_object_class_find_property(G_OBJECT_GET_CLASS(t2mi), "frame");
+        const GParamSpec* property = g_object_class_find_property(G_OBJECT_GET_CLASS(t2mi), "frame");
     if (!property || !g_type_is_a(property->value_type, g_value_array_get_type()))
         return 0;
     GValue value = G_VALUE_INIT;

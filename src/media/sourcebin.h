@@ -5,12 +5,14 @@
 #include <initializer_list>
 #include <string>
 
-// What the sources' constructors share. Main thread. Results of making and linking elements are not looked at.
+// What the sources' constructors share. Main thread. Results of making and linking elements are not looked
+// at.
 
 /// Size of the blocks that a file or the FPGA delivers: one hundred transport stream packets.
 constexpr guint tsBlockBytes = 18800;
 
-/// A bin "my_bin" of the elements, linked in order, with a ghost pad "src" from the last one. Null elements are left out.
+/// A bin "my_bin" of the elements, linked in order, with a ghost pad "src" from the last one. Null elements
+/// are left out.
 GstElement* makeSourceBin(std::initializer_list<GstElement*> chain);
 
 /// The address and port of a stream as the controller sent them, made ready for a receiver.
@@ -30,6 +32,6 @@ GstElement* makeUdpReceiver(const StreamAddress& address);
 /// The "t2mi" element behind `receiver`, whose buffers then carry arrival times; null when `config` is null.
 GstElement* makeT2miExtractor(const T2MI_Config_Struct* config, GstElement* receiver);
 
-/// Copies the extractor's last T2-MI frame to `buffer`, which must have room for a whole frame. Returns its size in bytes,
-/// 0 without extractor or buffer.
+/// Copies the extractor's last T2-MI frame to `buffer`, which must have room for a whole frame. Returns its
+/// size in bytes, 0 without extractor or buffer.
 int copyT2miFrame(GstElement* t2mi, unsigned char* buffer);

@@ -11,7 +11,8 @@ public:
     udpsource(std::string address, std::string port, T2MI_Config_Struct* config);
     ~udpsource() override;
 
-    /// Copies the last T2-MI frame to `buffer`, which must have room for a whole one; returns its size in bytes, or 0.
+    /// Copies the last T2-MI frame to `buffer`, which must have room for a whole one; returns its size in
+    /// bytes, or 0.
     int GetT2MIFrame(unsigned char* buffer);
 
 private:

@@ -23,7 +23,8 @@ ifreq requestFor(const MyData& settings)
     return request;
 }
 
-/// An address of the interface in dotted form and "\n". When the kernel refuses, the request is read back as it stands.
+/// An address of the interface in dotted form and "\n". When the kernel refuses, the request is read back as
+/// it stands.
 std::string queryAddress(unsigned long ioctlRequest)
 {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);

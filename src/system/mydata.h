@@ -11,8 +11,9 @@ enum protocol : std::int32_t {
     protocolRtpT2mi = 3,
 };
 
-/// The process-wide settings record. It starts from fixed defaults at every start and changes only by command; nothing is
-/// stored. Main thread only, except that stream sources read `vlan` and `vlanId` while they are built (main thread too).
+/// The process-wide settings record. It starts from fixed defaults at every start and changes only by
+/// command; nothing is stored. Main thread only, except that stream sources read `vlan` and `vlanId` while
+/// they are built (main thread too).
 struct MyData
 {
     protocol serverProtocol = protocolUdp;
@@ -31,5 +32,6 @@ struct MyData
 
 extern MyData data;
 
-/// Name of the wired interface that capture, address queries and routing follow: "eth0", or "eth0." and the VLAN id.
+/// Name of the wired interface that capture, address queries and routing follow: "eth0", or "eth0." and the
+/// VLAN id.
 std::string wiredInterfaceName(bool vlan, const std::string& vlanId);

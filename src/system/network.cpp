@@ -46,11 +46,13 @@ void Network::SetStaticIP(std::string ip, std::string mask, bool vlan, std::stri
     deleteConnections();
     const std::string address = ip + "/" + std::to_string(HowManyBitsInMask(mask));
     if (vlan) {
-        // No gateway here, on purpose: a VLAN carries streams only, the default route stays with the plain connection.
-        runShell("nmcli con add type vlan con-name \"Wired connection 1_vlan\" dev eth0 id " + vlanId + " ip4 " + address);
+        // No gateway here, on purpose: a VLAN carries streams only, the default route stays with the plain
+        // connection.
+        runShell("nmcli con add type vlan con-name \"Wired connection 1_vlan\" dev eth0 id " + vlanId
+            + " ip4 " + address);
     } else {
-        runShell("nmcli con add con-name \"Wired connection 1\" ifname eth0 type ethernet ip4 " + address + " gw4 "
-            + gatewayOf(ip));
+        runShell("nmcli con add con-name \"Wired connection 1\" ifname eth0 type ethernet ip4 " + address
+            + " gw4 " + gatewayOf(ip));
     }
 }
 
@@ -69,5 +71,6 @@ std::string Network::GetIpStatus()
 {
     const std::string addresses = outputOf("ifconfig", {"eth0"});
     const std::string link = outputOf("ethtool", {"eth0"});
-    return addresses + link.substr(link.find("Speed")); // throws when there is no "Speed": the dispatcher logs it
+    // Throws when there is no "Speed": the dispatcher logs it.
+    return addresses + link.substr(link.find("Speed"));
 }

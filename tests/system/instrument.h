@@ -46,8 +46,8 @@ public:
     /// Starts it and waits until it is ready. With `startDaemon` false the daemon waits for daemon("start"),
     /// so that a test can prepare the instrument's files before.
     explicit Instrument(bool startDaemon = true);
-    /// With its hardware (FPGA, bitstream file, DAB receiver program), daemon not started; options as those of
-    /// bench/hardware.
+    /// With its hardware (FPGA, bitstream file, DAB receiver program), daemon not started; options as those
+    /// of bench/hardware.
     explicit Instrument(const QStringList& hardwareOptions);
     ~Instrument();
     Instrument(const Instrument&) = delete;
@@ -71,7 +71,8 @@ public:
     QString ethernetAddress() const;
     /// Takes the far end of eth0 up or down.
     void setLink(bool up) const;
-    /// Lets a program fail, stall or speak when the daemon runs it next: arguments of "bench/instrument behave".
+    /// Lets a program fail, stall or speak when the daemon runs it next: arguments of "bench/instrument
+    /// behave".
     void misbehave(const QStringList& arguments) const;
 
     /// "start", "stop", "kill", "restart".

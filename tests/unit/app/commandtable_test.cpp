@@ -7,10 +7,11 @@
 namespace {
 
 // The controller's commands in matching order.
-const char* const words[] = {"interface?", "interface=", "server?", "server=", "scancur", "streaminfo?", "videostatus?",
-    "getnit?", "getpmt?", "play=", "getiat?", "getethernetmes?", "ping", "version?", "update", "sendts", "t2miframe?",
-    "ipstatus?", "!07_S_&", "!0C_D_IX:", "!0C_L_IX:", "!07_A_&", "!07_E_&", "!16_O_AX:", "!07_V_&", "PVR_record",
-    "PVR_stop", "PVR_scan", "PVR_reclist", "PVR_export", "START_DAB", "STOP_DAB", "dab", "command:"};
+const char* const words[] = {"interface?", "interface=", "server?", "server=", "scancur", "streaminfo?",
+    "videostatus?", "getnit?", "getpmt?", "play=", "getiat?", "getethernetmes?", "ping", "version?", "update",
+    "sendts", "t2miframe?", "ipstatus?", "!07_S_&", "!0C_D_IX:", "!0C_L_IX:", "!07_A_&", "!07_E_&",
+    "!16_O_AX:", "!07_V_&", "PVR_record", "PVR_stop", "PVR_scan", "PVR_reclist", "PVR_export", "START_DAB",
+    "STOP_DAB", "dab", "command:"};
 
 class CommandTable : public StartedWorker
 {

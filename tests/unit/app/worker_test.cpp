@@ -57,7 +57,8 @@ class StartUp : public StartedWorker
 
 TEST_F(StartUp, NetworkingIsSwitchedOnThenDhcpIsSetThenTheMixer)
 {
-    const Calls expected{"nmcli|networking|on", "nmcli|con|del|Wired connection 1", "nmcli|con|del|Wired connection 1_vlan",
+    const Calls expected{"nmcli|networking|on", "nmcli|con|del|Wired connection 1",
+        "nmcli|con|del|Wired connection 1_vlan",
         "nmcli|con|add|con-name|Wired connection 1|ifname|eth0|type|ethernet", "amixer|sset|PCM|80%",
         "amixer|sset|Headphone|92%"};
     EXPECT_EQ(programs().calls(), expected);
@@ -220,7 +221,8 @@ TEST_F(Dispatcher, RandomBurstsNeverEndIt)
         std::string burst;
         for (std::size_t n = random() % 80; n > 0; --n)
             burst += alphabet[random() % alphabet.size()];
-        EXPECT_EQ(cycle("#" + burst + "\n"), ""); // the mark keeps the first text from being a command by chance
+        // The mark keeps the first text from being a command by chance.
+        EXPECT_EQ(cycle("#" + burst + "\n"), "");
     }
     EXPECT_EQ(cycle("ping a\n"), "pong");
 }

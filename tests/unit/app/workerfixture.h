@@ -6,8 +6,8 @@
 
 #include <memory>
 
-/// A started Worker on a private machine: own /dev, /sys, /home and network, recorded programs, the controller's end of the
-/// line in the test's hand. Each cycle is driven by the test.
+/// A started Worker on a private machine: own /dev, /sys, /home and network, recorded programs, the
+/// controller's end of the line in the test's hand. Each cycle is driven by the test.
 class StartedWorker : public ::testing::Test
 {
 protected:

@@ -250,8 +250,8 @@ TEST_F(PlayerCommands, AT2miFrameIsRepliedWholeWhateverItsSize)
     standins::add();
     Uart_SetServer("UDP_T2MI 127.0.0.1 5004 64 102\n");
     Uart_Scancur();
-    // Chunks of 4096, the line drained between two. 8202 bytes is the longest T2-MI packet; a pseudo-terminal, which has
-    // nothing to drain, takes all of it.
+    // Chunks of 4096, the line drained between two. 8202 bytes is the longest T2-MI packet; a
+    // pseudo-terminal, which has nothing to drain, takes all of it.
     for (const std::size_t size : {0, 1, 4095, 4096, 4097, 8192, 8202}) {
         std::vector<std::uint8_t> frame(size);
         for (std::size_t i = 0; i < size; ++i)

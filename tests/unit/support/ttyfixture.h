@@ -1,7 +1,8 @@
 #pragma once
 
-// The one fixture for the serial lines and the log, shared by all unit tests of the daemon. Programs that the code runs are
-// recorded by support/privatemachine.h (RecordedPrograms); mounts of single files are support/privatemounts.h.
+// The one fixture for the serial lines and the log, shared by all unit tests of the daemon. Programs that the
+// code runs are recorded by support/privatemachine.h (RecordedPrograms); mounts of single files are
+// support/privatemounts.h.
 
 #include <gtest/gtest.h>
 #include <string>
@@ -30,7 +31,8 @@ public:
     PseudoLine(const PseudoLine&) = delete;
     PseudoLine& operator=(const PseudoLine&) = delete;
 
-    /// Writes, and waits until the device's side has all of it to read (a terminal hands bytes over in its own time).
+    /// Writes, and waits until the device's side has all of it to read (a terminal hands bytes over in its
+    /// own time).
     void write(const std::string& bytes);
     /// Everything that arrives until `quietMs` pass without a byte.
     std::string readUntilQuiet(int quietMs = 50);
@@ -43,10 +45,12 @@ private:
 
     std::string m_device;
     int m_master = -1;
-    int m_slave = -1; ///< held open so that the line stays up while the device is closed, and to see what is pending
+    int m_slave =
+        -1; ///< held open so that the line stays up while the device is closed, and to see what is pending
 };
 
-/// A test with the controller's line at "/dev/ttymxc1" (the process-wide `uart` is connected to it) and the console at
+/// A test with the controller's line at "/dev/ttymxc1" (the process-wide `uart` is connected to it) and the
+/// console at
 /// "/dev/ttymxc0", in a private mount namespace. Skipped with the reason where that can not be had.
 class ControllerLine : public ::testing::Test
 {

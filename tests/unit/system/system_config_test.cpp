@@ -48,7 +48,8 @@ TEST_F(StagedKernel, StagedFilesAreCopiedRemovedAndTheUnitReboots)
     fs::create_directories(stagedKernel / "boot");
     std::ofstream(stagedKernel / "boot/Image") << "kernel";
     systconf.UpdateBootPartition();
-    const Calls expected{"cp|-r|/home/ondrak/Tessary/kernel/boot|/", "rm|-r|/home/ondrak/Tessary/kernel", "sync", "reboot"};
+    const Calls expected{
+        "cp|-r|/home/ondrak/Tessary/kernel/boot|/", "rm|-r|/home/ondrak/Tessary/kernel", "sync", "reboot"};
     EXPECT_EQ(calls(), expected);
 }
 
@@ -57,7 +58,8 @@ TEST_F(StagedKernel, AnEmptyStagingFolderStillIsRemovedAndTheUnitStillReboots)
     fs::create_directories(stagedKernel);
     systconf.UpdateBootPartition();
     // The shell finds nothing to expand and hands cp the pattern itself, which fails there.
-    const Calls expected{"cp|-r|/home/ondrak/Tessary/kernel/*|/", "rm|-r|/home/ondrak/Tessary/kernel", "sync", "reboot"};
+    const Calls expected{
+        "cp|-r|/home/ondrak/Tessary/kernel/*|/", "rm|-r|/home/ondrak/Tessary/kernel", "sync", "reboot"};
     EXPECT_EQ(calls(), expected);
 }
 
@@ -85,7 +87,8 @@ TEST_F(Console, EachMessageIsWrittenAsItStands)
 {
     const std::string text = "StopSmcroute()\r\n";
     EXPECT_EQ(systconf.special_debug(text.data(), static_cast<int>(text.size())), 0);
-    // The device gets no settings from us: what the line discipline makes of the line feed is the console's affair.
+    // The device gets no settings from us: what the line discipline makes of the line feed is the console's
+    // affair.
     EXPECT_EQ(console().readUntilQuiet(), text);
 }
 
