@@ -53,7 +53,7 @@ EbsDecoderInfo parseEbsDecoderInfo(const std::string& frame)
 std::string ebsVideoName(int code)
 {
     static const std::map<int, std::string> names{{0, "unknown"}, {1, "MPEG-1 or MPEG-2"}, {2, "H.264"},
-        {3, "MPEG-4 part 2"}, {8, "VP6"}, {10, "VP8"}, {14, "VP9"}, {15, "HEVC"}};
+        {3, "MPEG-4 Visual"}, {8, "VP6"}, {10, "VP8"}, {14, "VP9"}, {15, "HEVC"}};
     return nameOf(names, code);
 }
 

@@ -3,7 +3,7 @@
 #include "media/mpegts.h"
 
 /// Code of the video coding that the caps of an elementary stream name, as the controller's decoder
-/// information frame counts them: 1 MPEG-1/2, 2 H.264, 3 MPEG-4 part 2, 8 VP6, 10 VP8, 14 VP9, 15 H.265; 0
+/// information frame counts them: 1 MPEG-1/2, 2 H.264, 3 MPEG-4 Visual, 8 VP6, 10 VP8, 14 VP9, 15 H.265; 0
 /// for none of these, null caps and caps without a structure. The caps are only read.
 unsigned videoCode(const GstCaps* caps);
 

@@ -113,7 +113,7 @@ TEST(DecodeSdt, DecodesTheCharacterTablesOfDvbText)
         "BR Süd"); // ISO 6937 diacritic before its letter
     EXPECT_EQ(serviceName(std::string("\x01\xBF\xD5\xE0\xD2\xEB\xD9", 7)), "Первый"); // ISO 8859-5
     EXPECT_EQ(
-        serviceName(std::string("\x10\x00\x02\xCC\xFC", 5)), "Ěü"); // ISO 8859, part 2 named by two bytes
+        serviceName(std::string("\x10\x00\x02\xCC\xFC", 5)), "Ěü"); // ISO 8859-2 named by two bytes
     EXPECT_EQ(serviceName(std::string("\x11\x83\xEF\x89\x96", 5)),
         "華視"); // ISO/IEC 10646 basic multilingual plane
     EXPECT_EQ(serviceName("\x15"

@@ -17,7 +17,7 @@ using namespace tessary::test;
 // H.264 1280x720, AAC                   | 2, 0500, 02d0, 1
 // H.264 1280x720, AC-3                  | 2, 0500, 02d0, 2
 // H.265 1920x1080, E-AC-3               | 15, 0780, 0438, 7
-// MPEG-4 part 2 720x576, MPEG-1 layer 3 | 3, 02d0, 0240, 5
+// MPEG-4 Visual 720x576, MPEG-1 layer 3 | 3, 02d0, 0240, 5
 // VP9, which has a number too, is not among them: a transport stream has no stream type for it.
 
 struct Case
