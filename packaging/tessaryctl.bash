@@ -2,6 +2,7 @@
 # shellcheck shell=bash
 _tessaryctl()
 {
+    COMPREPLY=()
     local before=${COMP_WORDS[COMP_CWORD-1]}
     case $before in
         -p | --port | --png | --svg | -o | --out | update)

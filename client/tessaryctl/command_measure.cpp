@@ -80,20 +80,24 @@ void setServerIfGiven(Controller& controller, const std::vector<std::string>& wo
         controller.setServer(parseServer(words));
 }
 
-/// Starts the capture. What another stream left in the figures counts as present for up to two seconds more:
-/// they are let pass when the server is a new one.
-void startCapture(Controller& controller, const std::vector<std::string>& server)
+/// Starts the capture if it does not run yet, and returns the first reading. What another stream left in the
+/// figures counts as present for up to two seconds more; it is let pass when the server is a new one.
+Measurement startCapture(Controller& controller, const std::vector<std::string>& server)
 {
     setServerIfGiven(controller, server);
-    if (readMeasurement(controller).present && !server.empty())
+    Measurement first = readMeasurement(controller);
+    if (first.present && !server.empty()) {
         std::this_thread::sleep_for(Milliseconds(2100));
+        first = {};
+    }
+    return first;
 }
 
 void measureOnce(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    startCapture(controller, options.server);
-    const Measurement measurement = settledMeasurement(controller, options.wait);
+    const Measurement first = startCapture(controller, options.server);
+    const Measurement measurement = settledMeasurement(controller, first, options.wait);
     if (context.json())
         context.print(jsonOf(measurement));
     else if (measurement.present)

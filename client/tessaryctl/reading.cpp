@@ -29,10 +29,10 @@ Measurement readMeasurement(Controller& controller)
     return *measurement;
 }
 
-Measurement settledMeasurement(Controller& controller, double wait)
+Measurement settledMeasurement(Controller& controller, const Measurement& first, double wait)
 {
     const auto deadline = std::chrono::steady_clock::now() + Milliseconds(std::lround(wait * 1000));
-    Measurement now = readMeasurement(controller);
+    Measurement now = first;
     if (now.present && now.bitRate > 0)
         return now;
     while (!(now.present && now.bitRate > 0) && std::chrono::steady_clock::now() < deadline) {
@@ -41,8 +41,9 @@ Measurement settledMeasurement(Controller& controller, double wait)
     }
     if (!now.present)
         return now;
-    // The first period drains its virtual buffer by the bit rate before the stream; the second one counts.
-    std::this_thread::sleep_for(Milliseconds(2300));
+    // A first frame after a silence ends a period that is mostly silence, and the next one drains its virtual
+    // buffer by that one's bit rate; the one after that counts.
+    std::this_thread::sleep_for(Milliseconds(2600));
     return readMeasurement(controller);
 }
 

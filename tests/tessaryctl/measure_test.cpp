@@ -1,6 +1,7 @@
 #include "toolsuite.h"
 
 #include <QFile>
+#include <thread>
 
 namespace {
 
@@ -35,6 +36,18 @@ TEST_F(ToolMeasure, MeasureGivesTheFiguresOfTheStream)
     const QByteArray text = tool({"measure"}).output;
     EXPECT_TRUE(text.contains("Mbit/s")) << text.constData();
     EXPECT_TRUE(text.contains("7 × 188 bytes\n")) << text.constData();
+}
+
+TEST_F(ToolMeasure, MeasureAfterAPauseIsNotSpoiltByThePause)
+{
+    const RunningStream stream = send();
+    ASSERT_TRUE(tool({"measure", "udp://239.0.0.1:1234"}).ok());
+    ASSERT_TRUE(tool({"scan", "--no-pids"}).ok()); // ends the capture
+    std::this_thread::sleep_for(std::chrono::seconds(5));
+    const QJsonObject json = toolJson({"measure"});
+    EXPECT_NEAR(json["bit_rate"].toDouble(), frameBits / interval * 1e6, 3e5);
+    EXPECT_LT(json["delay_factor_ms"].toInt(), 900);
+    EXPECT_EQ(json["continuity_errors"].toInt(), 0);
 }
 
 TEST_F(ToolMeasure, WithoutStreamItEndsWithSix)
