@@ -2,6 +2,7 @@
 #include "hardwaresuite.h"
 
 #include <QFile>
+#include <QRegularExpression>
 #include <thread>
 
 namespace {
@@ -89,9 +90,11 @@ TEST_F(Update, ATwoMegabytePackageIsInstalled)
         std::string_view(package.constData(), static_cast<std::size_t>(package.size())), Milliseconds(60000));
     line().write(crcOf(package));
     EXPECT_EQ(line().readLine(Milliseconds(patiently(60000))), "update ok\n");
-    EXPECT_EQ(shellCommands().filter("dpkg"),
-        (QStringList{"dpkg --add-architecture armhf", "cd /tmp && sudo dpkg -i --force-all Tessary.deb"}));
-    EXPECT_EQ(shellCommands().last(), "sync");
+    // Networking is off by then: the link watch may already have stopped the routing daemon behind them.
+    const QStringList installing = shellCommands().filter(QRegularExpression("dpkg|sync"));
+    EXPECT_EQ(installing,
+        (QStringList{
+            "dpkg --add-architecture armhf", "cd /tmp && sudo dpkg -i --force-all Tessary.deb", "sync"}));
     EXPECT_TRUE(instrument().shell("dpkg -s tessary-update").contains("Version: 1.5\n"));
     EXPECT_EQ(instrument().shell("stat -c %s /usr/share/tessary-update/payload"), "2000000\n");
     EXPECT_EQ(instrument().shell("cat /tmp/Tessary.deb"), package);
