@@ -44,6 +44,13 @@ TEST_F(ToolDevices, RecordGoesOnUntilItIsStopped)
     const double stopped = toolJson({"record", "stop"})["recording_bytes"].toDouble();
     EXPECT_GT(stopped, 0);
     EXPECT_EQ(toolJson({"record", "status"})["recording_bytes"].toDouble(), stopped);
+
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok()); // stopping ended the source, too
+    EXPECT_TRUE(tool({"record", "start"}).output.endsWith(" recorded, goes on\n"));
+    const CommandResult stop = tool({"record", "stop"});
+    EXPECT_TRUE(stop.ok()) << stop.errors.constData();
+    EXPECT_TRUE(stop.output.endsWith(" recorded\n")) << stop.output.constData();
+    EXPECT_EQ(tool({"record", "status"}).output, stop.output);
 }
 
 TEST_F(ToolDevices, RecordingNothingIsAFailure)

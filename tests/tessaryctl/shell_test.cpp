@@ -17,10 +17,10 @@ protected:
     class Terminal
     {
     public:
-        Terminal()
+        explicit Terminal(const QString& portName = port())
         {
             const QByteArray program = toolPath().toLocal8Bit();
-            const QByteArray portPath = port().toLocal8Bit();
+            const QByteArray portPath = portName.toLocal8Bit();
             const QByteArray state = instrument().path("state").toLocal8Bit();
             m_pid = ::forkpty(&m_far, nullptr, nullptr, nullptr);
             if (m_pid == 0) {
@@ -92,6 +92,25 @@ TEST_F(ToolShell, RunsCommandsCompletesThemAndRemembersThem)
     next.type("\x10\x10\x10\n"); // three lines back: ebs name 31
     ASSERT_TRUE(next.shows("Service31")) << next.seen().constData();
     next.type("exit\n");
+}
+
+TEST_F(ToolShell, UnpluggedInACommandItGoesOnWhenTheAdapterIsBack)
+{
+    const QString name = instrument().path("adapter"); // as udev names an adapter, wherever it is plugged in
+    LineProxy::Faults faults;
+    faults.pullAfterAnswer = 1;
+    const LineProxy proxy(port().toStdString(), faults);
+    ASSERT_TRUE(QFile::link(QString::fromStdString(proxy.path()), name));
+    Terminal terminal(name);
+    ASSERT_TRUE(terminal.shows("tessary> ")) << terminal.seen().constData();
+    terminal.type("version\n");
+    EXPECT_TRUE(terminal.shows("hung up")) << terminal.seen().constData();
+    EXPECT_TRUE(terminal.shows("plug the adapter in again")) << terminal.seen().constData();
+    EXPECT_TRUE(proxy.pulled());
+    ASSERT_TRUE(QFile::remove(name) && QFile::link(port(), name));
+    terminal.type("version\n");
+    EXPECT_TRUE(terminal.shows("software  1.4")) << terminal.seen().constData();
+    terminal.type("exit\n");
 }
 
 TEST_F(ToolShell, APipedScriptEndsAtItsFirstError)

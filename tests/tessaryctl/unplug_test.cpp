@@ -17,6 +17,7 @@ struct Unplugged
 {
     const char* name;
     QStringList arguments;
+    int timeout = 5; ///< seconds
 };
 
 void PrintTo(const Unplugged& value, std::ostream* out)
@@ -42,12 +43,21 @@ protected:
         const LineProxy proxy(port().toStdString(), faults);
         QElapsedTimer clock;
         clock.start();
-        const CommandResult result =
-            toolOn(QString::fromStdString(proxy.path()), QStringList{"--timeout", "5"} + arguments, 60000);
+        const CommandResult result = run(QString::fromStdString(proxy.path()),
+            QStringList{"--timeout", QString::number(GetParam().timeout)} + arguments);
         EXPECT_TRUE(proxy.pulled());
         expectFailure(result, 5, "hung up");
         EXPECT_TRUE(result.errors.contains("plug the adapter in again")) << result.errors.constData();
         EXPECT_LT(clock.elapsed(), 20000);
+    }
+
+    /// The shell gets a command typed in.
+    static CommandResult run(const QString& path, const QStringList& arguments)
+    {
+        if (arguments.last() != "shell")
+            return toolOn(path, arguments, 60000);
+        const QString line = "echo version | \"$0\" --port \"$@\"";
+        return runCommand("/bin/bash", QStringList{"-c", line, toolPath(), path} + arguments, 60000);
     }
 
     /// Until the daemon answers again: an update that was cut off holds it for some seconds.
@@ -57,6 +67,8 @@ protected:
             QThread::sleep(12); // the daemon waits 10 s for the rest, and takes anything for it
         tool({"raw", "x"}); // ends a command that was cut short
         EXPECT_TRUE(waitUntil([] { return tool({"version", "--timeout", "2"}).ok(); }, 40000));
+        if (GetParam().arguments == QStringList{"dab", "start"})
+            tool({"dab", "stop"}); // the next commands find the mode they expect
         ToolSuite::TearDown();
     }
 };
@@ -80,14 +92,21 @@ INSTANTIATE_TEST_SUITE_P(Commands, ToolUnplugged,
         Unplugged{"server", {"server", "udp://239.0.0.1:1234"}}, Unplugged{"scan", {"scan"}},
         Unplugged{"play", {"play", "1"}}, Unplugged{"info", {"info"}}, Unplugged{"measure", {"measure"}},
         Unplugged{"watch", {"measure", "--watch"}}, Unplugged{"iat", {"iat"}},
-        Unplugged{"interface", {"interface"}}, Unplugged{"interfaceDhcp", {"interface", "dhcp"}},
+        Unplugged{"interface", {"interface"}},
+        Unplugged{"interfaceStatic", {"interface", "static", "192.168.1.20", "255.255.255.0"}},
+        Unplugged{"interfaceDhcp", {"interface", "dhcp"}},
         Unplugged{"interfaceStatus", {"interface", "status"}}, Unplugged{"ping", {"ping", "127.0.0.1"}},
         Unplugged{"record", {"record", "start"}}, Unplugged{"export", {"export"}},
+        Unplugged{"recordStop", {"record", "stop"}}, Unplugged{"recordStatus", {"record", "status"}},
         Unplugged{"t2miFrame", {"t2mi-frame"}}, Unplugged{"sendTs", {"send-ts"}},
         Unplugged{"ebsStatus", {"ebs", "status"}}, Unplugged{"ebsPlay", {"ebs", "play", "1"}},
+        Unplugged{"ebsScan", {"ebs", "scan"}}, Unplugged{"ebsInfo", {"ebs", "info"}},
+        Unplugged{"ebsName", {"ebs", "name", "31"}}, Unplugged{"ebsAudio", {"ebs", "audio", "64"}},
+        Unplugged{"ebsVersion", {"ebs", "version"}},
+        Unplugged{"dabStart", {"dab", "start"}, 15}, // it answers when the receiver runs, after some seconds
         Unplugged{"dabSend", {"dab", "send", "x"}}, Unplugged{"dabStop", {"dab", "stop"}},
         Unplugged{"command", {"command", "true"}}, Unplugged{"raw", {"raw", "version?"}},
-        Unplugged{"update", {"update", "PACKAGE"}}),
+        Unplugged{"shell", {"shell"}}, Unplugged{"update", {"update", "PACKAGE"}}),
     [](const auto& given) { return std::string(given.param.name); });
 
 } // namespace
