@@ -122,12 +122,12 @@ TEST(Controller, ASilentCommandIsFollowedByAQuestionUntilItIsAnswered)
 {
     // The daemon drops a question that lies in one burst with the command before it; the second one must be
     // asked.
-    std::vector<std::string> commands;
-    FarEnd far([&](const std::string& command) {
-        commands.push_back(command);
-        return std::string(commands.size() == 3 ? "SV: mx8 1.4 FPGA: x\n" : "");
-    });
+    std::vector<std::string> commands; // the far end's own until it has ended
     {
+        FarEnd far([&](const std::string& command) {
+            commands.push_back(command);
+            return std::string(commands.size() == 3 ? "SV: mx8 1.4 FPGA: x\n" : "");
+        });
         SerialLine line(far.pty.path());
         Controller(line, quick()).setServer({StreamServer::Protocol::Udp, "239.0.0.1", 1234, 0, 0});
     }
