@@ -28,10 +28,13 @@ ROOT=()
 [ "$(id -u)" -eq 0 ] || ROOT=(sudo -n -E --)
 as_root() { "${ROOT[@]}" "$@"; }
 
-# Installs the packages when one is missing; says nothing when all are there.
+# ensure_packages [GROUP...]: installs what is missing of the packages that building and running need, and of these
+# groups of script/packages; says nothing when all are there.
 ensure_packages()
 {
-    "$TREE/script/bootstrap" --check >/dev/null || "$TREE/script/bootstrap"
+    local group options=()
+    for group in "$@"; do options+=(--with "$group"); done
+    "$TREE/script/bootstrap" "${options[@]}" --check >/dev/null || "$TREE/script/bootstrap" "${options[@]}"
 }
 
 # wrap_preset PRESET: sets the array `wrap` to what must stand before a command of that build. ThreadSanitizer's shadow
