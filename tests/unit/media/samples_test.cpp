@@ -1,29 +1,129 @@
-// Recorded broadcast streams, scanned as files: the tables equal what an independent reader finds.
+// Recorded broadcast streams, scanned as files and as they come in over UDP and RTP: the tables equal what an
+// independent reader finds.
 #include "sourcetest.h"
 
 #include "media/filesource.h"
+#include "media/rtpsource.h"
+#include "media/udpsource.h"
 #include "oracle.h"
+#include "send_loop.h"
 
+#include <arpa/inet.h>
+#include <atomic>
 #include <map>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
 using tessary::test::OracleSection;
 using Bytes = std::vector<std::uint8_t>;
 
-class Samples : public SourceTest, public ::testing::WithParamInterface<const char*>
+enum class Way { File, Udp, Rtp };
+
+struct Recording
+{
+    const char* file;
+    Way way;
+};
+
+void PrintTo(const Recording& recording, std::ostream* out)
+{
+    *out << recording.file;
+}
+
+/// A UDP port of the loopback that nobody uses at the moment.
+std::uint16_t freePort()
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), size), 0);
+    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+/// Counts the bytes that leave an element by its source pad while the object lives.
+class ByteCount
+{
+public:
+    explicit ByteCount(GstElement* element)
+        : m_pad(gst_element_get_static_pad(element, "src"))
+        , m_probe(gst_pad_add_probe(m_pad, GST_PAD_PROBE_TYPE_BUFFER, &ByteCount::count, &m_bytes, nullptr))
+    {
+    }
+    ~ByteCount()
+    {
+        gst_pad_remove_probe(m_pad, m_probe);
+        gst_object_unref(m_pad);
+    }
+    ByteCount(const ByteCount&) = delete;
+    ByteCount& operator=(const ByteCount&) = delete;
+
+    /// False when fewer bytes come in 5 s.
+    bool waitFor(std::size_t bytes) const
+    {
+        for (int i = 0; i < 500 && m_bytes < bytes; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return m_bytes == bytes;
+    }
+
+private:
+    static GstPadProbeReturn count(GstPad*, GstPadProbeInfo* info, gpointer bytes)
+    {
+        *static_cast<std::atomic<std::size_t>*>(bytes) +=
+            gst_buffer_get_size(GST_PAD_PROBE_INFO_BUFFER(info));
+        return GST_PAD_PROBE_OK;
+    }
+
+    std::atomic<std::size_t> m_bytes{0};
+    GstPad* m_pad;
+    gulong m_probe;
+};
+
+class Samples : public SourceTest, public ::testing::WithParamInterface<Recording>
 {
 protected:
     void SetUp() override
     {
-        const auto path = tessary::test::samplePath(GetParam());
+        const auto path = tessary::test::samplePath(GetParam().file);
         if (!path)
-            GTEST_SKIP() << tessary::test::missingSample(GetParam());
+            GTEST_SKIP() << tessary::test::missingSample(GetParam().file);
         m_report = tessary::test::oracleReport(*path);
-        hold(new filesource(*path));
-        source().scanStream();
+        if (GetParam().way == Way::File) {
+            hold(new filesource(*path));
+            source().scanStream();
+        } else {
+            ASSERT_NO_FATAL_FAILURE(receive(*path));
+        }
         ASSERT_TRUE(prints.waitFor("EOS\n", 1, 30000));
         ASSERT_TRUE(reaches(GST_STATE_NULL));
+    }
+
+    /// Scans the file as it comes in from the network; the stream ends behind its last packet.
+    void receive(const std::string& path)
+    {
+        sender::Options options;
+        options.host = "127.0.0.1";
+        options.port = freePort();
+        options.rtp = GetParam().way == Way::Rtp;
+        options.bitRate = 25e6;
+        const std::string port = std::to_string(options.port);
+        if (options.rtp)
+            hold(new rtpsource(options.host, port, nullptr));
+        else
+            hold(new udpsource(options.host, port, nullptr));
+        const ByteCount received(element("my_bin"));
+        source().scanStream();
+        ASSERT_TRUE(reaches(GST_STATE_PLAYING));
+        const sender::TsFile file(path);
+        sender::SendLoop(options, file, [] { return false; }).run();
+        ASSERT_TRUE(received.waitFor(fileBytes(path).size() - file.bytesLeftOver()));
+        gst_element_send_event(element("udpsrc1"), gst_event_new_eos());
     }
 
     std::vector<OracleSection> expected(int tableId) const
@@ -111,13 +211,25 @@ TEST_P(Samples, EachProgramsPmtEqualsTheStreams)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Recorded, Samples,
-    ::testing::Values("rai-dvbt-mux.ts", "ard-dvbt2-hbbtv.ts", "cts-taiwan-si.ts", "pat-change.ts"),
-    [](const auto& sample) {
-        std::string name = sample.param;
-        for (char& c : name)
-            c = c == '-' || c == '.' ? '_' : c;
-        return name;
-    });
+std::string nameOf(const ::testing::TestParamInfo<Recording>& info)
+{
+    static const char* const ways[] = {"AsAFile", "OverUdp", "OverRtp"};
+    std::string name = info.param.file;
+    for (char& c : name)
+        c = c == '-' || c == '.' ? '_' : c;
+    return name + ways[static_cast<int>(info.param.way)];
+}
+
+std::vector<Recording> everyWay()
+{
+    std::vector<Recording> all;
+    for (const char* file : {"rai-dvbt-mux.ts", "ard-dvbt2-hbbtv.ts", "cts-taiwan-si.ts", "pat-change.ts"}) {
+        for (const Way way : {Way::File, Way::Udp, Way::Rtp})
+            all.push_back({file, way});
+    }
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorded, Samples, ::testing::ValuesIn(everyWay()), nameOf);
 
 } // namespace
