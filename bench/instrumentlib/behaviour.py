@@ -4,6 +4,7 @@ import os
 import shutil
 import tempfile
 
+from . import places
 from .errors import BenchError
 from .machine_root import RECORDED_PROGRAMS, STAND_INS
 
@@ -22,7 +23,7 @@ def give(init_pid, program, **matters):
     given = {matter: value for matter, value in matters.items() if value is not None}
     if not given:
         raise BenchError(f"nothing is said about how {program} shall behave",
-                         "see bench/instrument behave --help; --real ends it")
+                         f"see {places.COMMAND} behave --help; --real ends it")
     partial = tempfile.mkdtemp(prefix=".", dir=parent)
     os.chmod(partial, 0o755)
     for matter, value in given.items():

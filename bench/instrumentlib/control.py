@@ -5,6 +5,7 @@ import os
 import socket
 import threading
 
+from . import places
 from .errors import BenchError
 
 
@@ -66,7 +67,7 @@ def ask(path, request):
                 answer = stream.readline()
     except OSError as error:
         raise BenchError(f"the instrument does not answer at {path}: {error}",
-                         "see bench/instrument status; it may be starting or stopping") from error
+                         f"see {places.COMMAND} status; it may be starting or stopping") from error
     finally:
         os.close(folder)
     if not answer:

@@ -4,6 +4,7 @@ import shlex
 import signal
 import threading
 
+from . import places
 from .errors import BenchError
 from .machine_root import RECORDER
 from .machine import CLEAN_ENVIRONMENT
@@ -38,7 +39,7 @@ class Daemon:
         with self._lock:
             if self.running():
                 raise BenchError(f"the daemon runs already (PID {self._program.host_pid})",
-                                 "stop or restart it: bench/instrument daemon restart")
+                                 f"stop or restart it: {places.COMMAND} daemon restart")
             with open(self._log_path, "ab") as log:
                 self._program = self._machine.spawn(self._command, log, environment=self._environment,
                                                     label="the daemon")
@@ -49,9 +50,9 @@ class Daemon:
         with self._lock:
             program = self.running()
             if not program:
-                raise BenchError("the daemon does not run", "start it: bench/instrument daemon start")
+                raise BenchError("the daemon does not run", f"start it: {places.COMMAND} daemon start")
             program.send_signal(number)
             if not program.ended.wait(_STOP_SECONDS):
                 raise BenchError(f"the daemon did not end within {_STOP_SECONDS} s of "
-                                 f"{signal.Signals(number).name}", "end it for good: bench/instrument daemon kill")
+                                 f"{signal.Signals(number).name}", f"end it for good: {places.COMMAND} daemon kill")
             return program

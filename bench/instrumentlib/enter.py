@@ -4,21 +4,21 @@ import os
 import signal
 import sys
 
-from . import syscalls
+from . import places, syscalls
 from .errors import BenchError
 from .run_dir import DEFAULT, RunDir
 
-USAGE = """usage: bench/instrument exec [--run-dir DIR] [--sender] COMMAND [ARGUMENT...]
+USAGE = f"""usage: {places.COMMAND} exec [--run-dir DIR] [--sender] COMMAND [ARGUMENT...]
 
 Runs COMMAND inside the instrument, as root, cwd "/", with a clean environment; its exit status is passed on.
 With --sender it runs with this machine's files and environment, in the stream sender's network (device "uplink",
 192.168.77.1), from where streams reach the instrument's eth0.
 The command ends when this call is ended, and when the instrument stops.
 
-  --run-dir DIR   the instrument's run directory (default: """ + DEFAULT + """)
+  --run-dir DIR   the instrument's run directory (default: {DEFAULT})
 
-examples: bench/instrument exec nmcli device
-          bench/instrument exec --sender ping -c 1 192.168.77.100
+examples: {places.COMMAND} exec nmcli device
+          {places.COMMAND} exec --sender ping -c 1 192.168.77.100
 """
 _FORWARDED = (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT, signal.SIGUSR1, signal.SIGUSR2)
 
@@ -40,9 +40,9 @@ def _parse(arguments):
         elif option == "--":
             break
         else:
-            raise BenchError(f"exec: unknown option {option}", "see bench/instrument exec --help")
+            raise BenchError(f"exec: unknown option {option}", f"see {places.COMMAND} exec --help")
     if not rest:
-        raise BenchError("exec: no command given", "see bench/instrument exec --help")
+        raise BenchError("exec: no command given", f"see {places.COMMAND} exec --help")
     return run_dir, sender, rest
 
 

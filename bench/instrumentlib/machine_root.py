@@ -66,7 +66,7 @@ def _share(settings):
     os.makedirs("/run/recorder/behaviour")
     for device, terminal in settings.terminals.items():
         bind_over(HOST + terminal, device)
-    if not os.path.exists(settings.repository):  # sources and suppressions, where sanitizer builds name them
+    if settings.repository and not os.path.exists(settings.repository):  # sources and suppressions, where sanitizer builds name them
         os.makedirs(settings.repository)
         syscalls.bind(HOST + settings.repository, settings.repository, read_only=True)
     for source, target in settings.binds:

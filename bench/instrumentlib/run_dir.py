@@ -6,6 +6,7 @@ import json
 import os
 import stat
 
+from . import places
 from .errors import BenchError
 
 DEFAULT = "/run/tessary-instrument"
@@ -43,7 +44,7 @@ class RunDir:
         except BlockingIOError as error:
             self._lock.close()
             raise BenchError(f"an instrument runs already with the run directory {self.path}",
-                             "stop it (bench/instrument stop) or give this one another --run-dir") from error
+                             f"stop it ({places.COMMAND} stop) or give this one another --run-dir") from error
         self.clean()
         for path in (self.io, self.scratch):
             os.makedirs(path, exist_ok=True)
@@ -102,5 +103,5 @@ class RunDir:
                              "wait for the line \"ready\"")
         if not state or not self.in_use():
             raise BenchError(f"no instrument runs with the run directory {self.path}",
-                             "start one: sudo bench/instrument run")
+                             f"start one: sudo {places.COMMAND} run")
         return state

@@ -7,12 +7,10 @@ import sysconfig
 import time
 import types
 
-from . import control
+from . import control, places
 from .enter import USAGE as EXEC_USAGE
 from .errors import BenchError
 from .run_dir import DEFAULT, RunDir
-
-REPOSITORY = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 
 
 def main(arguments):
@@ -23,7 +21,7 @@ def main(arguments):
 
 def _parser():
     parser = argparse.ArgumentParser(
-        prog="bench/instrument", formatter_class=argparse.RawDescriptionHelpFormatter,
+        prog=places.COMMAND, formatter_class=argparse.RawDescriptionHelpFormatter,
         description="The virtual instrument: the shipped daemon at its absolute paths, in namespaces over an overlay "
                     "of this machine's root.\nNothing that the daemon does reaches the machine. See docs/bench.md.")
     commands = parser.add_subparsers(metavar="COMMAND", required=True)
@@ -53,8 +51,8 @@ def _command(commands, name, action, text):
 
 
 def _add_run(run):
-    run.add_argument("--build", metavar="DIR", default=os.path.join(REPOSITORY, "build", "release"),
-                     help="build to take daemon, recorder and platform elements from (default: build/release)")
+    run.add_argument("--build", metavar="DIR", default=places.DEFAULT_BUILD,
+                     help=f"build to take daemon, recorder and platform elements from (default: {places.DEFAULT_BUILD})")
     run.add_argument("--daemon", metavar="FILE", help="another daemon than the build's")
     run.add_argument("--no-daemon", action="store_true", help="do not start the daemon (daemon start does later)")
     run.add_argument("--daemon-env", metavar="K=V", nargs="+", action="extend", default=[],
@@ -96,26 +94,25 @@ def _run(options):
     built = _built_files(options)
     machine = MachineSettings(
         scratch=paths.scratch, layer="", io_folder=paths.io, commands_log=paths.commands_log, terminals={},
-        repository=REPOSITORY,
+        repository=places.SHOWN,
         files=_pairs("--file", options.file), binds=_pairs("--bind", options.bind),
         card_size="" if options.card in ("0", "") else options.card,
         multiarch=sysconfig.get_config_var("MULTIARCH"), **built)
     settings = types.SimpleNamespace(
-        machine=machine, layer_folder=os.path.join(REPOSITORY, "build", "bench-layer"),
+        machine=machine, layer_folder=places.LAYER_FOLDER,
         daemon_env=_environment(options.daemon_env), wrapper=options.wrapper, setarch=options.setarch,
         start_daemon=not options.no_daemon, run_dir_given=options.run_dir is not None)
     return supervisor.Supervisor(paths, settings).run()
 
 
 def _built_files(options):
-    """The files of the build; BenchError with the build command when one is missing."""
-    build = os.path.realpath(options.build)
-    elements = os.path.join(build, "bench", "elements")
+    """The files of the build; BenchError that says how to get them when one is missing."""
+    elements = places.part("elements", options.build)
     found = {
-        "daemon": os.path.realpath(options.daemon or os.path.join(build, "src", "tessary")),
-        "recorder": os.path.join(build, "bench", "recorder", "recorder"),
+        "daemon": os.path.realpath(options.daemon or places.part("daemon", options.build)),
+        "recorder": places.part("recorder", options.build),
         "elements": "" if options.no_elements else elements,
-        "asound_conf": os.path.join(REPOSITORY, "bench", "elements", "asound.conf"),
+        "asound_conf": os.path.join(places.HERE, "elements", "asound.conf"),
     }
     wanted = [found["daemon"], found["recorder"]]
     if not options.no_elements:
@@ -123,9 +120,7 @@ def _built_files(options):
                    os.path.join(elements, "libasound_module_pcm_instrumentdac.so"), found["asound_conf"]]
     missing = [path for path in wanted if not os.path.isfile(path)]
     if missing:
-        preset = os.path.basename(build)
-        raise BenchError("not built: " + ", ".join(missing),
-                         f"cmake --preset {preset} && cmake --build --preset {preset}   (in {REPOSITORY})")
+        raise places.not_there(missing, options.build)
     return found
 
 
@@ -180,7 +175,7 @@ def _commands(options):
             with open(path, "rb") as log:
                 sys.stdout.buffer.write(log.read())
     except FileNotFoundError as error:
-        raise BenchError(f"there is no {path}", "start an instrument: sudo bench/instrument run") from error
+        raise BenchError(f"there is no {path}", f"start an instrument: sudo {places.COMMAND} run") from error
     return 0
 
 

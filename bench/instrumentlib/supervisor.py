@@ -8,7 +8,7 @@ import subprocess
 import sys
 import time
 
-from . import kernel_setting, layer, network, registry
+from . import kernel_setting, layer, network, places, registry
 from .control import ControlServer
 from .daemon import Daemon
 from .errors import BenchError
@@ -152,7 +152,7 @@ class Supervisor:
                 return 0
             if event.label == "the daemon":
                 _say(f"the daemon {event.describe_end()}; the instrument stays up "
-                     f"(start it again: bench/instrument daemon start{self._run_dir_option()})")
+                     f"(start it again: {places.COMMAND} daemon start{self._run_dir_option()})")
             elif event.label:
                 _say(f"{event.label} {event.describe_end()}; see {self._run_dir.services_log}")
 
@@ -164,9 +164,9 @@ class Supervisor:
         print(f"controller's end of the serial line   {paths.controller} -> {lines[0].far_device}\n"
               f"   for example: picocom -b 115200 --noreset {paths.controller}    or: screen {paths.controller}\n"
               f"console (/dev/ttymxc0)                {paths.console} -> {lines[1].far_device}\n"
-              f"stream sender's network               bench/instrument exec{option} --sender COMMAND...\n"
+              f"stream sender's network               {places.COMMAND} exec{option} --sender COMMAND...\n"
               f"   its address is {network.SENDER_ADDRESS} on \"uplink\"; the instrument's eth0 gets one by DHCP\n"
-              f"inside the instrument                 bench/instrument exec{option} COMMAND...\n"
+              f"inside the instrument                 {places.COMMAND} exec{option} COMMAND...\n"
               f"logs                                  {paths.path}/{{line,console,commands,daemon,services}}.log\n"
               f"files shared with the instrument      {paths.io} (inside: /run/bench)\n"
               f"started in {time.monotonic() - self._started:.1f} s; Ctrl-C stops it")
@@ -192,7 +192,7 @@ class Supervisor:
         if action == "daemon pid":
             program = daemon.running()
             if not program:
-                raise BenchError("the daemon does not run", "start it: bench/instrument daemon start")
+                raise BenchError("the daemon does not run", f"start it: {places.COMMAND} daemon start")
             return {"pid": program.host_pid, "inside": program.pid}
         if action == "daemon wait":
             program = daemon.program
@@ -232,7 +232,7 @@ def check_host():
                          "run it with sudo")
     missing = network.missing_tools()
     if missing:
-        raise BenchError(f"programs missing on this machine: {', '.join(missing)}", "run script/bootstrap")
+        raise BenchError(f"programs missing on this machine: {', '.join(missing)}", places.REPAIR)
     with open("/proc/filesystems", encoding="ascii") as file:
         if "overlay" not in file.read().split() and subprocess.call(["modprobe", "-q", "overlay"]) != 0:
             raise BenchError("this kernel has no overlay file system", "load it: modprobe overlay")
