@@ -16,11 +16,12 @@ _STOP_SECONDS = 10
 class Daemon:
     """At most one running daemon. Thread-safe."""
 
-    def __init__(self, machine, log_path, *, environment, wrapper, setarch):
+    def __init__(self, machine, log_path, *, environment, wrapper, setarch, emulator):
         self._machine, self._log_path = machine, log_path
         self._environment = {"PATH": f"{RECORDER}:{CLEAN_ENVIRONMENT['PATH']}", **environment}
         # ThreadSanitizer needs an address space without randomisation on many kernels.
-        self._command = [*(["setarch", "-R"] if setarch else []), *shlex.split(wrapper), PATH_INSIDE]
+        self._command = [*(["setarch", "-R"] if setarch else []), *shlex.split(wrapper),
+                         *shlex.split(emulator), PATH_INSIDE]
         self._program = None
         self._lock = threading.RLock()
 

@@ -4,11 +4,12 @@ import contextlib
 import os
 import shutil
 
-from . import layer, overlay, syscalls
+from . import layer, overlay, places, syscalls
 from .errors import BenchError
 
 HOST = "/run/.host"  # the host's root while the machine is being built; gone afterwards
 RECORDER = "/opt/recorder/bin"
+EXAMINER = "/opt/recorder/" + places.EXAMINER
 CARD = "/run/media/mmcblk1p1"
 # Noted, then run for real. Those that the machine does not have are left out.
 RECORDED_PROGRAMS = ("nmcli", "smcroute", "ethtool", "ifconfig", "ping", "killall", "dpkg", "sudo", "sync")
@@ -201,6 +202,8 @@ def _install_elements(settings):
     install_file(f"{elements}/libasound_module_pcm_instrumentdac.so",
                  f"/usr/lib/{settings.multiarch}/alsa-lib/libasound_module_pcm_instrumentdac.so", 0o644)
     install_file(HOST + settings.asound_conf, "/etc/asound.conf", 0o644)
+    if settings.emulator:
+        install_file(f"{elements}/{places.EXAMINER}", EXAMINER, 0o755)
 
 
 def _install_given(source, target):

@@ -9,9 +9,11 @@ import contextlib
 import hashlib
 import os
 import re
+import shlex
 import shutil
 
 from .errors import BenchError
+from .machine_root import EXAMINER
 
 _INSIDE = "/root/.cache/gstreamer-1.0"
 _KEPT = 6  # of the newest; one for each build that is in use
@@ -31,7 +33,7 @@ def provide(machine, settings, log):
     if os.path.isdir(cached):
         shutil.copytree(cached, inside, dirs_exist_ok=True)
         return
-    _examine(machine, plugin, log)
+    _examine(machine, plugin, settings.emulator, log)
     partial = f"{cached}.partial.{os.getpid()}"
     shutil.copytree(inside, partial)
     try:
@@ -47,8 +49,10 @@ def _key(layer, plugin):
     return hashlib.sha256(f"{os.path.basename(layer)} {stat.st_mtime_ns} {stat.st_size}".encode()).hexdigest()[:16]
 
 
-def _examine(machine, plugin, log):
+def _examine(machine, plugin, emulator, log):
     command, environment = ["/usr/bin/python3", "-I", "-c", _EXAMINE], {}
+    if emulator:  # no Python of that architecture; nor can GStreamer start its helper program for it
+        command, environment = [*shlex.split(emulator), EXAMINER], {"GST_REGISTRY_FORK": "no"}
     with open(plugin, "rb") as file:
         sanitizer = re.search(rb"lib[at]san\.so\.\d+", file.read())
     if sanitizer:

@@ -3,11 +3,10 @@
 import argparse
 import os
 import sys
-import sysconfig
 import time
 import types
 
-from . import control, places
+from . import control, elf, places
 from .enter import USAGE as EXEC_USAGE
 from .errors import BenchError
 from .run_dir import DEFAULT, RunDir
@@ -61,6 +60,11 @@ def _add_run(run):
                      help="run the daemon through setarch -R, as ThreadSanitizer needs it")
     run.add_argument("--wrapper", metavar="COMMAND", default="",
                      help="run the daemon through this command, such as 'strace -f -o /run/bench/strace'")
+    run.add_argument("--emulator", metavar="PROGRAM", default="",
+                     help="run the daemon, which is for another architecture, through this user-mode emulator, such as "
+                          "qemu-aarch64-static; its libraries must be installed on this machine")
+    run.add_argument("--elements", metavar="DIR", help="folder of other platform elements than the build's: those for the "
+                                                       "daemon's architecture")
     run.add_argument("--no-elements", action="store_true",
                      help="without the platform's GStreamer elements and sound card")
     run.add_argument("--file", metavar="SRC=DEST", action="append", default=[],
@@ -97,7 +101,7 @@ def _run(options):
         repository=places.SHOWN,
         files=_pairs("--file", options.file), binds=_pairs("--bind", options.bind),
         card_size="" if options.card in ("0", "") else options.card,
-        multiarch=sysconfig.get_config_var("MULTIARCH"), **built)
+        emulator=options.emulator, multiarch=elf.multiarch(built["daemon"]), **built)
     settings = types.SimpleNamespace(
         machine=machine, layer_folder=places.LAYER_FOLDER,
         daemon_env=_environment(options.daemon_env), wrapper=options.wrapper, setarch=options.setarch,
@@ -107,7 +111,7 @@ def _run(options):
 
 def _built_files(options):
     """The files of the build; BenchError that says how to get them when one is missing."""
-    elements = places.part("elements", options.build)
+    elements = os.path.realpath(options.elements or places.part("elements", options.build))
     found = {
         "daemon": os.path.realpath(options.daemon or places.part("daemon", options.build)),
         "recorder": places.part("recorder", options.build),
@@ -118,6 +122,8 @@ def _built_files(options):
     if not options.no_elements:
         wanted += [os.path.join(elements, "libgstinstrument.so"),
                    os.path.join(elements, "libasound_module_pcm_instrumentdac.so"), found["asound_conf"]]
+        if options.emulator:
+            wanted.append(os.path.join(elements, places.EXAMINER))
     missing = [path for path in wanted if not os.path.isfile(path)]
     if missing:
         raise places.not_there(missing, options.build)

@@ -74,7 +74,8 @@ class Supervisor:
         network.set_up(self._machine.init_pid, self._machine.sender_pid)
         self._start_services(stack)
         self._daemon = Daemon(self._machine, paths.daemon_log, environment=options.daemon_env,
-                              wrapper=options.wrapper, setarch=options.setarch)
+                              wrapper=options.wrapper, setarch=options.setarch,
+                              emulator=options.machine.emulator)
         stack.callback(self._end_daemon)
         if options.start_daemon:
             self._daemon.start()
