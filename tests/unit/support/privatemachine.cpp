@@ -113,6 +113,8 @@ std::string coverWithLayer(const std::string& directory)
     if (mount("overlay", directory.c_str(), "overlay", 0, options.c_str()) != 0)
         error = failure("mount a layer over " + directory);
     umount2(aside.c_str(), MNT_DETACH);
+    std::error_code hidden; // where the layer lies over the folder itself
+    fs::remove(aside, hidden);
     return error;
 }
 
