@@ -1,0 +1,119 @@
+#!/usr/bin/python3
+"""The soak's own parts: what counts as a reply, the order of events, the packages, the times on the command line."""
+
+import argparse
+import os
+import random
+import sys
+import types
+import unittest
+
+FOLDER = os.path.dirname(os.path.realpath(__file__))
+sys.path[:0] = [FOLDER, os.path.join(os.path.dirname(os.path.dirname(FOLDER)), "bench")]
+
+import soak  # noqa: E402  (the path must be set first)
+from soaklib import commands, packages, plan, replies, streams  # noqa: E402
+
+VERSION = b"SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n"
+
+
+class FakePackages:
+    """The choice without the package maker."""
+
+    @staticmethod
+    def choose(generator):
+        return packages.Package("noise", generator.randint(1, 9), b"", b"", True, 60)
+
+
+def fake_soak(seed):
+    """As much of a soak as the plan looks at."""
+    scene = types.SimpleNamespace(on_air=None, network="dhcp", sender_address="192.168.77.1", packages=FakePackages,
+                                  servers=[stream.server for stream in streams.STREAMS])
+    made = types.SimpleNamespace(random=random.Random(seed), scene=scene, unit=None, tune=None)
+    made.tune = lambda: made.random.random()  # draws as the real one does
+    return made
+
+
+class Replies(unittest.TestCase):
+    def check(self, data, *parsers):
+        return replies.check(data + VERSION, [*parsers, replies.VERSION_LINE])[1]
+
+    def test_a_silent_command_must_be_silent(self):
+        self.assertIsNone(self.check(b"", replies.silent))
+        self.assertIsNotNone(self.check(b"x", replies.silent))
+
+    def test_sections_end_where_their_length_says(self):
+        section = b"\x42\xf0\x05" + b"12345"
+        sdt = replies.sections(0x42, b"<SDT>")
+        self.assertIsNone(self.check(b"<SDT>" + section * 2, sdt))
+        self.assertIsNone(self.check(b"", sdt))
+        self.assertEqual(self.check(b"<SDT>" + section + b"6", sdt), 1)
+        self.assertEqual(self.check(section, sdt), 1)
+        self.assertEqual(replies.check(b"<SDT>" + section[:-1], [sdt]), ([], 0))
+
+    def test_the_measurement_is_seven_values_or_a_line(self):
+        self.assertIsNone(self.check(b"\x01\0\0\0" + b"v" * 20 + b"\x0a\0\0\0", replies.MEASUREMENT))
+        self.assertIsNone(self.check(b"not connected\n", replies.MEASUREMENT))
+        self.assertEqual(self.check(b"\x01\0\0\0" + b"v" * 19 + b"\x0a\0\0\0", replies.MEASUREMENT), 0)
+        self.assertEqual(self.check(b"", replies.MEASUREMENT), 0)
+
+    def test_a_t2mi_packet_has_the_length_of_its_header(self):
+        packet = b"\0\x2a\0\0\0\x09" + b"pp" + b"crc!"
+        self.assertIsNone(self.check(packet, replies.t2mi_packet))
+        self.assertEqual(self.check(packet + b"?", replies.t2mi_packet), 1)
+
+    def test_a_relayed_block_comes_back_inverted_or_not_at_all(self):
+        block = b"dab\n".ljust(117, b"\0")
+        self.assertIsNone(self.check(bytes(byte ^ 0xFF for byte in block), replies.inverted_block(block)))
+        self.assertIsNone(self.check(b"", replies.inverted_block(block)))
+        self.assertEqual(self.check(b"\x9b" * 117, replies.inverted_block(block)), 1)
+
+    def test_several_commands_are_told_apart(self):
+        parsers = [replies.STATUS_WORD, replies.INTERFACE_LINE, replies.STATUS_WORD]
+        self.assertIsNone(self.check(b"running192.168.77.100 255.255.255.0\n", *parsers))
+        self.assertEqual(self.check(b"runningnot connected", *parsers), 1)
+
+
+class Plan(unittest.TestCase):
+    @staticmethod
+    def texts(seed, count):
+        """The bursts among the first events. Functions are left out: they act on an instrument."""
+        events = plan.Plan(fake_soak(seed)).events()
+        found = (next(events) for _ in range(count))
+        return [commands.burst(event.commands) for event in found if isinstance(event, plan.Burst)]
+
+    def test_the_seed_tells_the_order(self):
+        self.assertEqual(self.texts(3, 2000), self.texts(3, 2000))
+        self.assertNotEqual(self.texts(3, 2000), self.texts(4, 2000))
+
+    def test_every_command_comes_and_every_burst_fits(self):
+        bursts = self.texts(1, 500)
+        for kind, (_, make) in commands.TABLE.items():
+            word = make(random.Random(0), fake_soak(0).scene).text
+            word = b"x" if kind == "unknown" else kind.encode()
+            self.assertTrue(any(text.startswith(word) for burst in bursts for text in burst.split(b"\0")), kind)
+        for burst in self.texts(2, 20000):
+            self.assertLessEqual(len(burst), 640)
+            self.assertTrue(burst.endswith(b"\n"))
+            self.assertNotIn(b"\0\0", burst)
+
+    def test_an_update_is_followed_by_networking(self):
+        bursts = self.texts(5, 5000)
+        after = [bursts[at + 1] for at, burst in enumerate(bursts[:-1]) if burst.split(b"\0")[-1].startswith(b"update ")]
+        self.assertTrue(after)
+        self.assertEqual(set(after), {b"command:nmcli networking on\n"})
+
+
+class CommandLine(unittest.TestCase):
+    def test_times(self):
+        for text, seconds in (("20", 1200), ("90s", 90), ("10m", 600), ("1h", 3600), ("0.5h", 1800)):
+            self.assertEqual(soak.duration(text), seconds)
+        for text in ("", "0", "-5", "1d", "soon"):
+            self.assertRaises(argparse.ArgumentTypeError, soak.duration, text)
+
+    def test_the_crc_is_the_protocols(self):
+        self.assertEqual(packages.crc32_mpeg(b"123456789"), 0x0376E6E7)
+
+
+if __name__ == "__main__":
+    unittest.main()

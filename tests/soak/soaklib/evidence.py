@@ -1,0 +1,58 @@
+"""What is kept of a failure: the last commands, the logs, the daemon's stacks or core."""
+
+import contextlib
+import glob
+import json
+import os
+import shutil
+import subprocess
+
+_LOG_TAIL = 20_000_000
+_GDB_SECONDS = 90
+
+
+def write_text(path, text):
+    """Writes a text file."""
+    with open(path, "w", encoding="utf-8", errors="backslashreplace") as file:
+        file.write(text)
+
+
+def write_json(path, content):
+    """Writes a JSON file whole: a reader sees the old content or the new one."""
+    write_text(path + ".new", json.dumps(content, indent=2) + "\n")
+    os.rename(path + ".new", path)
+
+
+def keep(folder, unit, pid, last, reason):
+    """Gathers everything in `folder`; what can not be had is left out."""
+    os.makedirs(folder, exist_ok=True)
+    write_text(os.path.join(folder, "reason.txt"), reason + "\n")
+    write_text(os.path.join(folder, "commands.jsonl"), "".join(json.dumps(entry) + "\n" for entry in last))
+    for name in ("daemon.log", "line.log", "commands.log", "services.log"):
+        _keep_tail(os.path.join(unit.run_dir.path, name), os.path.join(folder, name))
+    with contextlib.suppress(OSError):
+        shutil.copyfile(unit.inside("usr/bin/tessary"), os.path.join(folder, "tessary"))
+    cores = []
+    with contextlib.suppress(OSError):
+        for core in glob.glob(unit.inside("core*")):
+            cores.append(shutil.copyfile(core, os.path.join(folder, os.path.basename(core))))
+    where = ["-p", str(pid)] if os.path.exists(f"/proc/{pid}") else cores[:1]
+    if where:
+        _backtrace(folder, where, unit)
+
+
+def _backtrace(folder, where, unit):
+    if not shutil.which("gdb"):
+        write_text(os.path.join(folder, "backtrace.txt"), "no gdb on this machine; install it: apt-get install gdb\n")
+        return
+    command = ["gdb", "-nx", "-batch", "-ex", f"set sysroot {unit.inside('')}", "-ex", "thread apply all bt 40",
+               os.path.join(folder, "tessary"), *where]
+    with open(os.path.join(folder, "backtrace.txt"), "wb") as output, contextlib.suppress(subprocess.TimeoutExpired):
+        subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT, timeout=_GDB_SECONDS,
+                       check=False)
+
+
+def _keep_tail(source, target):
+    with contextlib.suppress(OSError), open(source, "rb") as file, open(target, "wb") as copy:
+        file.seek(max(0, os.path.getsize(source) - _LOG_TAIL))
+        shutil.copyfileobj(file, copy)

@@ -1,0 +1,97 @@
+"""The controller's end of the serial line."""
+
+import array
+import contextlib
+import fcntl
+import os
+import select
+import termios
+import time
+
+VERSION = b"SV: mx8 "
+GREETING = b"HELLO !\r\n"
+
+
+class NoAnswer(Exception):
+    """What was waited for did not come in time; `received` is what did."""
+
+    def __init__(self, what, received):
+        super().__init__(what)
+        self.received = received
+
+
+class Line:
+    """Raw bytes both ways. `alive()` is asked while waiting, and raises when waiting is pointless."""
+
+    def __init__(self, path, alive):
+        self._fd = os.open(path, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK | os.O_CLOEXEC)
+        self._alive = alive
+        self._daemons_end = None
+
+    def close(self):
+        """Closes what this end has open."""
+        for fd in (self._fd, self._daemons_end):
+            if fd is not None:
+                os.close(fd)
+
+    def watch_daemon(self, pid):
+        """Opens the daemon's own terminal a second time, only to see how many bytes it has not read yet."""
+        if self._daemons_end is not None:
+            os.close(self._daemons_end)
+        self._daemons_end = None
+        for name in os.listdir(f"/proc/{pid}/fd"):
+            with contextlib.suppress(OSError):
+                if os.readlink(f"/proc/{pid}/fd/{name}").endswith("ttymxc1"):
+                    self._daemons_end = os.open(f"/proc/{pid}/fd/{name}",
+                                                os.O_RDONLY | os.O_NOCTTY | os.O_NONBLOCK | os.O_CLOEXEC)
+                    return
+        raise NoAnswer("the daemon has no serial line open", b"")
+
+    def unread(self):
+        """Bytes that the daemon has not taken from its terminal."""
+        count = array.array("i", [0])
+        fcntl.ioctl(self._daemons_end, termios.FIONREAD, count)
+        return count[0]
+
+    def write(self, data):
+        """All of it; waits when the line is full."""
+        while data:
+            try:
+                data = data[os.write(self._fd, data):]
+            except BlockingIOError:
+                self._alive()
+                select.select([], [self._fd], [], 0.5)
+
+    def read_some(self, seconds):
+        """What comes within the time, as soon as something comes; b"" when nothing does."""
+        if not select.select([self._fd], [], [], max(0.0, seconds))[0]:
+            return b""
+        with contextlib.suppress(BlockingIOError):
+            return os.read(self._fd, 65536)
+        return b""
+
+    def read_while(self, wanting, what, seconds, received=b""):
+        """Reads until `wanting(bytes)` is false. NoAnswer when the time is up first."""
+        deadline = time.monotonic() + seconds
+        while wanting(received):
+            left = deadline - time.monotonic()
+            if left <= 0:
+                raise NoAnswer(f"{what} did not come within {seconds:.0f} s", received)
+            received += self.read_some(min(left, 0.5))
+            self._alive()
+        return received
+
+    def wait_until_taken(self, seconds):
+        """Returns when the daemon has read everything that was written. NoAnswer when it does not."""
+        deadline = time.monotonic() + seconds
+        time.sleep(0.02)  # the relay between the two terminals
+        while self.unread() > 0:
+            if time.monotonic() > deadline:
+                raise NoAnswer(f"the daemon did not read what was sent within {seconds:.0f} s", b"")
+            time.sleep(0.01)
+            self._alive()
+
+
+def has_versions(received, count):
+    """True when so many version lines have come, the last one whole and at the end."""
+    return received.count(VERSION) >= count and received.endswith(b"\n")

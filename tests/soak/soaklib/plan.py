@@ -1,0 +1,112 @@
+"""The order of events: an endless sequence that depends on the random numbers alone, never on what the daemon does."""
+
+import dataclasses
+
+from . import commands, faults
+
+# Kinds of commands and pauses in seconds that lead the daemon somewhere; random commands come in between.
+SCENES = {
+    "watch": (5, ["server=", "scancur", 2.0, "streaminfo?", "getnit?", "play=", 2.5, "!07_E_&", "getpmt?", "videostatus?",
+                  1.5, "t2miframe?", "play=", 1.0]),
+    "measure": (3, ["server=", "getethernetmes?", 1.3, "getethernetmes?", 1.1, "getiat?", "getethernetmes?", 0.5, "getiat?"]),
+    "record": (3, ["server=", "scancur", "PVR_record", 3.0, "PVR_reclist", "PVR_stop", "PVR_reclist", "PVR_scan", 1.0,
+                   "streaminfo?", "play=", 2.0, "!07_E_&", "PVR_export", "PVR_reclist"]),
+    "fpga": (3, ["!07_S_&", 2.0, "!07_A_&", "!0C_L_IX:", "!0C_D_IX:", 2.0, "!07_E_&", "PVR_record", 1.5, "PVR_reclist",
+                 "sendts", 1.5, "PVR_stop"]),
+    "forward": (2, ["server=", "scancur", 0.5, "sendts", 2.0, "videostatus?", "t2miframe?", "PVR_record", 1.0, "sendts"]),
+    "dab": (1, ["START_DAB", "dab", "dab", "version?", "dab", 0.5, "dab", "play=", "dab", "STOP_DAB", "dab"]),
+    "network": (2, ["interface=", 2.0, "interface?", "ipstatus?", "ping", "interface=", 1.0, "interface?"]),
+    "random": (6, []),
+}
+_MOST_FAULTS = 2
+
+
+@dataclasses.dataclass
+class Burst:
+    """Commands for one burst; `fault` begins under them."""
+
+    commands: list
+    fault: faults.Fault = None
+
+
+class Plan:
+    """Hands out the next event: a Burst, a number (seconds to pause), or a function to call."""
+
+    def __init__(self, soak):
+        self._soak, self._random, self._scene = soak, soak.random, soak.scene
+        self._step = 0
+        self._active = []  # (step at which it ends, fault)
+
+    def events(self):
+        """First each command once, then scene after scene."""
+        kinds = list(commands.TABLE)
+        self._random.shuffle(kinds)
+        yield self._soak.tune
+        for kind in kinds:
+            yield from self._around(Burst([commands.make(kind, self._random, self._scene)]))
+        names = list(SCENES)
+        while True:
+            if self._random.random() < 0.4:
+                yield self._soak.tune
+            name = self._random.choices(names, [SCENES[name][0] for name in names])[0]
+            yield from self._scene_events(SCENES[name][1])
+
+    def active(self):
+        """The faults that last at the moment."""
+        return [fault for _, fault in self._active]
+
+    def end_faults(self):
+        """Puts everything right that the plan has made go wrong."""
+        for _, fault in self._active:
+            fault.end()
+        self._active.clear()
+
+    def _scene_events(self, items):
+        for item in items:
+            if self._random.random() < 0.15:
+                continue
+            if isinstance(item, float):
+                yield item * self._random.uniform(0.2, 1.5)
+                continue
+            if self._random.random() < 0.2:
+                yield from self._around(self._random_burst())
+            yield from self._around(Burst([commands.make(item, self._random, self._scene)]))
+        if not items:
+            for _ in range(self._random.randint(3, 12)):
+                yield from self._around(self._random_burst())
+
+    def _random_burst(self):
+        """One to five commands that fit into a burst together; what must stand last ends it."""
+        chosen = []
+        for _ in range(self._random.choice([1, 1, 1, 2, 3, 5])):
+            command = commands.choose(self._random, self._scene)
+            if len(commands.burst([*chosen, command])) > commands.MOST_BYTES:
+                break
+            chosen.append(command)
+            if command.last:
+                break
+        return Burst(chosen)
+
+    def _around(self, burst):
+        """A burst with what ends and begins before it, and what must follow it."""
+        self._step += 1
+        for entry in [entry for entry in self._active if entry[0] <= self._step]:
+            self._active.remove(entry)
+            yield from self._end(entry[1])
+        if self._random.random() < 0.2 and len(self._active) < _MOST_FAULTS:
+            fault, steps = faults.choose(self._soak)
+            under = fault.during and self._random.random() < 0.4
+            if type(fault) not in {type(active) for active in self.active()}:
+                self._active.append((self._step + steps, fault))
+                if under:
+                    burst.fault = fault
+                else:
+                    yield lambda: self._soak.begin_fault(fault)
+        yield burst
+        if any(command.update for command in burst.commands):
+            yield Burst([commands.Command("command:", b"command:nmcli networking on\n", seconds=30)])
+        yield self._random.choice([0.0, 0.0, 0.1, 0.5]) * self._random.random()
+
+    @staticmethod
+    def _end(fault):
+        yield fault.end
