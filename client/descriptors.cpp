@@ -1,6 +1,7 @@
 #include "client/descriptors.h"
 
 #define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
+#include <cstring>
 #include <gst/mpegts/mpegts.h>
 
 namespace tessary::client {
@@ -15,9 +16,31 @@ std::string takeText(gchar* text)
     return copy;
 }
 
+/// service_type as the stream carries it: all 256 values, of which the library's enumeration names some.
+std::uint8_t octetOf(const GstMpegtsDVBServiceType& type)
+{
+    unsigned value = 0;
+    static_assert(sizeof value == sizeof type);
+    std::memcpy(&value, &type, sizeof value);
+    return static_cast<std::uint8_t>(value);
+}
+
 const GstMpegtsDescriptor* find(GPtrArray* list, guint8 tag)
 {
     return list != nullptr ? gst_mpegts_find_descriptor(list, tag) : nullptr;
+}
+
+/// The library follows the two text lengths of a service_descriptor (ETSI EN 300 468, 6.2.33) without comparing
+/// them with the descriptor's own, so that is done here.
+bool textsFit(const GstMpegtsDescriptor& service)
+{
+    constexpr std::size_t header = 2; // descriptor_tag and descriptor_length
+    const std::size_t end = header + service.length;
+    const std::size_t provider = header + 1; // behind service_type
+    if (provider >= end)
+        return false;
+    const std::size_t name = provider + 1 + service.data[provider];
+    return name < end && name + 1 + service.data[name] <= end;
 }
 
 } // namespace
@@ -52,7 +75,7 @@ std::vector<NetworkInformation::ListedService> listedServices(GPtrArray* list)
         return services;
     for (guint i = 0; i < items->len; ++i) {
         const auto* item = static_cast<const GstMpegtsDVBServiceListItem*>(g_ptr_array_index(items, i));
-        services.push_back({item->service_id, static_cast<std::uint8_t>(item->type)});
+        services.push_back({item->service_id, octetOf(item->type)});
     }
     g_ptr_array_unref(items);
     return services;
@@ -74,10 +97,10 @@ void readServiceDescriptor(GPtrArray* list, ServiceDescription::Service& service
     GstMpegtsDVBServiceType type{};
     gchar* name = nullptr;
     gchar* provider = nullptr;
-    if (descriptor == nullptr
+    if (descriptor == nullptr || !textsFit(*descriptor)
         || !gst_mpegts_descriptor_parse_dvb_service(descriptor, &type, &name, &provider))
         return;
-    service.type = static_cast<std::uint8_t>(type);
+    service.type = octetOf(type);
     service.name = takeText(name);
     service.provider = takeText(provider);
 }

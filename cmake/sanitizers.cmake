@@ -1,6 +1,7 @@
-# TESSARY_SANITIZE=address builds with AddressSanitizer and UndefinedBehaviorSanitizer, =thread with ThreadSanitizer.
-set(TESSARY_SANITIZE "" CACHE STRING "Sanitizers to build with: empty, address (with undefined) or thread")
-set_property(CACHE TESSARY_SANITIZE PROPERTY STRINGS "" address thread)
+# TESSARY_SANITIZE=address builds with AddressSanitizer and UndefinedBehaviorSanitizer, =thread with ThreadSanitizer,
+# =fuzzer with the first two and libFuzzer's coverage counters (clang only).
+set(TESSARY_SANITIZE "" CACHE STRING "Sanitizers to build with: empty, address (with undefined), thread or fuzzer")
+set_property(CACHE TESSARY_SANITIZE PROPERTY STRINGS "" address thread fuzzer)
 if(TESSARY_SANITIZE STREQUAL "address")
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     add_compile_options(-Wno-maybe-uninitialized) # GCC 12 sees uninitialised members in instrumented <regex>
@@ -8,6 +9,12 @@ if(TESSARY_SANITIZE STREQUAL "address")
 elseif(TESSARY_SANITIZE STREQUAL "thread")
     add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
     add_link_options(-fsanitize=thread)
+elseif(TESSARY_SANITIZE STREQUAL "fuzzer")
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        message(FATAL_ERROR "Fuzzing programs need clang; use the preset 'fuzz'")
+    endif()
+    add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
 elseif(NOT TESSARY_SANITIZE STREQUAL "")
-    message(FATAL_ERROR "TESSARY_SANITIZE is '${TESSARY_SANITIZE}'; use 'address', 'thread' or leave it empty")
+    message(FATAL_ERROR "TESSARY_SANITIZE is '${TESSARY_SANITIZE}'; use 'address', 'thread', 'fuzzer' or leave it empty")
 endif()

@@ -105,6 +105,28 @@ TEST(DecodeSdt, GivesTypeNameProviderAndStatusOfEachService)
     EXPECT_FALSE(sdt->services[1].scrambled);
 }
 
+TEST(DecodeSdt, KeepsAServiceTypeThatNoTableNames)
+{
+    const Bytes bytes = makeSection(0x42, 7, sdtBody({sdtService(1, serviceDescriptor(0xEE, "Desk", "Red"))}));
+    const auto sdt = decodeSdt(onlySection(bytes));
+    ASSERT_TRUE(sdt.has_value());
+    EXPECT_EQ(sdt->services.at(0).type, 0xEE);
+    EXPECT_EQ(sdt->services.at(0).name, "Red");
+}
+
+TEST(DecodeSdt, LeavesOutAServiceDescriptorWhoseTextsEndBehindIt)
+{
+    const Bytes broken[] = {{0x01, 0x80, 'D'}, {0x01, 0x01, 'D', 0x80, 'R'}, {0x01, 0x01, 'D'}, {0x01}, {}};
+    for (const Bytes& payload : broken) {
+        const Bytes service = sdtService(1, makeDescriptor(0x48, payload));
+        const auto sdt = decodeSdt(onlySection(makeSection(0x42, 7, sdtBody({service}))));
+        ASSERT_TRUE(sdt.has_value()) << payload.size();
+        ASSERT_EQ(sdt->services.size(), 1U) << payload.size();
+        EXPECT_EQ(sdt->services[0].type, 0) << payload.size();
+        EXPECT_EQ(sdt->services[0].name, "") << payload.size();
+    }
+}
+
 TEST(DecodeSdt, DecodesTheCharacterTablesOfDvbText)
 {
     EXPECT_EQ(serviceName("Rai 1"), "Rai 1");
@@ -112,8 +134,7 @@ TEST(DecodeSdt, DecodesTheCharacterTablesOfDvbText)
                           "ud"),
         "BR Süd"); // ISO 6937 diacritic before its letter
     EXPECT_EQ(serviceName(std::string("\x01\xBF\xD5\xE0\xD2\xEB\xD9", 7)), "Первый"); // ISO 8859-5
-    EXPECT_EQ(
-        serviceName(std::string("\x10\x00\x02\xCC\xFC", 5)), "Ěü"); // ISO 8859-2 named by two bytes
+    EXPECT_EQ(serviceName(std::string("\x10\x00\x02\xCC\xFC", 5)), "Ěü"); // ISO 8859-2 named by two bytes
     EXPECT_EQ(serviceName(std::string("\x11\x83\xEF\x89\x96", 5)),
         "華視"); // ISO/IEC 10646 basic multilingual plane
     EXPECT_EQ(serviceName("\x15"

@@ -1,0 +1,34 @@
+#include "support/gstreamer.h"
+
+#include "standins.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <gst/gst.h>
+#include <string>
+
+void prepareGStreamer()
+{
+    setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
+    setenv("GST_PLUGIN_PATH_1_0", "", 1);
+    setenv("GST_REGISTRY", "/tmp/gstreamer-registry.bin", 1);
+    gst_registry_fork_set_enabled(FALSE);
+}
+
+void loadElements()
+{
+    for (const char* name :
+        {"coreelements", "typefindfunctions", "udp", "rtp", "mpegtsdemux", "playback", "audioconvert"}) {
+        const std::string file = std::string(GST_PLUGINS) + "/libgst" + name + ".so";
+        GError* error = nullptr;
+        GstPlugin* plugin = gst_plugin_load_file(file.c_str(), &error);
+        if (plugin == nullptr) {
+            std::fprintf(
+                stderr, "%s: %s; install the packages of script/packages\n", file.c_str(), error->message);
+            std::_Exit(2);
+        }
+        gst_object_unref(plugin);
+    }
+    standins::add();
+    g_set_print_handler([](const gchar*) {});
+}

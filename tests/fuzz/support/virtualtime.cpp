@@ -1,0 +1,68 @@
+#include "support/virtualtime.h"
+
+#include <ctime>
+#include <unistd.h>
+
+namespace {
+
+thread_local bool active = false;
+std::int64_t now = 1'700'000'000'000'000; // µs
+
+} // namespace
+
+namespace virtualtime {
+
+Scope::Scope()
+{
+    active = true;
+}
+
+Scope::~Scope()
+{
+    active = false;
+}
+
+bool running()
+{
+    return active;
+}
+
+void advance(std::int64_t microseconds)
+{
+    now += microseconds;
+}
+
+} // namespace virtualtime
+
+// The names are what the linker makes of the calls.
+extern "C" {
+
+int __real_usleep(useconds_t microseconds);
+unsigned __real_sleep(unsigned seconds);
+std::time_t __real_time(std::time_t* result);
+
+int __wrap_usleep(useconds_t microseconds)
+{
+    if (!active)
+        return __real_usleep(microseconds);
+    now += microseconds;
+    return 0;
+}
+
+unsigned __wrap_sleep(unsigned seconds)
+{
+    if (!active)
+        return __real_sleep(seconds);
+    now += std::int64_t{1000000} * seconds;
+    return 0;
+}
+
+std::time_t __wrap_time(std::time_t* result)
+{
+    if (!active)
+        return __real_time(result);
+    if (result != nullptr)
+        *result = now / 1000000;
+    return now / 1000000;
+}
+}
