@@ -1,0 +1,1 @@
+"""What script/bench measures, and how it reports it."""

@@ -1,0 +1,155 @@
+"""Capture: frames without loss, and processor time per million frames, over the rate of the stream."""
+
+import os
+import re
+import signal
+import time
+
+from . import plots
+from .bench import Failure, median, ratio, worst
+from .cable import Cable
+from .processes import Program, run_json
+from .tables import number, seconds_per_million, table, times, verdict
+
+FILTER = "host 239.0.0.1 && port 1234"
+AIM_RATE = 100000
+AIM_RATIO = 1.6
+TITLES = {"ours": "tessary, full statistics", "bare": "bare pcap_loop counter", "tcpdump": "tcpdump -w /dev/null",
+          "tcpdump-now": "tcpdump --immediate-mode -w /dev/null", "tshark": "tshark -q, no decoding", "tshark-ts": "tshark, TS decoded, a line for each frame"}
+
+
+def _rates(quick):
+    if quick:
+        return {"ours": [10000, 100000], "bare": [10000, 100000], "tcpdump": [100000], "tcpdump-now": [100000],
+                "tshark": [100000], "tshark-ts": [25000]}
+    most = [10000, 25000, 50000, 75000, 100000, 125000, 150000]
+    return {"ours": most, "bare": most, "tcpdump": [10000, 100000, 150000],
+            "tcpdump-now": [10000, 100000, 150000], "tshark": [25000, 100000], "tshark-ts": [25000]}
+
+
+def _send(bench, cable, rate):
+    seconds = 1 if bench.quick else 2
+    # The sender is the other end of the cable: it keeps to one processor, so that it holds its rate.
+    pinned = ["taskset", "-c", str(max(os.sched_getaffinity(0)))]
+    command = [*pinned, bench.program("frame-sender"), "--rate", str(rate), "--count", str(rate * seconds)]
+    return run_json(cable.inside(command))
+
+
+def _result(sent, counted, processor):
+    return {"sent": sent["datagrams"], "rate": sent["datagrams"] / sent["seconds"], "counted": counted,
+            "lost": max(0, sent["datagrams"] - counted), "burst": sent["longest_burst"],
+            "cpu_per_million": processor / counted * 1e6 if counted else None}
+
+
+def _probe(bench, cable, program, rate):
+    """One of our programs, which knows its own processor time from "ready" on."""
+    capture = Program(cable.inside([bench.program(program), FILTER]), ready="ready")
+    try:
+        sent = _send(bench, cable, rate)
+        time.sleep(0.3)
+    except Failure:
+        capture.kill()
+        raise
+    capture.end()
+    said = capture.last_json()
+    if said.get("continuity_errors") and not said["dropped"]:
+        raise Failure(f"{said['continuity_errors']} continuity errors in a stream without any")
+    return _result(sent, said["frames"], said["user"] + said["system"])
+
+
+def _peer(bench, cable, rate, command, ready, pattern, settle):
+    """A program of Debian. Its start takes part of its processor time: that of a run without a frame is taken off. What the
+    kernel collects for it reaches it within a second."""
+    environment = dict(os.environ, TMPDIR=bench.folder, LC_ALL="C")
+    idle = Program(cable.inside(command), ready=ready, environment=environment)
+    time.sleep(settle)
+    start = idle.end(signal.SIGINT)
+    capture = Program(cable.inside(command), ready=ready, environment=environment)
+    try:
+        time.sleep(settle)
+        sent = _send(bench, cable, rate)
+        time.sleep(settle + 1)
+    except Failure:
+        capture.kill()
+        raise
+    processor = capture.end(signal.SIGINT, 120)
+    found = re.findall(pattern, capture.output)
+    if not found:
+        raise Failure(f"no count in what it said: {capture.output[-200:]!r}")
+    return _result(sent, int(found[-1]), max(0.0, processor - start))
+
+
+def _tcpdump(bench, cable, rate, *more):
+    command = ["tcpdump", "-Z", "root", "-n", "-i", "eth0", *more, "-w", "/dev/null", FILTER]
+    return _peer(bench, cable, rate, command, "listening on", r"(\d+) packets captured", 0.2)
+
+
+def _tshark(bench, cable, rate, decode):
+    command = ["tshark", "-n", "-i", "eth0", "-f", FILTER]
+    # With -q it counts; a line for each frame wants all of it decoded. Only the count is read here.
+    command = (["sh", "-c", 'exec "$@" >/dev/null', "sh", *command, "-d", "udp.port==1234,mp2t"] if decode
+               else [*command, "-q"])
+    return _peer(bench, cable, rate, command, "Capturing on", r"(\d+) packets? captured", 0.7)
+
+
+def measure(bench):
+    """{tool: {rate: [runs]}}"""
+    rates = _rates(bench.quick)
+    raw = {tool: {} for tool in TITLES}
+    with Cable() as cable:
+        tools = {"ours": lambda rate: _probe(bench, cable, "capture-measurement", rate),
+                 "bare": lambda rate: _probe(bench, cable, "capture-counter", rate),
+                 "tcpdump": lambda rate: _tcpdump(bench, cable, rate),
+                 "tcpdump-now": lambda rate: _tcpdump(bench, cable, rate, "--immediate-mode"),
+                 "tshark": lambda rate: _tshark(bench, cable, rate, False),
+                 "tshark-ts": lambda rate: _tshark(bench, cable, rate, True)}
+        for rate in sorted({rate for some in rates.values() for rate in some}):
+            wanted = {tool: (lambda t=tool, r=rate: tools[t](r)) for tool in TITLES if rate in rates[tool]}
+            for tool, values in bench.rounds(f"capture at {rate}/s", wanted).items():
+                raw[tool][str(rate)] = values
+    return raw
+
+
+def _row(raw, tool, rate):
+    values = raw[tool].get(str(rate))
+    if not values:
+        return None
+    ours, bare = median(values, "cpu_per_million"), median(raw["bare"].get(str(rate), []), "cpu_per_million")
+    return [TITLES[tool], f"{rate:,}", f"{median(values, 'rate'):,.0f}", number(median(values, "lost")),
+            number(worst(values, "lost")), seconds_per_million(ours), times(ratio(ours, bare))]
+
+
+def report(raw, _results):
+    """Markdown: the table, then each aim."""
+    rates = sorted({int(rate) for some in raw.values() for rate in some})
+    rows = [row for rate in rates for tool in TITLES if (row := _row(raw, tool, rate))]
+    head = ["", "datagrams/s", "really sent/s", "lost, median", "lost, worst run", "CPU s per million", "to bare counter"]
+    ours = raw["ours"].get(str(AIM_RATE), [])
+    bare = raw["bare"].get(str(AIM_RATE), [])
+    share = ratio(median(ours, "cpu_per_million"), median(bare, "cpu_per_million"))
+    lost = median(ours, "lost")
+    losses = f"{number(median(ours, 'rate'))} a second really sent; median {number(lost)}, worst run {number(worst(ours, 'lost'))} of {number(median(ours, 'sent'))} datagrams"
+    if lost and bare:
+        losses += (f"; the bare counter with the same ring lost {number(median(bare, 'lost'))}, worst run "
+                   f"{number(worst(bare, 'lost'))}: the kernel's ring holds little more than ten milliseconds at this rate, and the capture thread "
+                   "did not get a processor for longer than that")
+    return "\n".join([
+        table(head, rows), "",
+        verdict(f"no loss at {AIM_RATE:,} datagrams a second", None if lost is None else lost == 0, losses),
+        verdict(f"CPU at most {AIM_RATIO} times the bare counter at {AIM_RATE:,} a second",
+                None if share is None else share <= AIM_RATIO, times(share))])
+
+
+def plot(raw, folder):
+    """Processor time and loss over the rate."""
+    cpu, loss = {}, {}
+    for tool, by_rate in raw.items():
+        points = [(int(rate), values) for rate, values in by_rate.items() if values]
+        cpu[TITLES[tool]] = [(rate / 1000, median(values, "cpu_per_million")) for rate, values in points]
+        loss[TITLES[tool]] = [(rate / 1000, 100 * median(values, "lost") / median(values, "sent"))
+                              for rate, values in points]
+    plots.lines(f"{folder}/capture-cpu.svg", "Capture: processor time", "thousand datagrams per second",
+                "CPU seconds per million frames", cpu, log_y=True)
+    plots.lines(f"{folder}/capture-loss.svg", "Capture: loss (median of the runs)", "thousand datagrams per second",
+                "lost frames, %", loss)
+    return ["capture-cpu.svg", "capture-loss.svg"]

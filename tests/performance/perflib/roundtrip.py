@@ -1,0 +1,132 @@
+"""Round trip of a command, idle and under load; what the daemon takes when idle; its start."""
+
+import random
+import time
+
+from . import plots, streams
+from .bench import Failure, median, percentile
+from .instrument import CpuMeter, Instrument
+from .tables import milliseconds, number, table
+
+TITLES = {"idle": "tessary, idle", "bare": "5 ms poll and an answer, nothing else", "load-10": "tessary, playing and capture, 10 Mbit/s",
+          "load-100": "tessary, playing and capture, 100 Mbit/s"}
+_PORT = 5050
+
+
+def _round_trips(instrument, count):
+    dice = random.Random(11)
+    taken = []
+    for _ in range(count):
+        time.sleep(dice.random() / 100)  # at any moment of the poll's period
+        begin = time.monotonic()
+        instrument.ask_version(20)
+        taken.append((time.monotonic() - begin) * 1000)
+    return {"median_ms": percentile(taken, 0.5), "p99_ms": percentile(taken, 0.99), "worst_ms": max(taken)}
+
+
+def _resident_kib(pid):
+    with open(f"/proc/{pid}/status", encoding="ascii") as file:
+        return next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
+
+
+def _rest(instrument, seconds):
+    pid = instrument.daemon_pid()
+    meter = CpuMeter(pid)
+    time.sleep(seconds)
+    return {"cpu_percent": meter.share(), "resident_kib": _resident_kib(pid)}
+
+
+def _start(instrument):
+    """From the request to start the daemon to its greeting at the controller's end, and to the first answer."""
+    instrument.control("daemon", "stop")
+    instrument.drop_input(0.2)
+    begin = time.monotonic()
+    instrument.control("daemon", "start")
+    instrument.read_until(b"HELLO !\r\n", 60)
+    greeted = time.monotonic() - begin
+    instrument.ask_version(60)  # what is asked during the start waits in the line
+    answered = time.monotonic() - begin
+    instrument.drop_input(0.2)
+    return {"greeting_ms": greeted * 1000, "answer_ms": answered * 1000}
+
+
+def _idle(bench, daemon, name, raw):
+    count, seconds = (200, 2) if bench.quick else (200, 4)
+    with Instrument(bench, daemon=daemon) as instrument:
+        instrument.wait_for_daemon()
+        time.sleep(2)
+        raw["trips"][name] = bench.rounds("round trip", {name: lambda: _round_trips(instrument, count)})[name]
+        raw["rest"][name] = bench.rounds("at rest", {name: lambda: _rest(instrument, seconds)})[name]
+        raw["start"][name] = bench.rounds("start", {name: lambda: _start(instrument)})[name]
+
+
+def _loaded(bench, megabits, raw):
+    name = f"load-{megabits}"
+    factor = megabits // 5
+    path = streams.stuff(f"{bench.folder}/load.ts", f"{bench.repository}/build/streams/demo.ts", factor, 27000)
+    with Instrument(bench) as instrument:
+        instrument.wait_for_daemon()
+        address = instrument.address()
+        with instrument.stream(path, f"udp://{address}:{_PORT}", "--bitrate", f"{megabits}M") as sender:
+            instrument.command(f"server=UDP {address} {_PORT}")
+            instrument.write("getethernetmes?\n")  # the capture goes on beside what is played after it
+            instrument.drop_input(1.5)
+            instrument.command("play=2")
+            time.sleep(3)
+            sender.check()
+            instrument.write("videostatus?\n")
+            instrument.read_until(b"running")
+            trips = {name: lambda: {**_round_trips(instrument, 200), **_busy(instrument)}}
+            raw["trips"][name] = bench.rounds("round trip", trips)[name]
+            if "video" not in instrument.daemon_log():
+                bench.say("the daemon's log tells nothing of a picture")
+
+
+def _busy(instrument):
+    pid = instrument.daemon_pid()
+    meter = CpuMeter(pid)
+    time.sleep(1)
+    return {"cpu_percent": meter.share(), "resident_kib": _resident_kib(pid)}
+
+
+def measure(bench):
+    """Trips by load, rest and start by daemon."""
+    raw = {"trips": {}, "rest": {}, "start": {}}
+    steps = [lambda: _idle(bench, None, "idle", raw), lambda: _idle(bench, bench.program("poll-line"), "bare", raw),
+             *([] if bench.quick else [lambda: _loaded(bench, 10, raw)]), lambda: _loaded(bench, 100, raw)]
+    for step in steps:
+        try:
+            step()
+        except Failure as error:
+            bench.problem(f"round trip: {error}")
+    return raw
+
+
+def report(raw, _results):
+    """Markdown."""
+    trips = [[title, milliseconds(median(values, "median_ms")), milliseconds(median(values, "p99_ms")),
+              milliseconds(median(values, "worst_ms")), "–" if tool == "idle" or tool == "bare"
+              else f"{median(values, 'cpu_percent'):.0f} %"]
+             for tool, title in TITLES.items() if (values := raw["trips"].get(tool))]
+    rest = []
+    for tool in ("idle", "bare"):
+        still, start = raw["rest"].get(tool, []), raw["start"].get(tool, [])
+        if still or start:
+            resident = median(still, "resident_kib")
+            rest.append([TITLES[tool], number(median(still, "cpu_percent"), 2) + " %",
+                         number(resident / 1024 if resident else None, 1) + " MiB",
+                         milliseconds(median(start, "greeting_ms")), milliseconds(median(start, "answer_ms"))])
+    return "\n".join([
+        table(["200 × version?", "median", "99th percentile", "longest", "CPU (of one processor)"], trips), "",
+        "The poll period of 5 ms is the floor: asked at any moment, an answer waits 2.5 ms in the mean and 5 ms at most.", "",
+        table(["at rest", "CPU", "resident", "start to greeting", "start to first answer"], rest)])
+
+
+def plot(raw, folder):
+    """Round trip over the load."""
+    loads = {"idle": 0, "load-10": 10, "load-100": 100}
+    series = {name: [(loads[tool], median(raw["trips"].get(tool, []), key)) for tool in loads]
+              for name, key in (("median", "median_ms"), ("99th percentile", "p99_ms"))}
+    plots.lines(f"{folder}/round-trip.svg", "Round trip of version?, playing and capture", "stream, Mbit/s", "milliseconds",
+                series)
+    return ["round-trip.svg"]
