@@ -20,7 +20,7 @@ constexpr std::array<std::uint32_t, 256> makeTable()
     return table;
 }
 
-constexpr auto table = makeTable();
+constexpr auto remainders = makeTable();
 
 } // namespace
 
@@ -28,7 +28,7 @@ std::uint32_t crc32Mpeg(const std::uint8_t* data, std::size_t size)
 {
     std::uint32_t remainder = 0xFFFFFFFFU;
     for (std::size_t i = 0; i < size; ++i)
-        remainder = (remainder << 8U) ^ table[(remainder >> 24U) ^ data[i]];
+        remainder = (remainder << 8U) ^ remainders[(remainder >> 24U) ^ data[i]];
     return remainder;
 }
 

@@ -30,28 +30,38 @@ const GstMpegtsDescriptor* find(GPtrArray* list, guint8 tag)
     return list != nullptr ? gst_mpegts_find_descriptor(list, tag) : nullptr;
 }
 
-/// The library follows the two text lengths of a service_descriptor (ETSI EN 300 468, 6.2.33) without comparing
-/// them with the descriptor's own, so that is done here.
-bool textsFit(const GstMpegtsDescriptor& service)
+constexpr std::size_t descriptorHeader = 2; // descriptor_tag and descriptor_length
+
+// The library's text functions believe what a stream says; what they do not check is checked here.
+
+/// A text that begins with 0x10 names its character table in the two bytes behind it (ETSI EN 300 468, A.2).
+bool namesItsTable(const guint8* text, std::size_t length)
 {
-    constexpr std::size_t header = 2; // descriptor_tag and descriptor_length
-    const std::size_t end = header + service.length;
-    const std::size_t provider = header + 1; // behind service_type
+    constexpr std::size_t tableBytes = 3;
+    return length == 0 || text[0] != 0x10 || length >= tableBytes;
+}
+
+/// Both texts of a service_descriptor (ETSI EN 300 468, 6.2.33) end inside it.
+bool hasSoundTexts(const GstMpegtsDescriptor& service)
+{
+    const guint8* data = service.data;
+    const std::size_t end = descriptorHeader + service.length;
+    const std::size_t provider = descriptorHeader + 1; // behind service_type
     if (provider >= end)
         return false;
-    const std::size_t name = provider + 1 + service.data[provider];
-    return name < end && name + 1 + service.data[name] <= end;
+    const std::size_t name = provider + 1 + data[provider];
+    return name < end && name + 1 + data[name] <= end && namesItsTable(data + provider + 1, data[provider])
+        && namesItsTable(data + name + 1, data[name]);
 }
 
 } // namespace
 
 std::vector<Descriptor> copyDescriptors(const GPtrArray* list)
 {
-    constexpr std::size_t header = 2; // descriptor_tag and descriptor_length
     std::vector<Descriptor> copies;
     for (guint i = 0; list != nullptr && i < list->len; ++i) {
         const auto* descriptor = static_cast<const GstMpegtsDescriptor*>(g_ptr_array_index(list, i));
-        const guint8* payload = descriptor->data + header;
+        const guint8* payload = descriptor->data + descriptorHeader;
         copies.push_back({descriptor->tag, Bytes(payload, payload + descriptor->length)});
     }
     return copies;
@@ -61,7 +71,8 @@ std::string networkName(GPtrArray* list)
 {
     gchar* name = nullptr;
     const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_DVB_NETWORK_NAME);
-    if (descriptor == nullptr || !gst_mpegts_descriptor_parse_dvb_network_name(descriptor, &name))
+    if (descriptor == nullptr || !namesItsTable(descriptor->data + descriptorHeader, descriptor->length)
+        || !gst_mpegts_descriptor_parse_dvb_network_name(descriptor, &name))
         return {};
     return takeText(name);
 }
@@ -97,7 +108,7 @@ void readServiceDescriptor(GPtrArray* list, ServiceDescription::Service& service
     GstMpegtsDVBServiceType type{};
     gchar* name = nullptr;
     gchar* provider = nullptr;
-    if (descriptor == nullptr || !textsFit(*descriptor)
+    if (descriptor == nullptr || !hasSoundTexts(*descriptor)
         || !gst_mpegts_descriptor_parse_dvb_service(descriptor, &type, &name, &provider))
         return;
     service.type = octetOf(type);

@@ -98,12 +98,12 @@ static void note(const char* kind, char** argv)
     pid_t parent = getppid();
     char comm[64] = "?";
     if (is_daemon(parent))
-        strcpy(comm, daemonName);
+        snprintf(comm, sizeof comm, "%s", daemonName);
     else
         read_proc(parent, "comm", comm, sizeof comm);
-    char cwd[PATH_MAX] = "?";
+    char cwd[PATH_MAX];
     if (!getcwd(cwd, sizeof cwd))
-        strcpy(cwd, "?");
+        snprintf(cwd, sizeof cwd, "?");
 
     struct json_line line = {0};
     json_line_format(&line, "{\"t\": %lld", (long long)now.tv_sec * 1000000000LL + now.tv_nsec);
@@ -181,7 +181,7 @@ int main(int argc, char** argv)
         return 127;
     }
     char folder[PATH_MAX];
-    strcpy(folder, self);
+    memcpy(folder, self, (size_t)length + 1);
     const char* program = strrchr(self, '/') + 1;
     const char* kind = strcmp(dirname(folder), wrapperFolder) == 0 ? "program" : "stand-in";
     note(kind, argv);

@@ -34,6 +34,7 @@ std::array<Row, 256> makeProducts()
     unsigned root = 1;
     for (std::size_t degree = 0; degree < ParityBytes; ++degree) {
         for (std::size_t i = degree + 1; i > 0; --i)
+            // cppcheck-suppress containerOutOfBounds ; it takes the array to be one shorter than it is
             generator[i] = generator[i - 1] ^ multiply(generator[i], root);
         generator[0] = multiply(generator[0], root);
         root = multiply(root, 2);

@@ -160,7 +160,7 @@ void ebsInfo(Context& context)
 }
 
 /// For answers that say no more than that they came.
-void acknowledge(Context& context, const std::string& text, const Json& value)
+void acknowledge(const Context& context, const std::string& text, const Json& value)
 {
     if (context.json())
         context.print(value);

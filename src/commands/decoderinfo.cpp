@@ -24,7 +24,7 @@ std::string fieldText(const GstStructure* structure, const char* field)
 {
     const GValue* value = gst_structure_get_value(structure, field);
     gchar* serialised = value ? gst_value_serialize(value) : nullptr;
-    const std::string text = serialised ? serialised : "";
+    std::string text = serialised ? serialised : "";
     g_free(serialised);
     return text;
 }

@@ -10,6 +10,7 @@ namespace {
 
 /// Copies the path behind its first `offset` bytes into the address; what is too long is cut, the last byte
 /// stays NUL.
+// cppcheck-suppress constParameter ; a write to the member array changes it
 void copyPath(sockaddr_un& address, const QByteArray& path, std::size_t offset)
 {
     std::strncpy(address.sun_path + offset, path.constData() + offset, sizeof address.sun_path - 1 - offset);

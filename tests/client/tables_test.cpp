@@ -107,7 +107,8 @@ TEST(DecodeSdt, GivesTypeNameProviderAndStatusOfEachService)
 
 TEST(DecodeSdt, KeepsAServiceTypeThatNoTableNames)
 {
-    const Bytes bytes = makeSection(0x42, 7, sdtBody({sdtService(1, serviceDescriptor(0xEE, "Desk", "Red"))}));
+    const Bytes bytes =
+        makeSection(0x42, 7, sdtBody({sdtService(1, serviceDescriptor(0xEE, "Desk", "Red"))}));
     const auto sdt = decodeSdt(onlySection(bytes));
     ASSERT_TRUE(sdt.has_value());
     EXPECT_EQ(sdt->services.at(0).type, 0xEE);
@@ -124,6 +125,17 @@ TEST(DecodeSdt, LeavesOutAServiceDescriptorWhoseTextsEndBehindIt)
         ASSERT_EQ(sdt->services.size(), 1U) << payload.size();
         EXPECT_EQ(sdt->services[0].type, 0) << payload.size();
         EXPECT_EQ(sdt->services[0].name, "") << payload.size();
+    }
+}
+
+TEST(DecodeSdt, LeavesOutATextThatBreaksOffInsideTheNameOfItsCharacterTable)
+{
+    for (const char* text : {"\x10", "\x10\x01"}) {
+        EXPECT_EQ(serviceName(text), "");
+        const Bytes name = makeDescriptor(0x40, toBytes(text));
+        const auto nit = decodeNit(onlySection(makeSection(0x40, 1, join({makeLoop(name), makeLoop({})}))));
+        ASSERT_TRUE(nit.has_value());
+        EXPECT_EQ(nit->networkName, "");
     }
 }
 

@@ -126,8 +126,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     Input input(bytes, size);
     const unsigned flags = input.byte();
     begin(flags);
-    fakeline::load(
-        input.rest(), flags & pausesBehindLines ? fakeline::Pauses::BehindLines : fakeline::Pauses::None);
+    fakeline::load(input.rest(),
+        (flags & pausesBehindLines) != 0 ? fakeline::Pauses::BehindLines : fakeline::Pauses::None);
     for (int cycle = 0; cycle < mostCycles && fakeline::left() > 0; ++cycle) {
         worker->doWork();
         FUZZ_REQUIRE(ReceivedBytes >= 0 && ReceivedBytes <= 640);

@@ -112,10 +112,10 @@ QList<QByteArray> HardwareSuite::notes(const QByteArray& what) const
 {
     const QByteArray kind = "\"what\": \"" + what + "\", ";
     QList<QByteArray> found;
-    for (const QByteArray& line : hardwareFile("fpga.log").mid(m_notesStart).split('\n')) {
-        const int at = line.indexOf(kind);
+    for (const QByteArray& note : hardwareFile("fpga.log").mid(m_notesStart).split('\n')) {
+        const int at = note.indexOf(kind);
         if (at >= 0)
-            found << line.mid(at + kind.size()).chopped(1);
+            found << note.mid(at + kind.size()).chopped(1);
     }
     return found;
 }

@@ -105,15 +105,15 @@ int Device::write(const std::string& path, const char* bytes, std::size_t size)
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (path == "/xillybus_write_8")
         return writeStream(bytes, size);
-    const std::string text(bytes, size);
+    const std::string written(bytes, size);
     int result = 0;
     if (path == "/knobs") {
-        result = writeKnobs(text);
+        result = writeKnobs(written);
     } else if (path.compare(0, 5, "/pci/") == 0) {
         m_notes.note(
-            "pci", "\"file\": \"" + path.substr(5) + "\", \"text\": \"" + withoutLineEnd(text) + "\"");
+            "pci", "\"file\": \"" + path.substr(5) + "\", \"text\": \"" + withoutLineEnd(written) + "\"");
     } else {
-        result = writeLineFile(path, text);
+        result = writeLineFile(path, written);
     }
     return result < 0 ? result : static_cast<int>(size);
 }

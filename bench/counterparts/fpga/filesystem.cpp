@@ -4,7 +4,6 @@
 #include "filesystem.h"
 
 #define FUSE_USE_VERSION 35
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -12,6 +11,7 @@
 #include <fuse.h>
 #include <iostream>
 #include <linux/spi/spidev.h>
+#include <mutex>
 #include <poll.h>
 #include <sys/uio.h>
 #include <thread>
@@ -59,9 +59,7 @@ int readFile(const char* path, char* buffer, std::size_t size, off_t offset, fus
     const std::string text = theDevice->text(path);
     if (offset < 0 || static_cast<std::size_t>(offset) >= text.size())
         return 0;
-    const std::size_t count = std::min(size, text.size() - static_cast<std::size_t>(offset));
-    std::memcpy(buffer, text.data() + offset, count);
-    return static_cast<int>(count);
+    return static_cast<int>(text.copy(buffer, size, static_cast<std::size_t>(offset)));
 }
 
 int writeFile(const char* path, const char* bytes, std::size_t size, off_t, fuse_file_info*)

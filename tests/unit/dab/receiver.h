@@ -11,7 +11,7 @@ class Receiver
 public:
     /// Listens on "/usr/mysocket" after `delayMs`; `serve` gets the connection's descriptor, which is closed
     /// behind it.
-    Receiver(std::function<void(int)> serve, int delayMs = 0);
+    explicit Receiver(std::function<void(int)> serve, int delayMs = 0);
     /// Waits until the connection was served.
     ~Receiver();
     Receiver(const Receiver&) = delete;

@@ -131,9 +131,9 @@ GstMpegtsSection* delivered(const Bytes& bytes)
 
 void post(GstElement* pipeline, const Bytes& bytes)
 {
-    GstMpegtsSection* section = delivered(bytes);
-    gst_element_post_message(pipeline, gst_message_new_mpegts_section(GST_OBJECT(pipeline), section));
-    gst_mpegts_section_unref(section);
+    GstMpegtsSection* sent = delivered(bytes);
+    gst_element_post_message(pipeline, gst_message_new_mpegts_section(GST_OBJECT(pipeline), sent));
+    gst_mpegts_section_unref(sent);
 }
 
 } // namespace madesections
