@@ -3,9 +3,9 @@
 #include "streampace.h"
 
 #include <cerrno>
-#include <vector>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -175,7 +175,15 @@ std::uint64_t StreamFile::tellBitRate() const
 {
     if (m_fd < 0 || m_isFifo)
         return 0;
-    std::vector<std::uint8_t> probe(kRateProbeBytes);
-    const ssize_t got = ::pread(m_fd, probe.data(), probe.size(), 0);
-    return got > 0 ? bitRateFromPcr(probe.data(), static_cast<std::size_t>(got)) : 0;
+    // Pages of its own, given back at once: from the C library's heap, each streaming thread's arena would
+    // keep so much.
+    const int flags = MAP_PRIVATE | MAP_ANONYMOUS;
+    void* const probe = ::mmap(nullptr, kRateProbeBytes, PROT_READ | PROT_WRITE, flags, -1, 0);
+    if (probe == MAP_FAILED)
+        return 0;
+    const ssize_t got = ::pread(m_fd, probe, kRateProbeBytes, 0);
+    const auto* const bytes = static_cast<const std::uint8_t*>(probe);
+    const std::uint64_t rate = got > 0 ? bitRateFromPcr(bytes, static_cast<std::size_t>(got)) : 0;
+    ::munmap(probe, kRateProbeBytes);
+    return rate;
 }
