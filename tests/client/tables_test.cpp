@@ -130,13 +130,17 @@ TEST(DecodeSdt, LeavesOutAServiceDescriptorWhoseTextsEndBehindIt)
 
 TEST(DecodeSdt, LeavesOutATextThatBreaksOffInsideTheNameOfItsCharacterTable)
 {
-    for (const char* text : {"\x10", "\x10\x01"}) {
-        EXPECT_EQ(serviceName(text), "");
-        const Bytes name = makeDescriptor(0x40, toBytes(text));
-        const auto nit = decodeNit(onlySection(makeSection(0x40, 1, join({makeLoop(name), makeLoop({})}))));
-        ASSERT_TRUE(nit.has_value());
-        EXPECT_EQ(nit->networkName, "");
-    }
+    // Behind the text stands what would complete the name of a table.
+    const Bytes payload{0x01, 0x00, 0x01, 0x10, 0x00, 0x02, 'T', 'V'};
+    const Bytes service = sdtService(1, makeDescriptor(0x48, payload));
+    const auto sdt = decodeSdt(onlySection(makeSection(0x42, 7, sdtBody({service}))));
+    ASSERT_TRUE(sdt.has_value());
+    EXPECT_EQ(sdt->services.at(0).name, "");
+
+    const Bytes network = makeDescriptor(0x40, {0x10, 0x00});
+    const auto nit = decodeNit(onlySection(makeSection(0x40, 1, join({makeLoop(network), makeLoop({})}))));
+    ASSERT_TRUE(nit.has_value());
+    EXPECT_EQ(nit->networkName, "");
 }
 
 TEST(DecodeSdt, DecodesTheCharacterTablesOfDvbText)

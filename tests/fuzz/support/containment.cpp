@@ -20,6 +20,13 @@ __attribute__((section(".preinit_array"), used)) void (*const beforeConstructors
 
 } // namespace
 
+/// The C library's resolver, which libpcap asks for the names in a filter, keeps pointers in a packed record.
+extern "C" const char* __lsan_default_options();
+extern "C" const char* __lsan_default_options()
+{
+    return "use_unaligned=1";
+}
+
 void requireContainment()
 {
     __lsan_enable();
