@@ -30,5 +30,7 @@ void loadElements()
         gst_object_unref(plugin);
     }
     standins::add();
+    g_log_set_always_fatal(
+        static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK | G_LOG_LEVEL_CRITICAL)); // misuse of a library
     g_set_print_handler([](const gchar*) {});
 }
