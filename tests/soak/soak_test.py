@@ -29,7 +29,8 @@ def fake_soak(seed):
     """As much of a soak as the plan looks at."""
     scene = types.SimpleNamespace(on_air=None, network="dhcp", sender_address="192.168.77.1", packages=FakePackages,
                                   servers=[stream.server for stream in streams.STREAMS])
-    made = types.SimpleNamespace(random=random.Random(seed), scene=scene, unit=None, tune=None)
+    made = types.SimpleNamespace(random=random.Random(seed), scene=scene, unit=None, tune=None, retune=None)
+    made.retune = lambda: None
     made.tune = lambda: made.random.random()  # draws as the real one does
     return made
 

@@ -40,12 +40,12 @@ def _interface(random, scene):
 
 
 def _server(random, scene):
-    text = scene.on_air.server if scene.on_air and random.random() < 0.85 else random.choice(scene.servers)
+    text = scene.on_air.server if scene.on_air and random.random() < 0.9 else random.choice(scene.servers)
     return Command("server=", f"server={text}\n".encode(), seconds=5)
 
 
 def _play(random, _scene):
-    text = random.choice(["1", "2", "3", "1", "2", "3", "1", "2", "7", "65535", "0", ""])
+    text = random.choice(["1", "2", "3", "1", "2", "3", "1", "2", "3", "1", "2", "1", "2", "7", "65535", "0", ""])
     return Command("play=", f"play={text}\n".encode(), seconds=_PIPELINE_SECONDS, source=True)
 
 
@@ -60,7 +60,8 @@ def _ping(random, scene):
 def _index(kind, word, parse, seconds=1.0, source=False):
     def make(random, _scene):
         # The NUL that the daemon writes over the eleventh byte falls on the carriage return, or on the burst's own NUL.
-        return Command(kind, word + b"%02X" % random.randint(0, 5) + b"\r\n", parse, seconds, source=source)
+        index = random.randint(0, 12)
+        return Command(kind, word + b"%02X" % index + b"\r\n", parse(index), seconds, source=source)
     return make
 
 
@@ -120,8 +121,8 @@ TABLE = {
     "t2miframe?": (6, _plain("t2miframe?", b"t2miframe?", replies.t2mi_packet, 3.0, last=True)),
     "ipstatus?": (3, _plain("ipstatus?", b"ipstatus?", replies.anything_until_version, 10.0, last=True)),
     "!07_S_&": (3, _plain("!07_S_&", b"!07_S_&", seconds=_PIPELINE_SECONDS, source=True)),
-    "!0C_D_IX:": (3, _index("!0C_D_IX:", b"!0C_D_IX:", replies.PLAY_FRAME, _PIPELINE_SECONDS, True)),
-    "!0C_L_IX:": (2, _index("!0C_L_IX:", b"!0C_L_IX:", replies.SERVICE_NAME)),
+    "!0C_D_IX:": (3, _index("!0C_D_IX:", b"!0C_D_IX:", lambda _: replies.PLAY_FRAME, _PIPELINE_SECONDS, True)),
+    "!0C_L_IX:": (2, _index("!0C_L_IX:", b"!0C_L_IX:", replies.service_name)),
     "!07_A_&": (3, _plain("!07_A_&", b"!07_A_&", replies.STATUS_FRAME)),
     "!07_E_&": (5, _plain("!07_E_&", b"!07_E_&", replies.INFO_FRAME)),
     "!16_O_AX:": (2, _level),
@@ -141,6 +142,9 @@ TABLE = {
 # Those whose reply is none, whatever happens; the others answer always, or when there is something to tell.
 SILENT = {"interface=", "server?", "server=", "scancur", "play=", "sendts", "!07_S_&", "PVR_record", "PVR_stop", "PVR_scan",
           "START_DAB", "STOP_DAB", "command:", "unknown"}
+# Those that only ask, or do what leaves the stream alone.
+PEACEFUL = ["interface?", "server?", "streaminfo?", "videostatus?", "getnit?", "getpmt?", "version?", "t2miframe?", "ipstatus?",
+            "!0C_L_IX:", "!07_A_&", "!07_E_&", "!16_O_AX:", "!07_V_&", "PVR_reclist", "dab", "command:", "unknown", "ping"]
 
 
 def make(kind, random, scene):
@@ -148,9 +152,9 @@ def make(kind, random, scene):
     return TABLE[kind][1](random, scene)
 
 
-def choose(random, scene):
-    """One command of any kind."""
-    kinds = list(TABLE)
+def choose(random, scene, kinds=None):
+    """One command of any kind, or of these."""
+    kinds = kinds or list(TABLE)
     return make(random.choices(kinds, [TABLE[kind][0] for kind in kinds])[0], random, scene)
 
 

@@ -309,7 +309,7 @@ class OnlyDisturbance(Disturbance):
 
 # Weight, and the most steps that each lasts.
 TABLE = {
-    LinkDown: (3, 6), LinkFlaps: (3, 1), CardFull: (3, 12), RecordingSpoilt: (3, 3), FpgaStream: (4, 12), FpgaInput: (3, 10),
+    LinkDown: (3, 4), LinkFlaps: (3, 1), CardFull: (3, 12), RecordingSpoilt: (3, 3), FpgaStream: (4, 12), FpgaInput: (3, 10),
     FpgaLost: (2, 6), Bitfile: (2, 6), ReceiverDies: (2, 1), ReceiverDiesAtStart: (0.5, 6), ReceiverSlow: (2, 12),
     ProgramFails: (6, 8), ProgramStalls: (4, 6), NetworkManagerDies: (1.5, 5), RoutingDaemonDies: (3, 1),
     ChildrenKilled: (4, 1), StreamStops: (3, 8), StreamFaulty: (3, 12), Disturbance: (5, 12), OnlyDisturbance: (3, 8),

@@ -24,14 +24,6 @@ def pattern(expression, optional=False):
     return parse
 
 
-def one_of(*parsers):
-    """The first parser that finds something."""
-    def parse(data, at):
-        ends = [parser(data, at) for parser in parsers]
-        return next((end for end in ends if end not in (None, at)), next((end for end in ends if end == at), None))
-    return parse
-
-
 def sections(table_id, mark=b"", only_one=False):
     """PSI sections of one table, behind a mark; or silence."""
     def parse(data, at):
@@ -74,13 +66,17 @@ def inverted_block(block):
     return parse
 
 
+def service_name(index):
+    """The name made from an index; what follows it may begin with a digit, too."""
+    return pattern(b"Service%d" % index)
+
+
 VERSION_LINE = pattern(rb"SV: mx8 [0-9.]+ FPGA: [^\n]+\n")
 INTERFACE_LINE = pattern(rb"not connected\n|[0-9.]+ [0-9.]+\n")
 ARRIVALS = pattern(rb"not connected\n|(?:-?[0-9]+;)*")
 MEASUREMENT = pattern(rb"not connected\n|[\x00\x01]\x00\x00\x00.{20}\x0a\x00\x00\x00")
 STATUS_WORD = pattern(rb"running|stopped", optional=True)
 PLAY_FRAME = pattern(rb"\*0C_d\.SX")
-SERVICE_NAME = pattern(rb"Service[0-9]+")
 STATUS_FRAME = pattern(rb"\*17_a\.FL:02_NS:[0-9a-f]{2,}\$_DS:[0-9a-f]{2,}")
 INFO_FRAME = pattern(rb"\*32_e\.DI:[0-9a-f]{4}_[0-9a-f]{4}_[0-9a-f]{4}_0000_[0-9a-f]{4}_0000_0000_0000_\$")
 LEVEL_FRAME = pattern(rb"\*07_o\.\$")

@@ -51,7 +51,8 @@ class Figures:
     def note_look(self, name, held):
         """What the daemon holds with everything stopped."""
         self.looks[name] = held
-        print(f"{held['minute']:5.1f} min  {name}: {held['rss_kib'] / 1024:.1f} MiB, {held['descriptors']} descriptors, "
+        print(f"{held['minute']:5.1f} min  {name}: {held['rss_kib'] / 1024:.1f} MiB, heap {held['heap_kib']} KiB, "
+              f"{held['descriptors']} descriptors, "
               f"{held['threads']} threads, {held['zombies']} zombies", flush=True)
 
 
@@ -105,8 +106,8 @@ def _text(figures, options, outcome):
         f"at most {100 * figures.margin:.0f} % of the time allowed",
         f"receiver's death in an answer: {figures.standstill or 'not tried'}",
         "", "held with everything stopped:",
-        "  look        minute  resident KiB  anonymous KiB  descriptors  threads  zombies  version? s"]
-    lines += [f"  {name:11s} {held['minute']:6.1f}  {held['rss_kib']:12d}  {held['anonymous_kib']:13d}  {held['descriptors']:11d}  "
+        "  look        minute  resident KiB  heap in use KiB  descriptors  threads  zombies  version? s"]
+    lines += [f"  {name:11s} {held['minute']:6.1f}  {held['rss_kib']:12d}  {held['heap_kib'] or '-':>15}  {held['descriptors']:11d}  "
               f"{held['threads']:7d}  {held['zombies']:7d}  {held['version_seconds']:10.3f}"
               for name, held in figures.looks.items()]
     if figures.most:

@@ -2,6 +2,7 @@
 
 import collections
 import contextlib
+import json
 import os
 import random
 import shutil
@@ -16,12 +17,15 @@ from .line import GREETING, Line, NoAnswer, VERSION, has_versions
 from .unit import BITFILE, CARD
 
 _KEPT_COMMANDS = 200
-_QUIET_PERIOD = 600.0     # seconds between two looks at the daemon with everything stopped
+_QUIET_PERIOD = 600.0     # seconds between two looks at the daemon with everything stopped, at most
 _SETTLE_SECONDS = 60.0    # idle threads of the pipelines' pools end after 15 s
 _START_SECONDS = 120.0
+# What is in use wanders with the tables and caches that libraries fill once. One kilobyte lost with each of the thousands of
+# commands of an hour would be more than this.
+HEAP_TOLERANCE_KIB = 2 * 1024
 # The C library keeps freed memory in an arena per thread, and the pipelines' threads come and go: the resident size wanders
-# by some MiB. One kilobyte lost with each of the thousands of commands of an hour would be more than this.
-RESIDENT_TOLERANCE_KIB = 24 * 1024
+# more, and ends where every arena has once held the largest queue.
+RESIDENT_TOLERANCE_KIB = 64 * 1024
 
 
 class Failure(Exception):
@@ -45,6 +49,7 @@ class Soak:
         with open(unit.inside(BITFILE), "rb") as file:
             self.bitfile = file.read()
         self.last = collections.deque(maxlen=_KEPT_COMMANDS)
+        self._all = open(os.path.join(options.output, "commands.jsonl"), "w", encoding="ascii")  # closed by run()
         self.pid, self._born, self._line, self._sampler = 0, None, None, None
         self._phase = "start"
         self._plan = plan.Plan(self)
@@ -69,6 +74,7 @@ class Soak:
                 self.figures.most = self._sampler.most
             self.figures.seconds = time.monotonic() - self._began
             self.figures.log = report.log_findings(self.unit.run_dir.daemon_log)
+            self._all.close()
             if self._line:
                 self._line.close()
         self._check_log()
@@ -101,11 +107,12 @@ class Soak:
             raise Failure(str(missing)) from missing
 
     def _work(self):
-        """The soak proper, with a look at the quiet daemon every ten minutes and at the end."""
+        """The soak proper, with looks at the quiet daemon in between and at the end."""
         end = time.monotonic() + self.options.seconds
+        period = min(_QUIET_PERIOD, self.options.seconds / 4)
         number = 0
         while time.monotonic() < end:
-            self._work_until(min(end, time.monotonic() + _QUIET_PERIOD), "soak")
+            self._work_until(min(end, time.monotonic() + period), "soak")
             number += 1
             self._look("end" if time.monotonic() >= end else f"quiet {number}")
 
@@ -153,11 +160,12 @@ class Soak:
             entry["reply"] = repr(missing.received)
             raise Failure(f"{missing} after {entry['burst']}") from missing
         entry["took"] = round(time.monotonic() - began, 3)
-        entry["reply"] = repr(received[:2000])[2:-1]
+        entry["reply"] = repr(received[:300])[2:-1]
         lengths, wrong = replies.check(received, [command.parse for command in burst] + [replies.VERSION_LINE])
         if wrong is not None:
             what = burst[wrong].kind if wrong < len(burst) else "version?"
             raise Failure(f"not a reply of {what} in the burst {entry['burst']}: {entry['reply']}")
+        self._all.write(json.dumps(entry) + "\n")
         self.figures.note_burst(burst, lengths, entry["took"], patience)
 
     def _send_and_read(self, burst, fault, deadline):
@@ -228,6 +236,10 @@ class Soak:
         self.scene.on_air = stream
         self.figures.streams[stream.name] += 1
 
+    def retune(self):
+        """The same stream, to the address that the instrument has now."""
+        self.air.send(self.air.stream)
+
     def set_receiver(self, settings):
         """How the DAB receiver program behaves."""
         evidence.write_json(self.unit.shared("dab.json"), settings)
@@ -282,12 +294,18 @@ class Soak:
         except NoAnswer as missing:
             raise Failure(f"{missing} although everything is stopped") from missing
         self.figures.note_look(name, {"minute": round((time.monotonic() - self._began) / 60, 1), **seen,
-                                      "address": self.unit.address(),
+                                      "heap_kib": self._heap_kib(), "address": self.unit.address(),
                                       "version_seconds": round(time.monotonic() - began, 3)})
         evidence.write_text(os.path.join(self.options.output, f"held-{name.replace(' ', '-')}.txt"),
                             resources.describe(self.pid))
         self._check_log()
         self.tune()
+
+    def _heap_kib(self):
+        """A sanitizer has a heap of its own, which does not tell."""
+        in_use = None if self.options.sanitized else resources.ask_heap(self.pid, self.unit.run_dir.daemon_log)
+        self._alive()
+        return None if in_use is None else in_use // 1024
 
     def _compare(self):
         """The daemon holds no more at the end than at the start."""
@@ -296,6 +314,8 @@ class Soak:
                  for key in ("descriptors", "threads") if end[key] > start[key]]
         if end["zombies"]:
             wrong.append(f"{end['zombies']} children that were never waited for")
+        if start["heap_kib"] and end["heap_kib"] and end["heap_kib"] > start["heap_kib"] + HEAP_TOLERANCE_KIB:
+            wrong.append(f"heap in use: {start['heap_kib']} KiB at the start, {end['heap_kib']} KiB at the end")
         if not self.options.sanitized and end["rss_kib"] > start["rss_kib"] + RESIDENT_TOLERANCE_KIB:
             wrong.append(f"resident memory: {start['rss_kib']} KiB at the start, {end['rss_kib']} KiB at the end")
         if wrong:
