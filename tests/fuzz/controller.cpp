@@ -16,6 +16,7 @@
 #include "support/scriptedline.h"
 
 #include <array>
+#include <iterator>
 
 using namespace tessary::client;
 
@@ -140,72 +141,46 @@ void decodeIntervals(const Bytes& bytes)
         text);
 }
 
-/// Calls of the controller whose answer means something, one after another.
-void ask(Controller& controller, SerialLine& line, unsigned question)
-{
-    switch (question % 16U) {
-    case 0:
-        controller.version();
-        return;
-    case 1:
-        controller.streamInfo();
-        return;
-    case 2:
-        controller.networkInformation();
-        return;
-    case 3:
-        controller.programMap();
-        return;
-    case 4:
-        controller.playerStatus();
-        return;
-    case 5:
-        controller.t2miFrame();
-        return;
-    case 6:
-        controller.measurement();
-        return;
-    case 7:
-        controller.interArrivalTimes();
-        return;
-    case 8:
-        controller.interfaceAddress();
-        return;
-    case 9:
-        controller.recordingSize();
-        return;
-    case 10:
-        controller.ebsStatus();
-        return;
-    case 11:
-        controller.ebsDecoderInfo();
-        return;
-    case 12:
-        controller.ebsPlay(1);
-        return;
-    case 13:
-        controller.dab("dab");
-        return;
-    case 14:
-        controller.waitForGreeting(Milliseconds(1000));
-        return;
-    default:
+using Question = void (*)(Controller&, SerialLine&);
+
+/// Calls of the controller whose answer means something.
+constexpr Question questions[] = {
+    [](Controller& c, SerialLine&) { c.version(); },
+    [](Controller& c, SerialLine&) { c.streamInfo(); },
+    [](Controller& c, SerialLine&) { c.networkInformation(); },
+    [](Controller& c, SerialLine&) { c.programMap(); },
+    [](Controller& c, SerialLine&) { c.playerStatus(); },
+    [](Controller& c, SerialLine&) { c.t2miFrame(); },
+    [](Controller& c, SerialLine&) { c.measurement(); },
+    [](Controller& c, SerialLine&) { c.interArrivalTimes(); },
+    [](Controller& c, SerialLine&) { c.interfaceAddress(); },
+    [](Controller& c, SerialLine&) { c.recordingSize(); },
+    [](Controller& c, SerialLine&) { c.ebsStatus(); },
+    [](Controller& c, SerialLine&) { c.ebsDecoderInfo(); },
+    [](Controller& c, SerialLine&) { c.ebsPlay(1); },
+    [](Controller& c, SerialLine&) { c.dab("dab"); },
+    [](Controller& c, SerialLine&) { c.waitForGreeting(Milliseconds(1000)); },
+    [](Controller&, SerialLine& line) {
         SoftwareUpdate(line, {}).run(Bytes(3000, 0x55), [](std::size_t) {});
-        return;
-    }
-}
+    },
+    [](Controller& c, SerialLine&) { c.ipStatus(); },
+    [](Controller& c, SerialLine&) { c.ebsServiceName(31); },
+    [](Controller& c, SerialLine&) { c.ebsAudioLevel(16); },
+    [](Controller& c, SerialLine&) { c.ebsVersion(); },
+    [](Controller& c, SerialLine&) { c.exportRecording(); },
+};
 
 /// Input: length of the list of questions (1), the questions, then all that the instrument says.
 void converse(const Bytes& bytes)
 {
     Input input(bytes.data(), bytes.size());
-    const Bytes questions = input.bytes(input.byte());
+    const Bytes asked = input.bytes(input.byte());
     scriptedline::load(input.text());
     SerialLine line("fuzz");
     Controller controller(line);
-    for (const std::uint8_t question : questions) {
+    for (const std::uint8_t question : asked) {
         try {
-            ask(controller, line, question);
+            questions[question % std::size(questions)](controller, line);
         } catch (const AnswerError&) {
         } catch (const LineError& error) {
             if (error.kind() == LineError::Kind::HungUp)
