@@ -184,12 +184,12 @@ class ReceiverDiesAtStart(Fault):
 
 
 class ReceiverSlow(Fault):
-    """The DAB receiver program opens late, answers late, or in pieces."""
+    """The DAB receiver program opens late, or answers late."""
 
     extra = 8.0
 
     def begin(self):
-        settings = self.random.choice([{"answer_after_s": 1.5}, {"pieces": [50, 60]}, {"open_after_s": 5}])
+        settings = self.random.choice([{"answer_after_s": 1.5}, {"answer_after_s": 0.3}, {"open_after_s": 5}])
         self.detail = json.dumps(settings)
         self.soak.set_receiver(settings)
 

@@ -112,7 +112,9 @@ class Soak:
         period = min(_QUIET_PERIOD, self.options.seconds / 4)
         number = 0
         while time.monotonic() < end:
-            self._work_until(min(end, time.monotonic() + period), "soak")
+            until = time.monotonic() + period
+            # A look takes half a minute: none shortly before the last.
+            self._work_until(until if until < end - period / 2 else end, "soak")
             number += 1
             self._look("end" if time.monotonic() >= end else f"quiet {number}")
 
@@ -293,9 +295,10 @@ class Soak:
             self._ask_version(commands.CYCLE_SECONDS)
         except NoAnswer as missing:
             raise Failure(f"{missing} although everything is stopped") from missing
+        answered = round(time.monotonic() - began, 3)
         self.figures.note_look(name, {"minute": round((time.monotonic() - self._began) / 60, 1), **seen,
                                       "heap_kib": self._heap_kib(), "address": self.unit.address(),
-                                      "version_seconds": round(time.monotonic() - began, 3)})
+                                      "version_seconds": answered})
         evidence.write_text(os.path.join(self.options.output, f"held-{name.replace(' ', '-')}.txt"),
                             resources.describe(self.pid))
         self._check_log()
