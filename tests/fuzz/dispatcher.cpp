@@ -138,7 +138,8 @@ extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments)
     requireContainment();
     qInstallMessageHandler(silent);
     prepareGStreamer();
-    new QCoreApplication(*argumentCount, *arguments); // ends with the process
+    [[maybe_unused]] static const auto* application =
+        new QCoreApplication(*argumentCount, *arguments); // ends with the process
     makeRecording();
     const virtualtime::Scope waitsPassAtOnce;
     worker = new Worker;

@@ -87,7 +87,8 @@ extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments)
     requireContainment();
     qInstallMessageHandler(silent);
     prepareGStreamer();
-    new QCoreApplication(*argumentCount, *arguments); // ends with the process
+    [[maybe_unused]] static const auto* application =
+        new QCoreApplication(*argumentCount, *arguments); // ends with the process
     gst_init(nullptr, nullptr);
     gst_mpegts_initialize();
     loadElements();

@@ -22,13 +22,11 @@ __attribute__((section(".preinit_array"), used)) void (*const beforeConstructors
 
 /// The C library's resolver keeps its servers' addresses with each thread that has asked for a name, until
 /// that ends: GLib's threads for the name of a receiver's group do so while leaks are looked for.
-extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:__res_context_send\n";
 }
 
-extern "C" const char* __lsan_default_options();
 extern "C" const char* __lsan_default_options()
 {
     return "print_suppressions=0";
