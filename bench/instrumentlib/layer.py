@@ -21,6 +21,7 @@ from .errors import BenchError
 # Daemons come here. Plain programs stand here too, so that the instrument has them whatever the host has.
 PACKAGES = ["network-manager", "dnsmasq-base", "smcroute", "dbus", "ethtool", "net-tools", "iputils-ping",
             "iproute2", "sudo", "psmisc", "procps", "kmod"]
+_KEPT = 4  # of the newest layers
 RECIPE = 1  # raise it when the way a layer is made changes
 _DPKG_STATUS = "/var/lib/dpkg/status"
 # Left behind by the package manager; the instrument has no use for them.
@@ -86,10 +87,16 @@ def _make(folder, archive):
                          "check the network and /etc/apt/sources.list, then try again")
     _give_to_owner(folder, partial)
     os.rename(partial, archive)
-    for name in os.listdir(folder):
-        if name.endswith(".tar") and os.path.join(folder, name) != archive:
-            os.unlink(os.path.join(folder, name))  # made for packages that the host no longer has
+    _forget_old(folder)
     _say(f"package layer ready: {archive} ({os.path.getsize(archive) >> 20} MiB)")
+
+
+def _forget_old(folder):
+    """Layers made for packages that the host no longer has; clean roots on this tree have layers of their own."""
+    archives = [entry for entry in os.scandir(folder) if entry.name.endswith(".tar")]
+    archives.sort(key=lambda entry: entry.stat().st_mtime, reverse=True)
+    for entry in archives[_KEPT:]:
+        os.unlink(entry.path)
 
 
 def _give_to_owner(folder, partial):
