@@ -62,8 +62,8 @@ std::vector<std::int64_t> parseInterArrivalTimes(const std::string& text)
 
 std::size_t removeAbsoluteTimes(std::vector<std::int64_t>& times)
 {
-    const auto kept = std::remove_if(
-        times.begin(), times.end(), [](std::int64_t t) { return std::abs(t) > longestInterval; });
+    const auto isNoInterval = [](std::int64_t t) { return t > longestInterval || t < -longestInterval; };
+    const auto kept = std::remove_if(times.begin(), times.end(), isNoInterval);
     const auto removed = static_cast<std::size_t>(times.end() - kept);
     times.erase(kept, times.end());
     return removed;

@@ -8,6 +8,7 @@
 #include "sectionbuilder.h"
 
 #include <gtest/gtest.h>
+#include <limits>
 
 using namespace tessary::client;
 using namespace tessary::test;
@@ -51,6 +52,15 @@ TEST(InterArrivalTimes, TheFirstFramesTimeSince1970IsNoInterval)
     std::vector<std::int64_t> times{1700000000000000, 1000, 1001};
     EXPECT_EQ(removeAbsoluteTimes(times), 1U);
     EXPECT_EQ(times, (std::vector<std::int64_t>{1000, 1001}));
+}
+
+TEST(InterArrivalTimes, TheFarthestTimesAreNoIntervalsEither)
+{
+    constexpr auto lowest = std::numeric_limits<std::int64_t>::min();
+    constexpr auto highest = std::numeric_limits<std::int64_t>::max();
+    std::vector<std::int64_t> times{lowest, 5, highest, -7};
+    EXPECT_EQ(removeAbsoluteTimes(times), 2U);
+    EXPECT_EQ(times, (std::vector<std::int64_t>{5, -7}));
 }
 
 TEST(InterArrivalTimes, StatisticsAreThoseOfTheList)
