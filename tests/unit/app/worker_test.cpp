@@ -3,6 +3,7 @@
 #include "commands/uart_command.h"
 #include "link/serialport.h"
 #include "measure/ethernetmeasurement.h"
+#include "support/privatenetwork.h"
 #include "system/mydata.h"
 #include "system/network.h"
 
@@ -232,6 +233,28 @@ TEST_F(Dispatcher, WithTheLinkDownTheRoutingDaemonIsStoppedOnceOnly)
     net.smcrouteStarted = true;
     for (int i = 0; i < 5; ++i)
         worker().doWork();
+    EXPECT_EQ(programs().calls(), Calls{"smcroute|-k"});
+    EXPECT_EQ(EthernetConnected, 0);
+}
+
+TEST_F(Dispatcher, WithTheLinkUpTheGroupIsJoinedAndAgainWhenAJoinIsAskedFor)
+{
+    net.smcrouteStarted = false;
+    net.joinRequested = false;
+    EthernetConnected = 0;
+    ASSERT_TRUE(privatenetwork::addVethPair("eth0", "uplink"));
+    worker().doWork();
+    worker().doWork(); // nothing new: no call
+    const std::string join = "smcroute|-j|eth0|239.0.0.1";
+    EXPECT_EQ(programs().calls(), (Calls{"smcroute|-d", join}));
+    EXPECT_EQ(EthernetConnected, 1);
+    programs().forget();
+    cycle("server=UDP 239.1.2.3 1000\n");
+    EXPECT_EQ(programs().calls(), Calls{"smcroute|-j|eth0|239.1.2.3"});
+    EXPECT_FALSE(net.joinRequested);
+    programs().forget();
+    privatenetwork::remove("eth0");
+    worker().doWork();
     EXPECT_EQ(programs().calls(), Calls{"smcroute|-k"});
     EXPECT_EQ(EthernetConnected, 0);
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <linux/if_tun.h>
+#include <memory>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -110,6 +111,17 @@ TEST_F(Capture, StartWhileCapturingRestarts)
     EXPECT_EQ(logCount(startOutput), 2);
     send("uplink", sevenPackets);
     EXPECT_TRUE(eventually([this] { return recordCount() == 1; }));
+}
+
+TEST_F(Capture, EndsWithItsMeasurement)
+{
+    ASSERT_TRUE(addEth0());
+    auto other = std::make_unique<ETHERNETMeasurement>();
+    other->start();
+    ASSERT_TRUE(other->running);
+    other.reset();
+    EXPECT_EQ(logCount(loopOutput), 1); // the capture thread has ended
+    EXPECT_EQ(logCount(stopped), 1);
 }
 
 TEST_F(Capture, LoadWhileCapturingStopsAndTheNextStartTakesTheNewStream)

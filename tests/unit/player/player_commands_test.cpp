@@ -137,6 +137,11 @@ TEST_F(PlayerCommands, ServerQueryIsLoggedAndStaysSilent)
     LogCapture log;
     Uart_GetServer();
     EXPECT_EQ(log.lines(), std::vector<std::string>{"GETserver\n"});
+    for (const protocol any : {protocolRtp, protocolUdpT2mi, protocolRtpT2mi}) {
+        data.serverProtocol = any;
+        Uart_GetServer();
+    }
+    EXPECT_EQ(count(log.lines(), "GETserver\n"), 4);
     EXPECT_EQ(silence(), "");
 }
 
@@ -206,6 +211,18 @@ TEST_F(PlayerCommands, AnAddressOrPortThatIsNoNumberThrowsAndLeavesNoSource)
     EXPECT_EQ(instance, nullptr);
 }
 
+TEST_F(PlayerCommands, AProtocolThatDoesNotExistMakesNoSource)
+{
+    data.serverProtocol = static_cast<protocol>(4);
+    Uart_Scancur();
+    Uart_Play("2\n");
+    Uart_SendTS();
+    Uart_GetServer();
+    EXPECT_EQ(instance, nullptr);
+    EXPECT_EQ(data.programNumber, 2u); // noted all the same
+    EXPECT_EQ(silence(), "");
+}
+
 TEST_F(PlayerCommands, QueriesWithoutSourceAreSilent)
 {
     Uart_GetNIT();
@@ -264,6 +281,16 @@ TEST_F(PlayerCommands, AT2miFrameIsRepliedWholeWhateverItsSize)
         EXPECT_EQ(received.size(), size);
         EXPECT_TRUE(received == std::string(frame.begin(), frame.end())) << size;
     }
+}
+
+TEST_F(PlayerCommands, AT2miFrameOverRtpIsRepliedToo)
+{
+    standins::add();
+    Uart_SetServer("RTP_T2MI 127.0.0.1 5004 64 102\n");
+    Uart_Scancur();
+    standins::setT2miFrame({0x00, 0x07, 0x0a, 0xff});
+    Uart_GetT2MIFrame();
+    EXPECT_EQ(silence(), std::string("\x00\x07\x0a\xff", 4));
 }
 
 TEST_F(PlayerCommands, EachCommandLogsItsName)

@@ -1,0 +1,112 @@
+// The tables' way to the controller: what a scan found goes over the line byte for byte.
+#include "commands/uart_command.h"
+#include "madesections.h"
+#include "media/gstimpl.h"
+#include "media/gstsource.h"
+#include "support/ttyfixture.h"
+#include "system/mydata.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+using madesections::Bytes;
+
+/// A source without stream: the test hands its pipeline the sections that a scan would find.
+class TableSource : public gstsource
+{
+public:
+    TableSource()
+    {
+        GstElement* silent = gst_element_factory_make("fakesrc", nullptr);
+        g_object_set(silent, "num-buffers", 0, nullptr);
+        impl = new gstImpl(silent);
+    }
+    ~TableSource() override { delete impl; }
+
+    void receiveSdt(const Bytes& section) { impl->newSdtSectionReceived(madesections::delivered(section)); }
+    void receiveNit(const Bytes& section) { impl->newNitSectionReceived(madesections::delivered(section)); }
+    void receivePmt(const Bytes& section) { impl->newPmtSectionReceived(madesections::delivered(section)); }
+};
+
+class TableReplies : public ControllerLine
+{
+protected:
+    void SetUp() override
+    {
+        ControllerLine::SetUp();
+        gst_init(nullptr, nullptr);
+        gst_mpegts_initialize();
+        data = MyData();
+        source = new TableSource;
+        instance = source;
+    }
+
+    void TearDown() override
+    {
+        delete instance;
+        instance = nullptr;
+        ControllerLine::TearDown();
+    }
+
+    /// Reads while the command runs: a long reply is more than the line holds.
+    Bytes replyTo(void (*command)(), std::size_t expected)
+    {
+        std::string text;
+        std::thread reader([&] { text = controller().read(expected, 5000); });
+        command();
+        reader.join();
+        text += controller().readUntilQuiet(30); // nothing may follow
+        return {text.begin(), text.end()};
+    }
+
+    TableSource* source = nullptr; ///< the current source
+};
+
+Bytes joined(Bytes first, const Bytes& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+} // namespace
+
+TEST_F(TableReplies, TheServiceTableComesBehindItsMark)
+{
+    const Bytes sdt = madesections::sdt({1, 2}, 120);
+    source->receiveSdt(sdt);
+    const Bytes mark{'<', 'S', 'D', 'T', '>'};
+    EXPECT_EQ(replyTo(Uart_StreamInfo, mark.size() + sdt.size()), joined(mark, sdt));
+}
+
+TEST_F(TableReplies, AServiceTableLongerThanTheLineTakesAtOnceComesWhole)
+{
+    Bytes expected{'<', 'S', 'D', 'T', '>'};
+    for (std::uint8_t number = 0; number < 5; ++number) { // each of another length: all of them are kept
+        const Bytes sdt = madesections::sdt({number}, 1000U + number, number);
+        source->receiveSdt(sdt);
+        expected = joined(expected, sdt);
+    }
+    ASSERT_GT(expected.size(), 4096U);
+    EXPECT_EQ(replyTo(Uart_StreamInfo, expected.size()), expected);
+}
+
+TEST_F(TableReplies, NetworkSectionsFollowOneAnother)
+{
+    const Bytes first = madesections::nit(0, "First network");
+    const Bytes second = madesections::nit(1, "and its second section");
+    source->receiveNit(first);
+    source->receiveNit(second);
+    EXPECT_EQ(replyTo(Uart_GetNIT, first.size() + second.size()), joined(first, second));
+}
+
+TEST_F(TableReplies, TheProgramMapIsThatOfTheProgramThatIsPlayed)
+{
+    const Bytes played = madesections::pmt(7);
+    source->receivePmt(madesections::pmt(6));
+    source->receivePmt(played);
+    EXPECT_EQ(replyTo(Uart_GetPMT, 0), Bytes()); // nothing is played yet
+    instance->play(7);
+    EXPECT_EQ(replyTo(Uart_GetPMT, played.size()), played);
+}
