@@ -10,7 +10,7 @@ class Failure(Exception):
 
 
 class Bench:
-    """Settings and figures of one run. `folder` is a place for streams and recordings, in memory where there is room."""
+    """Settings of one run and its progress. `folder` is a place for streams and recordings, in memory if there is room."""
 
     def __init__(self, options, folder):
         self.quick = options.quick
@@ -40,8 +40,8 @@ class Bench:
         return time.monotonic() > self._deadline
 
     def rounds(self, title, measurements, runs=None):
-        """{name: [value of each run]} of {name: function}; the functions take turns, so that a change of the machine's mood
-        meets all of them. A value is a dict of numbers. One that fails twice is left out from then on."""
+        """{name: [value of each run]} of {name: function}; the functions take turns, so that a machine that is slower for a
+        while is slower for all. A value is a dict of numbers. One that fails twice is left out from then on."""
         values = {name: [] for name in measurements}
         failed = {name: 0 for name in measurements}
         for turn in range(runs or self.runs):
@@ -55,8 +55,7 @@ class Bench:
                     value = function()
                 except (Failure, OSError, ValueError, KeyError, IndexError) as error:
                     failed[name] += 1
-                    self.problem(f"{title}, {name}: {type(error).__name__ + ': ' if not isinstance(error, Failure) else ''}"
-                                 f"{error}")
+                    self.problem(f"{title}, {name}: {error if isinstance(error, Failure) else repr(error)}")
                     continue
                 values[name].append(value)
                 self.say(f"{title}, {name}, run {turn + 1}: {_text(value)}")
@@ -78,6 +77,12 @@ def worst(values, key):
     """Largest value of one field over the runs; None without a run."""
     numbers = [value[key] for value in values if value.get(key) is not None]
     return max(numbers) if numbers else None
+
+
+def span(values, key, digits=0):
+    """Smallest and largest value of one field, as text."""
+    numbers = [value[key] for value in values if value.get(key) is not None]
+    return f"{min(numbers):,.{digits}f} to {max(numbers):,.{digits}f}" if numbers else "–"
 
 
 def percentile(numbers, share):

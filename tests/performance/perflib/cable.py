@@ -1,4 +1,4 @@
-"""A network of its own with the two ends of a cable, "uplink" and "eth0", set up as the instrument's package does it."""
+"""A network of its own with both ends of a cable, "uplink" and "eth0", set up as by the instrument's package."""
 
 import os
 import subprocess
@@ -14,6 +14,11 @@ address add 192.168.77.100/24 dev eth0
 link set eth0 up
 link set uplink up
 """
+
+
+def sender_processor():
+    """Words before the sender's command: it stands for the other end of the cable and keeps to the last processor."""
+    return ["taskset", "-c", str(max(os.sched_getaffinity(0)))]
 
 
 class Cable:

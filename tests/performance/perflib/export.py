@@ -10,7 +10,8 @@ from .instrument import CARD, Instrument
 from .processes import run_json
 from .tables import number, table, times
 
-TITLES = {"ours": "tessary, PVR_export", "bare": "read, select and write of 1024 bytes, nothing else", "dd": "dd bs=1024"}
+TITLES = {"ours": "tessary, PVR_export", "bare": "read, select and write of 1024 bytes, nothing else",
+          "dd": "dd bs=1024"}
 _SETTLING = 1.0  # seconds that the export waits at its end, for the driver to send out what it holds
 
 

@@ -26,17 +26,17 @@ class Instrument:
         _serial += 1
         self._bench = bench
         self.run_dir = f"/run/tessary-bench-{os.getpid()}-{_serial}"
-        self._script = f"{bench.repository}/bench/{'hardware' if hardware else 'instrument'}"
+        self._script = ([f"{bench.repository}/bench/hardware"] if hardware
+                        else [f"{bench.repository}/bench/instrument", "run"])
         self._options = [*options, *(["--daemon", daemon] if daemon else [])]
         self._runner = self._log = self._line = None
 
     def __enter__(self):
         os.makedirs(self.run_dir, exist_ok=True)
         self._log = open(f"{self.run_dir}/runner.log", "w+", encoding="utf-8")
-        self._runner = subprocess.Popen([self._script, "run", "--build", self._bench.build, "--run-dir", self.run_dir,
-                                         *self._options] if "instrument" in self._script else
-                                        [self._script, "--build", self._bench.build, "--run-dir", self.run_dir,
-                                         *self._options],
+        # Asked to end when the measurement is killed; it takes everything down then.
+        self._runner = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *self._script, "--build", self._bench.build,
+                                         "--run-dir", self.run_dir, *self._options],
                                         stdin=subprocess.DEVNULL, stdout=self._log, stderr=subprocess.STDOUT)
         try:
             self._wait_until_ready()

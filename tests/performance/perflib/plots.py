@@ -4,10 +4,10 @@ import subprocess
 
 from .bench import Failure
 
-_STYLE = """set terminal svg size 640,400 font 'sans-serif,11' background 'white'
+_STYLE = """set terminal svg size 640,440 font 'sans-serif,11' background 'white' noenhanced
 set encoding utf8
 set grid lc rgb '#dddddd'
-set key outside below
+set key outside below left Left reverse samplen 2 maxcols 1 font ',10'
 set border 3
 set tics nomirror
 set yrange [0:*]
@@ -26,7 +26,7 @@ def lines(path, title, x_label, y_label, series, *, log_x=False, log_y=False):
         return
     script = _STYLE + f"set output {_quoted(path)}\nset title {_quoted(title)}\n"
     script += f"set xlabel {_quoted(x_label)}\nset ylabel {_quoted(y_label)}\n"
-    script += "set logscale x\n" if log_x else ""
+    script += "set logscale x\n" if log_x else "set xrange [0:*]\n"
     script += "unset yrange\nset logscale y\n" if log_y else ""
     script += "plot " + ", ".join(f"'-' with linespoints pt 7 ps 0.5 lw 2 title {_quoted(name)}" for name in series) + "\n"
     for points in series.values():

@@ -7,14 +7,15 @@ import time
 
 from . import plots, scan, streams
 from .bench import Failure, median, ratio, worst
+from .cable import sender_processor
 from .instrument import CARD, MAC, CpuMeter, Instrument
 from .processes import Program, run_json
-from .tables import number, seconds_per_million, table, times, verdict
+from .tables import met_without_loss, number, seconds_per_million, table, times, verdict
 
 AIM_RATE = 75000
-TITLES = {"ours": "tessary: scan and PVR_record", "gst-large": "gst-launch-1.0 udpsrc buffer-size=30000000 ! queue ! filesink",
-          "gst-same": "gst-launch-1.0, the same elements with the scan's branch",
-          "gst": "gst-launch-1.0 udpsrc ! queue ! filesink", "multicat": "multicat"}
+TITLES = {"ours": "tessary: scan and PVR_record", "gst-same": "gst-launch-1.0, tessary's elements",
+          "gst": "gst-launch-1.0 udpsrc ! queue ! filesink", "gst-large": "the same with buffer-size=30000000",
+          "multicat": "multicat"}
 _DATAGRAM = 7 * 188
 _PORT = 5040
 
@@ -25,11 +26,11 @@ class _Scene:
     def __init__(self, bench, instrument):
         self._bench, self._instrument = bench, instrument
         self._address = instrument.address()
-        self._seconds = 1 if bench.quick else 2
+        self._seconds = 1 if bench.quick else 1.5
 
     def _send(self, rate):
-        command = ["taskset", "-c", str(max(os.sched_getaffinity(0))), self._bench.program("frame-sender"), "--rate",
-                   str(rate), "--count", str(rate * self._seconds), "--address", self._address, "--mac", MAC, "--port",
+        command = [*sender_processor(), self._bench.program("frame-sender"), "--rate",
+                   str(rate), "--count", str(round(rate * self._seconds)), "--address", self._address, "--mac", MAC, "--port",
                    str(_PORT)]
         return run_json(self._instrument.at_sender(command))
 
@@ -38,7 +39,7 @@ class _Scene:
         """Until the file does not grow any more."""
         size, same = -1, 0
         while same < 3:
-            time.sleep(0.1)
+            time.sleep(0.07)
             now = streams.size_of(path)
             size, same = now, same + 1 if now == size else 0
 
@@ -71,7 +72,8 @@ class _Scene:
         path = self._instrument.card_file("peer.ts")
         recorder = Program(self._instrument.inside(command))
         try:
-            time.sleep(1.0)
+            _wait_for(path)
+            time.sleep(0.2)
             meter = CpuMeter(_child_of(recorder.pid))
             sent = self._send(rate)
             self._settle(path)
@@ -101,6 +103,15 @@ class _Scene:
         return self.peer(rate, ["multicat", "-u", f"@{self._address}:{_PORT}", f"{CARD}/peer.ts"])
 
 
+def _wait_for(path):
+    """Until the recorder has opened its file; then it receives, too, or is about to."""
+    deadline = time.monotonic() + 10
+    while not os.path.exists(path):
+        if time.monotonic() > deadline:
+            raise Failure("the recorder did not open its file")
+        time.sleep(0.02)
+
+
 def _child_of(pid):
     """The program that `instrument exec` has started."""
     with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
@@ -117,8 +128,13 @@ def measure(bench):
         instrument.wait_for_daemon()
         scene = _Scene(bench, instrument)
         for rate in ([10000, 75000] if bench.quick else [10000, 25000, 50000, 75000, 100000]):
-            tools = {"ours": lambda r=rate: scene.ours(r), "gst-large": lambda r=rate: scene.gst(r, "buffer-size=30000000"),
-                     "gst-same": lambda r=rate: scene.gst_same(r), "gst": lambda r=rate: scene.gst(r), "multicat": lambda r=rate: scene.multicat(r)}
+            known = {"ours": lambda r=rate: scene.ours(r), "gst-large": lambda r=rate: scene.gst(r, "buffer-size=30000000"),
+                     "gst-same": lambda r=rate: scene.gst_same(r), "gst": lambda r=rate: scene.gst(r),
+                     "multicat": lambda r=rate: scene.multicat(r)}
+            # Beyond the aim only what is compared there; the large buffer alone says its part at the aim's rate.
+            names = ["ours", "gst-same"] if rate > AIM_RATE else [name for name in TITLES if name != "gst-large"]
+            names += ["gst-large"] if rate == AIM_RATE else []
+            tools = {name: known[name] for name in names}
             for tool, values in bench.rounds(f"recording at {rate}/s", tools).items():
                 raw[tool][str(rate)] = values
     return raw
@@ -138,14 +154,20 @@ def report(raw, _results):
             rows.append([title, f"{rate:,}", f"{median(values, 'rate'):,.0f}", number(median(values, "lost")),
                          number(worst(values, "lost")), seconds_per_million(processor), times(ratio(processor, reference))])
     head = ["", "datagrams/s", "really sent/s", "lost, median", "lost, worst run", "CPU s per million",
-            "to the same elements"]
+            "to gst-launch-1.0, tessary's elements"]
     reached = [rate for rate in rates if rate <= AIM_RATE and raw["ours"].get(str(rate))]
     lost = {rate: median(raw["ours"][str(rate)], "lost") for rate in reached}
-    said = "; ".join(f"{rate:,} a second: median {number(value)}, worst run "
+    reached_rate = median(raw["ours"].get(str(AIM_RATE), []), "rate")
+    said = "; ".join(f"{number(median(raw['ours'][str(rate)], 'rate'))} a second really sent: median {number(value)}, worst run "
                      f"{number(worst(raw['ours'][str(rate)], 'lost'))}" for rate, value in lost.items())
+    same = raw["gst-same"].get(str(AIM_RATE), [])
+    if any(lost.values()) and same:
+        said += (f"; gst-launch-1.0 with the same elements and buffer at {AIM_RATE:,} a second: median "
+                 f"{number(median(same, 'lost'))}, worst run {number(worst(same, 'lost'))}")
     return "\n".join([table(head, rows), "",
                       verdict(f"no datagram lost up to {AIM_RATE:,} a second with the package's settings",
-                              not any(lost.values()) if AIM_RATE in lost else None, said or "no run succeeded")])
+                              met_without_loss(max(lost.values()) if AIM_RATE in lost else None, reached_rate, AIM_RATE),
+                              said or "no run succeeded")])
 
 
 def plot(raw, folder):

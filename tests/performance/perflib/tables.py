@@ -29,6 +29,13 @@ def table(head, rows):
     return "\n".join(lines + ["| " + " | ".join(str(cell) for cell in row) + " |" for row in rows])
 
 
+def met_without_loss(lost, rate, aim_rate):
+    """For `verdict`: None when the sender did not come near the rate, so that no loss proves nothing."""
+    if lost is None or (lost == 0 and rate < 0.97 * aim_rate):
+        return None
+    return lost == 0
+
+
 def verdict(aim, met, measured):
     """One line on an aim; `met` is None when it was not measured."""
     word = "not measured" if met is None else "**met**" if met else "**not met**"

@@ -1,0 +1,95 @@
+#!/usr/bin/python3
+"""Tests of what script/bench computes and makes by itself: streams, medians, tables, the page."""
+
+import os
+import sys
+import tempfile
+import unittest
+
+FOLDER = os.path.dirname(os.path.realpath(__file__))
+REPOSITORY = os.path.dirname(os.path.dirname(FOLDER))
+sys.dont_write_bytecode = True
+sys.path.insert(0, FOLDER)
+from perflib import bench, report, streams, tables  # noqa: E402
+
+
+def sections_of(data):
+    """[(PID, section)] of a stream whose sections may be longer than a packet."""
+    found, open_sections = [], {}
+    for at in range(0, len(data), streams.PACKET):
+        packet = data[at:at + streams.PACKET]
+        pid, payload = (packet[1] & 0x1F) << 8 | packet[2], packet[4:]
+        if packet[1] & 0x40:
+            open_sections[pid] = payload[1:]
+        elif pid in open_sections:
+            open_sections[pid] += payload
+        section = open_sections.get(pid, b"")
+        length = 3 + ((section[1] & 0x0F) << 8 | section[2]) if len(section) > 3 else 0
+        if length and len(section) >= length:
+            found.append((pid, section[:length]))
+            del open_sections[pid]
+    return found
+
+
+class Streams(unittest.TestCase):
+    def test_every_service_has_its_tables_with_right_checksums(self):
+        packets = streams.tables_module(REPOSITORY)
+        sections = sections_of(streams.multiplex(REPOSITORY, 300, 1000, cycles=1))
+        self.assertTrue(all(packets.crc32(section) == 0 for _, section in sections))
+        listed = {}
+        for pid, section in sections:
+            if pid == 0:
+                listed.update(packets.program_map_pids(section))
+        self.assertEqual(sorted(listed), list(range(1, 301)))
+        maps = {(section[3] << 8 | section[4]): pid for pid, section in sections if section[0] == 0x02}
+        self.assertEqual(maps, listed)
+        self.assertTrue(all(len(section) <= 1024 for _, section in sections))
+
+    def test_a_repetition_continues_the_counters(self):
+        once = streams.multiplex(REPOSITORY, 3, 100)
+        last = {}
+        for at in range(0, 2 * len(once), streams.PACKET):
+            packet = (once + once)[at:at + streams.PACKET]
+            pid = (packet[1] & 0x1F) << 8 | packet[2]
+            self.assertEqual(packet[3] & 15, (last.get(pid, packet[3] - 1) + 1) & 15)
+            last[pid] = packet[3] & 15
+
+    def test_a_written_stream_has_whole_packets(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = streams.write(f"{folder}/s.ts", b"\x47" * 188 * 3, 1000)
+            self.assertEqual(streams.size_of(path), 5 * 188)
+            stuffed = streams.stuff(f"{folder}/t.ts", path, 4, 2)
+            self.assertEqual(streams.size_of(stuffed), 8 * 188)
+
+
+class Figures(unittest.TestCase):
+    def test_median_worst_and_percentile(self):
+        runs = [{"a": 3}, {"a": 1}, {"a": 10}, {"b": 5}]
+        self.assertEqual((bench.median(runs, "a"), bench.worst(runs, "a"), bench.median([], "a")), (3, 10, None))
+        self.assertEqual(bench.percentile(range(200), 0.99), 198)
+        self.assertIsNone(bench.ratio(1, 0))
+
+    def test_no_loss_proves_nothing_below_the_rate(self):
+        self.assertTrue(tables.met_without_loss(0, 99000, 100000))
+        self.assertIsNone(tables.met_without_loss(0, 50000, 100000))
+        self.assertFalse(tables.met_without_loss(1, 50000, 100000))
+
+
+class Page(unittest.TestCase):
+    def test_a_part_is_replaced_and_the_rest_kept(self):
+        begin, end = report.MARK.format("begin", "scan"), report.MARK.format("end", "scan")
+        text = f"before\n{begin}\nold\n{end}\nafter\n"
+        replaced = report.replace_part(text, "scan", "new")
+        self.assertEqual(replaced, f"before\n{begin}\nnew\n{end}\nafter\n")
+        self.assertEqual(report.replace_part(replaced, "scan", "new"), replaced)
+
+    def test_the_page_of_the_tree_has_a_place_for_every_line(self):
+        with open(f"{REPOSITORY}/docs/performance.md", encoding="utf-8") as file:
+            page = file.read()
+        for name in ("run", "capture", "frame-cost", "scan", "live-scan", "recording", "export", "round-trip"):
+            self.assertEqual(page.count(report.MARK.format("begin", name)), 1, name)
+            self.assertEqual(page.count(report.MARK.format("end", name)), 1, name)
+
+
+if __name__ == "__main__":
+    unittest.main()
