@@ -1,6 +1,7 @@
 #include "client/tables.h"
 
 #include "client/descriptors.h"
+#include "client/sectionloops.h"
 
 #define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
 #include <gst/mpegts/mpegts.h>
@@ -39,7 +40,7 @@ SectionHandle parse(const Section& section, guint16 pid)
         gst_init(nullptr, nullptr);
         gst_mpegts_initialize();
     });
-    if (!section.crcCorrect || section.bytes.size() < 12)
+    if (!section.crcCorrect || !loopsFit(section))
         return nullptr;
     auto* copy = static_cast<guint8*>(g_memdup2(section.bytes.data(), section.bytes.size()));
     return SectionHandle(gst_mpegts_section_new(pid, copy, section.bytes.size()));

@@ -178,6 +178,40 @@ TEST(Decoders, RefuseAnotherTableAWrongCrcAndABrokenBody)
     EXPECT_TRUE(!pmt.has_value() || pmt->streams.empty());
 }
 
+/// The loop with its length made `more` bytes longer.
+Bytes longerLoop(Bytes loop, std::uint8_t more)
+{
+    loop[1] = static_cast<std::uint8_t>(loop[1] + more);
+    return loop;
+}
+
+TEST(Decoders, RefuseLoopsAndDescriptorsThatEndBehindWhatHoldsThem)
+{
+    const Bytes name = makeDescriptor(0x40, toBytes("Net1"));
+    const Bytes listed = makeDescriptor(0x41, {0x00, 0x01, 0x01});
+    const Bytes stream = join({{0x00, 0x01, 0x00, 0x02}, makeLoop(listed)});
+    const Bytes shorter = longerLoop(makeLoop(stream), 0xFF); // one byte less than its entry has
+    const Bytes bodies[] = {
+        join({makeLoop(name), shorter}),
+        join({makeLoop(name), longerLoop(makeLoop(stream), 1)}),
+        join({longerLoop(makeLoop(name), 200), makeLoop(stream)}),
+        join({makeLoop(name), makeLoop(join({{0x00, 0x01, 0x00, 0x02}, longerLoop(makeLoop(listed), 1)}))}),
+        join({makeLoop({0x40, 0x05, 'N'}), makeLoop(stream)}),
+        join({makeLoop(name), {0xF0}}),
+    };
+    for (const Bytes& body : bodies)
+        EXPECT_FALSE(decodeNit(onlySection(makeSection(0x40, 1, body))).has_value());
+
+    const Bytes service = serviceDescriptor(1, "Desk", "Red");
+    EXPECT_FALSE(decodeSdt(onlySection(makeSection(0x42, 1, sdtBody({sdtService(1, {0x48, 9, 1})})))));
+    EXPECT_FALSE(
+        decodeSdt(onlySection(makeSection(0x42, 1, join({sdtBody({sdtService(1, service)}), {0}})))));
+    EXPECT_FALSE(decodePmt(onlySection(makeSection(0x02, 1, {0xE2, 0x00, 0xF0, 0x20, 0x0A, 0x01, 'd'}))));
+    EXPECT_FALSE(
+        decodePmt(onlySection(makeSection(0x02, 1, {0xE2, 0x00, 0xF0, 0x00, 0x1B, 0xE2, 0x00, 0xF0, 9}))));
+    EXPECT_FALSE(decodePat(onlySection(makeSection(0x00, 1, {0x00, 0x01, 0xE1}))));
+}
+
 TEST(Names, SayWhatAPersonWouldSay)
 {
     EXPECT_EQ(streamTypeName(0x1B), "H.264 video");
