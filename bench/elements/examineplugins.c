@@ -1,5 +1,6 @@
-/* Has GStreamer examine its plug-ins and write its registry; ends with status 0 when the platform's elements are among
-   them. The virtual instrument runs it where the daemon runs under an emulator: it is for the daemon's architecture. */
+/* Has GStreamer examine its plug-ins and write its registry; ends with status 0 when the platform's elements
+   are among them. The virtual instrument runs it where the daemon runs under an emulator: it is for the
+   daemon's architecture. */
 #include <gst/gst.h>
 #include <stdio.h>
 

@@ -6,7 +6,7 @@ import threading
 
 from . import places
 from .errors import BenchError
-from .machine_root import RECORDER
+from .machine_root import EMULATOR, RECORDER
 from .machine import CLEAN_ENVIRONMENT
 
 PATH_INSIDE = "/usr/bin/tessary"
@@ -21,7 +21,7 @@ class Daemon:
         self._environment = {"PATH": f"{RECORDER}:{CLEAN_ENVIRONMENT['PATH']}", **environment}
         # ThreadSanitizer needs an address space without randomisation on many kernels.
         self._command = [*(["setarch", "-R"] if setarch else []), *shlex.split(wrapper),
-                         *shlex.split(emulator), PATH_INSIDE]
+                         *([EMULATOR] if emulator else []), PATH_INSIDE]
         self._program = None
         self._lock = threading.RLock()
 

@@ -29,7 +29,7 @@ class MachineSettings:
     elements: str       # folder of the platform elements, "" for none
     asound_conf: str
     multiarch: str      # the daemon's, such as x86_64-linux-gnu
-    emulator: str       # program that runs the daemon, "" when this machine's processor does
+    emulator: str       # statically linked program that runs the daemon, "" when this machine's processor does
     repository: str     # shown inside, read-only, when the overlay does not show it anyway; "" for none
     terminals: dict     # device inside -> pty slave on the host
     files: list         # (host path, path inside) to copy

@@ -9,6 +9,7 @@ from .errors import BenchError
 
 HOST = "/run/.host"  # the host's root while the machine is being built; gone afterwards
 RECORDER = "/opt/recorder/bin"
+EMULATOR = "/opt/recorder/emulator"
 EXAMINER = "/opt/recorder/" + places.EXAMINER
 CARD = "/run/media/mmcblk1p1"
 # Noted, then run for real. Those that the machine does not have are left out.
@@ -37,6 +38,8 @@ def build(settings):
     _write_machine_settings()
     _install_recorder(settings.recorder)
     install_file(HOST + settings.daemon, "/usr/bin/tessary", 0o755)
+    if settings.emulator:
+        install_file(HOST + settings.emulator, EMULATOR, 0o755)
     if settings.elements:
         _install_elements(settings)
     for source, target in settings.files:

@@ -9,11 +9,10 @@ import contextlib
 import hashlib
 import os
 import re
-import shlex
 import shutil
 
 from .errors import BenchError
-from .machine_root import EXAMINER
+from .machine_root import EMULATOR, EXAMINER
 
 _INSIDE = "/root/.cache/gstreamer-1.0"
 _KEPT = 6  # of the newest; one for each build that is in use
@@ -52,7 +51,7 @@ def _key(layer, plugin):
 def _examine(machine, plugin, emulator, log):
     command, environment = ["/usr/bin/python3", "-I", "-c", _EXAMINE], {}
     if emulator:  # no Python of that architecture; nor can GStreamer start its helper program for it
-        command, environment = [*shlex.split(emulator), EXAMINER], {"GST_REGISTRY_FORK": "no"}
+        command, environment = [EMULATOR, EXAMINER], {"GST_REGISTRY_FORK": "no"}
     with open(plugin, "rb") as file:
         sanitizer = re.search(rb"lib[at]san\.so\.\d+", file.read())
     if sanitizer:

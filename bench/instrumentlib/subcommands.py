@@ -60,9 +60,9 @@ def _add_run(run):
                      help="run the daemon through setarch -R, as ThreadSanitizer needs it")
     run.add_argument("--wrapper", metavar="COMMAND", default="",
                      help="run the daemon through this command, such as 'strace -f -o /run/bench/strace'")
-    run.add_argument("--emulator", metavar="PROGRAM", default="",
+    run.add_argument("--emulator", metavar="FILE",
                      help="run the daemon, which is for another architecture, through this user-mode emulator, such as "
-                          "qemu-aarch64-static; its libraries must be installed on this machine")
+                          "/usr/bin/qemu-aarch64-static; the daemon's libraries must be installed on this machine")
     run.add_argument("--elements", metavar="DIR", help="folder of other platform elements than the build's: those for the "
                                                        "daemon's architecture")
     run.add_argument("--no-elements", action="store_true",
@@ -101,7 +101,7 @@ def _run(options):
         repository=places.SHOWN,
         files=_pairs("--file", options.file), binds=_pairs("--bind", options.bind),
         card_size="" if options.card in ("0", "") else options.card,
-        emulator=options.emulator, multiarch=elf.multiarch(built["daemon"]), **built)
+        multiarch=elf.multiarch(built["daemon"]), **built)
     settings = types.SimpleNamespace(
         machine=machine, layer_folder=places.LAYER_FOLDER,
         daemon_env=_environment(options.daemon_env), wrapper=options.wrapper, setarch=options.setarch,
@@ -116,9 +116,10 @@ def _built_files(options):
         "daemon": os.path.realpath(options.daemon or places.part("daemon", options.build)),
         "recorder": places.part("recorder", options.build),
         "elements": "" if options.no_elements else elements,
+        "emulator": os.path.realpath(options.emulator) if options.emulator else "",
         "asound_conf": os.path.join(places.HERE, "elements", "asound.conf"),
     }
-    wanted = [found["daemon"], found["recorder"]]
+    wanted = [found["daemon"], found["recorder"], *([found["emulator"]] if options.emulator else [])]
     if not options.no_elements:
         wanted += [os.path.join(elements, "libgstinstrument.so"),
                    os.path.join(elements, "libasound_module_pcm_instrumentdac.so"), found["asound_conf"]]

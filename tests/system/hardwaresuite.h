@@ -52,7 +52,7 @@ protected:
 
     static int patiently(int milliseconds)
     {
-        return Instrument::daemonIsSanitized() ? milliseconds * 4 : milliseconds;
+        return Instrument::daemonIsSlow() ? milliseconds * 4 : milliseconds;
     }
 
 private:

@@ -37,6 +37,12 @@ QString daemonUnderTest()
     return qEnvironmentVariable("TESSARY_SYSTEM_DAEMON", buildFolder + "/src/tessary");
 }
 
+/// What runs a daemon that is built for another architecture; empty when this machine's processor does.
+QString emulator()
+{
+    return qEnvironmentVariable("TESSARY_SYSTEM_EMULATOR");
+}
+
 bool daemonHas(const char* symbol)
 {
     return contentOf(daemonUnderTest()).contains(symbol);
@@ -100,6 +106,10 @@ QStringList Instrument::runArguments(bool startDaemon) const
         "--run-dir", m_folder.path(), "--build", buildFolder, "--daemon", daemonUnderTest()};
     if (!startDaemon)
         arguments << "--no-daemon";
+    if (!emulator().isEmpty()) { // the platform elements are those of the daemon's build
+        arguments << "--emulator" << emulator() << "--elements"
+                  << QFileInfo(daemonUnderTest()).dir().filePath("../bench/elements");
+    }
     const QString suppressions = QStringLiteral(TESSARY_SOURCE_DIR "/tests/sanitizers/");
     const auto pass = [&](const char* variable, const QString& standard, const QString& forLibraries = {}) {
         const QString options = daemonSanitizerOptions(variable, standard, forLibraries, sharedFile(""));
@@ -118,10 +128,10 @@ QStringList Instrument::runArguments(bool startDaemon) const
     return arguments;
 }
 
-bool Instrument::daemonIsSanitized()
+bool Instrument::daemonIsSlow()
 {
-    static const bool sanitized = daemonHas("__asan_init") || daemonHas("__tsan_init");
-    return sanitized;
+    static const bool slow = !emulator().isEmpty() || daemonHas("__asan_init") || daemonHas("__tsan_init");
+    return slow;
 }
 
 void Instrument::waitUntilReady()

@@ -85,8 +85,9 @@ public:
     std::vector<RecordedCommand> commands() const { return readCommands(path("commands.log")); }
     std::vector<LineEntry> lineLog() const { return readLineLog(path("line.log")); }
 
-    /// The daemon is built with ThreadSanitizer or AddressSanitizer: everything takes several times as long.
-    static bool daemonIsSanitized();
+    /// The daemon is built with ThreadSanitizer or AddressSanitizer, or runs under an emulator
+    /// (TESSARY_SYSTEM_EMULATOR): everything takes several times as long.
+    static bool daemonIsSlow();
 
 private:
     CommandResult control(const QStringList& arguments, int milliseconds) const;

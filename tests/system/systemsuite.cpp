@@ -24,7 +24,7 @@ void SystemSuite::SetUpTestSuite()
     s_instrument = std::make_unique<Instrument>();
     s_line.emplace(s_instrument->openController());
     client::Patience patience;
-    if (Instrument::daemonIsSanitized())
+    if (Instrument::daemonIsSlow())
         patience = {patience.firstByte * 2, patience.quiet * 3, patience.absent * 3};
     s_controller.emplace(*s_line, patience);
     s_controller->waitForGreeting(Milliseconds(patiently(30000)));

@@ -36,7 +36,7 @@ protected:
     /// Times grow in builds with a sanitizer.
     static int patiently(int milliseconds)
     {
-        return Instrument::daemonIsSanitized() ? milliseconds * 4 : milliseconds;
+        return Instrument::daemonIsSlow() ? milliseconds * 4 : milliseconds;
     }
 
 private:
