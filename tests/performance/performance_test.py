@@ -86,7 +86,7 @@ class Page(unittest.TestCase):
     def test_the_page_of_the_tree_has_a_place_for_every_line(self):
         with open(f"{REPOSITORY}/docs/performance.md", encoding="utf-8") as file:
             page = file.read()
-        for name in ("run", "capture", "frame-cost", "scan", "live-scan", "recording", "export", "round-trip"):
+        for name in ("run", "capture", "frame-cost", "scan", "live-scan", "recording", "export", "round-trip", "growth"):
             self.assertEqual(page.count(report.MARK.format("begin", name)), 1, name)
             self.assertEqual(page.count(report.MARK.format("end", name)), 1, name)
 
