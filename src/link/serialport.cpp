@@ -24,6 +24,9 @@ int SerialPort::SerialPortConnect()
         qDebug("open_port: Unable to open uart port ");
         return -1;
     }
+    // Programs that the daemon starts, the multicast routing daemon for good, have no business on the
+    // controller's line.
+    fcntl(m_fd, F_SETFD, FD_CLOEXEC);
     termios settings{};
     if (tcgetattr(m_fd, &settings) == -1)
         qDebug("Can't get UART settings !");

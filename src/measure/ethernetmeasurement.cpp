@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <QtDebug>
 #include <unistd.h>
 
@@ -43,6 +44,10 @@ void configure(pcap_t* handle)
     qDebug("pcap_set_timeout (0=success): %d", pcap_set_timeout(handle, 100)); // ms
     qDebug("pcap_set_immediate_mode (0=success): %d", pcap_set_immediate_mode(handle, 1));
     qDebug("pcap_activate (0=success): %d", pcap_activate(handle));
+    // Otherwise a routing daemon that is started meanwhile would keep the capture, and the kernel would fill
+    // its ring, for as long as it runs.
+    if (const int descriptor = pcap_fileno(handle); descriptor >= 0)
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
 } // namespace

@@ -20,12 +20,26 @@ termios settingsOf(const std::string& device)
     return settings;
 }
 
+/// Terminals of this process that a program started by it would have as well, beside its standard streams.
+int inheritableTerminals()
+{
+    int count = 0;
+    for (int fd = 3; fd < 256; ++fd)
+        count += isatty(fd) && (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0 ? 1 : 0;
+    return count;
+}
+
 } // namespace
 
 // The fixture connects `uart` to a pty at "/dev/ttymxc1"; the test holds the controller's end.
 class OpenSerialPort : public ControllerLine
 {
 };
+
+TEST_F(OpenSerialPort, IsNotInheritedByProgramsThatAreStarted)
+{
+    EXPECT_EQ(inheritableTerminals(), 0);
+}
 
 TEST_F(OpenSerialPort, ReadWithNothingPendingReturnsZeroAtOnceEvenForALargeLength)
 {

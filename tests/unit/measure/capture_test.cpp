@@ -9,6 +9,7 @@
 #include <memory>
 #include <net/if.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -41,7 +42,39 @@ private:
     bool m_made = false;
 };
 
+/// Packet sockets of this process, and those among them that a program started by it would have as well.
+struct PacketSockets
+{
+    int all = 0;
+    int inheritable = 0;
+};
+
+PacketSockets packetSockets()
+{
+    PacketSockets found;
+    for (int fd = 0; fd < 256; ++fd) {
+        int domain = 0;
+        socklen_t size = sizeof domain;
+        if (getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0 || domain != AF_PACKET)
+            continue;
+        ++found.all;
+        found.inheritable += (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0 ? 1 : 0;
+    }
+    return found;
+}
+
 } // namespace
+
+// The routing daemon may be started while a capture runs, and runs on when the capture has ended.
+TEST_F(Capture, IsNotInheritedByProgramsThatAreStarted)
+{
+    ASSERT_TRUE(addEth0());
+    const PacketSockets before = packetSockets();
+    measurement.start();
+    ASSERT_TRUE(measurement.running);
+    EXPECT_GT(packetSockets().all, before.all);
+    EXPECT_EQ(packetSockets().inheritable, before.inheritable);
+}
 
 TEST_F(Capture, TakesTheStreamFromTheWiredInterface)
 {
