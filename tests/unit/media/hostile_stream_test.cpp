@@ -62,8 +62,8 @@ protected:
     {
         const ScratchFolder folder;
         const std::string path = folder.file("hostile.ts");
-        std::ofstream(path, std::ios::binary)
-            << nullPackets() << packetsOf(pid, section) << packetsOf(0, madesections::pat({1})) << nullPackets();
+        std::ofstream(path, std::ios::binary) << nullPackets() << packetsOf(pid, section)
+                                              << packetsOf(0, madesections::pat({1})) << nullPackets();
         prints.forget();
         hold(new filesource(path));
         source().scanStream();
