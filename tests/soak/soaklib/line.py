@@ -3,6 +3,7 @@
 import array
 import contextlib
 import fcntl
+import json
 import os
 import select
 import termios
@@ -20,16 +21,41 @@ class NoAnswer(Exception):
         self.received = received
 
 
+class Relayed:
+    """Counts the bytes that have reached the daemon's terminal, by the log of the relay between the two terminals."""
+
+    def __init__(self, log_path):
+        self._log = open(log_path, "rb")  # pylint: disable=consider-using-with  # closed with the line
+        self._log.seek(0, os.SEEK_END)
+        self._rest = b""
+        self.count = 0
+
+    def update(self):
+        """Takes what was written to the log since the last look."""
+        lines = (self._rest + self._log.read()).split(b"\n")
+        self._rest = lines.pop()
+        for line in lines:
+            if b'"to_daemon"' in line:
+                self.count += len(json.loads(line)["hex"]) // 2
+
+    def close(self):
+        """Closes the log."""
+        self._log.close()
+
+
 class Line:
     """Raw bytes both ways. `alive()` is asked while waiting, and raises when waiting is pointless."""
 
-    def __init__(self, path, alive):
+    def __init__(self, path, relay_log, alive):
         self._fd = os.open(path, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK | os.O_CLOEXEC)
         self._alive = alive
         self._daemons_end = None
+        self._relayed = Relayed(relay_log)
+        self._written = 0
 
     def close(self):
         """Closes what this end has open."""
+        self._relayed.close()
         for fd in (self._fd, self._daemons_end):
             if fd is not None:
                 os.close(fd)
@@ -57,7 +83,9 @@ class Line:
         """All of it; waits when the line is full."""
         while data:
             try:
-                data = data[os.write(self._fd, data):]
+                count = os.write(self._fd, data)
+                self._written += count
+                data = data[count:]
             except BlockingIOError:
                 self._alive()
                 select.select([], [self._fd], [], 0.5)
@@ -82,14 +110,20 @@ class Line:
         return received
 
     def wait_until_taken(self, seconds):
-        """Returns when the daemon has read everything that was written. NoAnswer when it does not."""
+        """Returns when the daemon has read everything that was written, so that what is written next is a burst of its own.
+        NoAnswer when it does not."""
         deadline = time.monotonic() + seconds
-        time.sleep(0.02)  # the relay between the two terminals
-        while self.unread() > 0:
+        seen_empty = 0  # twice: the kernel hands bytes from one terminal's end to the other by a thread of its own
+        while seen_empty < 2:
+            seen_empty = seen_empty + 1 if self._has_arrived() and self.unread() == 0 else 0
             if time.monotonic() > deadline:
                 raise NoAnswer(f"the daemon did not read what was sent within {seconds:.0f} s", b"")
             time.sleep(0.01)
             self._alive()
+
+    def _has_arrived(self):
+        self._relayed.update()
+        return self._relayed.count >= self._written
 
 
 def has_versions(received, count):

@@ -24,6 +24,7 @@ class Figures:
     slowest_of: dict = dataclasses.field(default_factory=dict)
     slowest: tuple = (0.0, "")
     margin: float = 0.0
+    asked_again: int = 0
     times: list = dataclasses.field(default_factory=list)
     faults: collections.Counter = dataclasses.field(default_factory=collections.Counter)
     fault_details: collections.Counter = dataclasses.field(default_factory=collections.Counter)
@@ -104,6 +105,7 @@ def _text(figures, options, outcome):
         f"until \"version?\" behind a burst was answered: median {_share(figures.times, 0.5):.2f} s, "
         f"99 % {_share(figures.times, 0.99):.1f} s, slowest {figures.slowest[0]:.1f} s ({figures.slowest[1]}); "
         f"at most {100 * figures.margin:.0f} % of the time allowed",
+        f"\"version?\" asked again: {figures.asked_again} times",
         f"receiver's death in an answer: {figures.standstill or 'not tried'}",
         "", "held with everything stopped:",
         "  look        minute  resident KiB  heap in use KiB  descriptors  threads  zombies  version? s"]

@@ -85,7 +85,7 @@ class Soak:
     def _meet_daemon(self):
         self.restore_fpga_stream()
         self.set_receiver({})
-        self._line = Line(self.unit.run_dir.controller, self._alive)
+        self._line = Line(self.unit.run_dir.controller, self.unit.run_dir.line_log, self._alive)
         self._adopt_daemon()
         self._began = time.monotonic()
         self._sampler = resources.Sampler(
@@ -182,10 +182,20 @@ class Soak:
             if command.update:
                 received = self._transfer(command.update, left)
         self.sleep(0.015)
-        self._line.write(b"version?\n")
-        count = 1 + sum(command.parse is replies.VERSION_LINE for command in burst)
-        return self._line.read_while(lambda sofar: not has_versions(sofar, count), 'the answer to "version?"', left(),
-                                     received)
+        return self._answers(1 + sum(command.parse is replies.VERSION_LINE for command in burst), left, received)
+
+    def _answers(self, count, left, received):
+        """Asks for the version; all that comes up to its answer. Asked once more when there is none in time: a question that a
+        starved machine brought together with the burst before it is no question. The figures tell how often."""
+        for seconds in (left(), self.options.patience * commands.CYCLE_SECONDS):
+            self._line.write(b"version?\n")
+            try:
+                return self._line.read_while(lambda sofar: not has_versions(sofar, count), 'the answer to "version?"', seconds,
+                                             received)
+            except NoAnswer as missing:
+                received, last = missing.received, missing
+            self.figures.asked_again += 1
+        raise last
 
     def _transfer(self, package, left):
         """The conversation of a software update; returns what the daemon said."""
@@ -345,7 +355,7 @@ class Soak:
         self.figures.standstill = "the daemon waited, alive, and answered after its restart"
         self.set_receiver({})
         self._line.close()
-        self._line = Line(self.unit.run_dir.controller, lambda: None)
+        self._line = Line(self.unit.run_dir.controller, self.unit.run_dir.line_log, lambda: None)
         self._born = None
         self.unit.restart_daemon()
         self._adopt_daemon()
