@@ -24,23 +24,10 @@
 static const char logPath[] = "/run/recorder/commands.log";
 static const char daemonPath[] = "/usr/bin/tessary";
 static const char daemonName[] = "tessary";
+static const char emulatorPath[] = "/usr/bin/qemu-"; // and an architecture
 static const char wrapperFolder[] = "/opt/recorder/bin";
 static const char shellPath[] = "/usr/bin/sh";
 static const char realShell[] = "/usr/bin/dash";
-
-/** True when the process executes the daemon's file; also after a package replaced the file on disk. */
-static int is_daemon(pid_t pid)
-{
-    char link[64];
-    char target[PATH_MAX];
-    snprintf(link, sizeof link, "/proc/%d/exe", (int)pid);
-    ssize_t length = readlink(link, target, sizeof target - 1);
-    if (length < 0)
-        return 0;
-    target[length] = '\0';
-    size_t wanted = sizeof daemonPath - 1;
-    return strncmp(target, daemonPath, wanted) == 0 && (target[wanted] == '\0' || target[wanted] == ' ');
-}
 
 /** Reads a small file of /proc; the text is cut at `size` and at the first line feed. 0, or -1. */
 static int read_proc(pid_t pid, const char* name, char* text, size_t size)
@@ -57,6 +44,30 @@ static int read_proc(pid_t pid, const char* name, char* text, size_t size)
     text[count] = '\0';
     text[strcspn(text, "\n")] = '\0';
     return 0;
+}
+
+/** A daemon for another architecture is the emulator's process, which is named after the program that it runs. */
+static int is_named_as_daemon(pid_t pid)
+{
+    char comm[64] = "";
+    read_proc(pid, "comm", comm, sizeof comm);
+    return strcmp(comm, daemonName) == 0;
+}
+
+/** True when the process executes the daemon's file; also after a package replaced the file on disk. */
+static int is_daemon(pid_t pid)
+{
+    char link[64];
+    char target[PATH_MAX];
+    snprintf(link, sizeof link, "/proc/%d/exe", (int)pid);
+    ssize_t length = readlink(link, target, sizeof target - 1);
+    if (length < 0)
+        return 0;
+    target[length] = '\0';
+    if (strncmp(target, emulatorPath, sizeof emulatorPath - 1) == 0)
+        return is_named_as_daemon(pid);
+    size_t wanted = sizeof daemonPath - 1;
+    return strncmp(target, daemonPath, wanted) == 0 && (target[wanted] == '\0' || target[wanted] == ' ');
 }
 
 /** Parent of a process (proc(5), "stat": the fourth field, after the command in parentheses), 0 if unknown.

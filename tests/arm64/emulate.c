@@ -1,9 +1,12 @@
-/* emulate PROGRAM [ARGUMENT...]: runs an arm64 program by qemu-aarch64-static, as CMake's emulator and as the virtual
-   instrument's.
+/* emulate PROGRAM [ARGUMENT...]: runs an arm64 program by qemu-aarch64-static, as CMake's emulator and as the
+   virtual instrument's.
 
-   qemu-user 7.2 hands waitid(P_PIDFD, ...) to the kernel but refuses clone(CLONE_PIDFD): Qt concludes from the first that
-   it may use the second, and no QProcess starts. Here waitid of a pidfd fails with EINVAL as on Linux before 5.4, for the
-   program and all that it starts, and Qt takes its other way. Nothing else is changed. */
+   qemu-user 7.2 hands waitid(P_PIDFD, ...) to the kernel but refuses clone(CLONE_PIDFD): Qt concludes from
+   the first that it may use the second, and no QProcess starts. Here waitid of a pidfd fails with EINVAL as
+   on Linux before 5.4, for the program and all that it starts, and Qt takes its other way.
+
+   The process is named after the program, as it is without an emulator: the virtual instrument's recorder
+   goes by that. */
 #include <errno.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -12,10 +15,12 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #define EMULATOR "/usr/bin/qemu-aarch64-static"
+#define NAMED "/run/emulated" /* links to the emulator */
 
 enum { idtypePidfd = 3 }; /* P_PIDFD of waitid(2) */
 
@@ -35,7 +40,21 @@ static int hidePidfds(void)
     /* Root needs nothing more; others must give up gaining rights (by set-user-ID programs) first. */
     if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0)
         return 0;
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 ? prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) : -1;
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 ? prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter)
+                                                       : -1;
+}
+
+/* A process is named after the path that is executed. Without the right to make the link it has the
+ * emulator's name. */
+static void runNamed(char** argv)
+{
+    const char* const slash = strrchr(argv[1], '/');
+    char link[256];
+    const int length = snprintf(link, sizeof link, NAMED "/%s", slash != NULL ? slash + 1 : argv[1]);
+    if (length < 0 || (size_t)length >= sizeof link || (mkdir(NAMED, 0755) != 0 && errno != EEXIST))
+        return;
+    if (symlink(EMULATOR, link) == 0 || errno == EEXIST)
+        execv(link, argv);
 }
 
 int main(int argc, char** argv)
@@ -49,6 +68,7 @@ int main(int argc, char** argv)
         return 126;
     }
     argv[0] = EMULATOR;
+    runNamed(argv);
     execv(EMULATOR, argv);
     fprintf(stderr, "emulate: %s: %s; install qemu-user-static\n", EMULATOR, strerror(errno));
     return 127;
