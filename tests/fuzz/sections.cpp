@@ -50,8 +50,8 @@ void makeSound(std::vector<std::uint8_t>& section, const Table& table)
 /// As the bus loop hands sections on: by the library's type and the table_id.
 void deliver(gstImpl& impl, const std::vector<std::uint8_t>& bytes, const Table& table)
 {
-    if (bytes.size() < 3)
-        return; // the parsers of a stream make no section of it
+    if (bytes.size() < 4)
+        return; // the library looks for a CRC_32 in what it is given; a stream's parsers give no less
     auto* copy = static_cast<guint8*>(g_memdup2(bytes.data(), bytes.size()));
     GstMpegtsSection* section = gst_mpegts_section_new(table.pid, copy, bytes.size());
     if (section == nullptr)
