@@ -2,9 +2,12 @@
 """The soak's own parts: what counts as a reply, the order of events, the packages, the times on the command line."""
 
 import argparse
+import json
 import os
 import random
 import sys
+import tempfile
+import tty
 import types
 import unittest
 
@@ -12,7 +15,7 @@ FOLDER = os.path.dirname(os.path.realpath(__file__))
 sys.path[:0] = [FOLDER, os.path.join(os.path.dirname(os.path.dirname(FOLDER)), "bench")]
 
 import soak  # noqa: E402  (the path must be set first)
-from soaklib import commands, packages, plan, replies, streams  # noqa: E402
+from soaklib import commands, line, packages, plan, replies, streams  # noqa: E402
 
 VERSION = b"SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n"
 
@@ -103,6 +106,44 @@ class Plan(unittest.TestCase):
         after = [bursts[at + 1] for at, burst in enumerate(bursts[:-1]) if burst.split(b"\0")[-1].startswith(b"update ")]
         self.assertTrue(after)
         self.assertEqual(set(after), {b"command:nmcli networking on\n"})
+
+
+class SerialLine(unittest.TestCase):
+    def setUp(self):
+        self._folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self._folder.cleanup)
+        self.log = os.path.join(self._folder.name, "line.log")
+        self.write_log(json.dumps({"dir": "to_daemon", "hex": "00" * 50}) + "\n")  # before this soak's time
+        self.far, slave = os.openpty()
+        self.addCleanup(os.close, self.far)
+        self.addCleanup(os.close, slave)
+        tty.setraw(slave)
+        self.line = line.Line(os.ttyname(slave), self.log, lambda: None)
+        self.addCleanup(self.line.close)
+
+    def write_log(self, text):
+        with open(self.log, "a", encoding="ascii") as log:
+            log.write(text)
+
+    def test_a_burst_is_taken_when_the_relay_has_passed_all_of_it_and_nothing_is_unread(self):
+        unread = [7, 0, 0]
+        self.line.unread = lambda: unread.pop(0) if len(unread) > 1 else unread[0]
+        self.line.write(b"scancur\n")
+        self.assertRaises(line.NoAnswer, self.line.wait_until_taken, 0.2)
+        note = json.dumps({"dir": "to_daemon", "hex": b"scancur\n".hex()}) + "\n"
+        self.write_log(json.dumps({"dir": "from_daemon", "hex": "00" * 99}) + "\n" + note[:30])
+        self.assertRaises(line.NoAnswer, self.line.wait_until_taken, 0.2)
+        self.write_log(note[30:])
+        self.line.wait_until_taken(5.0)
+
+    def test_an_answer_is_whole_with_its_line_feed(self):
+        for part in (b"running" + VERSION[:20], VERSION[20:]):
+            os.write(self.far, part)
+        received = self.line.read_while(lambda sofar: not line.has_versions(sofar, 1), "the answer", 5.0)
+        self.assertEqual(received, b"running" + VERSION)
+        with self.assertRaises(line.NoAnswer) as missing:
+            self.line.read_while(lambda sofar: not line.has_versions(sofar, 1), "the answer", 0.1)
+        self.assertEqual(missing.exception.received, b"")
 
 
 class CommandLine(unittest.TestCase):
