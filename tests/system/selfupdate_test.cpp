@@ -17,17 +17,25 @@ using tessary::client::SoftwareUpdate;
 class SelfUpdate : public HardwareSuite
 {
 protected:
-    /// The package "tessary" of this version; without `daemon` with the build's.
-    static Bytes makePackage(const QString& version, const QString& daemon = {})
+    static QString packageFile(const QString& version)
     {
-        const QString file = instrument().sharedFile("tessary-" + version + ".deb");
-        QStringList arguments{"--version", version};
-        if (!daemon.isEmpty())
-            arguments << "--daemon" << daemon;
-        const CommandResult made = runCommand(TESSARY_SOURCE_DIR "/packaging/make-update",
-            arguments << TESSARY_BUILD_DIR << file, patiently(180000));
+        return instrument().sharedFile("tessary-" + version + ".deb");
+    }
+
+    static void makeUpdate(const QStringList& arguments)
+    {
+        const CommandResult made =
+            runCommand(TESSARY_SOURCE_DIR "/packaging/make-update", arguments, patiently(180000));
         if (!made.ok())
             throw std::runtime_error("make-update: " + made.errors.toStdString());
+    }
+
+    /// The package of the version after that of `installed`, with the next daemon.
+    static Bytes makeNext(const QString& installed)
+    {
+        const QString file = packageFile(TESSARY_NEXT_VERSION);
+        makeUpdate({"--next", packageFile(installed), "--daemon", TESSARY_NEXT_DAEMON, "--version",
+            TESSARY_NEXT_VERSION, file});
         const QByteArray image = contentOf(file);
         return Bytes(image.begin(), image.end());
     }
@@ -35,7 +43,7 @@ protected:
     /// As on the instrument before: the released version came by dpkg, too, and runs.
     void installAndStart(const QString& version)
     {
-        makePackage(version);
+        makeUpdate({"--version", version, TESSARY_BUILD_DIR, packageFile(version)});
         // Tells the maintainer scripts that systemd has booted this machine and may start services. Its
         // systemctl notes what it is asked; that the unit is enabled, is its answer to everything.
         instrument().shell("mkdir -p /run/systemd/system && rm -f /usr/sbin/policy-rc.d");
@@ -81,7 +89,7 @@ TEST_F(SelfUpdate, TheNewVersionAnswersAfterTheNextStart)
 {
     installAndStart(TESSARY_VERSION);
     EXPECT_EQ(version().rfind(says(TESSARY_VERSION), 0), 0U);
-    const Bytes package = makePackage(TESSARY_NEXT_VERSION, TESSARY_NEXT_DAEMON);
+    const Bytes package = makeNext(TESSARY_VERSION);
     const qint64 running = instrument().daemonPid();
     const int callsBefore = serviceCalls().size();
     instrument().shell("ethtool -K eth0 gro on");
