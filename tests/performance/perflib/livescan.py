@@ -99,7 +99,7 @@ def measure(bench):
             # More runs: each meets the tables' cycle at another place.
             raw["services"][str(services)] = bench.rounds(
                 f"live scan of {services} services", {"daemon": scene.daemon, "ours": scene.ours, "bare": scene.bare},
-                bench.runs * 2)
+                bench.runs + 2)
     return raw
 
 

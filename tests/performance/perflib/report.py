@@ -3,7 +3,6 @@
 import json
 import os
 import platform
-import time
 
 MARK = "<!-- {} {} (written by script/bench) -->"
 
@@ -33,14 +32,13 @@ def replace_part(text, name, part):
     return before + block + rest.partition(end)[2]
 
 
-def run_part(bench, facts, seconds):
+def run_part(facts, problems):
     """How this run was made."""
-    processor = f"{facts['processor']}, {facts['cores']} cores, {facts['memory_gib']} GiB of memory"
-    lines = [f"Measured {time.strftime('%Y-%m-%d', time.gmtime())} on: {processor}; {facts['architecture']}, Linux "
-             f"{facts['kernel']}. {bench.runs} runs of each measurement; the run took {seconds / 60:.0f} minutes; load of the "
-             f"machine before it: {facts['load_before']}."]
-    if bench.problems:
-        lines += ["", "What could not be measured:", ""] + [f"- {text}" for text in bench.problems]
+    lines = [f"Measured {facts['date']} on: {facts['processor']}, {facts['cores']} cores, {facts['memory_gib']} GiB of memory; "
+             f"{facts['architecture']}, Linux {facts['kernel']}. {facts['runs']} runs of each measurement; the run took "
+             f"{facts['minutes']} minutes; load of the machine before it: {facts['load_before']}."]
+    if problems:
+        lines += ["", "What could not be measured:", ""] + [f"- {text}" for text in problems]
     return "\n".join(lines)
 
 
@@ -59,3 +57,10 @@ def write_raw(path, facts, results, problems):
     with open(path, "w", encoding="utf-8") as file:
         json.dump({"machine": facts, "problems": problems, "lines": results}, file, indent=1)
         file.write("\n")
+
+
+def read_raw(path):
+    """(facts, results, problems) that write_raw has written."""
+    with open(path, encoding="utf-8") as file:
+        raw = json.load(file)
+    return raw["machine"], raw["lines"], raw["problems"]
