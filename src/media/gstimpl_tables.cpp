@@ -6,6 +6,10 @@
 
 namespace {
 
+/// What is kept of an SDT that grows: 64 times the largest there can be, and 24 minutes of the controller's
+/// line. A stream must not fill the memory.
+constexpr std::size_t sdtBytesKept = 16 * 1024 * 1024;
+
 std::vector<std::uint8_t> bytesOf(GstMpegtsSection* section)
 {
     GBytes* bytes = gst_mpegts_section_get_data(section);
@@ -100,7 +104,8 @@ void gstImpl::newSdtSectionReceived(GstMpegtsSection* section)
         const std::lock_guard<std::mutex> lock(m_tablesMutex);
         // Appended without emptying: this is meant. Two sections of different lengths let the list grow with
         // each repetition until the tables are cleared; the controller takes what it needs by section_number.
-        m_sdtBytes.insert(m_sdtBytes.end(), bytes.begin(), bytes.end());
+        if (m_sdtBytes.size() + bytes.size() <= sdtBytesKept)
+            m_sdtBytes.insert(m_sdtBytes.end(), bytes.begin(), bytes.end());
         m_sdtServices = withoutZero(services);
     }
     for (std::size_t i = 0; i < services.size(); ++i)

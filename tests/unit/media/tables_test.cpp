@@ -122,6 +122,17 @@ TEST_F(Tables, SdtSectionsOfDifferentLengthsAccumulate)
     EXPECT_EQ(prints.count("new SDT received\n"), 3);
 }
 
+TEST_F(Tables, AnSdtThatGrowsWithoutEndDoesNotFillTheMemory)
+{
+    constexpr std::size_t kept = 16 * 1024 * 1024;
+    const Bytes first = madesections::sdt({10}, 250);
+    const Bytes second = madesections::sdt({11}, 260, 1);
+    object().newSdtSectionReceived(madesections::delivered(first));
+    for (std::size_t size = first.size(); size < kept + 100 * second.size(); size += second.size())
+        object().newSdtSectionReceived(madesections::delivered(second));
+    EXPECT_EQ(sdt().size(), first.size() + (kept - first.size()) / second.size() * second.size());
+}
+
 TEST_F(Tables, AnSdtThatIsTheOnlyOneIsTakenOnce)
 {
     const Bytes section = madesections::sdt({10}, 64);
