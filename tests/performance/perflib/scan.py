@@ -107,7 +107,7 @@ def report(raw, _results):
         if values := of_300.get(tool):
             speed = median(values, "mb_per_s")
             rows.append([title, milliseconds(tables_ms(values)), milliseconds(median(values, "end_ms")), number(speed),
-                         times(ratio(speed, bare))])
+                         times(ratio(speed, bare)), number(median(values, "cpu"), 2)])
     services = []
     for count, tools in raw["services"].items():
         ours, elements = tools.get("ours", []), tools.get("bare", [])
@@ -115,10 +115,11 @@ def report(raw, _results):
                          number(median(ours, "pmts")), number(median(ours, "mb_per_s")), number(median(elements, "mb_per_s"))])
     share = ratio(median(of_300.get("ours", []), "mb_per_s"), bare)
     return "\n".join([
-        table(["300 MB, 3 services", "to all tables", "to the end", "MB/s", "to the bare elements"], rows), "",
+        table(["300 MB, 3 services", "to all tables", "to the end", "MB/s", "to the bare elements", "CPU s"], rows), "",
         verdict(f"at least {AIM} of the bare elements' speed", None if share is None else share >= AIM,
                 f"{times(share)}; MB/s of the runs: tessary {span(of_300.get('ours', []), 'mb_per_s')}, bare "
-                f"{span(of_300.get('bare', []), 'mb_per_s')}"), "",
+                f"{span(of_300.get('bare', []), 'mb_per_s')}; CPU seconds {number(median(of_300.get('ours', []), 'cpu'), 2)} "
+                f"and {number(median(of_300.get('bare', []), 'cpu'), 2)}"), "",
         table(["services (60 MB)", "tessary, to all tables", "bare, to all tables", "PMTs found", "tessary, MB/s",
                "bare, MB/s"], services)])
 
