@@ -60,7 +60,7 @@ QJsonObject oracleReport(const std::string& file)
 std::vector<OracleSection> oracleSections(const QJsonObject& report, int tableId)
 {
     std::vector<OracleSection> found;
-    for (const QJsonValue& value : report["sections"].toArray()) {
+    for (const auto& value : report["sections"].toArray()) {
         const QJsonObject entry = value.toObject();
         const int id = entry["table_id"].toString().toInt(nullptr, 16);
         if (id != tableId || !entry["crc_ok"].toBool() || entry["current"].toInt(1) != 1)
