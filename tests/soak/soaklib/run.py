@@ -53,6 +53,7 @@ class Soak:
         self.pid, self._born, self._line, self._sampler = 0, None, None, None
         self._phase = "start"
         self._plan = plan.Plan(self)
+        self._events = self._plan.events()
         self._minute = 0
         self._began = time.monotonic()
 
@@ -120,21 +121,11 @@ class Soak:
 
     def _work_until(self, end, phase):
         self._phase = phase
-        for event in self._events():
+        for event in self._events:
             self._carry_out(event)
             self._report_progress()
             if time.monotonic() >= end:
                 return
-
-    def _events(self):
-        """The plan's events, continued where the last loop left them."""
-        if not hasattr(self, "_sequence"):
-            self._sequence = self._plan.events()
-        return self._sequence_reader()
-
-    def _sequence_reader(self):
-        while True:
-            yield next(self._sequence)
 
     def _carry_out(self, event):
         if isinstance(event, plan.Burst):
