@@ -46,7 +46,7 @@ std::vector<RecordedCommand> readCommands(const QString& path)
         command.parent = entry["parent"].toString();
         command.folder = entry["cwd"].toString();
         command.kind = entry["kind"].toString();
-        for (const QJsonValue& argument : entry["argv"].toArray())
+        for (const auto& argument : entry["argv"].toArray())
             command.arguments.append(argument.toString());
         commands.push_back(command);
     });

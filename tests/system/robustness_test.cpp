@@ -9,7 +9,6 @@ namespace {
 using namespace tessary;
 using namespace tessary::test;
 using client::Milliseconds;
-using namespace std::string_literals;
 
 // What is sent                                            | expected: no reply, and "version?" is answered
 // next 2000 bytes without NUL, with and without line feeds     | 10,000 bursts of random bytes | words cut
@@ -108,7 +107,7 @@ TEST_F(Robustness, WordsCutShortOrWronglyEndedAreTakenInSilence)
         expectOnlyVersionAnswers();
         std::string wrong = word;
         wrong[wrong.size() / 2] = '~';
-        line().write(wrong + "\0"s + wrong + "\n");
+        line().write(std::string(wrong).append(1, '\0').append(wrong).append("\n"));
         expectOnlyVersionAnswers();
     }
 }

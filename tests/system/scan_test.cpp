@@ -127,7 +127,7 @@ TEST_P(Scan, GivesTheTablesThatAreInTheStream)
     expectPrograms();
 
     const auto maps = oracleSections(m_report, 0x02);
-    for (const QJsonValue& program : m_report["summary"].toObject()["programs"].toArray()) {
+    for (const auto& program : m_report["summary"].toObject()["programs"].toArray()) {
         const int number = program.toObject()["program"].toInt();
         SCOPED_TRACE("program " + std::to_string(number));
         const auto map = std::find_if(
