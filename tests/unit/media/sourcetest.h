@@ -46,7 +46,7 @@ protected:
         gst_object_unref(pad);
         if (!target)
             return {};
-        const std::string name = GST_OBJECT_NAME(GST_OBJECT_PARENT(target));
+        std::string name = GST_OBJECT_NAME(GST_OBJECT_PARENT(target));
         gst_object_unref(target);
         return name;
     }
