@@ -46,7 +46,8 @@ static int read_proc(pid_t pid, const char* name, char* text, size_t size)
     return 0;
 }
 
-/** A daemon for another architecture is the emulator's process, which is named after the program that it runs. */
+/** A daemon for another architecture is the emulator's process, which is named after the program that it
+ * runs. */
 static int is_named_as_daemon(pid_t pid)
 {
     char comm[64] = "";
