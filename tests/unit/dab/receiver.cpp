@@ -17,7 +17,7 @@ int makeListener()
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, path);
+    std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
     unlink(path);
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0

@@ -64,16 +64,14 @@ TEST_F(FpgaVersion, ATimeStampBehindTheFirst2048BytesIsNotSeen)
 
 TEST_F(FpgaVersion, ATimeStampCutAtByte2048IsNotSeen)
 {
-    const std::string filler(2048 - 1 - start.size() - versionPattern.size() - 4, 'x');
     const std::string stamp("\x2A\xAA\x4D\x2F", 4);
-    EXPECT_EQ(
-        versionOf("h" + start + filler + versionPattern + stamp), "5/5/2021 4:52:47 done=NOK"); // just inside
-    for (std::size_t missing = 1; missing <= 4; ++missing) {
-        const std::string more(missing, 'x');
-        EXPECT_EQ(
-            versionOf("h" + start + filler + more + versionPattern + stamp), "version not found in bitfile")
-            << missing;
-    }
+    const auto withStampEndingAt = [&](std::size_t end) {
+        const std::string filler(end - 1 - start.size() - versionPattern.size() - stamp.size(), 'x');
+        return "h" + start + filler + versionPattern + stamp;
+    };
+    EXPECT_EQ(versionOf(withStampEndingAt(2048)), "5/5/2021 4:52:47 done=NOK"); // just inside
+    for (std::size_t missing = 1; missing <= 4; ++missing)
+        EXPECT_EQ(versionOf(withStampEndingAt(2048 + missing)), "version not found in bitfile") << missing;
 }
 
 TEST_F(FpgaVersion, AVersionPatternBeforeTheStartPatternDoesNotCount)
