@@ -71,7 +71,7 @@ protected:
         gst_object_unref(sink);
         if (!peer)
             return {};
-        const std::string name = GST_OBJECT_NAME(peer);
+        std::string name = GST_OBJECT_NAME(peer);
         gst_object_unref(peer);
         return name;
     }
@@ -81,7 +81,7 @@ protected:
         if (!caps)
             return "null";
         gchar* written = gst_caps_to_string(caps);
-        const std::string result = written;
+        std::string result = written;
         g_free(written);
         return result;
     }

@@ -29,7 +29,7 @@ protected:
     /// Writes 500 null packets and gives the file's name.
     std::string streamFile()
     {
-        const std::string path = folder.file("stream.ts");
+        std::string path = folder.file("stream.ts");
         std::string packet = "\x47\x1F\xFF\x10";
         packet.resize(188, '\xA5');
         std::ofstream out(path, std::ios::binary);
