@@ -66,6 +66,12 @@ std::string quoted(const std::string& text)
     return out + "'";
 }
 
+std::string searchPath()
+{
+    const char* path = std::getenv("PATH");
+    return path ? path : "";
+}
+
 } // namespace
 
 namespace privatemachine {
@@ -78,7 +84,7 @@ std::string enter()
         return failure("unshare");
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         return failure("make mounts private");
-    const std::string error = privateDevices();
+    std::string error = privateDevices();
     entered = error.empty();
     return error;
 }
@@ -86,7 +92,7 @@ std::string enter()
 std::string coverWithEmpty(const std::string& directory)
 {
     if (!fs::exists(directory)) {
-        const std::string error = coverWithLayer(fs::path(directory).parent_path());
+        std::string error = coverWithLayer(fs::path(directory).parent_path());
         if (!error.empty())
             return error;
         fs::create_directories(directory);
@@ -97,7 +103,7 @@ std::string coverWithEmpty(const std::string& directory)
 std::string coverWithLayer(const std::string& directory)
 {
     if (!fs::exists(directory)) { // the nearest folder that exists gets the layer, the rest is made in it
-        const std::string error = coverWithLayer(fs::path(directory).parent_path());
+        std::string error = coverWithLayer(fs::path(directory).parent_path());
         if (error.empty())
             fs::create_directories(directory);
         return error;
@@ -122,7 +128,7 @@ std::string coverWithLayer(const std::string& directory)
 
 RecordedPrograms::RecordedPrograms()
     : m_folder(makeScratchFolder())
-    , m_oldPath(std::getenv("PATH") ? std::getenv("PATH") : "")
+    , m_oldPath(searchPath())
 {
     setenv("PATH", m_folder.c_str(), 1);
 }
