@@ -9,25 +9,12 @@
 namespace {
 
 constexpr guint headQueueBytes = 20000000;
-constexpr int endWaits = 50;
-constexpr unsigned long endWaitMs = 100;
+constexpr unsigned long endWaitMs = 5000;
 
 void releaseUnused(GstElement* element)
 {
     if (element)
         gst_object_unref(gst_object_ref_sink(element));
-}
-
-/// For a bus thread that is still held up when the wait is over: it keeps what it may yet touch, and the last
-/// of it goes when the thread ends. (Deleting a QThread that runs would end the whole process.)
-void releaseWhenFinished(QThread* thread, gstmsgHandler* handler, GstElement* pipeline)
-{
-    gst_object_ref(pipeline);
-    QObject::connect(
-        thread, &QThread::finished, handler, [pipeline] { gst_object_unref(pipeline); },
-        Qt::DirectConnection);
-    QObject::connect(thread, SIGNAL(finished()), handler, SLOT(deleteLater()), Qt::DirectConnection);
-    QObject::connect(thread, SIGNAL(finished()), thread, SLOT(deleteLater()));
 }
 
 } // namespace
@@ -71,6 +58,7 @@ void gstImpl::startBusThread()
     m_pMsgHandler = new gstmsgHandler(m_pPipeline);
     m_pMsgHandler->moveToThread(m_pThread);
     connect(m_pThread, SIGNAL(started()), m_pMsgHandler, SLOT(doWork()));
+    leaveRestToThread();
     // Direct: the slots run inside the bus loop, on its thread.
     connect(m_pMsgHandler, SIGNAL(newPatSection(GstMpegtsSection*)), this,
         SLOT(newPatSectionReceived(GstMpegtsSection*)), Qt::DirectConnection);
@@ -91,24 +79,47 @@ gstImpl::~gstImpl()
     qDebug("------------------gstImpl Destruct ------------------");
     clearPIDFilter();
     endBusThread();
+    bringChainsBack();
     resetDecodeState();
     if (m_pPipeline)
         gst_object_unref(m_pPipeline);
+}
+
+/// For a bus thread that is still held up when the wait for it is over: it keeps what it may yet touch, and
+/// takes it along when it ends. (Deleting a QThread that runs would end the whole process.)
+void gstImpl::leaveRestToThread()
+{
+    m_oneHasLetGo = std::make_shared<std::atomic<bool>>(false);
+    connect(
+        m_pThread, &QThread::finished, m_pMsgHandler,
+        [oneHasLetGo = m_oneHasLetGo, thread = m_pThread, handler = m_pMsgHandler, pipeline = m_pPipeline] {
+            if (!oneHasLetGo->exchange(true))
+                return;
+            gst_object_unref(pipeline);
+            handler->deleteLater();
+            thread->deleteLater();
+        },
+        Qt::DirectConnection);
 }
 
 void gstImpl::endBusThread()
 {
     if (!m_pThread)
         return;
-    if (m_pThread->isRunning()) {
-        m_pThread->requestInterruption();
-        for (int i = 0; i < endWaits && !m_pThread->isFinished(); ++i)
-            QThread::msleep(endWaitMs);
-    }
-    if (m_pThread->isRunning()) {
+    m_pThread->requestInterruption();
+    m_pMsgHandler->wake();
+    // Waited for and not asked: a thread calls itself finished before it has run its last deferred deletions.
+    bool ended = m_pThread->wait(endWaitMs);
+    if (!ended) {
         m_pMsgHandler->disconnect(this);
-        releaseWhenFinished(m_pThread, m_pMsgHandler, m_pPipeline);
-    } else {
+        gst_object_ref(m_pPipeline);
+        ended = m_oneHasLetGo->exchange(true);
+        if (ended) { // in the last moment
+            m_pThread->wait();
+            gst_object_unref(m_pPipeline);
+        }
+    }
+    if (ended) {
         delete m_pMsgHandler;
         delete m_pThread;
     }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <QObject>
 #include <string>
@@ -17,9 +18,9 @@ class QThread;
 /// off the tee, the bus thread and the PSI tables.
 ///
 /// Threads: every operation is called on the main thread; the section slots and slotEndOfStream() run on the
-/// bus thread (direct connections); the decodebin callbacks run on GStreamer's streaming threads. Results of
-/// creation, linking and state changes are not looked at: what goes wrong shows as an error message on the
-/// bus.
+/// bus thread (direct connections); the decodebin callbacks run on GStreamer's streaming threads, one at a
+/// time. Results of creation, linking and state changes are not looked at: what goes wrong shows as an error
+/// message on the bus.
 class gstImpl : public QObject
 {
     Q_OBJECT
@@ -34,8 +35,9 @@ public:
     // Modes. They are not exclusive: branches stay until stop(). The int is the state-change result; no
     // caller needs it.
 
-    /// Decodes the program and shows it on display and loudspeaker. A second call reuses the branch: the new
-    /// number reaches the demultiplexers that decodebin adds from then on.
+    /// Decodes the program and shows it on display and loudspeaker; a service without picture or without
+    /// sound that can be decoded plays what it has. A second call reuses the branch: the new number reaches
+    /// the demultiplexers that decodebin adds from then on.
     int play(int programNumber);
     /// Records the whole transport stream to a file; a second call switches the file.
     void record(std::string location);
@@ -98,6 +100,7 @@ public Q_SLOTS:
 private:
     bool createHead();
     void startBusThread();
+    void leaveRestToThread();
     void endBusThread();
     void beginMode();
     int startPipeline();
@@ -107,6 +110,11 @@ private:
     void unlinkOtherBranches();
     void linkOtherBranches();
     template <typename Handle> void removeElement(Handle& element);
+    /// The elements from a queue to its sink; empty before the play branch exists.
+    std::vector<GstElement*> videoChain() const;
+    std::vector<GstElement*> audioChain() const;
+    /// With the pipeline in NULL: no chain is set aside any more.
+    void bringChainsBack();
     void takeCaps(
         std::atomic<GstCaps*>& field, std::atomic<GstPad*>& fieldPad, GstPad* pad, const GstCaps* caps);
     void readPictureSize(const GstCaps* caps);
@@ -116,6 +124,7 @@ private:
     static gboolean cb_new_pad_decodebin(GstElement* element, GstPad* pad, void* data);
     static void cb_element_added_decodebin(GstBin* bin, GstElement* element, void* data);
     static gboolean cb_new_stream_decodebin(GstBin* bin, GstPad* pad, GstCaps* caps, void* data);
+    static void cb_no_more_pads_decodebin(GstElement* element, void* data);
 
     // Element handles are borrowed: the pipeline owns what was added to it.
     std::atomic<int> m_state{0}; ///< 1 while a mode is active
@@ -132,6 +141,9 @@ private:
     GstElement* m_pPipeline = nullptr; ///< owned, one reference
     QThread* m_pThread = nullptr; ///< owned
     gstmsgHandler* m_pMsgHandler = nullptr; ///< owned
+    /// Set by whoever lets go of thread and handler first: the bus thread at its end, or this object, which
+    /// waits 5 s for it. The second of the two deletes them.
+    std::shared_ptr<std::atomic<bool>> m_oneHasLetGo;
     GstElement* m_pSource = nullptr;
     GstElement* m_pQueue1 = nullptr;
     GstElement* m_pTee = nullptr;
@@ -141,11 +153,12 @@ private:
     GstElement* m_pDecodebin = nullptr;
     /// The one inside decodebin; written by a streaming thread.
     std::atomic<GstElement*> m_pMultiqueue{nullptr};
-    std::atomic<GstElement*> m_pVideoqueue{nullptr}; ///< also read by a streaming thread, which links to it
-    GstElement* m_pKmssink = nullptr;
-    std::atomic<GstElement*> m_pAudioqueue{nullptr}; ///< likewise
-    GstElement* m_pAudioconvert = nullptr;
-    GstElement* m_pAlsasink = nullptr;
+    // The two chains are also read by streaming threads, which link to them and set them aside.
+    std::atomic<GstElement*> m_pVideoqueue{nullptr};
+    std::atomic<GstElement*> m_pKmssink{nullptr};
+    std::atomic<GstElement*> m_pAudioqueue{nullptr};
+    std::atomic<GstElement*> m_pAudioconvert{nullptr};
+    std::atomic<GstElement*> m_pAlsasink{nullptr};
     GstElement* m_pQueueRec = nullptr;
     GstElement* m_pFilesink = nullptr;
     GstElement* m_pQueuePciesink = nullptr;

@@ -1,6 +1,9 @@
 // Playback: the decode branch, the decodebin callbacks on GStreamer's streaming threads, and stop.
 #include "media/gstimpl.h"
 
+#include "media/playchain.h"
+
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <QtDebug>
@@ -66,25 +69,26 @@ void gstImpl::createPlayElements()
     m_pAlsasink = gst_element_factory_make("alsasink", "alsasink1");
     g_object_set(m_pDecodebin, "max-size-buffers", 0u, "max-size-bytes", decodebinBytes, "max-size-time",
         guint64(0), nullptr);
-    g_object_set(m_pKmssink, "max-lateness", maxLatenessNs, "display-ratio", 0, nullptr);
-    g_object_set(
-        m_pAudioqueue, "max-size-time", audioQueueTimeNs, "max-size-buffers", audioQueueBuffers, nullptr);
+    g_object_set(m_pKmssink.load(), "max-lateness", maxLatenessNs, "display-ratio", 0, nullptr);
+    g_object_set(m_pAudioqueue.load(), "max-size-time", audioQueueTimeNs, "max-size-buffers",
+        audioQueueBuffers, nullptr);
     g_signal_connect(m_pDecodebin, "autoplug-select", G_CALLBACK(cb_autoplug_select_decodebin), this);
     g_signal_connect(m_pDecodebin, "pad-added", G_CALLBACK(cb_new_pad_decodebin), this);
     g_signal_connect(m_pDecodebin, "element-added", G_CALLBACK(cb_element_added_decodebin), this);
     g_signal_connect(m_pDecodebin, "autoplug-continue", G_CALLBACK(cb_new_stream_decodebin), this);
+    g_signal_connect(m_pDecodebin, "no-more-pads", G_CALLBACK(cb_no_more_pads_decodebin), this);
 }
 
 void gstImpl::createPlayBranch()
 {
     createPlayElements();
     unlinkOtherBranches(); // so that the decode branch takes the tee's first request pad
-    for (GstElement* element :
-        {m_pDecodebin, m_pVideoqueue.load(), m_pKmssink, m_pAudioqueue.load(), m_pAudioconvert, m_pAlsasink})
+    for (GstElement* element : {m_pDecodebin, m_pVideoqueue.load(), m_pKmssink.load(), m_pAudioqueue.load(),
+             m_pAudioconvert.load(), m_pAlsasink.load()})
         gst_bin_add(GST_BIN(m_pPipeline), element);
     gst_element_link(m_pTee, m_pDecodebin);
     gst_element_link(m_pVideoqueue, m_pKmssink);
-    gst_element_link_many(m_pAudioqueue, m_pAudioconvert, m_pAlsasink, nullptr);
+    gst_element_link_many(m_pAudioqueue.load(), m_pAudioconvert.load(), m_pAlsasink.load(), nullptr);
     linkOtherBranches();
 }
 
@@ -108,6 +112,33 @@ void gstImpl::linkOtherBranches()
         gst_element_link_many(m_pTee, m_pQueuePciesink, m_pPciesink, nullptr);
 }
 
+namespace {
+
+/// The chain of these handles; empty when one of them does not exist.
+PlayChain chainOf(std::initializer_list<GstElement*> elements)
+{
+    const bool complete = std::find(elements.begin(), elements.end(), nullptr) == elements.end();
+    return complete ? PlayChain(elements) : PlayChain();
+}
+
+} // namespace
+
+std::vector<GstElement*> gstImpl::videoChain() const
+{
+    return chainOf({m_pVideoqueue, m_pKmssink});
+}
+
+std::vector<GstElement*> gstImpl::audioChain() const
+{
+    return chainOf({m_pAudioqueue, m_pAudioconvert, m_pAlsasink});
+}
+
+void gstImpl::bringChainsBack()
+{
+    bringBack(videoChain());
+    bringBack(audioChain());
+}
+
 /// `element` is a plain or an atomic handle.
 template <typename Handle> void gstImpl::removeElement(Handle& element)
 {
@@ -122,6 +153,7 @@ void gstImpl::stop()
         return;
     qDebug("------------------gstImpl stop ------------------");
     gst_element_set_state(m_pPipeline, GST_STATE_NULL);
+    bringChainsBack();
     removeElement(m_pQueueTsParse);
     removeElement(m_pTsParse);
     removeElement(m_pFakesink);
@@ -233,11 +265,13 @@ gboolean gstImpl::cb_new_pad_decodebin(GstElement* element, GstPad* pad, void* d
     GstCaps* caps = gst_pad_get_current_caps(pad);
     gchar* capsText = caps ? gst_caps_to_string(caps) : g_strdup("");
     if (contains(capsText, "video") && !self->m_videoLinked) {
+        rejoin(self->videoChain()); // a pad that comes later than the others
         gst_element_link(element, self->m_pVideoqueue);
         g_print("Link video %s of Decodebin with caps : %s\n", padName, capsText);
         self->readPictureSize(caps);
         self->m_videoLinked = true;
     } else if (contains(capsText, "audio") && !self->m_audioLinked) {
+        rejoin(self->audioChain());
         gst_element_link(element, self->m_pAudioqueue);
         g_print("Link audio %s of Decodebin with caps : %s\n", padName, capsText);
         self->m_audioLinked = true;
@@ -248,6 +282,15 @@ gboolean gstImpl::cb_new_pad_decodebin(GstElement* element, GstPad* pad, void* d
     g_free(elementName);
     g_free(padName);
     return TRUE;
+}
+
+void gstImpl::cb_no_more_pads_decodebin(GstElement*, void* data)
+{
+    const auto* self = static_cast<gstImpl*>(data);
+    for (const PlayChain& chain : {self->videoChain(), self->audioChain()}) {
+        if (!chain.empty() && !isFed(chain))
+            setAside(chain);
+    }
 }
 
 void gstImpl::readPictureSize(const GstCaps* caps)

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr GstClockTime pollTimeNs = 1000000000;
+constexpr const char* wakeUpName = "tessary-bus-loop-wake-up";
 
 // Table ids of the sections that the tables take (ISO/IEC 13818-1, ETSI EN 300 468).
 constexpr guint8 tableIdPat = 0x00;
@@ -36,6 +37,14 @@ gstmsgHandler::~gstmsgHandler()
     deleteLater(); // harmless: the base destructor drops the event again
 }
 
+void gstmsgHandler::wake()
+{
+    GstBus* bus = gst_element_get_bus(m_pipeline);
+    gst_bus_set_flushing(bus, FALSE); // a stopped pipeline's bus drops what is posted
+    gst_bus_post(bus, gst_message_new_application(nullptr, gst_structure_new_empty(wakeUpName)));
+    gst_object_unref(bus);
+}
+
 void gstmsgHandler::doWork()
 {
     GstBus* bus = gst_element_get_bus(m_pipeline);
@@ -46,6 +55,7 @@ void gstmsgHandler::doWork()
         handleMessage(message);
         gst_message_unref(message);
     }
+    gst_bus_set_flushing(bus, TRUE); // a message left there would keep the pipeline, which keeps the bus
     gst_object_unref(bus);
     // Ends the thread's event loop before it starts; nothing else would end it.
     QThread::currentThread()->terminate();
@@ -66,6 +76,11 @@ void gstmsgHandler::handleMessage(GstMessage* message)
         Q_EMIT signalEndOfStream(); // before the pipeline stops: the receiver's state says "stopped" first
         gst_element_set_state(m_pipeline, GST_STATE_NULL);
         break;
+    case GST_MESSAGE_APPLICATION:
+        if (gst_message_has_name(
+                message, wakeUpName)) // nothing of the pipeline's: the console does not learn of it
+            break;
+        [[fallthrough]];
     default:
         noteOnConsole(
             QString::asprintf("Unexpected message of type %d", static_cast<int>(GST_MESSAGE_TYPE(message))));

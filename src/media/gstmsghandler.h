@@ -15,6 +15,10 @@ public:
     explicit gstmsgHandler(GstElement* pipeline);
     ~gstmsgHandler() override;
 
+    /// Has the loop look at once whether an interruption was requested, also while nothing happens in the
+    /// pipeline, which is not to be started again. Any thread.
+    void wake();
+
 Q_SIGNALS:
     void newPatSection(GstMpegtsSection* section);
     void newSdtSection(GstMpegtsSection* section);
@@ -23,8 +27,8 @@ Q_SIGNALS:
     void signalEndOfStream();
 
 public Q_SLOTS:
-    /// The loop. Returns within a second of an interruption request to its thread, and then ends that thread;
-    /// errors and the end of a stream keep it running.
+    /// The loop. Returns within a second of an interruption request to its thread, at once when woken, and
+    /// then ends that thread; errors and the end of a stream keep it running.
     void doWork();
 
 private:

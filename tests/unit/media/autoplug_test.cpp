@@ -2,6 +2,8 @@
 #include "media/gstimpl.h"
 #include "mediatest.h"
 
+#include <functional>
+
 namespace {
 
 constexpr int autoplugTry = 0;
@@ -99,6 +101,33 @@ protected:
         int number = -2;
         g_object_get(element(name), "program-number", &number, nullptr);
         return number;
+    }
+
+    /// What decodebin says when it has shown all it has.
+    void sayThatWasAll() { g_signal_emit_by_name(decoder(), "no-more-pads"); }
+
+    /// The element is in the pipeline, in NULL, and passed by in state changes.
+    bool isAside(const char* name) const
+    {
+        return gst_element_is_locked_state(element(name)) != FALSE
+            && GST_STATE(element(name)) == GST_STATE_NULL;
+    }
+
+    bool countsAsSink(const char* name) const
+    {
+        return GST_OBJECT_FLAG_IS_SET(element(name), GST_ELEMENT_FLAG_SINK) != FALSE;
+    }
+
+    bool follows(const char* name) const
+    {
+        return gst_element_is_locked_state(element(name)) == FALSE
+            && GST_STATE(element(name)) != GST_STATE_NULL;
+    }
+
+    bool isAsItWasMade(const char* name) const
+    {
+        return gst_element_is_locked_state(element(name)) == FALSE
+            && GST_STATE(element(name)) == GST_STATE_NULL;
     }
 
     static constexpr int program = 3401;
@@ -287,6 +316,98 @@ TEST_F(Autoplug, APadWithoutCapsIsIgnored)
     EXPECT_EQ(prints.text(), "A new pad src_0 was created for decodebin1\n");
     EXPECT_EQ(padBefore("queueVideo"), "");
     EXPECT_EQ(padBefore("queueAudio"), "");
+}
+
+TEST_F(Autoplug, AServiceWithoutPictureLeavesTheVideoChainAside)
+{
+    expose("sound", "audio/x-raw");
+    sayThatWasAll();
+    EXPECT_TRUE(isAside("queueVideo"));
+    EXPECT_TRUE(isAside("kmssink1"));
+    EXPECT_FALSE(countsAsSink("kmssink1"));
+    for (const char* name : {"queueAudio", "audioconvert1", "alsasink1"})
+        EXPECT_TRUE(follows(name)) << name;
+    EXPECT_TRUE(countsAsSink("alsasink1"));
+}
+
+TEST_F(Autoplug, AServiceWithoutSoundLeavesTheAudioChainAside)
+{
+    expose("picture", "video/x-raw");
+    sayThatWasAll();
+    for (const char* name : {"queueAudio", "audioconvert1", "alsasink1"})
+        EXPECT_TRUE(isAside(name)) << name;
+    EXPECT_FALSE(countsAsSink("alsasink1"));
+    EXPECT_TRUE(follows("queueVideo"));
+    EXPECT_TRUE(follows("kmssink1"));
+}
+
+TEST_F(Autoplug, SoundThatIsNotDecodedLeavesTheAudioChainAsideAlthoughItHasAPad)
+{
+    expose("picture", "video/x-raw");
+    expose("sound", "audio/x-ac4");
+    sayThatWasAll();
+    EXPECT_EQ(padBefore("queueAudio"), "");
+    EXPECT_TRUE(isAside("alsasink1"));
+    EXPECT_TRUE(follows("kmssink1"));
+}
+
+TEST_F(Autoplug, APadThatComesAfterAllBringsItsChainBack)
+{
+    expose("sound", "audio/x-raw");
+    sayThatWasAll();
+    ASSERT_TRUE(isAside("kmssink1"));
+    expose("picture", "video/x-raw");
+    EXPECT_EQ(padBefore("queueVideo"), "picture");
+    EXPECT_TRUE(follows("queueVideo"));
+    EXPECT_TRUE(follows("kmssink1"));
+    EXPECT_TRUE(countsAsSink("kmssink1"));
+    sayThatWasAll();
+    EXPECT_TRUE(follows("kmssink1"));
+}
+
+TEST_F(Autoplug, EveryModeBeginsWithBothChains)
+{
+    for (const std::function<void()>& begin :
+        std::vector<std::function<void()>>{[this] { object().play(program); }, [this] { object().scan(); },
+            [this] { object().sendStream(); }, [this] { object().record("/dev/null"); }}) {
+        sayThatWasAll();
+        ASSERT_TRUE(isAside("kmssink1"));
+        ASSERT_TRUE(isAside("alsasink1"));
+        begin();
+        for (const char* name : {"queueVideo", "kmssink1", "queueAudio", "audioconvert1", "alsasink1"})
+            EXPECT_TRUE(follows(name)) << name;
+        EXPECT_TRUE(countsAsSink("kmssink1"));
+        EXPECT_TRUE(countsAsSink("alsasink1"));
+    }
+}
+
+TEST_F(Autoplug, StopRemovesAChainThatIsAside)
+{
+    GstElement* sink = GST_ELEMENT(gst_object_ref(element("kmssink1")));
+    sayThatWasAll();
+    object().stop();
+    EXPECT_EQ(elements(), (std::vector<std::string>{"my_bin", "queue1", "tee"}));
+    EXPECT_EQ(GST_STATE(sink), GST_STATE_NULL);
+    EXPECT_FALSE(gst_element_is_locked_state(sink));
+    EXPECT_EQ(GST_OBJECT_REFCOUNT_VALUE(sink), 1);
+    gst_object_unref(sink);
+    object().play(program); // anew
+    EXPECT_TRUE(follows("kmssink1"));
+}
+
+TEST_F(Autoplug, TheEndOfTheObjectWhileAChainIsAsideLeavesNothing)
+{
+    GWeakRef sink;
+    g_weak_ref_init(&sink, element("kmssink1"));
+    sayThatWasAll();
+    gst_element_post_message(
+        pipeline(), gst_message_new_eos(GST_OBJECT(pipeline()))); // so that nothing stops it first
+    ASSERT_TRUE(prints.waitFor("EOS\n"));
+    ASSERT_TRUE(reaches(GST_STATE_NULL));
+    EXPECT_TRUE(isAside("kmssink1"));
+    destroy();
+    EXPECT_EQ(g_weak_ref_get(&sink), nullptr);
+    g_weak_ref_clear(&sink);
 }
 
 } // namespace

@@ -230,6 +230,37 @@ TEST_F(BusLoop, InterruptionWhileNoMessageArrivesEndsTheLoopWithinASecond)
     EXPECT_TRUE(thread.isFinished()); // the thread ended with it, though nothing told it to quit
 }
 
+TEST_F(BusLoop, WakingHasTheLoopSeeAnInterruptionAtOnce)
+{
+    constexpr int loops = 20;
+    double seconds = 0;
+    for (int i = 0; i < loops; ++i) {
+        thread.start();
+        madesections::post(pipeline, madesections::pat({1}));
+        while (receiver.pat <= i) // the loop runs, and goes into its wait
+            g_usleep(1000);
+        const auto start = std::chrono::steady_clock::now();
+        thread.requestInterruption();
+        handler.wake();
+        EXPECT_TRUE(thread.wait(5000));
+        seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        gst_bus_set_flushing(GST_ELEMENT_BUS(pipeline), FALSE);
+    }
+    EXPECT_LT(seconds, 0.5 * loops); // half of what its poll would take
+}
+
+TEST_F(BusLoop, WakingAStoppedPipelinesLoopWorksToo)
+{
+    gst_element_set_state(pipeline, GST_STATE_READY);
+    gst_element_set_state(pipeline, GST_STATE_NULL); // its bus drops what is posted
+    thread.start();
+    handler.wake();
+    madesections::post(pipeline, madesections::pat({1}));
+    for (int i = 0; i < 500 && receiver.pat == 0; ++i)
+        g_usleep(10000);
+    EXPECT_EQ(receiver.pat, 1);
+}
+
 TEST_F(BusLoop, TheBusIsReleasedAtTheEnd)
 {
     GstBus* bus = gst_element_get_bus(pipeline);
@@ -313,6 +344,14 @@ TEST_F(BusLoopConsole, EachUnexpectedMessageIsOneEmptyWrite) // the text is drop
     settle();
     EXPECT_EQ(visits(), 3);
     EXPECT_EQ(std::filesystem::file_size(device), 0U);
+}
+
+TEST_F(BusLoopConsole, WakingTheLoopLeavesTheConsoleAlone)
+{
+    thread.start();
+    handler.wake();
+    settle();
+    EXPECT_EQ(visits(), 0);
 }
 
 TEST_F(BusLoopConsole, AnErrorIsOneEmptyWriteAndItsDetailsAnother)

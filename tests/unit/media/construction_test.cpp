@@ -69,7 +69,7 @@ TEST_F(Construction, ANullSourceIsLoggedAndStartsNoThread)
     EXPECT_EQ(pipeline(), nullptr); // nothing was put into one
     EXPECT_TRUE(impl.findChildren<QThread*>().isEmpty());
     EXPECT_EQ(status(), "stopped");
-    destroyPlainly(); // without a thread there is nothing to wait for
+    destroy();
     EXPECT_EQ(log.lines().back(), "------------------gstImpl Destruct ------------------");
 }
 

@@ -173,4 +173,31 @@ TEST_F(Decode, StoppingInTheMiddleOfAStreamEndsCleanly)
     }
 }
 
+TEST_F(Decode, ServicesOfAllKindsPlayToTheirEndInTurn)
+{
+    constexpr int radio = 3405;
+    constexpr int television = 3401;
+    play("rai-dvbt-mux.ts", radio);
+    if (IsSkipped())
+        return;
+    int end = 0;
+    for (const int program : {radio, television, radio, radio, television}) {
+        if (end > 0)
+            source().play(program);
+        ASSERT_TRUE(prints.waitFor("EOS\n", ++end, 60000)) << "program " << program;
+        ASSERT_TRUE(reaches(GST_STATE_NULL));
+        EXPECT_EQ(statusText(), "stopped");
+    }
+}
+
+TEST_F(Decode, ARadioServiceSounds)
+{
+    play("eac3.ts", 1);
+    if (IsSkipped())
+        return;
+    ASSERT_TRUE(prints.waitFor("Link audio "));
+    ASSERT_TRUE(prints.waitFor("EOS\n")); // all of it was heard: the sound's end is the stream's
+    EXPECT_EQ(source().getVideoDecodedWidth(), -1);
+}
+
 } // namespace

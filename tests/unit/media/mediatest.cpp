@@ -181,11 +181,6 @@ gstImpl& MediaTest::make(GstElement* source)
 
 void MediaTest::destroy()
 {
-    whileAwake(pipeline(), [this] { m_object.reset(); });
-}
-
-void MediaTest::destroyPlainly()
-{
     m_object.reset();
 }
 
@@ -294,22 +289,4 @@ std::string fileBytes(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void whileAwake(GstElement* pipeline, const std::function<void()>& deleteIt)
-{
-    GstBus* bus = pipeline ? gst_element_get_bus(pipeline) : nullptr;
-    std::atomic<bool> done{false};
-    std::thread waker([&] {
-        while (bus && !done) {
-            gst_bus_set_flushing(bus, FALSE); // a stopped pipeline's bus drops what is posted
-            gst_bus_post(bus, gst_message_new_application(nullptr, gst_structure_new_empty("wake-up")));
-            g_usleep(20000);
-        }
-    });
-    deleteIt();
-    done = true;
-    waker.join();
-    if (bus)
-        gst_object_unref(bus);
 }

@@ -3,7 +3,6 @@
 #include "media/mpegts.h"
 #include "support/ttyfixture.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -66,10 +65,8 @@ protected:
     /// Makes the object (around idleSource() unless told otherwise).
     gstImpl& make(GstElement* source = idleSource());
     gstImpl& object() { return *m_object; }
-    /// Deletes the object at once, keeping its bus thread from waiting out its second.
+    /// Deletes the object.
     void destroy();
-    /// Deletes the object and nothing else.
-    void destroyPlainly();
 
     GstElement* pipeline() const { return watch.pipeline(); }
     /// The element of this name in the pipeline or below, borrowed; null when there is none.
@@ -114,7 +111,3 @@ private:
 };
 
 std::string fileBytes(const std::string& path);
-
-/// Runs `deleteIt`, which deletes a source or pipeline object, while messages keep the bus thread awake: it
-/// then ends at once instead of waiting out its second. `pipeline` is borrowed.
-void whileAwake(GstElement* pipeline, const std::function<void()>& deleteIt);

@@ -12,13 +12,7 @@ protected:
     ~SourceTest() override { hold(nullptr); }
 
     /// Takes the source over; the one held before ends.
-    void hold(gstsource* source)
-    {
-        if (m_source)
-            whileAwake(m_pipeline, [this] { m_source.reset(); });
-        m_source.reset(source);
-        m_pipeline = source ? pipeline() : nullptr;
-    }
+    void hold(gstsource* source) { m_source.reset(source); }
 
     gstsource& source() { return *m_source; }
 
@@ -53,5 +47,4 @@ protected:
 
 private:
     std::unique_ptr<gstsource> m_source;
-    GstElement* m_pipeline = nullptr;
 };
