@@ -6,7 +6,10 @@ NETWORK = {"id": 0xFF01, "original_id": 0xFF01, "stream_id": 1, "name": "Tessary
 _TYPE = {"mpeg2video": 0x02, "mpeg4": 0x10, "libx264": 0x1B, "libx265": 0x24,
          "mp2": 0x03, "libmp3lame": 0x03, "aac": 0x0F, "ac3": 0x81, "eac3": 0x87}
 
-_SEGMENTS = {1: "bc", 2: "abged", 3: "abgcd"}  # of a seven-segment digit, a on top, clockwise, g in the middle
+# As what the PMT can announce a sound: stream type and descriptor (EN 300 468, 6.4.1 and annex D).
+ANNOUNCED = {"ac4": (0x06, bytes.fromhex("7f021500"))}
+
+_SEGMENTS = {1: "bc", 2: "abged", 3: "abgcd", 6: "afgcde", 7: "abc"}  # of a seven-segment digit, a on top, clockwise, g in the middle
 
 
 def _digit_boxes(number, width, height):
@@ -41,8 +44,10 @@ def tone(hertz, seconds):
     return f"sine=f={hertz}:r=48000:d={seconds}"
 
 
-def _program(number, name, coding, colour, hertz, service_type=0x01):
-    return {"number": number, "name": name, "coding": coding, "colour": colour, "hertz": hertz, "type": service_type}
+def _program(number, name, coding, colour, hertz, service_type=0x01, **own):
+    """`colour` None: no picture; `hertz` None: no sound. `own` "audio" stands in for the recipe's coder, "announced" names
+    what the PMT says of the sound instead of what it is."""
+    return {"number": number, "name": name, "coding": coding, "colour": colour, "hertz": hertz, "type": service_type, **own}
 
 
 # 24 s are a whole number of pictures (40 ms) and of layer 2 audio frames (24 ms), so a repetition joins cleanly.
@@ -79,11 +84,28 @@ CODECS = [
             ["libmp3lame", "-b:a", "128k"], 4_000_000, 0x01),
 ]
 
+# What a multiplex carries besides television: radio in each coding, a picture without sound, and a sound that no receiver
+# here decodes (layer 2 that calls itself AC-4, so that its bytes are there).
+RADIO, RADIO_ADVANCED = 0x02, 0x0A
+SERVICES = {
+    "file": "services.ts", "seconds": 24, "size": "352x288", "muxrate": 4_000_000,
+    "video": ["mpeg2video", "-b:v", "500k", "-maxrate", "600k", "-bufsize", "300k", "-g", "12", "-bf", "2"],
+    "audio": ["mp2", "-b:a", "128k"],
+    "provider": "",  # so that seven services fit one packet
+    "programs": [_program(1, "Television", "iso6937", "red", 440),
+                 _program(2, "Radio layer 2", "iso6937", None, 600, RADIO),
+                 _program(3, "Radio AAC", "iso6937", None, 800, RADIO_ADVANCED, audio=["aac", "-b:a", "128k"]),
+                 _program(4, "Radio AC-3", "iso6937", None, 1000, RADIO, audio=["ac3", "-b:a", "128k"]),
+                 _program(5, "Radio E-AC-3", "iso6937", None, 1200, RADIO, audio=["eac3", "-b:a", "128k"]),
+                 _program(6, "Picture only", "iso6937", "0x00C000", None),
+                 _program(7, "Sound in AC-4", "iso6937", "blue", 1400, announced="ac4")],
+}
+
 # The demo's stream once more, inside T2-MI on PID 4096; made from the file `of`.
 T2MI = [{"file": "demo-t2mi.ts", "of": "demo.ts", "plp": 1, "high_efficiency": True},
         {"file": "demo-t2mi-normal.ts", "of": "demo.ts", "plp": 1, "high_efficiency": False}]
 
-ALL = [DEMO] + CODECS + T2MI
+ALL = [DEMO, SERVICES] + CODECS + T2MI
 
 
 def with_bases(wanted):
@@ -92,27 +114,60 @@ def with_bases(wanted):
     return bases | set(wanted)
 
 
+def coders(recipe, program):
+    """(video, audio): the coder of each with its options, None where the program has none."""
+    video = recipe["video"] if program["colour"] is not None else None
+    audio = program.get("audio", recipe["audio"]) if program["hertz"] is not None else None
+    return video, audio
+
+
+def announced(recipe):
+    """{program number: (stream type, descriptor)} of the programs whose PMT says something else of the sound."""
+    return {program["number"]: ANNOUNCED[program["announced"]] for program in recipe["programs"] if "announced" in program}
+
+
 def stream_types(recipe):
-    """{program number: [stream type of video, of audio]} as the PMTs must say."""
-    types = [_TYPE[recipe["video"][0]], _TYPE[recipe["audio"][0]]]
-    return {program["number"]: types for program in recipe["programs"]}
+    """{program number: [stream type of video, of audio]} as the PMTs must say, without what a program does not have."""
+    found = {}
+    for program in recipe["programs"]:
+        found[program["number"]] = [_TYPE[coder[0]] for coder in coders(recipe, program) if coder]
+    for number, (stream_type, _) in announced(recipe).items():
+        found[number][-1] = stream_type
+    return found
+
+
+def _inputs(recipe):
+    """The sources' ffmpeg arguments, the maps and coders of the streams, and the programs' own, in the order of the programs:
+    all pictures, then all sounds."""
+    sources, streams, members = [], [], {program["number"]: [] for program in recipe["programs"]}
+    for kind, letter in enumerate("va"):
+        count = 0
+        for program in recipe["programs"]:
+            coder = coders(recipe, program)[kind]
+            if coder is None:
+                continue
+            source = (picture(program["colour"], program["number"], recipe["size"], recipe["seconds"]) if letter == "v"
+                      else tone(program["hertz"], recipe["seconds"]))
+            members[program["number"]].append(len(sources))
+            streams += ["-map", str(len(sources)), f"-c:{letter}:{count}", coder[0]]
+            streams += [f"{word}:{count}" if word.endswith(f":{letter}") else word for word in coder[1:]]
+            sources.append(["-f", "lavfi", "-i", source])
+            count += 1
+    programs = [f"title=S{number}:program_num={number}" + "".join(f":st={index}" for index in sorted(indices))
+                for number, indices in members.items()]
+    return sources, streams, programs
 
 
 def ffmpeg_arguments(recipe, out):
     """The ffmpeg call (without the program's name) that writes the multiplex to `out`."""
-    programs, count = recipe["programs"], len(recipe["programs"])
+    sources, streams, programs = _inputs(recipe)
     arguments = ["-hide_banner", "-nostdin", "-loglevel", "error", "-y"]
+    for source in sources:
+        arguments += source
+    arguments += streams
     for program in programs:
-        arguments += ["-f", "lavfi", "-i",
-                      picture(program["colour"], program["number"], recipe["size"], recipe["seconds"])]
-    for program in programs:
-        arguments += ["-f", "lavfi", "-i", tone(program["hertz"], recipe["seconds"])]
-    for index in range(count):
-        arguments += ["-map", f"{index}:v", "-map", f"{count + index}:a"]
-    for index, program in enumerate(programs):
-        arguments += ["-program", f"title=S{program['number']}:program_num={program['number']}"
-                                  f":st={2 * index}:st={2 * index + 1}"]
-    arguments += ["-c:v", *recipe["video"], "-pix_fmt", "yuv420p", "-c:a", *recipe["audio"], "-ac", "2"]
+        arguments += ["-program", program]
+    arguments += ["-pix_fmt", "yuv420p", "-ac", "2"]
     return arguments + ["-muxrate", str(recipe["muxrate"]), "-mpegts_flags", "+nit",
                         "-mpegts_transport_stream_id", str(NETWORK["stream_id"]),
                         "-mpegts_original_network_id", str(NETWORK["original_id"]), "-f", "mpegts", str(out)]

@@ -60,11 +60,12 @@ def nit(network, services):
     return _section(0x40, network["id"], _loop(name) + _loop(stream), 0x40)
 
 
-def sdt(network, services):
-    """The SDT of the actual transport stream; service ids are the program numbers."""
+def sdt(network, services, provider=None):
+    """The SDT of the actual transport stream; service ids are the program numbers. The network provides all services unless
+    `provider` says who does."""
+    provider = encode_text(network["name"] if provider is None else provider, network["coding"])
     body = network["original_id"].to_bytes(2, "big") + b"\xff"
     for service in services:
-        provider = encode_text(network["name"], network["coding"])
         name = encode_text(service["name"], service["coding"])
         descriptor = _descriptor(_SERVICE, bytes([service["type"], len(provider)]) + provider
                                  + bytes([len(name)]) + name)
@@ -73,13 +74,39 @@ def sdt(network, services):
     return _section(0x42, network["stream_id"], body, 0x40)
 
 
-def replace(data, network, services):
+def replace(data, network, services, provider=None):
     """`data` with each packet of NIT and SDT carrying our tables instead; counters and timing stay."""
-    ours = {NIT_PID: nit(network, services), SDT_PID: sdt(network, services)}
+    ours = {NIT_PID: nit(network, services), SDT_PID: sdt(network, services, provider)}
     out = bytearray(data)
     for offset, pid, packet in packets.packets(data):
         if pid in ours:
             if packets.single_packet_section(packet) is None:
                 raise packets.StreamError(f"PID {pid} has a packet that starts no section")
             out[offset:offset + packets.PACKET_BYTES] = packets.section_packet(packet, ours[pid])
+    return bytes(out)
+
+
+def announced(section, stream_type, descriptor):
+    """A PMT section whose last stream is of this type and has just this descriptor."""
+    at = last = 12 + (((section[10] & 0x0F) << 8) | section[11])
+    while at + 5 <= len(section) - 4:
+        last = at
+        at += 5 + (((section[at + 3] & 0x0F) << 8) | section[at + 4])
+    entry = bytes([stream_type]) + section[last + 1:last + 3] + _loop(descriptor)
+    body = section[3:last] + entry
+    length = 0xB000 | (len(body) + 4)
+    data = section[:1] + length.to_bytes(2, "big") + body
+    return data + packets.crc32(data).to_bytes(4, "big")
+
+
+def announce(data, kinds):
+    """`data` with the PMTs of {program number: (stream type, descriptor)} saying that of their last stream."""
+    out, map_pids = bytearray(data), {}
+    for offset, pid, packet in packets.packets(data):
+        if pid == 0:
+            programs = packets.program_map_pids(packets.single_packet_section(packet))
+            map_pids = {programs[number]: kind for number, kind in kinds.items()}
+        elif pid in map_pids:
+            section = announced(packets.single_packet_section(packet), *map_pids[pid])
+            out[offset:offset + packets.PACKET_BYTES] = packets.section_packet(packet, section)
     return bytes(out)
