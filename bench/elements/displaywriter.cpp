@@ -100,8 +100,10 @@ int DisplayWriter::writeReport(const std::string& path, const DisplayReport& rep
 {
     char text[256];
     const int length = std::snprintf(text, sizeof text,
-        "{\"frames\":%llu,\"dropped\":%llu,\"width\":%d,\"height\":%d,\"state\":\"%s\"}\n",
+        "{\"frames\":%llu,\"dropped\":%llu,\"width\":%d,\"height\":%d,\"first_picture_ns\":%lld,"
+        "\"moving_ns\":%lld,\"state\":\"%s\"}\n",
         static_cast<unsigned long long>(report.frames), static_cast<unsigned long long>(report.dropped),
-        report.width, report.height, report.state);
+        report.width, report.height, static_cast<long long>(report.firstPictureNs),
+        static_cast<long long>(report.movingNs), report.state);
     return writeAtomically(path, text, static_cast<std::size_t>(length));
 }

@@ -12,6 +12,10 @@ struct DisplayReport
     std::uint64_t dropped = 0; ///< pictures thrown away for being late since the start
     int width = 0; ///< pixels
     int height = 0; ///< pixels
+    /// Monotonic time of the first picture, which may stand still yet; 0 before.
+    std::int64_t firstPictureNs = 0;
+    /// Monotonic time of the second picture, from which on it moves; 0 before.
+    std::int64_t movingNs = 0;
     const char* state = "waiting";
 };
 

@@ -4,8 +4,10 @@
  * It takes 16 bit stereo and consumes it at the sample rate in real time, so that a player sees the clock,
  * the fill level and the underruns of a real card. The samples themselves are dropped: put it below ALSA's
  * own "file" PCM to keep them (see asound.conf). The position follows CLOCK_MONOTONIC; a timer descriptor
- * wakes who waits for room.
+ * wakes who waits for room. soundreport.h tells when the first sound came out.
  */
+#include "soundreport.h"
+
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
 
@@ -28,6 +30,8 @@ struct instrument_dac
     snd_pcm_uframes_t avail_min;
     snd_pcm_uframes_t boundary;
     int stops_on_underrun;
+    int64_t first_sound; /* position of the first sample that is no silence; -1 before it came */
+    int reported; /* its time stands in the report */
 };
 
 static int64_t now_ns(void)
@@ -83,11 +87,23 @@ static int arm(struct instrument_dac* dac, snd_pcm_uframes_t appl_ptr)
         dac, dac->start_ns + frames / rate * NS_PER_S + (frames % rate * NS_PER_S + rate - 1) / rate);
 }
 
+/* Tells when the first sound comes out, as soon as the clock runs and so the time is known. */
+static void report_first_sound(struct instrument_dac* dac)
+{
+    if (dac->reported || dac->first_sound < 0 || dac->start_ns < 0)
+        return;
+    const int64_t frames = dac->first_sound - (int64_t)dac->start_frame;
+    const int64_t rate = dac->io.rate;
+    sound_report_write(dac->start_ns + frames / rate * NS_PER_S + frames % rate * NS_PER_S / rate);
+    dac->reported = 1;
+}
+
 static int dac_prepare(snd_pcm_ioplug_t* io)
 {
     struct instrument_dac* dac = io->private_data;
     dac->start_ns = -1;
     dac->start_frame = 0;
+    dac->first_sound = -1; /* what was not played by now will not be */
     return arm(dac, io->appl_ptr);
 }
 
@@ -96,6 +112,7 @@ static int dac_start(snd_pcm_ioplug_t* io)
     struct instrument_dac* dac = io->private_data;
     dac->start_frame = io->hw_ptr;
     dac->start_ns = now_ns();
+    report_first_sound(dac);
     return arm(dac, io->appl_ptr);
 }
 
@@ -122,9 +139,14 @@ static snd_pcm_sframes_t dac_pointer(snd_pcm_ioplug_t* io)
 static snd_pcm_sframes_t dac_transfer(snd_pcm_ioplug_t* io, const snd_pcm_channel_area_t* areas,
     snd_pcm_uframes_t offset, snd_pcm_uframes_t size)
 {
-    (void)areas;
-    (void)offset;
-    const int error = arm(io->private_data, io->appl_ptr + size); /* the caller moves appl_ptr afterwards */
+    struct instrument_dac* dac = io->private_data;
+    if (dac->first_sound < 0) {
+        const snd_pcm_sframes_t silent = silent_frames(areas, io->channels, offset, size);
+        if (silent < (snd_pcm_sframes_t)size)
+            dac->first_sound = (int64_t)io->appl_ptr + silent;
+        report_first_sound(dac);
+    }
+    const int error = arm(dac, io->appl_ptr + size); /* the caller moves appl_ptr afterwards */
     return error < 0 ? error : (snd_pcm_sframes_t)size;
 }
 
@@ -239,6 +261,7 @@ static int open_dac(snd_pcm_t** pcmp, const char* name, snd_pcm_stream_t stream,
         return -ENOMEM;
     dac->start_ns = -1;
     dac->avail_min = 1;
+    dac->first_sound = -1;
     dac->stops_on_underrun = 1;
     dac->timer_fd = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
     if (dac->timer_fd < 0) {
@@ -264,6 +287,7 @@ static int open_dac(snd_pcm_t** pcmp, const char* name, snd_pcm_stream_t stream,
         snd_pcm_ioplug_delete(&dac->io); /* calls dac_close() */
         return error;
     }
+    sound_report_remove();
     *pcmp = dac->io.pcm;
     return 0;
 }

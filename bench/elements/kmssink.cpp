@@ -13,6 +13,7 @@ namespace {
 enum Property { PropDisplayRatio = 1, PropPictureLocation };
 constexpr const char* kDefaultPicture = "/run/bench/display.ppm";
 constexpr gint64 kWritePeriodUs = 200000;
+constexpr gint64 kNsPerUs = 1000;
 
 // The formats of the kernel's display planes.
 #define DISPLAY_FORMATS                                                                                      \
@@ -174,6 +175,8 @@ GstFlowReturn showFrame(GstVideoSink* sink, GstBuffer* buffer)
     const std::lock_guard<std::mutex> lock(self->d->mutex);
     gst_buffer_replace(&self->d->newest, buffer);
     self->d->newestWritten = false;
+    if (self->d->report.firstPictureNs == 0)
+        self->d->report.firstPictureNs = g_get_monotonic_time() * kNsPerUs;
     self->d->report.dropped = dropped;
     self->d->report.state = "showing";
     if (g_get_monotonic_time() - self->d->lastWriteUs >= kWritePeriodUs)
@@ -187,7 +190,8 @@ GstFlowReturn render(GstBaseSink* base, GstBuffer* buffer)
     {
         Private* d = INSTRUMENT_KMS_SINK(base)->d;
         const std::lock_guard<std::mutex> lock(d->mutex);
-        ++d->report.frames;
+        if (++d->report.frames == 2)
+            d->report.movingNs = g_get_monotonic_time() * kNsPerUs;
     }
     return GST_BASE_SINK_CLASS(instrument_kms_sink_parent_class)->render(base, buffer);
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <cmath>
 #include <cstring>
 #include <thread>
@@ -57,14 +58,45 @@ protected:
         ASSERT_EQ(snd_pcm_hw_params(m_pcm, hardware), 0);
     }
 
+    void setStartThreshold(snd_pcm_uframes_t frames)
+    {
+        snd_pcm_sw_params_t* software = nullptr;
+        snd_pcm_sw_params_alloca(&software);
+        snd_pcm_sw_params_current(m_pcm, software);
+        ASSERT_EQ(snd_pcm_sw_params_set_start_threshold(m_pcm, software, frames), 0);
+        ASSERT_EQ(snd_pcm_sw_params(m_pcm, software), 0);
+    }
+
     snd_pcm_sframes_t write(snd_pcm_uframes_t frames)
     {
         const std::vector<std::int16_t> silence(frames * 2);
         return snd_pcm_writei(m_pcm, silence.data(), frames);
     }
 
+    /// Silence and then a click, in one call, so that nothing can come between.
+    snd_pcm_sframes_t writeSilenceAndClick(snd_pcm_uframes_t silence)
+    {
+        std::vector<std::int16_t> samples((silence + 480) * 2);
+        samples[silence * 2 + 1] = -1; // the quietest there is, on the right
+        return snd_pcm_writei(m_pcm, samples.data(), silence + 480);
+    }
+
     snd_pcm_t* m_pcm = nullptr;
 };
+
+/// Monotonic time at which the converter's report says that the first sound came out; 0 without a report.
+std::int64_t reportedSoundNs()
+{
+    const auto bytes = readFile(scratchFolder() + "/sound.json");
+    const std::string text(bytes.begin(), bytes.end());
+    std::int64_t ns = 0;
+    return std::sscanf(text.c_str(), "{\"first_sound_ns\":%" SCNd64 "}", &ns) == 1 ? ns : 0;
+}
+
+std::int64_t monotonicNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+}
 
 struct Sound
 {
@@ -151,13 +183,42 @@ TEST_F(Converter, WakesWhoWaitsForRoom)
 
 TEST_F(Converter, DoesNotWakeWhileThereIsNoRoom)
 {
-    snd_pcm_sw_params_t* software = nullptr;
-    snd_pcm_sw_params_alloca(&software);
-    snd_pcm_sw_params_current(m_pcm, software);
-    ASSERT_EQ(snd_pcm_sw_params_set_start_threshold(m_pcm, software, 100000), 0);
-    ASSERT_EQ(snd_pcm_sw_params(m_pcm, software), 0);
+    setStartThreshold(100000);
     ASSERT_EQ(write(9600), 9600); // full and not started
     EXPECT_EQ(snd_pcm_wait(m_pcm, 100), 0);
+}
+
+TEST_F(Converter, TellsWhenTheFirstSoundComesOut)
+{
+    constexpr std::int64_t silenceNs = 100000000;
+    const std::int64_t before = monotonicNs();
+    ASSERT_EQ(writeSilenceAndClick(4800), 5280); // starts it
+    const std::int64_t after = monotonicNs();
+    EXPECT_GE(reportedSoundNs(), before + silenceNs);
+    EXPECT_LE(reportedSoundNs(), after + silenceNs);
+}
+
+TEST_F(Converter, DoesNotTellASoundThatWasNeverPlayed)
+{
+    setStartThreshold(100000);
+    ASSERT_EQ(writeSilenceAndClick(0), 480); // and not started
+    EXPECT_EQ(reportedSoundNs(), 0);
+    ASSERT_EQ(snd_pcm_drop(m_pcm), 0);
+    ASSERT_EQ(snd_pcm_prepare(m_pcm), 0);
+    ASSERT_EQ(writeSilenceAndClick(4800), 5280);
+    const std::int64_t before = monotonicNs();
+    ASSERT_EQ(snd_pcm_start(m_pcm), 0);
+    EXPECT_GE(reportedSoundNs(), before + 100000000) << "the second click";
+}
+
+TEST_F(Converter, ForgetsTheFirstSoundWhenItIsOpened)
+{
+    ASSERT_EQ(writeSilenceAndClick(0), 480);
+    EXPECT_NE(reportedSoundNs(), 0);
+    snd_pcm_close(m_pcm);
+    m_pcm = nullptr;
+    SetUp();
+    EXPECT_EQ(reportedSoundNs(), 0);
 }
 
 TEST(ConverterDevice, CanNotRecord)

@@ -162,6 +162,25 @@ TEST(KmsSink, ShowsPicturesAtTheirTime)
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(450));
 }
 
+// The second picture's time is 40 ms after the first's.
+TEST(KmsSink, TellsWhenTheFirstPictureCameOnAndWhenItMoved)
+{
+    Pipeline pipeline("videotestsrc num-buffers=5 ! video/x-raw,framerate=25/1 ! " + display());
+    const long before = g_get_monotonic_time() * 1000;
+    pipeline.setState(GST_STATE_PAUSED);
+    ASSERT_EQ(
+        gst_element_get_state(pipeline.get(), nullptr, nullptr, 10 * GST_SECOND), GST_STATE_CHANGE_SUCCESS);
+    const long shown = reportedNumber("first_picture_ns");
+    EXPECT_GE(shown, before);
+    EXPECT_EQ(reportedNumber("moving_ns"), 0) << report();
+    const long resumed = g_get_monotonic_time() * 1000;
+    EXPECT_LE(shown, resumed);
+    ASSERT_EQ(pipeline.playToEnd(), "");
+    EXPECT_EQ(reportedNumber("first_picture_ns"), shown) << "the first one only";
+    EXPECT_GE(reportedNumber("moving_ns"), resumed + 35000000) << report();
+    EXPECT_LE(reportedNumber("moving_ns"), g_get_monotonic_time() * 1000);
+}
+
 // Each picture takes 100 ms to come and lasts 40 ms: soon all are too late.
 TEST(KmsSink, DropsAndCountsPicturesThatAreTooLate)
 {

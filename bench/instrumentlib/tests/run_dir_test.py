@@ -61,7 +61,7 @@ class RunDirTest(unittest.TestCase):
 
     def test_a_picture_of_the_last_run_is_not_taken_for_a_new_one(self):
         os.makedirs(os.path.join(self.path, "io"))
-        for name in ("display.ppm", "display.json", "sound.wav", "fpga-out.ts", "fpga-in.ts"):
+        for name in ("display.ppm", "display.json", "sound.wav", "sound.json", "fpga-out.ts", "fpga-in.ts"):
             with open(os.path.join(self.path, "io", name), "w", encoding="ascii"):
                 pass
         run_dir = RunDir(self.path)
