@@ -291,6 +291,7 @@ TEST_F(NetworkCommands, UnchangedSettingsLeaveTheCaptureRunning)
 {
     ASSERT_TRUE(addEth0());
     Uart_GetEthernetMeasurement();
+    ASSERT_TRUE(log.waitFor("------------------pcap loop input ------------------")); // the thread's own time
     log.forget();
     Uart_GetEthernetMeasurement();
     Uart_GetIAT();

@@ -4,6 +4,8 @@
 #include "support/privatemachine.h"
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <fcntl.h>
 #include <mutex>
@@ -16,6 +18,7 @@
 namespace {
 
 std::mutex logMutex;
+std::condition_variable logGrew;
 std::vector<std::string> logLines;
 QtMessageHandler earlierHandler = nullptr;
 
@@ -23,6 +26,7 @@ void collect(QtMsgType, const QMessageLogContext&, const QString& text)
 {
     const std::lock_guard<std::mutex> lock(logMutex);
     logLines.push_back(text.toStdString());
+    logGrew.notify_all();
 }
 
 } // namespace
@@ -48,6 +52,13 @@ bool LogCapture::contains(const std::string& line) const
 {
     const std::vector<std::string> all = lines();
     return std::find(all.begin(), all.end(), line) != all.end();
+}
+
+bool LogCapture::waitFor(const std::string& line, int timeoutMs) const
+{
+    std::unique_lock<std::mutex> lock(logMutex);
+    return logGrew.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+        [&line] { return std::find(logLines.begin(), logLines.end(), line) != logLines.end(); });
 }
 
 void LogCapture::forget()

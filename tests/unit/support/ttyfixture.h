@@ -19,6 +19,8 @@ public:
 
     std::vector<std::string> lines() const;
     bool contains(const std::string& line) const;
+    /// Waits until the line is logged, by whatever thread; false when that does not happen in time.
+    bool waitFor(const std::string& line, int timeoutMs = 10000) const;
     void forget();
 };
 
