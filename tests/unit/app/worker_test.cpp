@@ -1,8 +1,8 @@
 #include "workerfixture.h"
 
+#include "burststopwatch.h"
 #include "commands/uart_command.h"
 #include "link/serialport.h"
-#include "measure/ethernetmeasurement.h"
 #include "support/privatenetwork.h"
 #include "system/mydata.h"
 #include "system/network.h"
@@ -10,9 +10,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <QMetaMethod>
 #include <random>
 #include <thread>
 
@@ -52,63 +52,38 @@ std::chrono::milliseconds durationOf(const std::function<void()>& work)
 
 } // namespace
 
-class StartUp : public StartedWorker
-{
-};
-
-TEST_F(StartUp, NetworkingIsSwitchedOnThenDhcpIsSetThenTheMixer)
-{
-    const Calls expected{"nmcli|networking|on", "nmcli|con|del|Wired connection 1",
-        "nmcli|con|del|Wired connection 1_vlan",
-        "nmcli|con|add|con-name|Wired connection 1|ifname|eth0|type|ethernet", "amixer|sset|PCM|80%",
-        "amixer|sset|Headphone|92%"};
-    EXPECT_EQ(programs().calls(), expected);
-}
-
-TEST_F(StartUp, TheGreetingIsAllThatTheControllerGets)
-{
-    EXPECT_EQ(controller().readUntilQuiet(), "HELLO !\r\n");
-}
-
-TEST_F(StartUp, SettingsStartFromTheDefaultsWhateverTheyWere)
-{
-    data.serverAddress = "1.2.3.4";
-    data.serverPort = "1";
-    data.serverProtocol = protocolRtp;
-    data.dhcp = false;
-    data.vlan = true;
-    data.vlanId = "7";
-    data.programNumber = 9;
-    delete ethMes; // the second start makes its own
-    ethMes = nullptr;
-    Worker again;
-    EXPECT_EQ(data.serverAddress, "239.0.0.1");
-    EXPECT_EQ(data.serverPort, "1234");
-    EXPECT_EQ(data.serverProtocol, protocolUdp);
-    EXPECT_TRUE(data.dhcp);
-    EXPECT_FALSE(data.vlan);
-    EXPECT_EQ(data.vlanId, "100");
-    EXPECT_EQ(data.programNumber, 0u);
-}
-
-TEST_F(StartUp, TheMetaObjectIsAWorkerWithOneSlot)
-{
-    const QMetaObject* meta = worker().metaObject();
-    EXPECT_STREQ(meta->className(), "Worker");
-    ASSERT_EQ(meta->methodCount() - meta->methodOffset(), 1);
-    EXPECT_EQ(meta->method(meta->methodOffset()).methodSignature(), "doWork()");
-}
-
 TEST_F(Dispatcher, PingGetsTheWholeLineWordAndLineFeedIncluded)
 {
     EXPECT_EQ(cycle("ping -c 1 192.168.77.1\n"), "pong");
     EXPECT_EQ(programs().calls(), Calls{"ping|-c|1|192.168.77.1"});
 }
 
+TEST_F(Dispatcher, AHandlersTextKeepsItsLineEnd)
+{
+    EXPECT_EQ(cycle("ping a\\\n"), "pong"); // a backslash before a line feed is nothing to the shell
+    EXPECT_EQ(cycle("ping b\r\n"), "pong");
+    EXPECT_EQ(programs().calls(), (Calls{"ping|a", "ping|b\r"}));
+    cycle("command::\n");
+    EXPECT_EQ(entries("Console command : :\n \n"), 1);
+}
+
 TEST_F(Dispatcher, ABurstWithoutLineFeedIsDispatchedAfterItsTime)
 {
     const auto took = durationOf([this] { EXPECT_EQ(cycle("ping host"), "pong"); });
     EXPECT_GE(took.count(), 100);
+}
+
+TEST_F(Dispatcher, ABurstIsCollectedFor99MillisecondsAndDispatchedAt100)
+{
+    int asked = 0;
+    const BurstStopwatch stopwatch([this, &asked] {
+        if (++asked == 2)
+            controller().write("host");
+        return asked < 4 ? 99 : 96 + asked; // 100 the fourth time, and then on
+    });
+    EXPECT_EQ(cycle("ping "), "pong");
+    EXPECT_EQ(programs().calls(), Calls{"ping|host"}); // what came at 99 ms belongs to it
+    EXPECT_EQ(asked, 4); // and at 100 ms it was over
 }
 
 TEST_F(Dispatcher, CommandsAreSeparatedByNulBytes)
@@ -174,6 +149,18 @@ TEST_F(Dispatcher, UnknownWordsAreSilentAndNotLogged)
         EXPECT_EQ(line.rfind("Ioctl failed.", 0), 0u) << line;
 }
 
+TEST_F(Dispatcher, ServerGetsTheProtocolThatBeginsItsText)
+{
+    const std::pair<const char*, protocol> rows[] = {{"server=RTP 239.1.1.1 1000\n", protocolRtp},
+        {"server=UDP_T2MI 239.1.1.1 1000 4096 0\n", protocolUdpT2mi},
+        {"server=RTP_T2MI 239.1.1.1 1000 4096 0\n", protocolRtpT2mi},
+        {"server=UDP 239.1.1.1 1000\n", protocolUdp}};
+    for (const auto& [command, expected] : rows) {
+        EXPECT_EQ(cycle(command), "");
+        EXPECT_EQ(data.serverProtocol, expected) << command;
+    }
+}
+
 TEST_F(Dispatcher, ServerRaisesTheJoinRequest)
 {
     net.joinRequested = false;
@@ -200,18 +187,51 @@ TEST_F(Dispatcher, TwoThousandBytesWithoutNulAreTakenInBurstsOfTheBuffersSize)
     EXPECT_EQ(cycle("ping a\n"), "pong");
 }
 
-TEST_F(Dispatcher, WordsAtTheVeryEndOfAFullBufferStayInsideIt)
+/// A word as the last bytes of a full burst, and the line that its handler logs first.
+struct LastWord
 {
-    const std::string full(640, '\0');
-    for (const std::string word : {"server=", "play=", "ping", "interface="}) {
-        std::string burst = full;
-        burst.replace(burst.size() - word.size(), word.size(), word);
-        burst[0] = 'x';
-        controller().write(burst);
-        worker().doWork();
+    std::string word;
+    const char* entry;
+};
+
+std::ostream& operator<<(std::ostream& out, const LastWord& row)
+{
+    return out << row.word;
+}
+
+class FullBuffer : public Dispatcher, public ::testing::WithParamInterface<LastWord>
+{
+protected:
+    /// An update without a size takes one byte of image and a CRC.
+    void feedUpdate()
+    {
+        controller().read(std::strlen("waiting update\n"));
+        controller().write("inone");
     }
+};
+
+INSTANTIATE_TEST_SUITE_P(EachTextThatBeginsBehindItsWord, FullBuffer,
+    ::testing::Values(LastWord{"server=", "SETserver\n"}, LastWord{"play=", "PLay\n"},
+        LastWord{"ping", "PINg\n"}, LastWord{"interface=", "SETinterface\n"}, LastWord{"update", "UPDate\n"},
+        LastWord{"!0C_D_IX:", "PLayPCIE n°\n"}, LastWord{"!0C_L_IX:", "ServiceNameEBS\n"},
+        LastWord{"command:", "Console command :  \n"}));
+
+TEST_P(FullBuffer, AWordAtItsVeryEndIsDispatchedAndStaysInside)
+{
+    const LastWord& last = GetParam();
+    controller().write(std::string(640 - 1 - last.word.size(), 'x') + '\0' + last.word);
+    std::thread update([this, &last] {
+        if (last.word == "update")
+            feedUpdate();
+    });
+    worker().doWork();
+    update.join();
+    EXPECT_EQ(entries(last.entry), 1) << last.word;
+    EXPECT_EQ(uart.IsInputBytesPending(), 0);
     controller().readUntilQuiet(30);
+    programs().forget();
     EXPECT_EQ(cycle("ping a\n"), "pong");
+    EXPECT_EQ(programs().calls(), Calls{"ping|a"});
 }
 
 TEST_F(Dispatcher, RandomBurstsNeverEndIt)
@@ -257,6 +277,24 @@ TEST_F(Dispatcher, WithTheLinkUpTheGroupIsJoinedAndAgainWhenAJoinIsAskedFor)
     worker().doWork();
     EXPECT_EQ(programs().calls(), Calls{"smcroute|-k"});
     EXPECT_EQ(EthernetConnected, 0);
+}
+
+/// The routing daemon answers only once it is up.
+TEST_F(Dispatcher, WithTheLinkUpTheRoutingDaemonHasHalfASecondBeforeTheJoin)
+{
+    programs().addScript("smcroute", "read -r up rest </proc/uptime; echo $up >>/home/uptimes");
+    net.smcrouteStarted = false;
+    EthernetConnected = 0;
+    ASSERT_TRUE(privatenetwork::addVethPair("eth0", "uplink"));
+    worker().doWork();
+    EXPECT_EQ(programs().calls(), (Calls{"smcroute|-d", "smcroute|-j|eth0|239.0.0.1"}));
+    std::ifstream uptimes("/home/uptimes"); // seconds, with two decimals
+    double started = 0;
+    double joined = 0;
+    ASSERT_TRUE(uptimes >> started >> joined);
+    EXPECT_GT(joined - started, 0.485);
+    privatenetwork::remove("eth0");
+    worker().doWork();
 }
 
 TEST_F(Dispatcher, AClosedLineIsACycleWithoutInput)
