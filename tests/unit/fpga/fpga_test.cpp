@@ -88,7 +88,9 @@ TEST_F(FpgaLoading, AConfiguredFpgaIsLeftAlone)
 {
     makeBitfile();
     setKnob("configured=1\n");
+    const auto openBefore = openDescriptors();
     EXPECT_TRUE(fpga.programFpga());
+    EXPECT_EQ(openDescriptors(), openBefore);
     EXPECT_EQ(log.lines(), Lines{"FPGA already programmed"});
     EXPECT_EQ(notes("gpio"), (Lines{exportedAndPulsed[0], exportedAndPulsed[1], unexported[1]}));
     EXPECT_TRUE(notes("spi").empty());
@@ -180,7 +182,9 @@ TEST_F(FpgaLoading, WithoutAnyFpgaTheLoadFails)
 TEST_F(FpgaLoading, TheSpiDeviceStaysOpenBehindTheSecondCloseOfTheFile)
 {
     makeBitfile();
+    const auto openBefore = openDescriptors();
     EXPECT_TRUE(fpga.programFpga());
+    EXPECT_EQ(openDescriptors(), openBefore + 1);
     const std::vector<int> open = descriptorsOf("/dev/spidev0.0");
     ASSERT_EQ(open.size(), 1u);
     EXPECT_TRUE(descriptorsOf(bitfilePath).empty());

@@ -1,6 +1,7 @@
 #include "link/serialport.h"
 
 #include "support/privatemachine.h"
+#include "support/testfiles.h"
 #include "support/ttyfixture.h"
 
 #include <fcntl.h>
@@ -110,16 +111,19 @@ TEST_F(OpenSerialPort, ConnectDiscardsWhatWasPending)
 TEST_F(OpenSerialPort, DisconnectLogsAndClosesAndTheDestructorDoesSoWhenStillOpen)
 {
     LogCapture log;
+    const auto openBefore = openDescriptors();
     {
         SerialPort port;
         ASSERT_GE(port.SerialPortConnect(), 0);
     }
+    EXPECT_EQ(openDescriptors(), openBefore);
     EXPECT_EQ(log.lines(), std::vector<std::string>{"UART Port has been CLOSED "});
     log.forget();
     {
         SerialPort port;
         ASSERT_GE(port.SerialPortConnect(), 0);
         port.SerialPortDisconnect();
+        EXPECT_EQ(openDescriptors(), openBefore);
         EXPECT_EQ(port.SerialPortWrite("x", 1), 0);
     }
     EXPECT_EQ(log.lines(), std::vector<std::string>{"UART Port has been CLOSED "});

@@ -149,10 +149,12 @@ TEST_F(Capture, StartWhileCapturingRestarts)
 TEST_F(Capture, EndsWithItsMeasurement)
 {
     ASSERT_TRUE(addEth0());
+    const int socketsBefore = packetSockets().all;
     auto other = std::make_unique<ETHERNETMeasurement>();
     other->start();
     ASSERT_TRUE(other->running);
     other.reset();
+    EXPECT_EQ(packetSockets().all, socketsBefore);
     EXPECT_EQ(logCount(loopOutput), 1); // the capture thread has ended
     EXPECT_EQ(logCount(stopped), 1);
 }
@@ -235,9 +237,11 @@ TEST_F(Capture, NeedsAnAddressOnTheInterface)
 TEST_F(Capture, NeedsAFilterThatCanBeParsed)
 {
     ASSERT_TRUE(addEth0());
+    const int socketsBefore = packetSockets().all;
     measurement.load(protocolUdp, "host 239.0.0.1 && port no-such-port");
     measurement.start();
     EXPECT_FALSE(measurement.running);
+    EXPECT_EQ(packetSockets().all, socketsBefore); // closed again
     EXPECT_TRUE(logHas("Couldn't parse filter\n"));
     measurement.load(protocolUdp, "host 239.0.0.1 && port 1234");
     measurement.start();
@@ -251,9 +255,11 @@ TEST_F(Capture, NeedsAnEthernetInterface)
         GTEST_SKIP() << "/dev/net/tun can not be used here";
     ASSERT_TRUE(privatenetwork::ip("link set eth0 up"));
     ASSERT_TRUE(privatenetwork::ip("addr add 192.168.77.100/24 dev eth0"));
+    const int socketsBefore = packetSockets().all;
     measurement.start();
     EXPECT_FALSE(measurement.running);
     EXPECT_TRUE(logHas("Not an Ethernet adapter\n"));
+    EXPECT_EQ(packetSockets().all, socketsBefore); // closed again
     measurement.stop(); // the closed handle is not touched
 }
 
