@@ -53,15 +53,18 @@ TEST(QueueDiagnostics, AfterAScanOnlyItsQueueIsReported)
 TEST(QueueDiagnostics, QueuesAreReportedInAFixedOrder)
 {
     const std::unique_ptr<gstImpl> pipeline = makePipeline();
+    pipeline->sendStream();
     pipeline->record("/dev/null");
     pipeline->scan();
     const std::vector<std::string> lines = queueLines(*pipeline);
-    ASSERT_EQ(lines.size(), 5u);
+    ASSERT_EQ(lines.size(), 7u);
     EXPECT_TRUE(beginsWith(lines[0], "m_pQueueTsParse maxbuffers= ")) << lines[0];
     EXPECT_TRUE(beginsWith(lines[1], "m_pQueueTsParse currentbuffers= ")) << lines[1];
     EXPECT_TRUE(beginsWith(lines[2], "m_pQueueRec maxbuffers= ")) << lines[2];
     EXPECT_TRUE(beginsWith(lines[3], "m_pQueueRec currentbuffers= ")) << lines[3];
-    EXPECT_EQ(lines[4], closingLine);
+    EXPECT_TRUE(beginsWith(lines[4], "m_pQueuePciesink maxbuffers= ")) << lines[4];
+    EXPECT_TRUE(beginsWith(lines[5], "m_pQueuePciesink currentbuffers= ")) << lines[5];
+    EXPECT_EQ(lines[6], closingLine);
 }
 
 TEST(QueueDiagnostics, PlayReportsItsTwoQueuesFirst)

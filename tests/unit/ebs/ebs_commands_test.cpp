@@ -4,6 +4,7 @@
 #include "media/gstimpl.h"
 #include "media/gstsource.h"
 #include "media/pciesource.h"
+#include "mediatest.h"
 #include "support/privatemachine.h"
 #include "support/ttyfixture.h"
 #include "system/mydata.h"
@@ -17,9 +18,7 @@ public:
     explicit TableSource(bool* deleted = nullptr)
         : m_deleted(deleted)
     {
-        GstElement* silent = gst_element_factory_make("fakesrc", nullptr);
-        g_object_set(silent, "num-buffers", 0, nullptr);
-        impl = new gstImpl(silent);
+        impl = new gstImpl(idleSource());
     }
     ~TableSource() override
     {
@@ -94,6 +93,49 @@ protected:
 
     RecordedPrograms programs;
     LogCapture log;
+};
+
+/// A source that plays, with its decoder in the test's hand.
+class EbsInfo : public EbsCommands
+{
+protected:
+    void SetUp() override
+    {
+        EbsCommands::SetUp();
+        if (IsSkipped())
+            return;
+        instance = new TableSource;
+        instance->play(1);
+        m_decoder = gst_bin_get_by_name(GST_BIN(m_watch.pipeline()), "decodebin1");
+        log.forget();
+    }
+
+    void TearDown() override
+    {
+        if (m_decoder)
+            gst_object_unref(m_decoder);
+        EbsCommands::TearDown();
+    }
+
+    /// An elementary stream that the decoder finds.
+    void find(const char* capsText)
+    {
+        GstPad* pad = GST_PAD(gst_object_ref_sink(gst_pad_new(nullptr, GST_PAD_SRC)));
+        EXPECT_TRUE(announceStream(m_decoder, pad, capsText));
+        gst_object_unref(pad);
+    }
+
+    /// A stream that the decoder has decoded.
+    void decode(const char* capsText)
+    {
+        GstCaps* caps = gst_caps_from_string(capsText);
+        exposeStream(m_decoder, "src_0", caps);
+        gst_caps_unref(caps);
+    }
+
+private:
+    PipelineWatch m_watch;
+    GstElement* m_decoder = nullptr;
 };
 
 const std::string emptyInfo = "*32_e.DI:0000_0000_0000_0000_0000_0000_0000_0000_$";
@@ -231,6 +273,26 @@ TEST_F(EbsCommands, InfoOfASourceThatDecodesNothingIsTheZeroFrame)
     instance = new TableSource; // its width and height are -1
     Uart_InfoEBS();
     EXPECT_EQ(reply(), emptyInfo);
+}
+
+TEST_F(EbsInfo, NamesCodecsAndSizeAndLogsThePicturesStreamFirst)
+{
+    find("video/x-h264, width=(int)1440");
+    find("audio/mpeg, mpegversion=(int)1, layer=(int)2");
+    decode("video/x-raw, width=(int)1440, height=(int)1080");
+    Uart_InfoEBS();
+    const std::string frame = "*32_e.DI:0002_05a0_0438_0000_0004_0000_0000_0000_$";
+    EXPECT_EQ(reply(), frame);
+    EXPECT_EQ(log.lines(),
+        (std::vector<std::string>{"INFoEBS\n", "video/x-h264, width=(int)1440",
+            "audio/mpeg, mpegversion=(int)1, layer=(int)2", frame}));
+}
+
+TEST_F(EbsInfo, ASizeBeyondTheFramesFourDigitsIsTheLargestOrZero)
+{
+    decode("video/x-raw, width=(int)65536, height=(int)-1080");
+    Uart_InfoEBS();
+    EXPECT_EQ(reply(), "*32_e.DI:0000_ffff_0000_0000_0000_0000_0000_0000_$");
 }
 
 TEST_F(EbsCommands, AudioLevelIsAcknowledgedOnly)

@@ -35,14 +35,7 @@ protected:
     }
 
     /// The answer to "shall decoding of this pad go on?".
-    bool goesOn(GstPad* pad, const char* capsText)
-    {
-        GstCaps* caps = gst_caps_from_string(capsText);
-        gboolean answer = FALSE;
-        g_signal_emit_by_name(decoder(), "autoplug-continue", pad, caps, &answer);
-        gst_caps_unref(caps);
-        return answer != FALSE;
-    }
+    bool goesOn(GstPad* pad, const char* capsText) { return announceStream(decoder(), pad, capsText); }
 
     GstPad* newPad(const char* name)
     {
@@ -54,15 +47,10 @@ protected:
     /// caps.
     void expose(const char* name, const char* capsText)
     {
-        GstPad* pad = gst_pad_new(name, GST_PAD_SRC);
-        gst_pad_set_active(pad, TRUE);
-        gst_pad_push_event(pad, gst_event_new_stream_start(name));
-        if (capsText) {
-            GstCaps* caps = gst_caps_from_string(capsText);
-            gst_pad_push_event(pad, gst_event_new_caps(caps));
+        GstCaps* caps = capsText ? gst_caps_from_string(capsText) : nullptr;
+        exposeStream(decoder(), name, caps);
+        if (caps)
             gst_caps_unref(caps);
-        }
-        gst_element_add_pad(decoder(), pad);
     }
 
     /// Name of the decoder's pad that the queue is linked to; empty when it is not linked.
@@ -308,6 +296,18 @@ TEST_F(Autoplug, APictureWithoutSizeLeavesItUnknown)
     expose("src_0", "video/x-raw, height=(int)480");
     EXPECT_EQ(object().getVideoDecodedWidth(), -1);
     EXPECT_EQ(object().getVideoDecodedHeight(), 480);
+}
+
+TEST_F(Autoplug, CapsOfAPadAreReleasedWithIt)
+{
+    for (const char* text : {"video/x-raw, width=(int)720", "audio/x-raw", "application/x-teletext"}) {
+        GstCaps* caps = gst_caps_from_string(text);
+        exposeStream(decoder(), "src_0", caps);
+        object().stop(); // the decoder goes, and its pads
+        EXPECT_EQ(GST_CAPS_REFCOUNT_VALUE(caps), 1) << text;
+        gst_caps_unref(caps);
+        object().play(program);
+    }
 }
 
 TEST_F(Autoplug, APadWithoutCapsIsIgnored)

@@ -253,6 +253,25 @@ bool MediaTest::reaches(GstState state, int timeoutMs) const
     return false;
 }
 
+bool announceStream(GstElement* decoder, GstPad* pad, const char* capsText)
+{
+    GstCaps* caps = gst_caps_from_string(capsText);
+    gboolean answer = FALSE;
+    g_signal_emit_by_name(decoder, "autoplug-continue", pad, caps, &answer);
+    gst_caps_unref(caps);
+    return answer != FALSE;
+}
+
+void exposeStream(GstElement* decoder, const char* padName, GstCaps* caps)
+{
+    GstPad* pad = gst_pad_new(padName, GST_PAD_SRC);
+    gst_pad_set_active(pad, TRUE);
+    gst_pad_push_event(pad, gst_event_new_stream_start(padName));
+    if (caps)
+        gst_pad_push_event(pad, gst_event_new_caps(caps));
+    gst_element_add_pad(decoder, pad);
+}
+
 std::string propertyText(GstElement* element, const char* name)
 {
     const GParamSpec* property = g_object_class_find_property(G_OBJECT_GET_CLASS(element), name);

@@ -90,6 +90,12 @@ private:
     std::unique_ptr<gstImpl> m_object;
 };
 
+/// Announces a stream to the daemon as decodebin does before it decodes it; tells whether decoding goes on.
+bool announceStream(GstElement* decoder, GstPad* pad, const char* capsText);
+
+/// Adds a pad to the decoder as it does with a decoded stream. Null leaves the pad without caps.
+void exposeStream(GstElement* decoder, const char* padName, GstCaps* caps);
+
 /// Value of a property as text, as GStreamer serialises it.
 std::string propertyText(GstElement* element, const char* name);
 
