@@ -64,6 +64,7 @@ ETHERNETMeasurement::ETHERNETMeasurement()
     , running(false)
     , filter("host 239.0.0.1 && port 1234")
     , protocol(protocolUdp)
+    , oldestRecord(0)
     , handleOpen(false)
 {
     qDebug("------------------pcap constr ------------------");
@@ -161,6 +162,7 @@ void ETHERNETMeasurement::stop()
     pthread_join(thread, nullptr);
     running = false;
     buffer->clear();
+    oldestRecord = 0;
 }
 
 void* ETHERNETMeasurement::doWork(void* self)
@@ -191,20 +193,29 @@ void ETHERNETMeasurement::onPacketReceived(
         measurement->delayFactorMs = result.closedPeriod->delayFactorMs;
         measurement->discontinuities = result.closedPeriod->discontinuities;
     }
-    if (const std::unique_lock<std::mutex> lock(measurement->bufferMutex, std::try_to_lock);
-        lock.owns_lock()) {
-        auto& records = *measurement->buffer;
-        if (records.size() == maxRecords)
-            records.erase(records.begin());
-        records.push_back(result.record);
-    }
+    if (const std::unique_lock<std::mutex> lock(measurement->bufferMutex, std::try_to_lock); lock.owns_lock())
+        measurement->keep(result.record);
     receptionStatistics.LastReceivedPacketTime = std::time(nullptr);
+}
+
+/// Nothing is moved for a new record, and nothing allocated: the storage has room for all.
+void ETHERNETMeasurement::keep(const pcap_measured_value_struct& record)
+{
+    if (buffer->size() < maxRecords) {
+        buffer->push_back(record);
+    } else {
+        (*buffer)[oldestRecord] = record;
+        oldestRecord = (oldestRecord + 1) % maxRecords;
+    }
 }
 
 void ETHERNETMeasurement::getBuffer(std::vector<pcap_measured_value_struct>* out)
 {
+    out->reserve(maxRecords); // not under the lock: each frame that comes meanwhile loses its record
     const std::lock_guard<std::mutex> lock(bufferMutex);
-    *out = *buffer;
+    const auto oldest = buffer->begin() + static_cast<std::ptrdiff_t>(oldestRecord);
+    out->assign(oldest, buffer->end());
+    out->insert(out->end(), buffer->begin(), oldest);
 }
 
 void ETHERNETMeasurement::getMeasure(std::vector<int>* out)

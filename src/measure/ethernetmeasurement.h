@@ -52,7 +52,8 @@ public:
 
     pcap_t* handle; ///< owned by the capture thread, which closes it; stale from then on
     pthread_t thread; ///< valid while `running`
-    /// At most 1024 records, in the storage of the start.
+    /// At most 1024 records, in the storage of the start. Once they are so many, the newest one takes the
+    /// place of the oldest: getBuffer() knows their order.
     std::unique_ptr<std::vector<pcap_measured_value_struct>> buffer;
     std::atomic<std::int64_t> delayFactorMs; ///< of the last closed period
     std::atomic<std::int64_t> discontinuities; ///< continuity errors of the last closed period
@@ -68,7 +69,11 @@ public:
 private:
     bool open(const char* device);
     bool installFilter(bpf_u_int32 net);
+    void keep(const pcap_measured_value_struct& record);
 
+    /// Place of the oldest record in `buffer`, which the next one takes when that is full; guarded by
+    /// bufferMutex.
+    std::size_t oldestRecord;
     std::mutex handleMutex; ///< keeps a stop from reaching for a handle that the capture thread is closing
     bool handleOpen; ///< guarded by handleMutex; false once the loop has ended, by a stop or by an error
 };

@@ -65,10 +65,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
-    static ETHERNETMeasurement measurement;
     receptionStatistics.~ReceptionStatistics(); // each input begins anew
     new (&receptionStatistics) ReceptionStatistics;
-    measurement.buffer->clear();
+    ETHERNETMeasurement measurement;
 
     Input input(bytes, size);
     measurement.protocol = static_cast<protocol>(input.byte() & 3U);

@@ -190,6 +190,34 @@ TEST_F(Capture, StopEmptiesTheRecordsAndKeepsTheirStorage)
     EXPECT_EQ(receptionStatistics.oldTimestamp, lastFrame); // the period carries on
 }
 
+// The place of the oldest record begins anew as well.
+TEST_F(Capture, KeepsTheRecordsInOrderWhenItIsStartedAgain)
+{
+    ASSERT_TRUE(addEth0());
+    for (int run = 0; run < 3; ++run) {
+        const std::int64_t before = receptionStatistics.oldTimestamp;
+        measurement.start();
+        ASSERT_TRUE(measurement.running);
+        FrameSender uplink("uplink");
+        std::int64_t first = 0;
+        const auto someAreOverwritten = [&] {
+            uplink.send(sevenPackets, 200);
+            const auto kept = records();
+            if (first == 0 && !kept.empty())
+                first = kept.front().timestamp;
+            return kept.size() == 1024 && kept.front().timestamp > first;
+        };
+        EXPECT_TRUE(eventually(someAreOverwritten)) << "run " << run;
+        const auto kept = records();
+        EXPECT_GT(first, before);
+        EXPECT_TRUE(std::is_sorted(kept.begin(), kept.end(),
+            [](const auto& one, const auto& next) { return one.timestamp < next.timestamp; }))
+            << "run " << run;
+        measurement.stop();
+        EXPECT_TRUE(records().empty());
+    }
+}
+
 TEST_F(Capture, WithVlanTheFirstVlanInterfaceIsTakenWhateverTheId)
 {
     ASSERT_TRUE(addEth0());

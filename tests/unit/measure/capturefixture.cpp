@@ -73,11 +73,11 @@ void Capture::send(const char* interface, const Bytes& frame)
     EXPECT_EQ(FrameSender(interface).send(frame), 1u);
 }
 
-std::size_t Capture::recordCount()
+std::vector<pcap_measured_value_struct> Capture::records()
 {
-    std::vector<pcap_measured_value_struct> records;
-    measurement.getBuffer(&records);
-    return records.size();
+    std::vector<pcap_measured_value_struct> out;
+    measurement.getBuffer(&out);
+    return out;
 }
 
 std::ptrdiff_t Capture::logCount(const char* line)

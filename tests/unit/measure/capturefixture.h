@@ -36,7 +36,8 @@ protected:
 
     static bool addEth0();
     static void send(const char* interface, const Bytes& frame);
-    std::size_t recordCount();
+    std::vector<pcap_measured_value_struct> records();
+    std::size_t recordCount() { return records().size(); }
     bool logHas(const char* line) { return log.contains(line); }
     std::ptrdiff_t logCount(const char* line);
 

@@ -1,53 +1,8 @@
 // The callback and the readers of the results, without an interface.
-#include "frames.h"
-#include "measure/ethernetmeasurement.h"
-#include "support/ttyfixture.h"
+#include "measurementfixture.h"
 
-#include <cstring>
-#include <gtest/gtest.h>
 #include <memory>
-#include <new>
 #include <thread>
-
-namespace {
-
-/// Each test begins from the statistics of a fresh process.
-class Measurement : public ::testing::Test
-{
-protected:
-    Measurement()
-    {
-        receptionStatistics.~ReceptionStatistics();
-        new (&receptionStatistics) ReceptionStatistics;
-    }
-
-    void receive(const Bytes& frame, std::int64_t microseconds)
-    {
-        const pcap_pkthdr header = headerOf(frame, microseconds);
-        ETHERNETMeasurement::onPacketReceived(
-            reinterpret_cast<unsigned char*>(&measurement), &header, frame.data());
-    }
-
-    std::vector<int> values()
-    {
-        std::vector<int> out{99};
-        measurement.getMeasure(&out);
-        return out;
-    }
-
-    std::vector<pcap_measured_value_struct> records()
-    {
-        std::vector<pcap_measured_value_struct> out(3);
-        measurement.getBuffer(&out);
-        return out;
-    }
-
-    LogCapture log;
-    ETHERNETMeasurement measurement;
-    const Bytes sevenPackets = datagram(protocolUdp, Bytes(1316));
-};
-
-} // namespace
 
 TEST_F(Measurement, StartsIdleWithTheDefaultStream)
 {
@@ -120,42 +75,6 @@ TEST_F(Measurement, NowhereToWriteTheMeasureIsAccepted)
     EXPECT_EQ(values().size(), 7u);
 }
 
-TEST_F(Measurement, Record1025PushesOutTheFirstWithoutNewStorage)
-{
-    const auto* const storage = measurement.buffer->data();
-    for (int i = 1; i <= 1025; ++i)
-        receive(sevenPackets, 1'000'000 + i);
-    const auto kept = records();
-    ASSERT_EQ(kept.size(), 1024u);
-    EXPECT_EQ(kept.front().timestamp, 1'000'002);
-    EXPECT_EQ(kept.back().timestamp, 1'001'025);
-    EXPECT_EQ(measurement.buffer->data(), storage);
-    EXPECT_EQ(measurement.buffer->capacity(), 1024u);
-}
-
-TEST_F(Measurement, ReadingTheRecordsLeavesThem)
-{
-    receive(sevenPackets, 1'000'000);
-    receive(sevenPackets, 1'001'002);
-    EXPECT_EQ(records().size(), 2u);
-    const auto again = records();
-    ASSERT_EQ(again.size(), 2u);
-    EXPECT_EQ(again[1].interArrival, 1002);
-}
-
-TEST_F(Measurement, RecordIsDroppedWhileAReaderHoldsTheLockAndTheResultsStillCount)
-{
-    {
-        const std::lock_guard<std::mutex> reader(measurement.bufferMutex);
-        std::thread capture([this] { receive(sevenPackets, 1'000'000'000); });
-        capture.join(); // would hang if the callback waited
-    }
-    EXPECT_TRUE(records().empty());
-    EXPECT_EQ(values()[5], 7);
-    receive(sevenPackets, 1'000'001'000);
-    EXPECT_EQ(records().size(), 1u);
-}
-
 TEST_F(Measurement, StatisticsAreSharedByAllMeasurements)
 {
     receive(sevenPackets, 1'000'000'000);
@@ -167,20 +86,4 @@ TEST_F(Measurement, StatisticsAreSharedByAllMeasurements)
     other.getBuffer(&out);
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0].interArrival, 300);
-}
-
-TEST_F(Measurement, IsReadWhileItReceives)
-{
-    std::thread capture([this] {
-        for (int i = 1; i <= 20000; ++i)
-            receive(sevenPackets, 1'000'000'000 + i * 1000);
-    });
-    for (int i = 0; i < 200; ++i) {
-        EXPECT_EQ(values().back(), 10);
-        const auto seen = records();
-        for (std::size_t n = 1; n < seen.size(); ++n)
-            EXPECT_LT(seen[n - 1].timestamp, seen[n].timestamp);
-    }
-    capture.join();
-    EXPECT_EQ(values()[1], 10'864'000);
 }
