@@ -20,16 +20,21 @@ inline std::int64_t clampToInt64(WideInteger value)
 
 inline std::int64_t clampedAdd(std::int64_t a, std::int64_t b)
 {
-    return clampToInt64(WideInteger(a) + b);
+    std::int64_t sum = 0;
+    return __builtin_add_overflow(a, b, &sum) ? clampToInt64(WideInteger(a) + b) : sum;
 }
 
 inline std::int64_t clampedSubtract(std::int64_t a, std::int64_t b)
 {
-    return clampToInt64(WideInteger(a) - b);
+    std::int64_t difference = 0;
+    return __builtin_sub_overflow(a, b, &difference) ? clampToInt64(WideInteger(a) - b) : difference;
 }
 
-/// a * b / divisor, truncated towards zero. `divisor` is not zero.
+/// a * b / divisor, truncated towards zero. `divisor` is above zero. The products of real streams fit into 64
+/// bits, whose division costs a fraction of that of 128.
 inline std::int64_t clampedScale(std::int64_t a, std::int64_t b, std::int64_t divisor)
 {
-    return clampToInt64(WideInteger(a) * b / divisor);
+    std::int64_t product = 0;
+    return __builtin_mul_overflow(a, b, &product) ? clampToInt64(WideInteger(a) * b / divisor)
+                                                  : product / divisor;
 }

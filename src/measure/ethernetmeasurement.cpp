@@ -50,6 +50,14 @@ void configure(pcap_t* handle)
         fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
+/// A store that other threads see in order is dear, and most frames change no result. The capture thread
+/// alone writes them.
+template <typename Value> void storeChanged(std::atomic<Value>& result, Value value)
+{
+    if (result.load(std::memory_order_relaxed) != value)
+        result = value;
+}
+
 } // namespace
 
 ETHERNETMeasurement::ETHERNETMeasurement()
@@ -186,8 +194,8 @@ void ETHERNETMeasurement::onPacketReceived(
 {
     auto* const measurement = reinterpret_cast<ETHERNETMeasurement*>(self);
     const FrameMeasurement result = receptionStatistics.addFrame(measurement->protocol, *header, frame);
-    measurement->tsPacketSize = result.layout.size;
-    measurement->tsPacketsPerDatagram = result.layout.count;
+    storeChanged(measurement->tsPacketSize, result.layout.size);
+    storeChanged(measurement->tsPacketsPerDatagram, result.layout.count);
     if (result.closedPeriod) {
         measurement->lastBitrate = result.closedPeriod->bitrate;
         measurement->delayFactorMs = result.closedPeriod->delayFactorMs;
@@ -195,7 +203,7 @@ void ETHERNETMeasurement::onPacketReceived(
     }
     if (const std::unique_lock<std::mutex> lock(measurement->bufferMutex, std::try_to_lock); lock.owns_lock())
         measurement->keep(result.record);
-    receptionStatistics.LastReceivedPacketTime = std::time(nullptr);
+    storeChanged(receptionStatistics.LastReceivedPacketTime, std::time(nullptr));
 }
 
 /// Nothing is moved for a new record, and nothing allocated: the storage has room for all.
