@@ -4,11 +4,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 int main(int argc, char** argv)
 {
     const long count = argc > 1 ? std::strtol(argv[1], nullptr, 10) : 50000;
     const auto frames = streamFrames(FrameOptions{});
+    FrameRing ring(frames);
+    std::thread([] {}).join(); // a process that never had a second thread has cheaper locks than the daemon
     ETHERNETMeasurement measurement;
     pcap_pkthdr header{};
     header.ts.tv_sec = 1600000000;
@@ -19,8 +22,8 @@ int main(int argc, char** argv)
             header.ts.tv_usec -= 1000000;
             ++header.ts.tv_sec;
         }
-        ETHERNETMeasurement::onPacketReceived(reinterpret_cast<unsigned char*>(&measurement), &header,
-            frames[static_cast<std::size_t>(i) % frameCycle].data());
+        ETHERNETMeasurement::onPacketReceived(
+            reinterpret_cast<unsigned char*>(&measurement), &header, ring.next());
     }
     std::printf("%ld frames, %zu records\n", count, measurement.buffer->size());
     return 0;

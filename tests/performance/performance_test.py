@@ -10,7 +10,7 @@ FOLDER = os.path.dirname(os.path.realpath(__file__))
 REPOSITORY = os.path.dirname(os.path.dirname(FOLDER))
 sys.dont_write_bytecode = True
 sys.path.insert(0, FOLDER)
-from perflib import bench, report, streams, tables  # noqa: E402
+from perflib import bench, capture, framecost, report, streams, tables  # noqa: E402
 
 
 def sections_of(data):
@@ -73,6 +73,52 @@ class Figures(unittest.TestCase):
         self.assertTrue(tables.met_without_loss(0, 99000, 100000))
         self.assertIsNone(tables.met_without_loss(0, 50000, 100000))
         self.assertFalse(tables.met_without_loss(1, 50000, 100000))
+
+
+CALLGRIND = """desc: D1 cache: 32768 B, 64 B, 8-way associative
+events: Ir Dr Dw I1mr D1mr D1mw ILmr DLmr DLmw
+fn=outer(int, char const*)
+10 30 5 5 1 2 1 0 0 1
+11 10
+cfn=inner
+calls=2 4
+12 60 10 20 0 4
+fn=inner
+4 60 10 20 0 4
+summary: 100 15 25 1 6 1 0 0 1
+"""
+
+
+class Callgrind(unittest.TestCase):
+    def test_counts_are_those_of_a_frame_and_calls_count_where_they_lead(self):
+        counts = framecost.counts_of(CALLGRIND.splitlines(keepends=True), 10)
+        self.assertEqual(counts["symbols"], {"outer": 4, "inner": 6})
+        self.assertEqual(counts["cache"], "32 KiB, 8 ways")
+        self.assertAlmostEqual(framecost.model_cycles(counts), (100 + 10 * 8 + 100) / 10)
+
+    def test_a_report_has_a_row_for_each_cache_and_one_without_callgrind_has_none(self):
+        counts = framecost.counts_of(CALLGRIND.splitlines(keepends=True), 10)
+        raw = {"times": [{"wholeCallback/7": 50.5, "streamAlone": 0.5}], "callgrind": {"32 KiB": counts}}
+        text = framecost.report(raw, {})
+        self.assertIn("| 32 KiB, 8 ways | 10 | 4 | 0.7 | 28 |", text)
+        self.assertIn("in at most 50 ns: **met** (50.0 ns", text)
+        del raw["callgrind"]
+        self.assertNotIn("| 32 KiB", framecost.report(raw, {}))
+
+
+class Capture(unittest.TestCase):
+    def test_each_aim_is_told_by_its_own_rate(self):
+        def runs(processor, lost=0):
+            return [{"rate": 199000, "sent": 1000, "lost": lost, "cpu_per_million": processor}]
+
+        raw = {tool: {} for tool in capture.TITLES}
+        raw["ours"] = {"100000": runs(1.05), "200000": runs(3)}
+        raw["bare"] = {"100000": runs(1), "200000": runs(1)}
+        text = capture.report(raw, {})
+        self.assertIn("no loss at 200,000 datagrams a second: **met**", text)
+        self.assertIn("CPU at most 1.05 times the bare counter at 100,000 a second: **met**", text)
+        raw["ours"] = {"100000": runs(1.06), "200000": runs(1, lost=1)}
+        self.assertEqual(capture.report(raw, {}).count("**not met**"), 2)
 
 
 class Page(unittest.TestCase):

@@ -1,5 +1,6 @@
 #include "streamframes.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstddef>
 #include <stdexcept>
@@ -88,4 +89,36 @@ std::vector<Frame> streamFrames(const FrameOptions& options)
         appendPackets(frame, options.packets, counter);
     }
     return frames;
+}
+
+namespace {
+
+// What libpcap asks of the kernel for an Ethernet interface; "ss -0 -e" shows it.
+constexpr std::size_t ringSlots = 1310;
+constexpr std::size_t pageBytes = 4096;
+constexpr std::size_t slotBytes = 1600;
+constexpr std::size_t slotHeaderBytes = 70;
+
+std::size_t placeInRing(std::size_t slot)
+{
+    return slot / 2 * pageBytes + slot % 2 * slotBytes + slotHeaderBytes;
+}
+
+} // namespace
+
+FrameRing::FrameRing(const std::vector<Frame>& frames)
+    : m_memory(ringSlots / 2 * pageBytes)
+{
+    for (std::size_t slot = 0; slot < ringSlots; ++slot) {
+        const Frame& frame = frames[slot % frames.size()];
+        std::copy(
+            frame.begin(), frame.end(), m_memory.begin() + static_cast<std::ptrdiff_t>(placeInRing(slot)));
+    }
+}
+
+const unsigned char* FrameRing::next()
+{
+    const unsigned char* const frame = &m_memory[placeInRing(m_next)];
+    m_next = m_next + 1 == ringSlots ? 0 : m_next + 1;
+    return frame;
 }

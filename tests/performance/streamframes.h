@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -24,3 +25,16 @@ struct FrameOptions
 /// of a frame's packets has a PID of its own (ISO/IEC 13818-1, 2.4.3.2), from 0x100 on. The IPv4 header has
 /// its checksum; UDP goes without.
 std::vector<std::vector<unsigned char>> streamFrames(const FrameOptions& options);
+
+/// The frames over and over where libpcap's ring has them: two in a page, each behind what the kernel tells
+/// about it, 2.7 MB in all. When a place comes again, the nearer caches of a processor have long lost it.
+class FrameRing
+{
+public:
+    explicit FrameRing(const std::vector<std::vector<unsigned char>>& frames);
+    const unsigned char* next();
+
+private:
+    std::vector<unsigned char> m_memory;
+    std::size_t m_next = 0;
+};

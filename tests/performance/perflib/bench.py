@@ -64,7 +64,7 @@ class Bench:
 
 def _text(value):
     return ", ".join(f"{key} {number:.6g}" if isinstance(number, float) else f"{key} {number}"
-                     for key, number in value.items())
+                     for key, number in value.items() if not isinstance(number, dict))
 
 
 def median(values, key):

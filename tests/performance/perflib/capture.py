@@ -13,8 +13,9 @@ from .processes import Program, run_json
 from .tables import met_without_loss, number, seconds_per_million, table, times, verdict
 
 FILTER = "host 239.0.0.1 && port 1234"
-AIM_RATE = 100000
-AIM_RATIO = 1.6
+AIM_RATE = 200000
+RATIO_RATE = 100000
+AIM_RATIO = 1.05
 TITLES = {"ours": "tessary, full statistics", "bare": "bare pcap_loop counter", "tcpdump": "tcpdump -w /dev/null",
           "tcpdump-now": "tcpdump --immediate-mode -w /dev/null", "tshark": "tshark -q, no decoding",
           "tshark-ts": "tshark, TS decoded, a line for each frame"}
@@ -22,10 +23,11 @@ TITLES = {"ours": "tessary, full statistics", "bare": "bare pcap_loop counter", 
 
 def _rates(quick):
     if quick:
-        return {"ours": [10000, 100000], "bare": [10000, 100000], "tcpdump": [100000], "tcpdump-now": [100000],
-                "tshark": [100000], "tshark-ts": [25000]}
-    most = [10000, 25000, 50000, 75000, 100000, 125000, 150000]
-    return {"ours": most, "bare": most, "tcpdump": [25000, 100000, 150000],
+        few = [10000, 100000, 200000]
+        return {"ours": few, "bare": few, "tcpdump": [100000], "tcpdump-now": [100000], "tshark": [100000],
+                "tshark-ts": [25000]}
+    most = [10000, 25000, 50000, 75000, 100000, 125000, 150000, 200000]
+    return {"ours": most, "bare": most, "tcpdump": [25000, 100000, 200000],
             "tcpdump-now": [100000], "tshark": [25000, 100000], "tshark-ts": [25000]}
 
 
@@ -125,10 +127,18 @@ def measure(bench):
                  "tshark": lambda rate: _tshark(bench, cable, rate, False),
                  "tshark-ts": lambda rate: _tshark(bench, cable, rate, True)}
         for rate in sorted({rate for some in rates.values() for rate in some}):
-            wanted = {tool: (lambda t=tool, r=rate: tools[t](r)) for tool in TITLES if rate in rates[tool]}
-            for tool, values in bench.rounds(f"capture at {rate}/s", wanted).items():
-                raw[tool][str(rate)] = values
+            for some, runs in _shares(rate, bench.runs):
+                wanted = {tool: (lambda t=tool, r=rate: tools[t](r)) for tool in some if rate in rates[tool]}
+                for tool, values in bench.rounds(f"capture at {rate}/s", wanted, runs).items():
+                    raw[tool][str(rate)] = values
     return raw
+
+
+def _shares(rate, runs):
+    """[(tools, runs)]: the two whose ratio is an aim run more often at its rate, for they differ by less than the runs do."""
+    if rate != RATIO_RATE:
+        return [(list(TITLES), runs)]
+    return [(["ours", "bare"], 3 * runs), ([tool for tool in TITLES if tool not in ("ours", "bare")], runs)]
 
 
 def _row(raw, tool, rate):
@@ -146,7 +156,7 @@ def _losses(ours, bare):
             f"{number(worst(ours, 'lost'))} of {number(median(ours, 'sent'))} datagrams")
     if worst(ours, "lost") and bare:
         text += (f"; the bare counter lost {number(median(bare, 'lost'))}, worst run {number(worst(bare, 'lost'))}: the "
-                 "kernel's ring, which both have, holds little more than ten milliseconds at this rate, and its reader did "
+                 "kernel's ring, which both have, holds less than seven milliseconds at this rate, and its reader did "
                  "not get a processor for longer than that")
     return text
 
@@ -156,17 +166,18 @@ def report(raw, _results):
     rates = sorted({int(rate) for some in raw.values() for rate in some})
     rows = [row for rate in rates for tool in TITLES if (row := _row(raw, tool, rate))]
     head = ["", "datagrams/s", "really sent/s", "lost, median", "lost, worst run", "CPU s per million", "to bare counter"]
-    ours = raw["ours"].get(str(AIM_RATE), [])
-    bare = raw["bare"].get(str(AIM_RATE), [])
-    share = ratio(median(ours, "cpu_per_million"), median(bare, "cpu_per_million"))
+    ours, bare = (raw[tool].get(str(AIM_RATE), []) for tool in ("ours", "bare"))
     lost = median(ours, "lost")
+    compared, with_bare = (raw[tool].get(str(RATIO_RATE), []) for tool in ("ours", "bare"))
+    share = ratio(median(compared, "cpu_per_million"), median(with_bare, "cpu_per_million"))
     return "\n".join([
         table(head, rows), "",
-        verdict(f"no loss at {AIM_RATE:,} datagrams a second", met_without_loss(lost, median(ours, "rate"), AIM_RATE), _losses(ours, bare)),
-        verdict(f"CPU at most {AIM_RATIO} times the bare counter at {AIM_RATE:,} a second",
+        verdict(f"no loss at {AIM_RATE:,} datagrams a second", met_without_loss(lost, median(ours, "rate"), AIM_RATE),
+                _losses(ours, bare)),
+        verdict(f"CPU at most {AIM_RATIO} times the bare counter at {RATIO_RATE:,} a second",
                 None if share is None else share <= AIM_RATIO,
-                f"{times(share)}; seconds per million of the runs: {span(ours, 'cpu_per_million', 2)}, bare "
-                f"{span(bare, 'cpu_per_million', 2)}")])
+                f"{times(share)}; seconds per million of the {len(compared)} runs: {span(compared, 'cpu_per_million', 2)}, bare "
+                f"{span(with_bare, 'cpu_per_million', 2)}")])
 
 
 def plot(raw, folder):
