@@ -35,7 +35,8 @@ int system_config::UpdateBootPartition()
 
 int system_config::special_debug(const char* buffer, int length)
 {
-    const int console = open("/dev/ttymxc0", O_RDWR | O_NOCTTY | O_NONBLOCK);
+    // Closed in a program that another thread starts meanwhile: it would keep the console.
+    const int console = open("/dev/ttymxc0", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     // A console that is absent or full loses the message: diagnostics never hold up the daemon.
     [[maybe_unused]] const ssize_t written = write(console, buffer, static_cast<size_t>(length));
     return close(console);

@@ -3,12 +3,28 @@
 #include "support/privatemachine.h"
 #include "support/ttyfixture.h"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 
 namespace fs = std::filesystem;
 using Calls = std::vector<std::string>;
+
+namespace {
+
+/// Flags of the descriptor that was closed last, as fcntl(F_GETFD) gives them.
+int lastClosedFlags = -1;
+
+} // namespace
+
+int realClose(int fd) __asm__("__real_close");
+int closeAndNote(int fd) __asm__("__wrap_close");
+int closeAndNote(int fd)
+{
+    lastClosedFlags = fcntl(fd, F_GETFD);
+    return realClose(fd);
+}
 
 namespace {
 
@@ -96,6 +112,12 @@ TEST_F(Console, AnEmptyMessageWritesNothing)
 {
     EXPECT_EQ(systconf.special_debug("", 0), 0);
     EXPECT_EQ(console().readUntilQuiet(), "");
+}
+
+TEST_F(Console, AProgramStartedMeanwhileDoesNotKeepIt)
+{
+    EXPECT_EQ(systconf.special_debug("x", 1), 0);
+    EXPECT_EQ(lastClosedFlags, FD_CLOEXEC);
 }
 
 TEST(ConsoleAbsent, TheMessageIsLostSilently)
