@@ -7,8 +7,22 @@
 #include "system/version.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <QString>
 #include <QtDebug>
+
+namespace {
+
+/// Sets the variable unless it has the value already: GStreamer's threads may be reading the environment, and
+/// each change of it is a risk to them.
+void ensureEnvironment(const char* name, const char* value)
+{
+    const char* present = getenv(name);
+    if (!present || std::strcmp(present, value) != 0)
+        setenv(name, value, 1);
+}
+
+} // namespace
 
 std::string versionLine()
 {
@@ -36,7 +50,7 @@ int Uart_ConsoleCommand(std::string command)
     qDebug() << "Console command :" << command.c_str() << Qt::endl;
     // In the daemon's own environment, so that graphical programs started now or later find the compositor of
     // root.
-    setenv("QT_QPA_PLATFORM", "wayland", 1);
-    setenv("XDG_RUNTIME_DIR", "/run/user/0", 1);
+    ensureEnvironment("QT_QPA_PLATFORM", "wayland");
+    ensureEnvironment("XDG_RUNTIME_DIR", "/run/user/0");
     return runShell(command);
 }

@@ -7,6 +7,7 @@
 #include "system/system_config.h"
 
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -99,6 +100,20 @@ TEST_F(MaintenanceCommands, ConsoleCommandsEnvironmentStaysForLaterChildren)
     EXPECT_STREQ(getenv("QT_QPA_PLATFORM"), "wayland");
     EXPECT_STREQ(getenv("XDG_RUNTIME_DIR"), "/run/user/0");
     EXPECT_EQ(systconf.Ping("echo $XDG_RUNTIME_DIR"), "/run/user/0\n");
+}
+
+TEST_F(MaintenanceCommands, AnEnvironmentThatIsRightIsLeftAloneByALaterConsoleCommand)
+{
+    // Texts of the test's own: setting the variable again would put another text in their place.
+    char platform[] = "QT_QPA_PLATFORM=wayland";
+    char runtimeFolder[] = "XDG_RUNTIME_DIR=/run/user/0";
+    putenv(platform);
+    putenv(runtimeFolder);
+    Uart_ConsoleCommand("true");
+    EXPECT_EQ(getenv("QT_QPA_PLATFORM"), std::strchr(platform, '=') + 1);
+    EXPECT_EQ(getenv("XDG_RUNTIME_DIR"), std::strchr(runtimeFolder, '=') + 1);
+    unsetenv("QT_QPA_PLATFORM");
+    unsetenv("XDG_RUNTIME_DIR");
 }
 
 TEST_F(MaintenanceCommands, ConsoleCommandReturnsTheWaitStatus)
