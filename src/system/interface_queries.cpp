@@ -39,6 +39,13 @@ std::string queryAddress(unsigned long ioctlRequest)
     return std::string(inet_ntoa(address.sin_addr)) + "\n";
 }
 
+/// The text and errno as it is at the call: making a log line may change it.
+void logError(const char* text)
+{
+    const int error = errno;
+    qDebug() << text << error;
+}
+
 } // namespace
 
 void system_config::SetupInterfaceIP(MyData* d)
@@ -65,10 +72,10 @@ bool system_config::ethernetConneted()
 {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (fd < 0)
-        qDebug() << "Socket failed. Errno =" << errno;
+        logError("Socket failed. Errno =");
     ifreq request = requestFor(data);
     if (ioctl(fd, SIOCGIFFLAGS, &request) < 0)
-        qDebug() << "Ioctl failed. Errno =" << errno;
+        logError("Ioctl failed. Errno =");
     close(fd);
     return (request.ifr_flags & IFF_UP) && (request.ifr_flags & IFF_RUNNING);
 }

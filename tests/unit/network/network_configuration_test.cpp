@@ -1,5 +1,6 @@
 // What NetworkManager is told (recorded), and what the kernel is asked about the wired interface (real ones
 // of a private network namespace).
+#include "support/allocations.h"
 #include "support/privatemachine.h"
 #include "support/privatenetwork.h"
 #include "support/ttyfixture.h"
@@ -8,6 +9,7 @@
 
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <sys/resource.h>
 
 namespace {
 
@@ -209,6 +211,21 @@ TEST_F(InterfaceQueries, AbsentInterfaceHasNoLinkAndIsLogged)
 {
     EXPECT_FALSE(systconf.ethernetConneted());
     EXPECT_TRUE(log.contains("Ioctl failed. Errno = 19")); // ENODEV
+}
+
+TEST_F(InterfaceQueries, TheLoggedErrorIsTheCallsWhateverLoggingDoesToErrno)
+{
+    const allocations::ErrnoClearing clearing; // the logger allocates
+    EXPECT_FALSE(systconf.ethernetConneted());
+    EXPECT_TRUE(log.contains("Ioctl failed. Errno = 19")) << log.lines().back();
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_FALSE(systconf.ethernetConneted());
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_TRUE(log.contains("Socket failed. Errno = 24")); // EMFILE
+    EXPECT_TRUE(log.contains("Ioctl failed. Errno = 9")); // EBADF
 }
 
 TEST_F(InterfaceQueries, WithVlanTheSubInterfaceIsAsked)

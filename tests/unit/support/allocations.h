@@ -1,0 +1,17 @@
+#pragma once
+
+/// What the program allocates with operator new. A test program that lists allocations.cpp among its sources
+/// has its own operators, which serve the libraries, too.
+namespace allocations {
+
+/// While the object lives, every allocation leaves 0 in errno, as any successful call may.
+class ErrnoClearing
+{
+public:
+    ErrnoClearing();
+    ~ErrnoClearing();
+    ErrnoClearing(const ErrnoClearing&) = delete;
+    ErrnoClearing& operator=(const ErrnoClearing&) = delete;
+};
+
+} // namespace allocations
