@@ -36,7 +36,8 @@ public Q_SLOTS:
 
 private:
     QTimer m_timer;
-    socketcom* m_pSocket; ///< owned while DAB mode is entered or active
+    /// Owned in DAB mode; after a failed start the last link that failed, which stays as it is; else null.
+    socketcom* m_pSocket;
     bool m_dabStarted;
     char m_dabPrefix[3]; ///< never read: part of the record all the same
     std::uint16_t m_dabPrefixLength; ///< never read: part of the record all the same

@@ -44,10 +44,10 @@ void Uart_SetInterface(std::string argument);
 /// Replies what ifconfig prints of eth0 and then what ethtool prints of it from "Speed" on; the same goes to
 /// the debug console. Throws std::out_of_range when ethtool names no speed.
 void Uart_IpStatus();
-/// Stops the player, sees to a capture of the server's stream and replies the inter-arrival times gathered
-/// since the last question, in microseconds, as "998;1002;"; not a byte when there are none yet, which is so
-/// for the question that starts the capture. "not connected\n" without link. A capture that can not be
-/// started is not told: it has no times.
+/// Stops the player, sees to a capture of the server's stream and replies the inter-arrival times of its last
+/// 1024 frames, oldest first, in microseconds, as "998;1002;"; a question soon after gets many of them again.
+/// Not a byte when there are none yet, which is so for the question that starts the capture. "not
+/// connected\n" without link. A capture that can not be started is not told: it has no times.
 void Uart_GetIAT();
 /// Stops the player, sees to a capture as Uart_GetIAT does and replies seven 32-bit numbers, raw,
 /// little-endian: stream present, bit rate, delay factor in ms, continuity errors, bytes of a TS packet, TS

@@ -12,8 +12,7 @@ enum protocol : std::int32_t {
 };
 
 /// The process-wide settings record. It starts from fixed defaults at every start and changes only by
-/// command; nothing is stored. Main thread only, except that stream sources read `vlan` and `vlanId` while
-/// they are built (main thread too).
+/// command; nothing is stored. Main thread only.
 struct MyData
 {
     protocol serverProtocol = protocolUdp;
