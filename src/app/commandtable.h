@@ -9,7 +9,7 @@ struct CommandRow
     bool (*condition)(const Worker& worker); ///< null: the row always holds
     /// `text` is the command in the burst's buffer: NUL-terminated, writable, followed by enough zero bytes
     /// that fixed offsets behind the word stay inside the buffer. May throw; the dispatcher logs what it
-    /// throws. Null: the word is matched and ignored.
+    /// throws.
     void (*handler)(Worker& worker, char* text);
 };
 
