@@ -29,11 +29,15 @@ template <void (*handler)(std::string)> void callWithIndex(Worker&, char* text)
     handler(std::string(text + 9));
 }
 
+/// The link watch renews the multicast membership, also of a server whose address is stored when its T2-MI
+/// fields turn out to be no numbers.
 void setServerAndRequestJoin(Worker&, char* text)
 {
+    const struct JoinRequest
+    {
+        ~JoinRequest() { net.joinRequested.store(true, std::memory_order_release); }
+    } onEveryWayOut;
     Uart_SetServer(std::string(text + 7));
-    // The link watch renews the multicast membership.
-    net.joinRequested.store(true, std::memory_order_release);
 }
 
 bool dabStarted(const Worker& worker)

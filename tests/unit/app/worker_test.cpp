@@ -168,6 +168,18 @@ TEST_F(Dispatcher, ServerRaisesTheJoinRequest)
     EXPECT_TRUE(net.joinRequested);
 }
 
+TEST_F(Dispatcher, AServerThatIsStoredInPartRaisesTheJoinRequestToo)
+{
+    for (const char* pair : {"", " 64", " x 1", " 64 x"}) {
+        data.serverAddress = "239.0.0.1";
+        net.joinRequested = false;
+        EXPECT_EQ(cycle("server=UDP_T2MI 239.9.9.9 1000"s + pair + "\n"), "");
+        EXPECT_EQ(data.serverAddress, "239.9.9.9") << pair;
+        EXPECT_TRUE(net.joinRequested) << pair;
+    }
+    EXPECT_TRUE(log().contains("command \"server=\" failed: stoi"));
+}
+
 TEST_F(Dispatcher, AHandlerThatThrowsIsLoggedAndAnsweredWithSilence)
 {
     EXPECT_EQ(cycle("server=UDP_T2MI 239.0.0.1 1234\n"), "");
