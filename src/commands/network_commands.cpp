@@ -5,6 +5,7 @@
 #include "media/gstsource.h"
 #include "system/mydata.h"
 #include "system/network.h"
+#include "system/program.h"
 #include "system/system_config.h"
 #include "system/text.h"
 
@@ -12,9 +13,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <QProcess>
-#include <QString>
-#include <QStringList>
 #include <QtDebug>
 #include <string>
 #include <vector>
@@ -26,16 +24,6 @@ std::string upToSemicolon(const std::string& text, std::size_t begin)
 {
     const std::size_t end = text.find(';', begin);
     return text.substr(begin, end == std::string::npos ? end : end - begin);
-}
-
-/// `commandLine` begins with a program name.
-void runProgram(const std::string& commandLine)
-{
-    QStringList words = QProcess::splitCommand(QString::fromStdString(commandLine));
-    const QString program = words.takeFirst();
-    QProcess process;
-    process.start(program, words, QIODevice::ReadWrite);
-    process.waitForFinished(-1);
 }
 
 void setStaticAddress(const std::string& argument)

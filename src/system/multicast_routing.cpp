@@ -1,29 +1,15 @@
 // Multicast membership through the `smcroute` daemon: the routing part of Network.
 #include "system/mydata.h"
 #include "system/network.h"
+#include "system/program.h"
 #include "system/shell.h"
 #include "system/system_config.h"
 
-#include <QProcess>
-#include <QString>
-#include <QStringList>
 #include <unistd.h>
 
 namespace {
 
 constexpr int maxJoinAttempts = 3;
-
-/// Runs a program to its end without time limit. Returns what it wrote to standard error, up to the first NUL
-/// byte.
-std::string errorsOf(const std::string& commandLine)
-{
-    QStringList words = QProcess::splitCommand(QString::fromStdString(commandLine));
-    const QString program = words.takeFirst();
-    QProcess process;
-    process.start(program, words, QIODevice::ReadWrite);
-    process.waitForFinished(-1);
-    return std::string(process.readAllStandardError().constData());
-}
 
 void writeToConsole(const std::string& text)
 {
@@ -47,9 +33,9 @@ bool joinFailed(const std::string& errors)
 
 void restartRoutingDaemon()
 {
-    errorsOf("smcroute -k");
+    runProgram("smcroute -k");
     usleep(100000);
-    errorsOf("smcroute -d");
+    runProgram("smcroute -d");
     sleep(1);
 }
 
@@ -59,7 +45,7 @@ void Network::StartSmcroute()
 {
     if (smcrouteStarted)
         return;
-    writeToConsole(errorsOf("smcroute -d"));
+    writeToConsole(runProgram("smcroute -d").errors);
     smcrouteStarted = true;
     writeToConsole("StartSmcroute()\r\n");
 }
@@ -80,7 +66,7 @@ void Network::SendJoinMulticast()
     for (int attempt = 0; attempt < maxJoinAttempts; ++attempt) {
         writeToConsole("SendJoinMulticast()\r\n");
         const std::string command = groupCommand("-j");
-        const std::string errors = errorsOf(command);
+        const std::string errors = runProgram(command).errors;
         writeToConsole(command);
         writeToConsole("$$$$$$$$$$$$$$$$$$$$$$$$$$$$$ " + errors + " $$$$$$$$$$$$$$$$$$$$$$$$$$$$$");
         if (!joinFailed(errors)) {

@@ -1,9 +1,9 @@
 #include "system/network.h"
 
+#include "system/program.h"
 #include "system/shell.h"
 
 #include <cmath>
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 
@@ -13,15 +13,6 @@ void deleteConnections()
 {
     runShell("nmcli con del \"Wired connection 1\"");
     runShell("nmcli con del \"Wired connection 1_vlan\"");
-}
-
-/// Standard output of a program, run to its end without time limit, up to the first NUL byte.
-std::string outputOf(const QString& program, const QStringList& arguments)
-{
-    QProcess process;
-    process.start(program, arguments, QIODevice::ReadWrite);
-    process.waitForFinished(-1);
-    return std::string(process.readAllStandardOutput().constData());
 }
 
 std::string gatewayOf(const std::string& ip)
@@ -69,8 +60,8 @@ unsigned Network::HowManyBitsInMask(std::string mask)
 
 std::string Network::GetIpStatus()
 {
-    const std::string addresses = outputOf("ifconfig", {"eth0"});
-    const std::string link = outputOf("ethtool", {"eth0"});
+    const std::string addresses = runProgram("ifconfig eth0").output;
+    const std::string link = runProgram("ethtool eth0").output;
     // Throws when there is no "Speed": the dispatcher logs it.
     return addresses + link.substr(link.find("Speed"));
 }
