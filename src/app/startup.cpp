@@ -1,5 +1,6 @@
 #include "app/startup.h"
 
+#include "commands/reply.h"
 #include "link/serialport.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/mpegts.h"
@@ -8,7 +9,6 @@
 #include "system/shell.h"
 #include "system/system_config.h"
 
-#include <cstring>
 #include <unistd.h>
 
 namespace {
@@ -22,12 +22,6 @@ void setDefaults()
     data.serverProtocol = protocolUdp;
     data.programNumber = 0;
     data.vlanId = "100";
-}
-
-void greetController()
-{
-    static const char greeting[] = "HELLO !\r\n";
-    uart.SerialPortWrite(greeting, static_cast<int>(std::strlen(greeting)));
 }
 
 /// Keeps the enumeration classes for the life of the process: the bus-message code finds their value names by
@@ -74,7 +68,7 @@ void prepareInstrument()
     setDefaults();
     net.SetDHCP(data.vlan, data.vlanId);
     uart.SerialPortConnect();
-    greetController();
+    reply("HELLO !\r\n"); // the controller may send commands from now on
     systconf.SetAlsaVolume();
     ethMes = new ETHERNETMeasurement; // lives for the whole process
     gst_init(nullptr, nullptr);

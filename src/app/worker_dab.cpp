@@ -1,9 +1,9 @@
 // DAB mode: display and sound go to a receiver program of its own, which the daemon starts, feeds and ends.
 #include "app/commandtable.h"
 #include "app/worker.h"
+#include "commands/reply.h"
 #include "commands/sourceselection.h"
 #include "commands/uart_command.h"
-#include "link/serialport.h"
 #include "link/socketcom.h"
 
 #include <cstdio>
@@ -79,5 +79,5 @@ void Worker::forwardDAB(const char* block)
     // restarts.
     while (m_pSocket->read(bytes, dabBlockSize) != dabBlockSize)
         usleep(relayPauseUs);
-    uart.SerialPortWrite(bytes, dabBlockSize);
+    replyPart(bytes, sizeof bytes);
 }

@@ -1,6 +1,5 @@
 #include "commands/reply.h"
 #include "commands/uart_command.h"
-#include "link/serialport.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/gstsource.h"
 #include "system/mydata.h"
@@ -9,9 +8,6 @@
 #include "system/system_config.h"
 #include "system/text.h"
 
-#include <cinttypes>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <QtDebug>
 #include <string>
@@ -57,17 +53,6 @@ bool ensureCapture()
     return true;
 }
 
-/// A UART takes 4095 bytes without waiting and loses the rest: the line is drained between pieces.
-void replyInPieces(const std::string& text)
-{
-    constexpr std::size_t pieceSize = 2048;
-    for (std::size_t begin = 0; begin < text.size(); begin += pieceSize) {
-        if (begin > 0)
-            uart.DrainOutput();
-        reply(text.substr(begin, pieceSize));
-    }
-}
-
 } // namespace
 
 void Uart_GetInterface()
@@ -109,9 +94,8 @@ void Uart_IpStatus()
 {
     qDebug("IPStatus\n");
     const std::string text = net.GetIpStatus();
-    const int length = static_cast<int>(std::strlen(text.c_str()));
-    uart.SerialPortWrite(text.c_str(), length);
-    systconf.special_debug(text.c_str(), length);
+    reply(text);
+    systconf.special_debug(text.c_str(), static_cast<int>(text.size()));
 }
 
 void Uart_GetIAT()
@@ -121,13 +105,8 @@ void Uart_GetIAT()
         return;
     std::vector<pcap_measured_value_struct> records;
     ethMes->getBuffer(&records);
-    std::string text;
-    for (const pcap_measured_value_struct& record : records) {
-        char field[24];
-        std::snprintf(field, sizeof field, "%" PRId64 ";", record.interArrival);
-        text += field;
-    }
-    replyInPieces(text);
+    for (const pcap_measured_value_struct& record : records)
+        reply(std::to_string(record.interArrival) + ";");
 }
 
 void Uart_GetEthernetMeasurement()
@@ -140,6 +119,6 @@ void Uart_GetEthernetMeasurement()
     for (const int value : values) {
         char bytes[sizeof value]; // raw, in the processor's little-endian order
         std::memcpy(bytes, &value, sizeof value);
-        uart.SerialPortWrite(bytes, sizeof bytes);
+        replyPart(bytes, sizeof bytes);
     }
 }

@@ -1,12 +1,12 @@
 #include "commands/reply.h"
 #include "commands/uart_command.h"
-#include "link/serialport.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/rtpsource.h"
 #include "media/udpsource.h"
 #include "system/mydata.h"
 #include "system/text.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <QtDebug>
 
@@ -14,7 +14,7 @@ namespace {
 
 constexpr auto none = std::string::npos;
 constexpr std::size_t t2miFrameBufferBytes = 100000;
-constexpr int t2miChunkBytes = 4096;
+constexpr std::size_t t2miChunkBytes = 4096;
 
 bool isT2mi(protocol p)
 {
@@ -195,15 +195,9 @@ void Uart_GetT2MIFrame()
 {
     qDebug("GetT2MIFrame\n");
     std::vector<unsigned char> buffer(t2miFrameBufferBytes);
-    int remaining = readT2miFrame(buffer.data());
-    const char* next = reinterpret_cast<const char*>(buffer.data());
-    while (remaining >= t2miChunkBytes) {
-        uart.SerialPortWrite(next, t2miChunkBytes);
-        next += t2miChunkBytes;
-        remaining -= t2miChunkBytes;
-        if (remaining > 0)
-            uart.DrainOutput(); // the line takes a chunk at a time
-    }
-    if (remaining > 0)
-        uart.SerialPortWrite(next, remaining);
+    const auto size = static_cast<std::size_t>(readT2miFrame(buffer.data()));
+    const char* frame = reinterpret_cast<const char*>(buffer.data());
+    // A chunk fills the line: it is drained between two.
+    for (std::size_t begin = 0; begin < size; begin += t2miChunkBytes)
+        replyPart(frame + begin, std::min(t2miChunkBytes, size - begin));
 }

@@ -2,26 +2,48 @@
 
 #include "link/serialport.h"
 
+#include <algorithm>
+
+namespace {
+
+/// What the UART's buffer takes without waiting.
+constexpr std::size_t lineBytes = 4095;
+
+/// Bytes written since the line was last known to be empty.
+std::size_t undrained = 0;
+
+void replyByteByByte(const char* bytes, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i)
+        replyPart(bytes + i, 1);
+}
+
+} // namespace
+
+int replyPart(const char* bytes, std::size_t size)
+{
+    if (undrained + size > lineBytes) {
+        uart.DrainOutput();
+        undrained = 0;
+    }
+    undrained += size;
+    return uart.SerialPortWrite(bytes, static_cast<int>(size));
+}
+
 void replyByteByByte(const std::string& text)
 {
-    // The UART's buffer takes 4095 bytes without waiting and loses what is beyond: a long reply lets it empty
-    // in between, and first of all, because the reply to the command before may still be in it.
-    constexpr std::size_t drainedBytes = 2048;
-    constexpr std::size_t shortReply = 256; // table sections are longer; what is shorter need not wait
-    const bool isLong = text.size() > shortReply;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (isLong && i % drainedBytes == 0)
-            uart.DrainOutput();
-        uart.SerialPortWrite(&text[i], 1);
-    }
+    replyByteByByte(text.data(), text.size());
 }
 
 void replyByteByByte(const std::vector<std::uint8_t>& bytes)
 {
-    replyByteByByte(std::string(bytes.begin(), bytes.end()));
+    replyByteByByte(reinterpret_cast<const char*>(bytes.data()), bytes.size());
 }
 
 int reply(const std::string& text)
 {
-    return uart.SerialPortWrite(text.data(), static_cast<int>(text.size()));
+    int result = 0;
+    for (std::size_t begin = 0; begin < text.size(); begin += lineBytes)
+        result = replyPart(text.data() + begin, std::min(lineBytes, text.size() - begin));
+    return result;
 }

@@ -1,12 +1,21 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-/// Writes a reply to the controller one byte per write, in order, without terminator.
+// The way of every reply to the controller, without terminator. The UART's buffer loses what it has no room
+// for: a reply that would not fit behind what was written since the line was last empty waits until it is
+// empty again. Main thread only.
+
+/// Writes a reply one byte per write, in order.
 void replyByteByByte(const std::string& text);
 void replyByteByByte(const std::vector<std::uint8_t>& bytes);
 
-/// Writes a reply to the controller in one call, without terminator. Returns the result of the write.
+/// Writes a reply in one call, one longer than the UART's buffer in as few as it takes. Returns the result of
+/// the last write.
 int reply(const std::string& text);
+
+/// Writes a part of a reply in one call, whatever its size. Returns the result of the write.
+int replyPart(const char* bytes, std::size_t size);
