@@ -2,15 +2,18 @@
 """Tests of what script/bench computes and makes by itself: streams, medians, tables, the page."""
 
 import os
+import struct
 import sys
 import tempfile
+import time
 import unittest
+import unittest.mock
 
 FOLDER = os.path.dirname(os.path.realpath(__file__))
 REPOSITORY = os.path.dirname(os.path.dirname(FOLDER))
 sys.dont_write_bytecode = True
 sys.path.insert(0, FOLDER)
-from perflib import bench, capture, framecost, report, streams, tables  # noqa: E402
+from perflib import arrival, bench, capture, framecost, report, streams, tables, zapping  # noqa: E402
 
 
 def sections_of(data):
@@ -60,6 +63,107 @@ class Streams(unittest.TestCase):
             self.assertEqual(streams.size_of(path), 5 * 188)
             stuffed = streams.stuff(f"{folder}/t.ts", path, 4, 2)
             self.assertEqual(streams.size_of(stuffed), 8 * 188)
+
+
+def _stamp(ticks, mark):
+    return bytes([mark << 4 | ticks >> 29 & 0x0E | 1, ticks >> 22 & 0xFF, ticks >> 14 & 0xFE | 1, ticks >> 7 & 0xFF,
+                  ticks << 1 & 0xFE | 1])
+
+
+class Zapping(unittest.TestCase):
+    """A stream of program 7, fed packet by packet; each comes a millisecond after the one before."""
+
+    TICKS = 3600  # of 90 kHz, of a picture
+
+    def setUp(self):
+        self.wait, self.now = arrival.StreamWait(REPOSITORY, 7), 0
+        self.packets = streams.tables_module(REPOSITORY)
+
+    def packet(self, pid, payload, starts=True, flags=None, clock=0):
+        field = b""
+        if flags is not None:
+            reference = (clock << 15).to_bytes(6, "big") if flags & 0x10 else b""
+            field = bytes([1 + len(reference), flags]) + reference
+        payload += b"\xff" * (184 - len(field) - len(payload))
+        self.now += 1000000
+        head = bytes([0x47, (0x40 if starts else 0) | pid >> 8, pid & 0xFF, 0x30 if field else 0x10])
+        self.wait.feed(self.now, head + field + payload)
+        return self.now
+
+    def section(self, pid, table_id, extension, body):
+        data = bytes([table_id, 0xB0, 5 + len(body) + 4]) + extension.to_bytes(2, "big") + b"\xc1\x00\x00" + body
+        return self.packet(pid, b"\x00" + data + self.packets.crc32(data).to_bytes(4, "big"))
+
+    def tables(self):
+        self.section(0, 0x00, 1, (7).to_bytes(2, "big") + (0xE000 | 0x30).to_bytes(2, "big"))
+        streams_of_program = b"".join(bytes([kind]) + (0xE000 | pid).to_bytes(2, "big") + b"\xf0\x00"
+                                      for kind, pid in ((0x1B, 0x31), (0x03, 0x32)))
+        return self.section(0x30, 0x02, 7, (0xE000 | 0x31).to_bytes(2, "big") + b"\xf0\x00" + streams_of_program)
+
+    def picture(self, decoded, shown, key=False):
+        """The first packet of a picture; times in pictures."""
+        stamps = _stamp(shown * self.TICKS, 3) + _stamp(decoded * self.TICKS, 1)
+        return self.packet(0x31, b"\0\0\1\xe0\0\0\x80\xc0\x0a" + stamps, flags=0x40 if key else None)
+
+    def sound(self, shown, size):
+        return self.packet(0x32, b"\0\0\1\xc0" + (size - 6).to_bytes(2, "big") + b"\x80\x80\x05" + _stamp(shown * self.TICKS, 2))
+
+    def test_a_picture_is_there_when_those_decoded_before_its_turn_are(self):
+        self.picture(0, 0, key=True)  # nobody knows yet that it is one
+        mapped = self.tables()
+        self.picture(1, 1)
+        key = self.picture(2, 4, key=True)
+        for decoded, shown in ((3, 7), (4, 5)):  # the second is decoded in the moment that the key picture is shown
+            self.picture(decoded, shown)
+        self.assertNotIn("picture", self.wait.came)
+        whole = self.picture(5, 6)
+        self.picture(6, 6)
+        self.assertEqual(self.wait.came, {"map": mapped, "key": key, "picture": whole})
+
+    def test_a_picture_without_reordering_is_there_when_the_next_begins(self):
+        self.tables()
+        self.picture(1, 1, key=True)
+        whole = self.picture(2, 2)
+        self.assertEqual(self.wait.came["picture"], whole)
+
+    def test_sound_is_there_with_its_last_byte_and_due_by_the_streams_clock(self):
+        self.tables()
+        for clock in (0, 90, 180):  # a tick of 90 kHz for each packet: the stream's clock is the packets' count
+            reference = self.packet(0x31, b"", starts=False, flags=0x10, clock=clock)
+        self.sound(2, 184 + 1)
+        self.assertNotIn("sound", self.wait.came)
+        last = self.packet(0x32, b"", starts=False)
+        self.assertEqual(self.wait.came["sound"], last)
+        self.sound(9, 184)
+        self.assertEqual(self.wait.came["sound"], last, "the first one")
+        self.assertEqual(self.wait.sound_due(), reference - 2000000 + 2 * 40000000)
+
+    def test_a_capture_is_read_from_a_moment_on(self):
+        realtime_ahead = time.time_ns() - time.monotonic_ns()
+        with tempfile.NamedTemporaryFile() as file:
+            file.write(struct.pack("=IHHiIII", 0xA1B23C4D, 2, 4, 0, 0, 2000, 1))
+            for came in (1000000000, 2000000000):
+                at = came + realtime_ahead
+                file.write(struct.pack("=IIII", at // 1000000000, at % 1000000000, 45, 45) + b"h" * 42 + b"abc")
+            file.write(struct.pack("=IIII", 0, 0, 45, 45) + b"cut off")
+            file.flush()
+            [(came, data)] = arrival.datagrams(file.name, 1500000000)
+        self.assertEqual(data, b"abc")
+        self.assertAlmostEqual(came, 2000000000, delta=5000000)
+
+    def test_only_what_comes_after_the_beginning_counts(self):
+        with tempfile.TemporaryDirectory() as folder:
+            outputs = zapping._Outputs(folder)  # pylint: disable=protected-access
+            for name, text in (("display.json", '{"first_picture_ns":3000000,"moving_ns":5000000}'),
+                               ("sound.json", '{"first_sound_ns":4000000}')):
+                with open(f"{folder}/{name}", "w", encoding="ascii") as file:
+                    file.write(text)
+            self.assertEqual(outputs.wait(1000000), {"picture_ms": 2, "moving_ms": 4, "sound_ms": 3})
+            with unittest.mock.patch.object(zapping, "_LONGEST", 0):
+                with self.assertRaisesRegex(bench.Failure, "no picture_ms within"):
+                    outputs.wait(3000000)
+            outputs.clear()
+            self.assertEqual(os.listdir(folder), [])
 
 
 class Figures(unittest.TestCase):
@@ -132,7 +236,8 @@ class Page(unittest.TestCase):
     def test_the_page_of_the_tree_has_a_place_for_every_line(self):
         with open(f"{REPOSITORY}/docs/performance.md", encoding="utf-8") as file:
             page = file.read()
-        for name in ("run", "capture", "frame-cost", "scan", "live-scan", "recording", "export", "round-trip", "growth"):
+        for name in ("run", "capture", "frame-cost", "scan", "live-scan", "zapping",
+                     "recording", "export", "round-trip", "growth"):
             self.assertEqual(page.count(report.MARK.format("begin", name)), 1, name)
             self.assertEqual(page.count(report.MARK.format("end", name)), 1, name)
 

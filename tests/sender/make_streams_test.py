@@ -139,6 +139,20 @@ class MadeStreams(unittest.TestCase):
                 path.unlink()
 
 
+    def test_groups_of_pictures_are_as_long_as_said(self):
+        self.assertEqual(make(self.folder, "--only", "zap-mpeg2-0.5s.ts").returncode, 0)
+        path = self.folder / "zap-mpeg2-0.5s.ts"
+        heads = [packets.payload(packet)[:14] for _, pid, packet in packets.packets(path.read_bytes())
+                 if pid == 256 and packet[1] & 0x40 and packet[3] & 0x20 and packet[5] & 0x40]  # random access
+        for made in (path, self.folder / ".zap-mpeg2-0.5s.ts.stamp"):
+            made.unlink()
+        shown = [(head[9] & 0x0E) << 29 | head[10] << 22 | (head[11] & 0xFE) << 14 | head[12] << 7 | head[13] >> 1
+                 for head in heads]
+        apart = [(after - before) / 3600 for before, after in zip(shown, shown[1:])]  # in pictures of 40 ms
+        self.assertGreater(len(apart), 20)
+        self.assertEqual(set(apart[1:]), {12}, "but the first")
+
+
 class T2mi(unittest.TestCase):
     def test_crc8_is_that_of_the_standard(self):
         self.assertEqual(t2mi.crc8(b"123456789"), 0xBC)

@@ -108,6 +108,26 @@ T2MI = [{"file": "demo-t2mi.ts", "of": "demo.ts", "plp": 1, "high_efficiency": T
 ALL = [DEMO, SERVICES] + CODECS + T2MI
 
 
+def _group(seconds, pictures):
+    """A stream of each coding with groups of so many pictures, none longer or shorter, as a broadcaster sets them."""
+    h265 = f"keyint={pictures}:min-keyint={pictures}:scenecut=0:open-gop=0:bframes=2:vbv-maxrate=3000:vbv-bufsize=1500"
+    common = ["-g", str(pictures), "-bf", "2", "-sc_threshold"]
+    coders = [("mpeg2", "MPEG-2", "720x576", ["mpeg2video", "-b:v", "2500k", "-maxrate", "3M", "-bufsize", "1200k",
+                                              "-mpv_flags", "+strict_gop", *common, "1000000000"]),
+              ("h264", "H.264", "1280x720", ["libx264", "-preset", "veryfast", "-b:v", "3M", "-maxrate", "3M", "-bufsize",
+                                             "1500k", "-keyint_min", str(pictures), *common, "0"]),
+              ("h265", "HEVC", "1280x720", ["libx265", "-preset", "ultrafast", "-b:v", "3M", "-x265-params",
+                                            f"{h265}:log-level=error"])]
+    return [{"file": f"zap-{name}-{seconds}s.ts", "seconds": 12, "size": size, "muxrate": 5_000_000, "video": video,
+             "audio": ["mp2", "-b:a", "192k"],
+             "programs": [_program(1, f"{title}, groups of {seconds} s", "iso6937", "0xC08000", 1000)]}
+            for name, title, size, video in coders]
+
+
+# For the time from "play" to picture and sound, which depends on how far apart the key pictures are; 12 pictures are 0.48 s.
+ZAPPING = _group("0.5", 12) + _group("2", 50)
+
+
 def with_bases(wanted):
     """`wanted` file names and those that they are made from."""
     bases = {recipe["of"] for recipe in ALL if recipe["file"] in wanted and "of" in recipe}

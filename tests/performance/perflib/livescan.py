@@ -5,15 +5,16 @@ import random
 import time
 
 from . import plots, scan, streams
-from .bench import Failure, median
+from .bench import Failure, median, span
 from .instrument import Instrument
 from .processes import run_json
-from .tables import milliseconds, table
+from .tables import milliseconds, table, verdict
 
 TITLES = {"daemon": "tessary, from \"scancur\" on the line", "ours": "tessary's scan in a process of its own",
           "bare": "the same elements, bare", "ffprobe-short": "ffprobe -analyzeduration 0.5 s",
           "ffprobe": "ffprobe, as it is"}
-_PORT = 5040
+_PORT, _SILENT_PORT = 5040, 5041
+AIM_CHANGE_MS = 50
 
 
 class _Scene:
@@ -82,9 +83,35 @@ def _streaming(bench, file, *options):
             yield instrument
 
 
+def _change(instrument):
+    """A source whose stream has nothing to say is replaced: to the line that the new one prints when its making begins, which
+    is when the old one is gone, and to the answer to a question behind the command, when it is there and scans."""
+    instrument.command("scancur")
+    time.sleep(0.5)  # the start's own messages are over: the bus is quiet
+    before, changed = len(instrument.daemon_log()), None
+    begin = time.monotonic()
+    instrument.write("scancur\n\0version?\n")
+    while changed is None:
+        if "udpsource constr" in instrument.daemon_log()[before:]:
+            changed = time.monotonic()
+        elif time.monotonic() > begin + 15:
+            raise Failure("no new source within 15 s")
+        else:
+            time.sleep(0.0005)
+    instrument.read_until(b"\n")
+    return {"source_ms": (changed - begin) * 1000, "answer_ms": (time.monotonic() - begin) * 1000}
+
+
+def _measure_change(bench):
+    with Instrument(bench) as instrument:
+        instrument.wait_for_daemon()
+        instrument.command(f"server=UDP {instrument.address()} {_SILENT_PORT}")
+        return bench.rounds("change of an idle stream's source", {"daemon": lambda: _change(instrument)})["daemon"]
+
+
 def measure(bench):
     """The demo's stream with all tools; made streams of more and more services with ours and the bare elements."""
-    raw = {"services": {}}
+    raw = {"services": {}, "change": _measure_change(bench)}
     with _streaming(bench, f"{bench.repository}/build/streams/demo.ts") as instrument:
         scene = _Scene(bench, instrument, 3)
         tools = {"daemon": scene.daemon, "ours": scene.ours, "bare": scene.bare,
@@ -110,7 +137,16 @@ def report(raw, _results):
     grown = [[services, *(milliseconds(median(tools.get(tool, []), "tables_ms")) for tool in ("daemon", "ours", "bare"))]
              for services, tools in raw["services"].items()]
     return "\n".join([table(["live, 3 services, 5 Mbit/s", "to PAT and all PMTs"], rows), "",
-                      table(["services", "from \"scancur\"", "in a process of its own", "bare elements"], grown)])
+                      table(["services", "from \"scancur\"", "in a process of its own", "bare elements"], grown), "",
+                      _change_verdict(raw["change"])])
+
+
+def _change_verdict(runs):
+    source = median(runs, "source_ms")
+    return verdict(f"from \"scancur\" to the new source less than {AIM_CHANGE_MS} ms while the old one's stream is idle",
+                   None if source is None else source < AIM_CHANGE_MS,
+                   f"median {milliseconds(source)}, runs {span(runs, 'source_ms', 1)} ms; made, started and the next command "
+                   f"answered after {milliseconds(median(runs, 'answer_ms'))}")
 
 
 def plot(raw, folder):

@@ -20,7 +20,8 @@ def milliseconds(value):
     """With as many digits as make sense."""
     if value is None:
         return "–"
-    return f"{value:,.0f} ms" if value >= 100 else f"{value:.1f} ms" if value >= 1 else f"{value:.2f} ms"
+    size = abs(value)
+    return f"{value:,.0f} ms" if size >= 100 else f"{value:.1f} ms" if size >= 1 else f"{value:.2f} ms"
 
 
 def table(head, rows):
