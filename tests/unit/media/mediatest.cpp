@@ -4,7 +4,6 @@
 #include "mediaenvironment.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -13,7 +12,6 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
-#include <thread>
 
 namespace {
 
