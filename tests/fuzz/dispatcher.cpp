@@ -14,7 +14,7 @@
 #include "support/fakereceiver.h"
 #include "support/gstreamer.h"
 #include "support/input.h"
-#include "support/virtualtime.h"
+#include "tests/unit/support/virtualtime.h"
 #include "system/mydata.h"
 #include "system/network.h"
 

@@ -9,7 +9,7 @@
 #include "support/fakeline.h"
 #include "support/fakemachine.h"
 #include "support/input.h"
-#include "support/virtualtime.h"
+#include "tests/unit/support/virtualtime.h"
 
 #include <algorithm>
 #include <fstream>

@@ -3,7 +3,7 @@
 
 #include "link/serialport.h"
 #include "support/input.h"
-#include "support/virtualtime.h"
+#include "tests/unit/support/virtualtime.h"
 
 #include <algorithm>
 #include <QElapsedTimer>

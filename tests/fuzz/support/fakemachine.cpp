@@ -1,7 +1,7 @@
 // runShell() that only notes, and the wrapped calls by which the daemon asks the machine.
 #include "support/fakemachine.h"
 
-#include "support/virtualtime.h"
+#include "tests/unit/support/virtualtime.h"
 #include "system/shell.h"
 
 #include <arpa/inet.h>

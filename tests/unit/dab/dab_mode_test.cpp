@@ -4,12 +4,14 @@
 #include "link/serialport.h"
 #include "media/pciesource.h"
 #include "receiver.h"
+#include "support/eventually.h"
 #include "support/testfiles.h"
+#include "support/virtualtime.h"
 #include "workerfixture.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <future>
 #include <memory>
 #include <random>
 #include <sys/wait.h>
@@ -28,6 +30,11 @@ std::string block(std::string command)
     return command;
 }
 
+/// With a receiver that is there at the first attempt. The receiver program itself is not called by its name.
+const std::vector<std::string> enteringSteps{
+    "wait 200000", "systemctl|start|weston", "wait 3000000", "wait 500000"};
+constexpr std::int64_t attemptPauseUs = 500'000;
+
 class DabMode : public StartedWorker
 {
 protected:
@@ -37,12 +44,28 @@ protected:
         if (IsSkipped())
             return;
         ASSERT_EQ(coverSocketFolder(), "");
+        m_waits = std::make_unique<virtualtime::Scope>([this](std::int64_t us) { passed(us); });
         writeScript("/home/ondrak/qt-dab/qt-dab", "echo $QT_QPA_PLATFORM $XDG_RUNTIME_DIR >> /home/started");
         signal(SIGPIPE, SIG_IGN); // main() has its own way
         controller().readUntilQuiet(30); // the greeting
         programs().forget();
         log().forget();
     }
+
+    /// What was run and how long was waited, in order, since the last call.
+    std::vector<std::string> steps()
+    {
+        noteCalls();
+        m_calls = 0;
+        programs().forget();
+        return std::move(m_steps);
+    }
+
+    /// Waits take their time again.
+    void endVirtualTime() { m_waits.reset(); }
+
+    /// Called with the number of each attempt to connect, behind it.
+    std::function<void(int)> behindAttempt;
 
     /// Enters DAB mode with a receiver that serves as told.
     std::unique_ptr<Receiver> start(std::function<void(int)> serve)
@@ -52,6 +75,39 @@ protected:
         EXPECT_TRUE(worker().dabStarted());
         return receiver;
     }
+
+private:
+    void passed(std::int64_t us)
+    {
+        noteCalls();
+        m_steps.push_back("wait " + std::to_string(us));
+        m_attempts = us == attemptPauseUs ? m_attempts + 1 : 0;
+        if (m_attempts == 1) { // the receiver program comes up in this time
+            ++m_starts;
+            EXPECT_TRUE(eventually([this] { return lineCount("/home/started") == m_starts; }));
+        }
+        if (m_attempts > 0 && behindAttempt)
+            behindAttempt(m_attempts);
+    }
+
+    void noteCalls()
+    {
+        const std::vector<std::string> calls = programs().calls();
+        m_steps.insert(m_steps.end(), calls.begin() + static_cast<std::ptrdiff_t>(m_calls), calls.end());
+        m_calls = calls.size();
+    }
+
+    static long lineCount(const char* path)
+    {
+        const std::string text = readFile(path);
+        return std::count(text.begin(), text.end(), '\n');
+    }
+
+    std::vector<std::string> m_steps;
+    std::size_t m_calls = 0; // of them in m_steps already
+    long m_starts = 0;
+    int m_attempts = 0;
+    std::unique_ptr<virtualtime::Scope> m_waits;
 };
 
 void serveNothing(int connection)
@@ -68,7 +124,7 @@ TEST_F(DabMode, StartHandsDisplayAndSoundOver)
     const std::unique_ptr<Receiver> receiver = start(serveNothing);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Tessar connect socket : .done\n");
     EXPECT_EQ(instance, nullptr);
-    EXPECT_EQ(programs().calls(), std::vector<std::string>{"systemctl|start|weston"});
+    EXPECT_EQ(steps(), enteringSteps);
     EXPECT_EQ(readFile("/home/started"), "wayland /run/user/0\n");
     EXPECT_TRUE(log().contains("Tessary  : systemctl start weston"));
     EXPECT_TRUE(log().contains("Tessary  : command:/home/ondrak/qt-dab/qt-dab &"));
@@ -78,39 +134,42 @@ TEST_F(DabMode, StartHandsDisplayAndSoundOver)
 TEST_F(DabMode, ASecondStartIsIgnored)
 {
     const std::unique_ptr<Receiver> receiver = start(serveNothing);
-    programs().forget();
+    steps();
     EXPECT_EQ(cycle("START_DAB\n"), "");
-    EXPECT_TRUE(programs().calls().empty());
+    EXPECT_TRUE(steps().empty());
     cycle("STOP_DAB\n");
 }
 
 TEST_F(DabMode, StopGivesDisplayAndSoundBack)
 {
     const std::unique_ptr<Receiver> receiver = start(serveNothing);
-    programs().forget();
+    steps();
     log().forget();
     testing::internal::CaptureStderr();
     EXPECT_EQ(cycle("STOP_DAB\n"), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\n\nTessary  : socket deleted\n\n");
     EXPECT_FALSE(worker().dabStarted());
-    EXPECT_EQ(programs().calls(), (std::vector<std::string>{"killall|qt-dab", "systemctl|stop|weston"}));
+    EXPECT_EQ(steps(), (std::vector<std::string>{"killall|qt-dab", "wait 4000000", "systemctl|stop|weston"}));
     EXPECT_TRUE(log().contains("Tessary  : killall qt-dab"));
     EXPECT_TRUE(log().contains("Tessary  : socket delete"));
     EXPECT_TRUE(log().contains("Tessary  : systemctl stop weston"));
     EXPECT_EQ(instance, nullptr);
     EXPECT_EQ(cycle("STOP_DAB\n"), ""); // outside DAB mode: ignored
-    EXPECT_EQ(programs().calls().size(), 2u);
+    EXPECT_TRUE(steps().empty());
 }
 
-TEST_F(DabMode, AReceiverThatOpensLateIsFoundByALaterAttempt)
+TEST_F(DabMode, AReceiverThatOpensLateIsFoundByTheLastAttempt)
 {
-    Receiver late(serveNothing, 5200);
+    std::unique_ptr<Receiver> late;
+    behindAttempt = [&late](int attempt) {
+        if (attempt == 79) // one is left
+            late = std::make_unique<Receiver>(serveNothing);
+    };
     testing::internal::CaptureStderr();
     cycle("START_DAB\n");
-    const std::string dots = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        "Tessar connect socket : ." + std::string(79, '.') + "done\n");
     EXPECT_TRUE(worker().dabStarted());
-    EXPECT_EQ(dots.substr(0, 26), "Tessar connect socket : ..");
-    EXPECT_EQ(dots.substr(dots.size() - 5), "done\n");
     cycle("STOP_DAB\n");
 }
 
@@ -122,10 +181,13 @@ TEST_F(DabMode, AReceiverThatNeverOpensLeavesPlayerModeAfterEightyAttempts)
     EXPECT_FALSE(worker().dabStarted());
     EXPECT_EQ(cycle("dab tune\n"), "");
 
+    std::vector<std::string> expected = enteringSteps;
+    expected.insert(expected.end(), 79, "wait 500000");
+    EXPECT_EQ(steps(), expected);
+
     // The next start runs the whole sequence again.
-    programs().forget();
     const std::unique_ptr<Receiver> receiver = start(serveNothing);
-    EXPECT_EQ(programs().calls(), std::vector<std::string>{"systemctl|start|weston"});
+    EXPECT_EQ(steps(), enteringSteps);
     EXPECT_EQ(readFile("/home/started"), "wayland /run/user/0\nwayland /run/user/0\n");
     cycle("STOP_DAB\n");
 }
@@ -211,6 +273,7 @@ TEST_F(DabMode, AReceiverThatDiesBeforeItsAnswerHoldsTheDaemonUp)
         start([](int connection) { readExactly(connection, blockSize); }); // and closes
     const pid_t daemon = fork(); // only a process of its own can be left in there
     if (daemon == 0) {
+        endVirtualTime();
         worker().forwardDAB(block("dab tune\n").c_str());
         _exit(0);
     }

@@ -2,7 +2,6 @@
 
 #include "support/privatemachine.h"
 
-#include <chrono>
 #include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
@@ -30,12 +29,10 @@ int makeListener()
 
 } // namespace
 
-Receiver::Receiver(std::function<void(int)> serve, int delayMs)
+Receiver::Receiver(std::function<void(int)> serve)
     : m_serve(std::move(serve))
-    , m_delayMs(delayMs)
+    , m_listener(makeListener())
 {
-    if (delayMs == 0)
-        m_listener = makeListener(); // before the daemon's first attempt
     m_thread = std::thread([this] { listenAndServe(); });
 }
 
@@ -48,9 +45,6 @@ Receiver::~Receiver()
 
 void Receiver::listenAndServe()
 {
-    std::this_thread::sleep_for(std::chrono::milliseconds(m_delayMs));
-    if (m_listener == -1)
-        m_listener = makeListener();
     pollfd waiting{m_listener, POLLIN, 0};
     if (poll(&waiting, 1, 60000) != 1)
         return;

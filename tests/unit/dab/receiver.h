@@ -9,9 +9,8 @@
 class Receiver
 {
 public:
-    /// Listens on "/usr/mysocket" after `delayMs`; `serve` gets the connection's descriptor, which is closed
-    /// behind it.
-    explicit Receiver(std::function<void(int)> serve, int delayMs = 0);
+    /// Listens on "/usr/mysocket"; `serve` gets the connection's descriptor, which is closed behind it.
+    explicit Receiver(std::function<void(int)> serve);
     /// Waits until the connection was served.
     ~Receiver();
     Receiver(const Receiver&) = delete;
@@ -21,8 +20,7 @@ private:
     void listenAndServe();
 
     std::function<void(int)> m_serve;
-    int m_delayMs;
-    int m_listener = -1;
+    int m_listener;
     std::thread m_thread;
 };
 

@@ -4,23 +4,11 @@
 #include "system/network.h"
 
 #include <algorithm>
-#include <chrono>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
-
-bool eventually(const std::function<bool()>& condition)
-{
-    for (int i = 0; i < 500; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
-}
 
 FrameSender::FrameSender(const char* interface)
     : m_fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0))

@@ -2,13 +2,10 @@
 
 #include "frames.h"
 #include "measure/ethernetmeasurement.h"
+#include "support/eventually.h"
 #include "support/ttyfixture.h"
 
-#include <functional>
 #include <gtest/gtest.h>
-
-/// Asks every 10 ms, for 5 s at most, until the condition holds; tells whether it does.
-bool eventually(const std::function<bool()>& condition);
 
 /// Sends frames as they are out of an interface.
 class FrameSender

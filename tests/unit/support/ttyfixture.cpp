@@ -13,6 +13,7 @@
 #include <QString>
 #include <sys/ioctl.h>
 #include <termios.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -102,7 +103,8 @@ void PseudoLine::write(const std::string& bytes)
         done += static_cast<std::size_t>(n);
     }
     for (int i = 0; i < 2000 && pendingAtDevice() < before + static_cast<int>(done); ++i)
-        usleep(1000);
+        std::this_thread::sleep_for(
+            std::chrono::milliseconds(1)); // of real time, whatever time the daemon has
 }
 
 int PseudoLine::pendingAtDevice() const

@@ -1,4 +1,4 @@
-#include "support/virtualtime.h"
+#include "virtualtime.h"
 
 #include <ctime>
 #include <unistd.h>
@@ -7,19 +7,29 @@ namespace {
 
 thread_local bool active = false;
 std::int64_t now = 1'700'000'000'000'000; // µs
+std::function<void(std::int64_t)> told;
+
+void pass(std::int64_t microseconds)
+{
+    now += microseconds;
+    if (told)
+        told(microseconds);
+}
 
 } // namespace
 
 namespace virtualtime {
 
-Scope::Scope()
+Scope::Scope(std::function<void(std::int64_t)> onWait)
 {
+    told = std::move(onWait);
     active = true;
 }
 
 Scope::~Scope()
 {
     active = false;
+    told = nullptr;
 }
 
 bool running()
@@ -45,7 +55,7 @@ int __wrap_usleep(useconds_t microseconds)
 {
     if (!active)
         return __real_usleep(microseconds);
-    now += microseconds;
+    pass(microseconds);
     return 0;
 }
 
@@ -53,7 +63,7 @@ unsigned __wrap_sleep(unsigned seconds)
 {
     if (!active)
         return __real_sleep(seconds);
-    now += std::int64_t{1000000} * seconds;
+    pass(std::int64_t{1000000} * seconds);
     return 0;
 }
 
