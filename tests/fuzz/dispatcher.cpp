@@ -14,9 +14,9 @@
 #include "support/fakereceiver.h"
 #include "support/gstreamer.h"
 #include "support/input.h"
-#include "tests/unit/support/virtualtime.h"
 #include "system/mydata.h"
 #include "system/network.h"
+#include "tests/unit/support/virtualtime.h"
 
 #include <cstdio>
 #include <poll.h>

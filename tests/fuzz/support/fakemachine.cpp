@@ -1,8 +1,8 @@
 // runShell() that only notes, and the wrapped calls by which the daemon asks the machine.
 #include "support/fakemachine.h"
 
-#include "tests/unit/support/virtualtime.h"
 #include "system/shell.h"
+#include "tests/unit/support/virtualtime.h"
 
 #include <arpa/inet.h>
 #include <cstdarg>

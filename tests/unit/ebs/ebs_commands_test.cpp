@@ -271,8 +271,10 @@ TEST_F(EbsCommands, InfoWithoutSourceIsTheZeroFrame)
 TEST_F(EbsCommands, InfoOfASourceThatDecodesNothingIsTheZeroFrame)
 {
     instance = new TableSource; // its width and height are -1
+    log.forget();
     Uart_InfoEBS();
     EXPECT_EQ(reply(), emptyInfo);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"INFoEBS\n", emptyInfo})); // and no caps
 }
 
 TEST_F(EbsInfo, NamesCodecsAndSizeAndLogsThePicturesStreamFirst)

@@ -76,6 +76,16 @@ protected:
         return result;
     }
 
+    /// `released` counts it when the last reference to the caps goes.
+    void countRelease(GstCaps* caps)
+    {
+        gst_mini_object_weak_ref(
+            GST_MINI_OBJECT(caps), [](gpointer count, GstMiniObject*) { ++*static_cast<int*>(count); },
+            &released);
+    }
+
+    int released = 0;
+
     /// A demultiplexer as decodebin adds one.
     int programOfNewDemuxer(const char* factory, const char* name)
     {
@@ -240,6 +250,20 @@ TEST_F(Autoplug, TheNextModeForgetsTheReportedStreams)
     EXPECT_EQ(object().getVideoDecodedHeight(), -1);
 }
 
+TEST_F(Autoplug, WhatWasReportedIsReleasedByTheNextModeAndByTheEnd)
+{
+    goesOn(newPad("video_0_0200"), "video/x-h264");
+    goesOn(newPad("audio_0_0300"), "audio/mpeg");
+    countRelease(object().getVideoDecodedCaps());
+    countRelease(object().getAudioDecodedCaps());
+    object().play(program);
+    EXPECT_EQ(released, 2);
+    goesOn(newPad("video_0_0201"), "video/x-h265");
+    countRelease(object().getVideoDecodedCaps());
+    destroy();
+    EXPECT_EQ(released, 3);
+}
+
 TEST_F(Autoplug, StopKeepsWhatWasReported)
 {
     goesOn(newPad("video_0_0200"), "video/x-h264");
@@ -367,9 +391,10 @@ TEST_F(Autoplug, APadThatComesAfterAllBringsItsChainBack)
 
 TEST_F(Autoplug, EveryModeBeginsWithBothChains)
 {
-    for (const std::function<void()>& begin :
-        std::vector<std::function<void()>>{[this] { object().play(program); }, [this] { object().scan(); },
-            [this] { object().sendStream(); }, [this] { object().record("/dev/null"); }}) {
+    const std::vector<std::function<void()>> modes{[this] { object().play(program); },
+        [this] { object().scan(); }, [this] { object().sendStream(); },
+        [this] { object().record("/dev/null"); }};
+    for (const std::function<void()>& begin : modes) {
         sayThatWasAll();
         ASSERT_TRUE(isAside("kmssink1"));
         ASSERT_TRUE(isAside("alsasink1"));

@@ -3,6 +3,7 @@
 #include "support/allocations.h"
 #include "support/privatemachine.h"
 #include "support/privatenetwork.h"
+#include "support/testfiles.h"
 #include "support/ttyfixture.h"
 #include "system/network.h"
 #include "system/system_config.h"
@@ -237,6 +238,16 @@ TEST_F(InterfaceQueries, WithVlanTheSubInterfaceIsAsked)
     EXPECT_TRUE(systconf.ethernetConneted());
     EXPECT_EQ(address(), "10.4.2.1\n");
     EXPECT_EQ(netmask(), "255.255.0.0\n");
+}
+
+TEST_F(InterfaceQueries, NothingStaysOpenBehindAQuestion)
+{
+    const auto openBefore = openDescriptors();
+    systconf.ethernetConneted(); // the link watch asks with each poll
+    EXPECT_EQ(openDescriptors(), openBefore);
+    address();
+    netmask();
+    EXPECT_EQ(openDescriptors(), openBefore);
 }
 
 TEST_F(InterfaceQueries, NameTooLongForTheKernelIsCut)

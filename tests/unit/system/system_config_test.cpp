@@ -7,6 +7,9 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <optional>
+#include <stdexcept>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using Calls = std::vector<std::string>;
@@ -16,6 +19,17 @@ namespace {
 /// Flags of the descriptor that was closed last, as fcntl(F_GETFD) gives them.
 int lastClosedFlags = -1;
 
+/// So many lines of a program's output can be read, and then nothing more; without a value, all.
+std::optional<int> readableLines;
+
+/// From now on, every read fails.
+void breakReading(std::FILE* file)
+{
+    const int folder = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC); // has no bytes to read
+    dup2(folder, fileno(file));
+    close(folder);
+}
+
 } // namespace
 
 int realClose(int fd) __asm__("__real_close");
@@ -24,6 +38,20 @@ int closeAndNote(int fd)
 {
     lastClosedFlags = fcntl(fd, F_GETFD);
     return realClose(fd);
+}
+
+char* realFgets(char* line, int size, std::FILE* file) __asm__("__real_fgets");
+char* fgetsOfReadable(char* line, int size, std::FILE* file) __asm__("__wrap_fgets");
+char* fgetsOfReadable(char* line, int size, std::FILE* file)
+{
+    if (readableLines) {
+        const int left = (*readableLines)--;
+        if (left == 0)
+            breakReading(file);
+        else if (left < 0)
+            throw std::logic_error("it reads on behind an error");
+    }
+    return realFgets(line, size, file);
 }
 
 namespace {
@@ -136,4 +164,11 @@ TEST(ShellOutput, AllOfStandardOutputComesBackAndStandardErrorDoesNot)
     EXPECT_EQ(systconf.Ping("printf 'one\\ntwo'; printf lost >&2"), "one\ntwo");
     EXPECT_EQ(systconf.Ping("printf " + longLine), longLine);
     EXPECT_EQ(systconf.Ping("exit 3"), "");
+}
+
+TEST(ShellOutput, AReadThatFailsEndsIt)
+{
+    readableLines = 1;
+    EXPECT_EQ(systconf.Ping("printf 'one\\n'"), "one\n");
+    readableLines.reset();
 }
