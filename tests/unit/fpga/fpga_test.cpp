@@ -3,6 +3,7 @@
 // that takes the real request.
 #include "bench.h"
 #include "support/testfiles.h"
+#include "support/thisprocess.h"
 
 #include <algorithm>
 #include <climits>

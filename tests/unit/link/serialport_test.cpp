@@ -1,7 +1,7 @@
 #include "link/serialport.h"
 
 #include "support/privatemachine.h"
-#include "support/testfiles.h"
+#include "support/thisprocess.h"
 #include "support/ttyfixture.h"
 
 #include <fcntl.h>

@@ -1,9 +1,10 @@
 // The head of the pipeline and the object before any mode.
+#include "lifetimes.h"
 #include "media/gstimpl.h"
 #include "mediatest.h"
+#include "support/thisprocess.h"
 
 #include <QMetaMethod>
-#include <QThread>
 
 namespace {
 
@@ -61,16 +62,44 @@ TEST_F(Construction, ThePipelineKeepsTheObjectsOnlyReferences)
 
 TEST_F(Construction, ANullSourceIsLoggedAndStartsNoThread)
 {
-    gstImpl& impl = make(nullptr);
+    const QtObjects objects;
+    const auto threadsBefore = threads();
+    make(nullptr);
+    EXPECT_LE(threads(), threadsBefore);
+    EXPECT_EQ(objects.alive(), 1); // neither thread nor message handler
     EXPECT_EQ(log.lines(),
         (Names{"------------------gstImpl Constr ------------------",
             "------------------gstImpl createPipeline ------------------",
             "Failed to create gstreamer element."}));
     EXPECT_EQ(pipeline(), nullptr); // nothing was put into one
-    EXPECT_TRUE(impl.findChildren<QThread*>().isEmpty());
     EXPECT_EQ(status(), "stopped");
     destroy();
     EXPECT_EQ(log.lines().back(), "------------------gstImpl Destruct ------------------");
+}
+
+TEST_F(Construction, ANullSourceLeavesNoElementBehind)
+{
+    for (const char* factory : {"queue", "tee", "pipeline"}) {
+        const EndedElements ended(factory);
+        make(nullptr);
+        destroy();
+        EXPECT_EQ(ended.count(), 1) << factory;
+    }
+}
+
+TEST_F(Construction, ASourceIsReleasedWhenTheHeadCanNotBeBuilt)
+{
+    GstPluginFeature* tee = gst_registry_lookup_feature(gst_registry_get(), "tee");
+    gst_registry_remove_feature(gst_registry_get(), tee);
+    GWeakRef source;
+    g_weak_ref_init(&source, nullptr);
+    GstElement* made = idleSource();
+    g_weak_ref_set(&source, made);
+    make(made);
+    gst_registry_add_feature(gst_registry_get(), tee);
+    EXPECT_EQ(log.lines().back(), "Failed to create gstreamer element.");
+    EXPECT_EQ(g_weak_ref_get(&source), nullptr);
+    g_weak_ref_clear(&source);
 }
 
 TEST_F(Construction, WithoutASourceStopAndQueriesDoNothing)

@@ -100,6 +100,7 @@ TEST_F(Decode, AnAc4StreamLeavesTheAudioChainUnlinked)
         return;
     ASSERT_TRUE(prints.waitFor("caps string=audio/x-ac4"));
     ASSERT_TRUE(prints.waitFor("was created for decodebin1\n")); // exposed as it is, undecoded
+    ASSERT_TRUE(prints.waitFor("Link audio ")); // tried, and refused by the chain
     EXPECT_FALSE(linked("queueAudio"));
     EXPECT_EQ(source().getAudioDecodedCaps(), nullptr);
 }

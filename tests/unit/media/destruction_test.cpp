@@ -1,4 +1,5 @@
 // The end of the object: modes, tables, bus thread and pipeline, also when the bus thread is held up.
+#include "lifetimes.h"
 #include "madesections.h"
 #include "media/gstimpl.h"
 #include "mediatest.h"
@@ -32,14 +33,23 @@ protected:
         return found == nullptr;
     }
 
-    int referencesToPipeline() { return GST_OBJECT_REFCOUNT_VALUE(pipeline()); }
-
     /// Seconds that deleting the object takes.
     double secondsToDestroy()
     {
         const Clock::time_point start = Clock::now();
         destroy();
         return std::chrono::duration<double>(Clock::now() - start).count();
+    }
+
+    /// Lets the main thread's events delete what they are to delete, the thread object for example, until
+    /// nothing of Qt's is left; false when something stays.
+    static bool allEnd(const QtObjects& objects)
+    {
+        for (int waitedMs = 0; objects.alive() > 0 && waitedMs < 10000; waitedMs += 10) {
+            g_usleep(10000);
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        }
+        return objects.alive() == 0;
     }
 
 private:
@@ -94,6 +104,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(HeldUpDestruction, WaitsFiveSecondsForTheBusThreadAndLeavesNothingBehind)
 {
+    const QtObjects objects;
     makeWatched();
     prints.holdAt(GetParam());
     madesections::post(pipeline(), madesections::pat({1, 2}));
@@ -106,15 +117,8 @@ TEST_P(HeldUpDestruction, WaitsFiveSecondsForTheBusThreadAndLeavesNothingBehind)
     EXPECT_FALSE(pipelineGone()); // the held thread may yet touch it
 
     prints.release(); // the thread goes on, sees the request, and takes the rest along
-    for (int waitedMs = 0; waitedMs < 5000 && !pipelineGone(); waitedMs += 10) {
-        g_usleep(10000);
-        QCoreApplication::processEvents();
-    }
+    EXPECT_TRUE(allEnd(objects));
     EXPECT_TRUE(pipelineGone());
-    for (int i = 0; i < 20; ++i) { // the thread object is deleted by the main thread's event loop
-        g_usleep(10000);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
 }
 
 /// The bus thread runs deferred deletions when it already calls itself finished, and the handler's destructor
@@ -152,10 +156,12 @@ TEST_F(Destruction, OfAQuietObjectDoesNotWaitForTheBusLoopsPoll)
 
 TEST_F(Destruction, ManyObjectsInTurnLeaveNoPipelineAndNoThread)
 {
+    const QtObjects objects;
     for (int i = 0; i < 10; ++i) {
         makeWatched().play(i);
         destroy();
         EXPECT_TRUE(pipelineGone()) << i;
+        EXPECT_EQ(objects.alive(), 0) << i;
     }
 }
 

@@ -3,7 +3,7 @@
 #include "support/allocations.h"
 #include "support/privatemachine.h"
 #include "support/privatenetwork.h"
-#include "support/testfiles.h"
+#include "support/thisprocess.h"
 #include "support/ttyfixture.h"
 #include "system/network.h"
 #include "system/system_config.h"

@@ -25,11 +25,3 @@ inline void writeScript(const std::string& path, const std::string& shellText)
     writeFile(path, "#!/bin/sh\n" + shellText + "\n");
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
 }
-
-/// How many descriptors this process holds open.
-inline std::ptrdiff_t openDescriptors()
-{
-    const std::filesystem::directory_iterator descriptors(
-        "/proc/self/fd"); // each time with the one that reads here
-    return std::distance(begin(descriptors), end(descriptors));
-}
