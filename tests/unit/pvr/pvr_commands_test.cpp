@@ -6,7 +6,9 @@
 #include "media/pciesource.h"
 #include "support/privatemachine.h"
 #include "support/testfiles.h"
+#include "support/thisprocess.h"
 #include "support/ttyfixture.h"
+#include "writtenblocks.h"
 
 #include <algorithm>
 #include <chrono>
@@ -203,7 +205,9 @@ TEST_F(PvrCommands, ExportAcknowledgesAtOnceAndCopiesTheRecording)
     writeFile(recording, pattern(2500));
     makeDevice(65536);
     instance = new pciesource;
+    const WrittenBlocks blocks(device);
     Uart_PVR_Export();
+    EXPECT_EQ(blocks.sizes(), (std::vector<std::size_t>{1024, 1024, 452}));
     EXPECT_EQ(instance, nullptr);
     EXPECT_EQ(reply(), "PVR_export_ok\n");
     EXPECT_EQ(takeFromDevice(), pattern(2500));
@@ -225,10 +229,14 @@ TEST_F(PvrCommands, ExportOfAnEmptyRecordingEndsAfterOneEmptyBlock)
 {
     writeFile(recording, "");
     makeDevice(65536);
+    const WrittenBlocks blocks(device);
+    const auto openBefore = openDescriptors();
     Uart_PVR_Export();
+    EXPECT_EQ(openDescriptors(), openBefore);
+    EXPECT_EQ(blocks.sizes(), std::vector<std::size_t>{0});
     EXPECT_EQ(reply(), "PVR_export_ok\n");
     EXPECT_EQ(takeFromDevice(), "");
-    EXPECT_TRUE(log.contains("Export remaining=0"));
+    EXPECT_EQ(exportLines(), (std::vector<std::string>{"Uart_PVR_Export", "Export remaining=0"}));
 }
 
 TEST_F(PvrCommands, ExportWithoutRecordingOrDeviceIsAcknowledgedAllTheSame)
