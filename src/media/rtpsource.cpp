@@ -15,7 +15,7 @@ rtpsource::rtpsource(std::string address, std::string port, T2MI_Config_Struct* 
     gst_caps_unref(caps);
     rtpdepay = gst_element_factory_make("rtpmp2tdepay", "rtpmp2tdepay1");
     t2mi = makeT2miExtractor(config, udpsrc);
-    bin = makeSourceBin({udpsrc, rtpdepay, t2mi});
+    bin = makeSourceBin({udpsrc, rtpdepay}, t2mi);
     impl = new gstImpl(bin);
 }
 

@@ -3,6 +3,8 @@
 #include "system/mydata.h"
 #include "system/text.h"
 
+#include <vector>
+
 namespace {
 
 constexpr int receiveBufferBytes = 30000000;
@@ -10,21 +12,19 @@ constexpr int lastUnicastField = 223;
 
 } // namespace
 
-GstElement* makeSourceBin(std::initializer_list<GstElement*> chain)
+GstElement* makeSourceBin(std::initializer_list<GstElement*> chain, GstElement* extractor)
 {
+    std::vector<GstElement*> elements(chain);
+    if (extractor)
+        elements.push_back(extractor);
     GstElement* bin = gst_bin_new("my_bin");
-    GstElement* last = nullptr;
-    for (GstElement* element : chain) {
-        if (!element)
-            continue;
+    for (GstElement* element : elements)
         gst_bin_add(GST_BIN(bin), element);
-        if (last)
-            gst_element_link(last, element);
-        last = element;
-    }
-    if (!last)
-        return bin; // the platform element is absent: a bin without output, and the bus will say so
-    GstPad* pad = gst_element_get_static_pad(last, "src");
+    for (std::size_t i = 1; i < elements.size(); ++i)
+        gst_element_link(elements[i - 1], elements[i]);
+    GstPad* pad = gst_element_get_static_pad(elements.back(), "src");
+    if (!pad)
+        return bin; // its last element is missing: a bin without output
     GstPad* ghost = gst_ghost_pad_new("src", pad);
     gst_pad_set_active(ghost, TRUE);
     gst_element_add_pad(bin, ghost);

@@ -11,9 +11,11 @@
 /// Size of the blocks that a file or the FPGA delivers: one hundred transport stream packets.
 constexpr guint tsBlockBytes = 18800;
 
-/// A bin "my_bin" of the elements, linked in order, with a ghost pad "src" from the last one. Null elements
-/// are left out.
-GstElement* makeSourceBin(std::initializer_list<GstElement*> chain);
+/// A bin "my_bin" of the elements, linked in order, and behind them the T2-MI extractor if there is one, with
+/// a ghost pad "src" from the last one. A null element of `chain`, one that could not be made, is used as it
+/// is: GStreamer complains, and the chain is broken there, so that no stream gets out that nothing has
+/// unpacked.
+GstElement* makeSourceBin(std::initializer_list<GstElement*> chain, GstElement* extractor = nullptr);
 
 /// The address and port of a stream as the controller sent them, made ready for a receiver.
 struct StreamAddress

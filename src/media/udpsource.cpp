@@ -10,7 +10,7 @@ udpsource::udpsource(std::string address, std::string port, T2MI_Config_Struct* 
     qDebug("------------------udpsource constr ------------------");
     udpsrc = makeUdpReceiver(StreamAddress(std::move(address), std::move(port)));
     t2mi = makeT2miExtractor(config, udpsrc);
-    bin = makeSourceBin({udpsrc, t2mi});
+    bin = makeSourceBin({udpsrc}, t2mi);
     impl = new gstImpl(bin);
 }
 

@@ -8,11 +8,30 @@
 #include "media/udpsource.h"
 #include "system/mydata.h"
 
+#include <functional>
 #include <stdexcept>
 
 namespace {
 
 using Names = std::vector<std::string>;
+
+/// GStreamer knows no element of this name while the object lives.
+class WithoutElement
+{
+public:
+    explicit WithoutElement(const char* name)
+        : m_feature(gst_registry_lookup_feature(gst_registry_get(), name))
+    {
+        EXPECT_NE(m_feature, nullptr) << name;
+        gst_registry_remove_feature(gst_registry_get(), m_feature);
+    }
+    ~WithoutElement() { gst_registry_add_feature(gst_registry_get(), m_feature); }
+    WithoutElement(const WithoutElement&) = delete;
+    WithoutElement& operator=(const WithoutElement&) = delete;
+
+private:
+    GstPluginFeature* m_feature; ///< the look-up's reference, which the registry takes over again
+};
 
 class Sources : public SourceTest
 {
@@ -199,15 +218,66 @@ TEST_F(Sources, BuildingOneStartsNothing)
 
 TEST_F(Sources, WithoutThePlatformElementASourceExistsAndDeliversNothing)
 {
-    GstRegistry* registry = gst_registry_get();
-    GstPluginFeature* feature = gst_registry_lookup_feature(registry, "pciesrc");
-    ASSERT_NE(feature, nullptr);
-    gst_registry_remove_feature(registry, feature);
+    const WithoutElement missing("pciesrc");
     hold(new pciesource);
     EXPECT_TRUE(childrenOfBin().empty());
     source().scanStream();
     source().stop();
-    gst_registry_add_feature(registry, feature);
+}
+
+TEST_F(Sources, WithoutTheDepayloaderNoRtpGetsOut)
+{
+    const WithoutElement missing("rtpmp2tdepay");
+    hold(new rtpsource("239.0.0.1", "1234", nullptr));
+    EXPECT_EQ(childrenOfBin(), Names{"udpsrc1"});
+    EXPECT_EQ(element("my_bin")->numpads, 0);
+}
+
+TEST_F(Sources, WithoutTheDepayloaderTheExtractorGetsNothing)
+{
+    const WithoutElement missing("rtpmp2tdepay");
+    T2MI_Config_Struct config{64, 0};
+    hold(new rtpsource("239.0.0.1", "1234", &config));
+    EXPECT_EQ(childrenOfBin(), (Names{"t2mi", "udpsrc1"}));
+    EXPECT_EQ(next("udpsrc1"), "");
+    EXPECT_EQ(ghostPadOwner(), "t2mi");
+}
+
+TEST_F(Sources, WithoutTheExtractorTheReceiversStreamGetsOut) // as if T2-MI had not been asked for
+{
+    const WithoutElement missing("t2mi");
+    T2MI_Config_Struct config{64, 0};
+    hold(new udpsource("239.0.0.1", "1234", &config));
+    EXPECT_EQ(ghostPadOwner(), "udpsrc1");
+    EXPECT_EQ(receiver("do-timestamp"), "true");
+    hold(new rtpsource("239.0.0.1", "1234", &config));
+    EXPECT_EQ(next("udpsrc1"), "rtpmp2tdepay1");
+    EXPECT_EQ(ghostPadOwner(), "rtpmp2tdepay1");
+}
+
+TEST_F(Sources, WhateverElementIsMissingEveryCommandIsSurvived)
+{
+    const ScratchFolder folder;
+    T2MI_Config_Struct config{64, 0};
+    using Maker = std::function<gstsource*()>;
+    const Maker makers[] = {[]() -> gstsource* { return new filesource("/dev/null"); },
+        []() -> gstsource* { return new pciesource; },
+        [&config]() -> gstsource* { return new udpsource("239.0.0.1", "1234", &config); },
+        [&config]() -> gstsource* { return new rtpsource("239.0.0.1", "1234", &config); }};
+    for (const char* name : {"filesrc", "pciesrc", "udpsrc", "rtpmp2tdepay", "t2mi"}) {
+        const WithoutElement missing(name);
+        for (const Maker& make : makers) {
+            hold(make());
+            source().scanStream();
+            source().play(1);
+            source().recordStream(folder.file("record.ts"));
+            source().sendStream();
+            std::string text;
+            source().status(&text);
+            EXPECT_EQ(text, "running") << name;
+            source().stop();
+        }
+    }
 }
 
 TEST_F(Sources, OperationsReachThePipeline)
