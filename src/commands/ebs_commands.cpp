@@ -74,7 +74,7 @@ void Uart_ServiceNameEBS(std::string arg)
 void Uart_StatusEBS()
 {
     qDebug("STAtusEBS\n");
-    if (!instance || !instance->getStreamInformation()) {
+    if (!instance || !instance->hasStreamInformation()) {
         replyAndLog("*17_a.FL:02_NS:00$_DS:00");
         return;
     }

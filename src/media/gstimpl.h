@@ -65,6 +65,10 @@ public:
     std::vector<std::uint8_t>* getPAT();
     /// The accepted SDT sections one after another; never null.
     std::vector<std::uint8_t>* getSDT();
+    /// Appends the same to `bytes`: a list that has grown for long is large, and is copied once.
+    void appendSDT(std::vector<std::uint8_t>& bytes);
+    /// False before the first SDT section.
+    bool hasSDT();
     /// The PMT section of the program last played, or null.
     std::vector<std::uint8_t>* getPMT();
     /// The NIT sections in the order of their numbers; never null.

@@ -10,15 +10,30 @@ namespace {
 /// line. A stream must not fill the memory.
 constexpr std::size_t sdtBytesKept = 16 * 1024 * 1024;
 
-std::vector<std::uint8_t> bytesOf(GstMpegtsSection* section)
+/// The bytes of a section where they stand. Streams repeat their sections all the time: only what is stored
+/// is copied.
+class SectionBytes
 {
-    GBytes* bytes = gst_mpegts_section_get_data(section);
-    gsize size = 0;
-    const auto* first = static_cast<const std::uint8_t*>(g_bytes_get_data(bytes, &size));
-    std::vector<std::uint8_t> copy(first, first + size);
-    g_bytes_unref(bytes);
-    return copy;
-}
+public:
+    explicit SectionBytes(GstMpegtsSection* section)
+        : m_bytes(gst_mpegts_section_get_data(section))
+        , m_first(static_cast<const std::uint8_t*>(g_bytes_get_data(m_bytes, &m_size)))
+    {
+    }
+    ~SectionBytes() { g_bytes_unref(m_bytes); }
+    SectionBytes(const SectionBytes&) = delete;
+    SectionBytes& operator=(const SectionBytes&) = delete;
+
+    std::size_t size() const { return m_size; }
+    const std::uint8_t* begin() const { return m_first; }
+    const std::uint8_t* end() const { return m_first + m_size; }
+    std::vector<std::uint8_t> copy() const { return {begin(), end()}; }
+
+private:
+    GBytes* m_bytes;
+    gsize m_size = 0;
+    const std::uint8_t* m_first;
+};
 
 /// Numbers of all entries, 0 included; nothing when the section is no sound PAT.
 std::optional<std::vector<std::uint32_t>> entriesOfPat(GstMpegtsSection* section)
@@ -73,7 +88,7 @@ struct SectionHolder
 void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
 {
     const SectionHolder holder(section);
-    std::vector<std::uint8_t> bytes = bytesOf(section);
+    const SectionBytes bytes(section);
     {
         const std::lock_guard<std::mutex> lock(m_tablesMutex);
         if (m_patBytes.size() == bytes.size()) // a change is known by its length alone: this is meant
@@ -82,7 +97,7 @@ void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
     const std::optional<std::vector<std::uint32_t>> entries = entriesOfPat(section);
     {
         const std::lock_guard<std::mutex> lock(m_tablesMutex);
-        m_patBytes = std::move(bytes);
+        m_patBytes.assign(bytes.begin(), bytes.end());
         m_patPrograms = entries ? withoutZero(*entries) : std::vector<std::uint32_t>();
     }
     if (entries)
@@ -93,7 +108,7 @@ void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
 void gstImpl::newSdtSectionReceived(GstMpegtsSection* section)
 {
     const SectionHolder holder(section);
-    const std::vector<std::uint8_t> bytes = bytesOf(section);
+    const SectionBytes bytes(section);
     {
         const std::lock_guard<std::mutex> lock(m_tablesMutex);
         if (m_sdtBytes.size() == bytes.size())
@@ -126,7 +141,7 @@ void gstImpl::newPmtSectionReceived(GstMpegtsSection* section)
         // The first PMT is kept until the next scan.
         if (std::any_of(m_pmtSections.begin(), m_pmtSections.end(), same))
             return;
-        m_pmtSections.push_back({number, bytesOf(section)});
+        m_pmtSections.push_back({number, SectionBytes(section).copy()});
     }
     g_print("new PMT received program_number :%d\r\n", static_cast<int>(number));
 }
@@ -140,7 +155,7 @@ void gstImpl::newNitSectionReceived(GstMpegtsSection* section)
         const auto same = [number](const NIT_vector_Struct& known) { return known.section_number == number; };
         if (std::any_of(m_nitSections.begin(), m_nitSections.end(), same))
             return;
-        m_nitSections.push_back({number, bytesOf(section)});
+        m_nitSections.push_back({number, SectionBytes(section).copy()});
     }
     g_print("new NIT received (section: %d)\r\n", static_cast<int>(number));
 }
@@ -154,9 +169,21 @@ std::vector<std::uint8_t>* gstImpl::getPAT()
 
 std::vector<std::uint8_t>* gstImpl::getSDT()
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
-    m_sdtSnapshot = m_sdtBytes;
+    m_sdtSnapshot.clear();
+    appendSDT(m_sdtSnapshot);
     return &m_sdtSnapshot;
+}
+
+void gstImpl::appendSDT(std::vector<std::uint8_t>& bytes)
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    bytes.insert(bytes.end(), m_sdtBytes.begin(), m_sdtBytes.end());
+}
+
+bool gstImpl::hasSDT()
+{
+    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    return !m_sdtBytes.empty();
 }
 
 std::vector<std::uint8_t>* gstImpl::getPMT()

@@ -65,6 +65,11 @@ GstCaps* gstsource::getAudioDecodedCaps()
     return impl->getAudioDecodedCaps();
 }
 
+bool gstsource::hasStreamInformation()
+{
+    return impl->hasSDT();
+}
+
 void gstsource::status(std::string* out)
 {
     if (out)
@@ -74,10 +79,9 @@ void gstsource::status(std::string* out)
 std::vector<std::uint8_t>* gstsource::getStreamInformation()
 {
     static const char tag[] = {'<', 'S', 'D', 'T', '>'};
-    const std::vector<std::uint8_t>* sdt = impl->getSDT();
-    if (!sdt || sdt->empty())
+    if (!hasStreamInformation())
         return nullptr;
     streamInformation.assign(std::begin(tag), std::end(tag));
-    streamInformation.insert(streamInformation.end(), sdt->begin(), sdt->end());
+    impl->appendSDT(streamInformation);
     return &streamInformation;
 }

@@ -46,6 +46,8 @@ public:
 
     /// "<SDT>" followed by the SDT sections, or null before the first one. Valid until the next call.
     std::vector<std::uint8_t>* getStreamInformation();
+    /// False before the first SDT section.
+    bool hasStreamInformation();
 
 protected:
     gstImpl* impl = nullptr; ///< owned by the derived class, which makes and deletes it

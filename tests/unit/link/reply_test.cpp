@@ -10,6 +10,7 @@
 #include "measure/ethernetmeasurement.h"
 #include "media/udpsource.h"
 #include "standins.h"
+#include "support/allocations.h"
 #include "support/privatemachine.h"
 
 #include <algorithm>
@@ -112,6 +113,17 @@ TEST_F(Replies, ByteByByteIsOneByteAWrite)
     line.received.clear();
     replyByteByByte(std::vector<std::uint8_t>(text.begin(), text.end()));
     EXPECT_EQ(line.received, text);
+}
+
+TEST_F(Replies, ATableIsNotCopiedOnItsWay)
+{
+    const std::vector<std::uint8_t> table(100000, 't');
+    line.received.reserve(table.size());
+    line.writes.reserve(table.size());
+    allocations::resetPeak();
+    replyByteByByte(table);
+    EXPECT_EQ(line.received.size(), table.size());
+    EXPECT_EQ(allocations::peak(), 0U);
 }
 
 TEST_F(Replies, ManyShortRepliesOfOneBurstComeWhole)

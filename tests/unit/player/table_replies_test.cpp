@@ -3,6 +3,7 @@
 #include "madesections.h"
 #include "media/gstimpl.h"
 #include "media/gstsource.h"
+#include "support/allocations.h"
 #include "support/ttyfixture.h"
 #include "system/mydata.h"
 
@@ -25,7 +26,9 @@ public:
     }
     ~TableSource() override { delete impl; }
 
-    void receiveSdt(const Bytes& section) { impl->newSdtSectionReceived(madesections::delivered(section)); }
+    void receiveSdt(const Bytes& section) { receiveSdt(madesections::delivered(section)); }
+    void receiveSdt(GstMpegtsSection* section) { impl->newSdtSectionReceived(section); }
+    void receivePat(GstMpegtsSection* section) { impl->newPatSectionReceived(section); }
     void receiveNit(const Bytes& section) { impl->newNitSectionReceived(madesections::delivered(section)); }
     void receivePmt(const Bytes& section) { impl->newPmtSectionReceived(madesections::delivered(section)); }
 };
@@ -90,6 +93,47 @@ TEST_F(TableReplies, AServiceTableLongerThanTheLineTakesAtOnceComesWhole)
     }
     ASSERT_GT(expected.size(), 4096U);
     EXPECT_EQ(replyTo(Uart_StreamInfo, expected.size()), expected);
+}
+
+TEST_F(TableReplies, AServiceTableThatHasGrownIsCopiedOnceOnItsWay)
+{
+    constexpr std::size_t tableBytes = 1000000;
+    for (std::size_t size = 0; size < tableBytes; size += 2001) {
+        source->receiveSdt(madesections::sdt({1}, 1000));
+        source->receiveSdt(madesections::sdt({2}, 1001, 1));
+    }
+    allocations::resetPeak();
+    const std::vector<std::uint8_t>* information = instance->getStreamInformation();
+    ASSERT_GT(information->size(), tableBytes);
+    EXPECT_GT(allocations::peak(), tableBytes); // the one copy
+    EXPECT_LT(allocations::peak(), tableBytes * 3 / 2);
+}
+
+TEST_F(TableReplies, ASectionThatIsNotStoredIsNotCopied)
+{
+    source->receiveSdt(madesections::sdt({1}, 1000));
+    GstMpegtsSection* again = madesections::delivered(madesections::sdt({1}, 1000));
+    allocations::resetPeak();
+    source->receiveSdt(again);
+    EXPECT_LT(allocations::peak(), 500U);
+
+    const std::vector<std::uint16_t> programs(200, 5);
+    source->receivePat(madesections::delivered(madesections::pat(programs)));
+    again = madesections::delivered(madesections::pat(programs));
+    allocations::resetPeak();
+    source->receivePat(again);
+    EXPECT_LT(allocations::peak(), 400U);
+}
+
+TEST_F(TableReplies, TheStatusFrameCopiesNoTable)
+{
+    source->receiveSdt(madesections::sdt({1}, 1000));
+    source->receiveSdt(madesections::sdt({2}, 1001, 1));
+    controller().readUntilQuiet(30);
+    allocations::resetPeak();
+    Uart_StatusEBS();
+    EXPECT_LT(allocations::peak(), 1500U);
+    EXPECT_EQ(controller().readUntilQuiet(), "*17_a.FL:02_NS:00$_DS:00");
 }
 
 TEST_F(TableReplies, NetworkSectionsFollowOneAnother)

@@ -3,11 +3,23 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <malloc.h>
 #include <new>
 
 namespace {
 
 std::atomic<bool> clearErrno{false};
+std::atomic<std::ptrdiff_t> held{0};
+std::atomic<std::ptrdiff_t> heldAtMost{0};
+std::ptrdiff_t heldAtReset = 0;
+
+void count(void* block)
+{
+    const auto bytes = static_cast<std::ptrdiff_t>(malloc_usable_size(block));
+    const std::ptrdiff_t now = held += bytes;
+    std::ptrdiff_t most = heldAtMost;
+    while (now > most && !heldAtMost.compare_exchange_weak(most, now)) { }
+}
 
 } // namespace
 
@@ -16,6 +28,7 @@ void* operator new(std::size_t size)
     void* block = std::malloc(size > 0 ? size : 1);
     if (!block)
         throw std::bad_alloc();
+    count(block);
     if (clearErrno)
         errno = 0;
     return block;
@@ -23,6 +36,8 @@ void* operator new(std::size_t size)
 
 void operator delete(void* block) noexcept
 {
+    if (block)
+        held -= static_cast<std::ptrdiff_t>(malloc_usable_size(block));
     std::free(block);
 }
 
@@ -41,6 +56,17 @@ ErrnoClearing::ErrnoClearing()
 ErrnoClearing::~ErrnoClearing()
 {
     clearErrno = false;
+}
+
+std::size_t peak()
+{
+    return static_cast<std::size_t>(heldAtMost - heldAtReset);
+}
+
+void resetPeak()
+{
+    heldAtReset = held;
+    heldAtMost = heldAtReset;
 }
 
 } // namespace allocations

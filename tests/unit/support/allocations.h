@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 /// What the program allocates with operator new. A test program that lists allocations.cpp among its sources
 /// has its own operators, which serve the libraries, too.
 namespace allocations {
@@ -13,5 +15,9 @@ public:
     ErrnoClearing(const ErrnoClearing&) = delete;
     ErrnoClearing& operator=(const ErrnoClearing&) = delete;
 };
+
+/// Bytes that were held at most since resetPeak(), beyond what was held then. All threads together.
+std::size_t peak();
+void resetPeak();
 
 } // namespace allocations
