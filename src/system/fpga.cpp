@@ -123,8 +123,10 @@ bool downloadBitstream()
     const std::size_t size = sized ? static_cast<std::size_t>(status.st_size) : 0;
     const Buffer transmit = allocate(size);
     const Buffer receive = allocate(size);
-    if (!transmit || !receive)
+    if (!transmit || !receive) {
+        close(file);
         return false;
+    }
     const ssize_t count = read(file, transmit.get(), size);
     close(file);
     const int spi = openSpi(file);

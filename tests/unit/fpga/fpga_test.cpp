@@ -15,6 +15,10 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+/// The next allocations of exactly this size, and which of them fails: 1 the first, 0 none.
+std::size_t watchedSize = 0;
+int failing = 0;
+
 class FpgaLoading : public FpgaBench
 {
 };
@@ -61,6 +65,15 @@ std::vector<int> descriptorsOf(const std::string& path)
 }
 
 } // namespace
+
+void* realMalloc(std::size_t size) __asm__("__real_malloc");
+void* mallocOrFail(std::size_t size) __asm__("__wrap_malloc");
+void* mallocOrFail(std::size_t size)
+{
+    if (size == watchedSize && failing > 0 && --failing == 0)
+        return nullptr;
+    return realMalloc(size);
+}
 
 TEST_F(FpgaLoading, AnUnconfiguredFpgaGetsTheWholeFileInChunksAndIsConfigured)
 {
@@ -191,6 +204,24 @@ TEST_F(FpgaLoading, TheSpiDeviceStaysOpenBehindTheSecondCloseOfTheFile)
     EXPECT_TRUE(descriptorsOf(bitfilePath).empty());
     EXPECT_NE(fcntl(open[0], F_GETFD) & FD_CLOEXEC, 0) << "programs that the daemon starts do not need it";
     close(open[0]);
+}
+
+TEST_F(FpgaLoading, WithoutMemoryTheLoadEndsAtOnceAndLeavesNoDescriptor)
+{
+    makeBitfile();
+    watchedSize = std::filesystem::file_size(bitfilePath);
+    for (const int buffer : {1, 2}) {
+        failing = buffer;
+        EXPECT_FALSE(fpga.programFpga());
+        EXPECT_EQ(failing, 0); // it did fail
+        EXPECT_TRUE(descriptorsOf(bitfilePath).empty()) << buffer;
+    }
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(notes("spi").empty());
+    const Lines gpio = notes("gpio"); // the lines stay exported
+    EXPECT_EQ(Lines(gpio.begin(), gpio.begin() + 7), exportedAndPulsed);
+    EXPECT_EQ(std::count(gpio.begin(), gpio.end(), unexported[0]), 0);
+    EXPECT_EQ(std::count(gpio.begin(), gpio.end(), unexported[1]), 0);
 }
 
 TEST_F(FpgaLoading, RescanRemovesTheFunctionThenTheRootPortThenScans)
