@@ -1,4 +1,5 @@
 // What a stream may carry to end the process: tables whose lengths lead out of their section.
+#include "boundcalls.h"
 #include "madesections.h"
 #include "media/filesource.h"
 #include "sourcetest.h"
@@ -78,6 +79,19 @@ TEST_F(HostileStream, AnEventTableWhoseLengthsLeadOutOfItIsNotFollowed)
         for (const std::uint8_t descriptorLength : Bytes{0x00, 0x0A, 0x0B, 0xFF})
             scan(0x12, eventInformation(loopLength, descriptorLength));
     }
+}
+
+// The library's parser of event tables follows some lengths out of them, which need not show: whose parser it
+// is that GStreamer calls is looked up where its calls go.
+TEST_F(HostileStream, NoObjectOfTheProcessCallsTheLibrarysParserOfEventTables)
+{
+    scan(0x12, eventInformation(0x00C, 0x0A)); // a call is bound when it is made for the first time
+    const char parser[] = "gst_mpegts_section_get_eit";
+    EXPECT_EQ(boundcalls::objectThatAnswers(parser), boundcalls::program());
+    const std::vector<boundcalls::Call> calls = boundcalls::of(parser);
+    EXPECT_FALSE(calls.empty()); // otherwise the daemon's own is not needed any more
+    for (const boundcalls::Call& call : calls)
+        EXPECT_EQ(call.callee, boundcalls::program()) << "from " << call.caller;
 }
 
 } // namespace
