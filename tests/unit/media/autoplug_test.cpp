@@ -420,6 +420,16 @@ TEST_F(Autoplug, StopRemovesAChainThatIsAside)
     EXPECT_TRUE(follows("kmssink1"));
 }
 
+TEST_F(Autoplug, AChainThatWasOnItsWayBackWhenTheModeEndedEndsAllTheSame)
+{
+    sayThatWasAll();
+    GstElement* sink = GST_ELEMENT(gst_object_ref(element("kmssink1")));
+    gst_element_set_state(sink, GST_STATE_READY); // as far as a pad that came late had brought it
+    object().stop();
+    EXPECT_EQ(GST_STATE(sink), GST_STATE_NULL);
+    gst_object_unref(sink);
+}
+
 TEST_F(Autoplug, TheEndOfTheObjectWhileAChainIsAsideLeavesNothing)
 {
     GWeakRef sink;
