@@ -3,6 +3,7 @@
 
 #include "measure/ethernetmeasurement.h"
 #include "media/mpegts.h"
+#include "support/steps.h"
 #include "support/testfiles.h"
 #include "system/mydata.h"
 
@@ -45,13 +46,15 @@ std::string readPipe(int pipe, std::size_t count)
 
 } // namespace
 
-TEST_F(StartUp, NetworkingIsSwitchedOnThenDhcpIsSetThenTheMixer)
+TEST_F(StartUp, NetworkingIsSwitchedOnThenDhcpIsSetThenTheMixerThenTheFpgaHasItsTime)
 {
+    Steps steps(programs());
+    startAgain();
     const Calls expected{"nmcli|networking|on", "nmcli|con|del|Wired connection 1",
         "nmcli|con|del|Wired connection 1_vlan",
         "nmcli|con|add|con-name|Wired connection 1|ifname|eth0|type|ethernet", "amixer|sset|PCM|80%",
-        "amixer|sset|Headphone|92%"};
-    EXPECT_EQ(programs().calls(), expected);
+        "amixer|sset|Headphone|92%", "wait 1", "wait 1", "wait 1", "wait 10000", "wait 5000"};
+    EXPECT_EQ(steps.take(), expected);
 }
 
 TEST_F(StartUp, TheGreetingIsAllThatTheControllerGets)

@@ -4,6 +4,7 @@
 #include "commands/uart_command.h"
 #include "link/serialport.h"
 #include "support/privatenetwork.h"
+#include "support/steps.h"
 #include "system/mydata.h"
 #include "system/network.h"
 
@@ -275,38 +276,19 @@ TEST_F(Dispatcher, WithTheLinkUpTheGroupIsJoinedAndAgainWhenAJoinIsAskedFor)
     net.joinRequested = false;
     EthernetConnected = 0;
     ASSERT_TRUE(privatenetwork::addVethPair("eth0", "uplink"));
+    Steps steps(programs());
     worker().doWork();
     worker().doWork(); // nothing new: no call
-    const std::string join = "smcroute|-j|eth0|239.0.0.1";
-    EXPECT_EQ(programs().calls(), (Calls{"smcroute|-d", join}));
+    EXPECT_EQ(steps.take(),
+        (Calls{"smcroute|-d", "wait 500000", "smcroute|-j|eth0|239.0.0.1"})); // it answers once it is up
     EXPECT_EQ(EthernetConnected, 1);
-    programs().forget();
     cycle("server=UDP 239.1.2.3 1000\n");
-    EXPECT_EQ(programs().calls(), Calls{"smcroute|-j|eth0|239.1.2.3"});
+    EXPECT_EQ(steps.take(), Calls{"smcroute|-j|eth0|239.1.2.3"});
     EXPECT_FALSE(net.joinRequested);
-    programs().forget();
     privatenetwork::remove("eth0");
     worker().doWork();
-    EXPECT_EQ(programs().calls(), Calls{"smcroute|-k"});
+    EXPECT_EQ(steps.take(), Calls{"smcroute|-k"});
     EXPECT_EQ(EthernetConnected, 0);
-}
-
-/// The routing daemon answers only once it is up.
-TEST_F(Dispatcher, WithTheLinkUpTheRoutingDaemonHasHalfASecondBeforeTheJoin)
-{
-    programs().addScript("smcroute", "read -r up rest </proc/uptime; echo $up >>/home/uptimes");
-    net.smcrouteStarted = false;
-    EthernetConnected = 0;
-    ASSERT_TRUE(privatenetwork::addVethPair("eth0", "uplink"));
-    worker().doWork();
-    EXPECT_EQ(programs().calls(), (Calls{"smcroute|-d", "smcroute|-j|eth0|239.0.0.1"}));
-    std::ifstream uptimes("/home/uptimes"); // seconds, with two decimals
-    double started = 0;
-    double joined = 0;
-    ASSERT_TRUE(uptimes >> started >> joined);
-    EXPECT_GT(joined - started, 0.485);
-    privatenetwork::remove("eth0");
-    worker().doWork();
 }
 
 TEST_F(Dispatcher, AClosedLineIsACycleWithoutInput)

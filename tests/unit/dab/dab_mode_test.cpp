@@ -5,8 +5,8 @@
 #include "media/pciesource.h"
 #include "receiver.h"
 #include "support/eventually.h"
+#include "support/steps.h"
 #include "support/testfiles.h"
-#include "support/virtualtime.h"
 #include "workerfixture.h"
 
 #include <algorithm>
@@ -44,25 +44,19 @@ protected:
         if (IsSkipped())
             return;
         ASSERT_EQ(coverSocketFolder(), "");
-        m_waits = std::make_unique<virtualtime::Scope>([this](std::int64_t us) { passed(us); });
         writeScript("/home/ondrak/qt-dab/qt-dab", "echo $QT_QPA_PLATFORM $XDG_RUNTIME_DIR >> /home/started");
         signal(SIGPIPE, SIG_IGN); // main() has its own way
         controller().readUntilQuiet(30); // the greeting
-        programs().forget();
+        m_steps = std::make_unique<Steps>(programs());
+        m_steps->onWait = [this](std::int64_t us) { passed(us); };
         log().forget();
     }
 
     /// What was run and how long was waited, in order, since the last call.
-    std::vector<std::string> steps()
-    {
-        noteCalls();
-        m_calls = 0;
-        programs().forget();
-        return std::move(m_steps);
-    }
+    std::vector<std::string> steps() { return m_steps->take(); }
 
     /// Waits take their time again.
-    void endVirtualTime() { m_waits.reset(); }
+    void endVirtualTime() { m_steps.reset(); }
 
     /// Called with the number of each attempt to connect, behind it.
     std::function<void(int)> behindAttempt;
@@ -79,8 +73,6 @@ protected:
 private:
     void passed(std::int64_t us)
     {
-        noteCalls();
-        m_steps.push_back("wait " + std::to_string(us));
         m_attempts = us == attemptPauseUs ? m_attempts + 1 : 0;
         if (m_attempts == 1) { // the receiver program comes up in this time
             ++m_starts;
@@ -90,24 +82,15 @@ private:
             behindAttempt(m_attempts);
     }
 
-    void noteCalls()
-    {
-        const std::vector<std::string> calls = programs().calls();
-        m_steps.insert(m_steps.end(), calls.begin() + static_cast<std::ptrdiff_t>(m_calls), calls.end());
-        m_calls = calls.size();
-    }
-
     static long lineCount(const char* path)
     {
         const std::string text = readFile(path);
         return std::count(text.begin(), text.end(), '\n');
     }
 
-    std::vector<std::string> m_steps;
-    std::size_t m_calls = 0; // of them in m_steps already
     long m_starts = 0;
     int m_attempts = 0;
-    std::unique_ptr<virtualtime::Scope> m_waits;
+    std::unique_ptr<Steps> m_steps;
 };
 
 void serveNothing(int connection)

@@ -1,5 +1,6 @@
 // Multicast membership with a recorded smcroute; the texts for the console arrive at the far end of its line.
 #include "support/privatemachine.h"
+#include "support/steps.h"
 #include "support/ttyfixture.h"
 #include "system/mydata.h"
 #include "system/network.h"
@@ -101,8 +102,10 @@ TEST_F(MulticastRouting, ThreeFailedJoinsRestartTheDaemonThreeTimesAndKeepTheReq
 {
     addFailingJoins("No such device", 99);
     network.smcrouteStarted = true;
+    Steps steps(programs);
     network.SendJoinMulticast();
-    const Calls once{"smcroute|-j|eth0|239.0.0.1", "smcroute|-k", "smcroute|-d"};
+    const Calls once{
+        "smcroute|-j|eth0|239.0.0.1", "smcroute|-k", "wait 100000", "smcroute|-d", "wait 1000000"};
     const std::string onceText =
         "SendJoinMulticast()\r\nsmcroute -j eth0 239.0.0.1" + bar + " No such device " + bar;
     Calls expected;
@@ -111,7 +114,7 @@ TEST_F(MulticastRouting, ThreeFailedJoinsRestartTheDaemonThreeTimesAndKeepTheReq
         expected.insert(expected.end(), once.begin(), once.end());
         expectedText += onceText;
     }
-    EXPECT_EQ(programs.calls(), expected);
+    EXPECT_EQ(steps.take(), expected);
     EXPECT_EQ(consoleText(), expectedText);
     EXPECT_TRUE(network.joinRequested);
     EXPECT_TRUE(network.smcrouteStarted);
@@ -121,9 +124,11 @@ TEST_F(MulticastRouting, JoinThatSucceedsAtTheSecondAttemptEndsThere)
 {
     addFailingJoins("smcroute: unknown interface eth0", 1);
     network.smcrouteStarted = true;
+    Steps steps(programs);
     network.SendJoinMulticast();
-    EXPECT_EQ(programs.calls(),
-        (Calls{"smcroute|-j|eth0|239.0.0.1", "smcroute|-k", "smcroute|-d", "smcroute|-j|eth0|239.0.0.1"}));
+    EXPECT_EQ(steps.take(),
+        (Calls{"smcroute|-j|eth0|239.0.0.1", "smcroute|-k", "wait 100000", "smcroute|-d", "wait 1000000",
+            "smcroute|-j|eth0|239.0.0.1"}));
     EXPECT_FALSE(network.joinRequested);
 }
 

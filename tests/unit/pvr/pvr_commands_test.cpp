@@ -8,6 +8,7 @@
 #include "support/testfiles.h"
 #include "support/thisprocess.h"
 #include "support/ttyfixture.h"
+#include "support/virtualtime.h"
 #include "writtenblocks.h"
 
 #include <algorithm>
@@ -223,6 +224,22 @@ TEST_F(PvrCommands, ExportLogsItsProgressEveryHundredBlocks)
     EXPECT_EQ(exportLines(),
         (std::vector<std::string>{
             "Uart_PVR_Export", "Export remaining=204800", "Export remaining=102400", "Export remaining=0"}));
+}
+
+TEST_F(PvrCommands, ExportGivesTheDriverASecondBeforeTheDeviceIsClosed)
+{
+    writeFile(recording, pattern(2500));
+    makeDevice(65536);
+    const auto openBefore = openDescriptors();
+    std::vector<std::int64_t> waits;
+    const virtualtime::Scope waitsPassAtOnce([&](std::int64_t us) {
+        waits.push_back(us);
+        EXPECT_EQ(openDescriptors(), openBefore + 2); // the recording and the device
+        EXPECT_EQ(waitingInDevice(), 2500);
+    });
+    Uart_PVR_Export();
+    EXPECT_EQ(waits, std::vector<std::int64_t>{1000000});
+    EXPECT_EQ(openDescriptors(), openBefore);
 }
 
 TEST_F(PvrCommands, ExportOfAnEmptyRecordingEndsAfterOneEmptyBlock)
