@@ -102,6 +102,17 @@ TEST_F(NetworkCommands, InterfaceWithoutLinkIsNotConnected)
     EXPECT_EQ(replyOf(Uart_GetInterface), "not connected\n");
 }
 
+TEST_F(NetworkCommands, TheRecordersCommandsStopTheCapture)
+{
+    ASSERT_TRUE(addEth0());
+    for (void (*command)() : {Uart_PVR_Stop, Uart_PVR_Export}) {
+        measurement.start();
+        ASSERT_TRUE(measurement.running);
+        command();
+        EXPECT_FALSE(measurement.running);
+    }
+}
+
 TEST_F(NetworkCommands, DhcpHasNoVlanAndStopsTheCapture)
 {
     ASSERT_TRUE(addEth0());
