@@ -22,10 +22,11 @@ can_be_root()
     [ "$(id -u)" -eq 0 ] || { command -v sudo >/dev/null && sudo -n true 2>/dev/null; }
 }
 
-# Words that run a command as root: none for root itself, else sudo with the environment kept (sanitizer options, CI).
+# Words that run a command as root: none for root itself, else sudo with the environment kept (sanitizer options, CI) and
+# root's home, so that nothing of root's is left in the caller's.
 # "${ROOT[@]}" COMMAND & leaves the command's own process in $!, which a function would not.
 ROOT=()
-[ "$(id -u)" -eq 0 ] || ROOT=(sudo -n -E --)
+[ "$(id -u)" -eq 0 ] || ROOT=(sudo -n -E -H --)
 as_root() { "${ROOT[@]}" "$@"; }
 
 # ensure_packages [GROUP...]: installs what is missing of the packages that building and running need, and of these
