@@ -55,11 +55,13 @@ bool LogCapture::contains(const std::string& line) const
     return std::find(all.begin(), all.end(), line) != all.end();
 }
 
-bool LogCapture::waitFor(const std::string& line, int timeoutMs) const
+bool LogCapture::waitFor(const std::string& beginning, int timeoutMs) const
 {
     std::unique_lock<std::mutex> lock(logMutex);
-    return logGrew.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-        [&line] { return std::find(logLines.begin(), logLines.end(), line) != logLines.end(); });
+    return logGrew.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&beginning] {
+        return std::any_of(logLines.begin(), logLines.end(),
+            [&beginning](const std::string& line) { return line.rfind(beginning, 0) == 0; });
+    });
 }
 
 void LogCapture::forget()
@@ -92,9 +94,8 @@ PseudoLine::~PseudoLine()
     }
 }
 
-void PseudoLine::write(const std::string& bytes)
+void PseudoLine::send(const std::string& bytes)
 {
-    const int before = pendingAtDevice();
     std::size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t n = ::write(m_master, bytes.data() + done, bytes.size() - done);
@@ -102,9 +103,14 @@ void PseudoLine::write(const std::string& bytes)
             return;
         done += static_cast<std::size_t>(n);
     }
-    for (int i = 0; i < 2000 && pendingAtDevice() < before + static_cast<int>(done); ++i)
-        std::this_thread::sleep_for(
-            std::chrono::milliseconds(1)); // of real time, whatever time the daemon has
+}
+
+void PseudoLine::write(const std::string& bytes)
+{
+    const int all = pendingAtDevice() + static_cast<int>(bytes.size());
+    send(bytes);
+    for (int i = 0; i < 2000 && pendingAtDevice() < all; ++i)
+        usleep(1000);
 }
 
 int PseudoLine::pendingAtDevice() const

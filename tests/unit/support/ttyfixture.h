@@ -19,8 +19,9 @@ public:
 
     std::vector<std::string> lines() const;
     bool contains(const std::string& line) const;
-    /// Waits until the line is logged, by whatever thread; false when that does not happen in time.
-    bool waitFor(const std::string& line, int timeoutMs = 10000) const;
+    /// Waits until a line that begins so is logged, by whatever thread; false when that does not happen in
+    /// time.
+    bool waitFor(const std::string& beginning, int timeoutMs = 10000) const;
     void forget();
 };
 
@@ -33,8 +34,10 @@ public:
     PseudoLine(const PseudoLine&) = delete;
     PseudoLine& operator=(const PseudoLine&) = delete;
 
+    /// Writes while somebody reads at the device's side.
+    void send(const std::string& bytes);
     /// Writes, and waits until the device's side has all of it to read (a terminal hands bytes over in its
-    /// own time).
+    /// own time). Nobody reads there meanwhile.
     void write(const std::string& bytes);
     /// Everything that arrives until `quietMs` pass without a byte.
     std::string readUntilQuiet(int quietMs = 50);

@@ -1,12 +1,16 @@
 #include "virtualtime.h"
 
+#include "eventually.h"
+
+#include <atomic>
 #include <ctime>
 #include <unistd.h>
 
 namespace {
 
 thread_local bool active = false;
-std::int64_t now = 1'700'000'000'000'000; // µs
+std::atomic<std::int64_t> now{1'700'000'000'000'000}; // µs
+std::atomic<unsigned> looks{0};
 std::function<void(std::int64_t)> told;
 
 void pass(std::int64_t microseconds)
@@ -42,6 +46,12 @@ void advance(std::int64_t microseconds)
     now += microseconds;
 }
 
+bool waitUntilNoted()
+{
+    const unsigned before = looks;
+    return eventually([before] { return looks - before >= 2; });
+}
+
 } // namespace virtualtime
 
 // The names are what the linker makes of the calls.
@@ -71,6 +81,7 @@ std::time_t __wrap_time(std::time_t* result)
 {
     if (!active)
         return __real_time(result);
+    ++looks;
     if (result != nullptr)
         *result = now / 1000000;
     return now / 1000000;

@@ -22,6 +22,11 @@ public:
 /// True on a thread and at a time that has the clock of its own.
 bool running();
 
+/// Any thread.
 void advance(std::int64_t microseconds);
+
+/// From another thread: returns once the code on the clock's thread has looked at it twice more, so that it
+/// has noted the present time for what it did before. False when it does not look, for ten seconds.
+bool waitUntilNoted();
 
 } // namespace virtualtime
