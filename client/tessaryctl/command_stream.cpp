@@ -1,18 +1,15 @@
-// Which stream, what is in it, what is shown of it: server, scan, info, play, send-ts.
-#include "client/answererror.h"
+// Which stream, and what is in it: server, scan, info, send-ts.
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/serverspec.h"
+#include "client/tessaryctl/streamqueries.h"
 #include "client/tessaryctl/streamreport.h"
 #include "client/tessaryctl/terminal.h"
+#include "client/tessaryctl/waiting.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cmath>
 #include <iostream>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 namespace tessary::ctl {
 
@@ -20,19 +17,7 @@ using namespace client;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr int noProgram = 0; // belongs to the network PID, so that playing it shows nothing
-
-Clock::time_point after(double seconds)
-{
-    return Clock::now() + Milliseconds(std::lround(seconds * 1000));
-}
-
-void sleepABit()
-{
-    std::this_thread::sleep_for(Milliseconds(200));
-}
 
 struct ScanOptions
 {
@@ -56,45 +41,9 @@ void startScan(Controller& controller, const ScanOptions& options)
         controller.scan();
 }
 
-std::optional<ServiceTable> servicesNow(Controller& controller)
-{
-    const Bytes bytes = controller.streamInfo();
-    return bytes.empty() ? std::nullopt : std::optional(readServices(bytes));
-}
-
-std::optional<NetworkTable> networkNow(Controller& controller)
-{
-    const Bytes bytes = controller.networkInformation();
-    return bytes.empty() ? std::nullopt : std::optional(readNetwork(bytes));
-}
-
-std::optional<ProgramMap> programNow(Controller& controller)
-{
-    const Bytes bytes = controller.programMap();
-    return bytes.empty() ? std::nullopt : std::optional(readProgram(bytes));
-}
-
-/// Tells on a terminal what is waited for; the line is gone afterwards.
-class WaitingFor
-{
-public:
-    explicit WaitingFor(const std::string& what)
-    {
-        if (errorIsTerminal())
-            std::cerr << "waiting for " << what << " ..." << std::flush;
-    }
-    ~WaitingFor()
-    {
-        if (errorIsTerminal())
-            std::cerr << "\r\033[K" << std::flush;
-    }
-    WaitingFor(const WaitingFor&) = delete;
-    WaitingFor& operator=(const WaitingFor&) = delete;
-};
-
 void awaitTables(Controller& controller, StreamReport& report, double seconds)
 {
-    const auto deadline = after(seconds);
+    const Deadline deadline(seconds);
     const auto complete = [](const auto& table) { return table.has_value() && table->complete; };
     const WaitingFor shown("service list and network");
     for (;;) {
@@ -102,7 +51,7 @@ void awaitTables(Controller& controller, StreamReport& report, double seconds)
             report.services = servicesNow(controller);
         if (!complete(report.network))
             report.network = networkNow(controller);
-        if ((complete(report.services) && complete(report.network)) || Clock::now() >= deadline)
+        if ((complete(report.services) && complete(report.network)) || deadline.isOver())
             return;
         sleepABit();
     }
@@ -159,63 +108,6 @@ void info(Context& context)
         context.note("PIDs are known of the program that is played: tessaryctl play NUMBER");
 }
 
-std::string lowered(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
-
-int programNumberOf(Controller& controller, const std::string& text, std::optional<ServiceTable>& services)
-{
-    const bool digits = !text.empty()
-        && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
-    if (digits && text.size() <= 5 && std::stoi(text) <= 0xFFFF)
-        return std::stoi(text);
-    if (digits)
-        throw Failure(
-            ExitCode::Usage, "program numbers go up to 65535", "tessaryctl info lists the services");
-    if (services.has_value()) {
-        for (const auto& service : services->services.services) {
-            if (lowered(service.name) == lowered(text))
-                return service.id;
-        }
-    }
-    const bool silent = controller.playerStatus().empty();
-    throw Failure(ExitCode::Nothing, "no service has the name \"" + text + "\"",
-        silent ? "run tessaryctl scan first, or give the program's number"
-               : "tessaryctl info lists the services");
-}
-
-void play(Context& context, const std::string& text, double wait)
-{
-    Controller& controller = context.controller();
-    auto services = servicesNow(controller);
-    const int number = programNumberOf(controller, text, services);
-    controller.play(number);
-    std::optional<ProgramMap> program;
-    const auto deadline = after(wait);
-    while (!(program = programNow(controller)) && Clock::now() < deadline)
-        sleepABit();
-    const std::string status = controller.playerStatus();
-    StreamReport report{services, {}, std::nullopt};
-    const auto* service = report.serviceOf(static_cast<std::uint16_t>(number));
-    if (context.json()) {
-        Json value{{"program", number}, {"name", service != nullptr ? Json(service->name) : Json()},
-            {"status", status}, {"map", program.has_value() ? jsonOf(*program) : Json()}};
-        context.print(value);
-    } else if (program.has_value()) {
-        context.out() << status << ": program " << number;
-        if (service != nullptr)
-            context.out() << "  " << printable(service->name);
-        context.out() << '\n';
-        printProgram(context.out(), *program, "  ");
-    }
-    if (!program.has_value())
-        throw Failure(ExitCode::Nothing,
-            "no program " + std::to_string(number) + " came in within " + fixed(wait, 0) + " s",
-            "tessaryctl scan lists what is in the stream; tessaryctl measure tells whether it arrives");
-}
-
 void setServer(Context& context, const std::vector<std::string>& words)
 {
     if (words.empty()) {
@@ -267,18 +159,6 @@ void addInfo(CLI::App& app, Context& context)
     auto* sub = addSubcommand(
         app, context, "info", "Tell what is known of the current stream, without disturbing it");
     sub->callback([&context] { info(context); });
-}
-
-void addPlay(CLI::App& app, Context& context)
-{
-    auto* sub = addSubcommand(app, context, "play", "Show a program on the instrument's display");
-    auto program = std::make_shared<std::string>();
-    auto wait = std::make_shared<double>(5);
-    sub->add_option("program", *program, "program number, or a service's name")->required();
-    sub->add_option("--wait", *wait, "seconds to wait for the program's PMT")
-        ->check(between(0.0, 3600.0))
-        ->capture_default_str();
-    sub->callback([&context, program, wait] { play(context, *program, *wait); });
 }
 
 void addSendTs(CLI::App& app, Context& context)

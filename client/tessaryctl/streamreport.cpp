@@ -1,6 +1,7 @@
 #include "client/tessaryctl/streamreport.h"
 
 #include "client/mpegtsnames.h"
+#include "client/streamkind.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>
@@ -120,7 +121,8 @@ void printProgram(std::ostream& out, const ProgramMap& program, const std::strin
     for (const auto& stream : program.streams) {
         const std::string type = hexText(std::string(1, static_cast<char>(stream.type)));
         rows.push_back({pidText(stream.pid), "0x" + type,
-            streamName(stream) + (stream.pid == program.pcrPid ? ", PCR" : ""), printable(stream.language)});
+            kindOf(program, stream).text + (stream.pid == program.pcrPid ? ", PCR" : ""),
+            printable(stream.language)});
     }
     out << tableOf(rows, indent);
     const bool own = std::none_of(program.streams.begin(), program.streams.end(),
@@ -151,7 +153,7 @@ Json jsonOf(const ProgramMap& program)
         Json value;
         value["pid"] = stream.pid;
         value["type"] = stream.type;
-        value["type_name"] = streamName(stream);
+        value["type_name"] = kindOf(program, stream).text;
         value["language"] = stream.language;
         value["descriptors"] = descriptors;
         streams.push_back(value);

@@ -214,8 +214,6 @@ TEST(Decoders, RefuseLoopsAndDescriptorsThatEndBehindWhatHoldsThem)
 
 TEST(Names, SayWhatAPersonWouldSay)
 {
-    EXPECT_EQ(streamTypeName(0x1B), "H.264 video");
-    EXPECT_EQ(streamTypeName(0xEE), "type 0xee");
     EXPECT_EQ(serviceTypeName(0x02), "digital radio");
     EXPECT_EQ(serviceTypeName(0x80), "type 0x80");
 }

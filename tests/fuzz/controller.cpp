@@ -9,6 +9,7 @@
 #include "client/lineerror.h"
 #include "client/mpegtsnames.h"
 #include "client/softwareupdate.h"
+#include "client/streamkind.h"
 #include "client/streamtables.h"
 #include "client/t2mipacket.h"
 #include "support/containment.h"
@@ -33,7 +34,7 @@ std::size_t describe(const std::vector<Section>& sections)
             letters += pat->programs.size();
         if (const auto pmt = decodePmt(section)) {
             for (const ProgramMap::Stream& stream : pmt->streams)
-                letters += streamName(stream).size() + stream.language.size();
+                letters += kindOf(*pmt, stream).text.size() + stream.language.size();
         }
         if (const auto nit = decodeNit(section))
             letters += nit->networkName.size() + nit->transportStreams.size();

@@ -53,6 +53,14 @@ std::string LineProxy::withFaults(const std::string& bytes)
     return arriving;
 }
 
+void LineProxy::swallow()
+{
+    const std::size_t at =
+        m_faults.swallowed.empty() ? std::string::npos : m_waiting.find(m_faults.swallowed);
+    if (at != std::string::npos)
+        m_waiting.erase(at, m_faults.swallowed.size());
+}
+
 bool LineProxy::carryToDaemon()
 {
     while (m_waiting.size() < driverBuffer) {
@@ -61,6 +69,7 @@ bool LineProxy::carryToDaemon()
             break;
         m_waiting += more;
     }
+    swallow();
     std::size_t count = m_waiting.size();
     if (m_faults.bytesPerSecond != 0) {
         std::this_thread::sleep_until(m_lastTick + Milliseconds(10));

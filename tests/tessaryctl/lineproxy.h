@@ -21,6 +21,7 @@ public:
         std::size_t bytesPerSecond = 0; ///< each way; 0 is as fast as it goes
         std::int64_t dropFrom = -1; ///< position in what goes to the daemon ...
         std::int64_t dropCount = 0; ///< ... from which so many bytes vanish
+        std::string swallowed; ///< a command that never arrives
         std::int64_t damageAt = -1; ///< position of one byte that arrives inverted
         std::int64_t pullAfterCommand = -1; ///< pulled out when so many bytes have gone to the daemon
         std::int64_t pullAfterAnswer = -1; ///< pulled out when so many bytes have come from it
@@ -41,6 +42,7 @@ private:
     bool carry();
     bool carryToDaemon();
     bool carryFromDaemon();
+    void swallow();
     std::string withFaults(const std::string& bytes);
 
     Faults m_faults;

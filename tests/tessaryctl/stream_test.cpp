@@ -1,6 +1,7 @@
 #include "../client/oracle.h"
 #include "../client/sectionbuilder.h"
 #include "client/t2mipacket.h"
+#include "lineproxy.h"
 #include "toolsuite.h"
 
 #include <QFile>
@@ -61,8 +62,10 @@ protected:
     }
 };
 
-/// A stream of one program whose service has these texts, as carried.
-void writeStream(const QString& path, const std::string& provider, const std::string& name)
+/// A stream of one program whose service has these texts, as carried, and whose picture is announced but does
+/// not come.
+void writeStream(const QString& path, const std::string& provider, const std::string& name,
+    const Bytes& programDescriptors = {})
 {
     const auto packet = [](int pid, int counter, const Bytes& section) {
         Bytes bytes{0x47, static_cast<std::uint8_t>(0x40 | pid >> 8), static_cast<std::uint8_t>(pid),
@@ -72,8 +75,8 @@ void writeStream(const QString& path, const std::string& provider, const std::st
         return bytes;
     };
     const Bytes pat = makeSection(0x00, 7, {0x00, 0x05, 0xE1, 0x00});
-    const Bytes pmt =
-        makeSection(0x02, 5, join({{0xE1, 0x01}, makeLoop({}), {0x1B, 0xE1, 0x01}, makeLoop({})}));
+    const Bytes pmt = makeSection(
+        0x02, 5, join({{0xE1, 0x01}, makeLoop(programDescriptors), {0x1B, 0xE1, 0x01}, makeLoop({})}));
     const Bytes descriptor = serviceDescriptor(0x19, provider, name);
     Bytes loop = makeLoop(descriptor);
     loop[0] = static_cast<std::uint8_t>((loop[0] & 0x0FU) | 0x80U);
@@ -139,6 +142,98 @@ TEST_F(ToolStream, PlayTakesNumbersAndNamesAndShowsThePids)
     expectFailure(tool({"play", "9", "--wait", "1"}), 6, "no program 9");
     expectFailure(tool({"play", "No Such"}), 6, "no service has the name");
     EXPECT_EQ(toolJson({"status"})["player"].toString(), "running");
+}
+
+// services.ts, each of its kinds played; a picture has 352 × 288. What the tool tells of it:
+struct Service
+{
+    const char* program;
+    const char* text;
+    const char* picture;
+    QJsonValue video;
+    const char* sound;
+    QJsonValue audio;
+};
+
+TEST_F(ToolStream, PlayTellsWhatIsToBeSeenAndHeard)
+{
+    const RunningStream stream = sendStream(madeStream("services.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    for (const Service& service :
+        {Service{"1", "picture and sound", "decoded", "MPEG-2", "decoded", "MPEG-1 layer 2"},
+            Service{"2", "sound only: radio", "absent", {}, "decoded", "MPEG-1 layer 2"},
+            Service{"3", "sound only: radio", "absent", {}, "decoded", "AAC"},
+            Service{"4", "sound only: radio", "absent", {}, "decoded", "AC-3"},
+            Service{"5", "sound only: radio", "absent", {}, "decoded", "E-AC-3"},
+            Service{"6", "picture only: the service has no sound", "decoded", "MPEG-2", "absent", {}},
+            Service{"7", "picture only: no decoder for the sound (AC-4)", "decoded", "MPEG-2", "undecodable",
+                "AC-4"}}) {
+        const QJsonObject told =
+            toolJson({"play", service.program, "--wait", "30"})["presentation"].toObject();
+        const bool seen = service.picture == std::string("decoded");
+        EXPECT_EQ(told["text"].toString(), service.text);
+        EXPECT_EQ(told["picture"].toString(), service.picture) << service.text;
+        EXPECT_EQ(told["video"], service.video) << service.text;
+        EXPECT_EQ(told["width"].toInt(), seen ? 352 : 0) << service.text;
+        EXPECT_EQ(told["height"].toInt(), seen ? 288 : 0) << service.text;
+        EXPECT_EQ(told["sound"].toString(), service.sound) << service.text;
+        EXPECT_EQ(told["audio"], service.audio) << service.text;
+    }
+}
+
+TEST_F(ToolStream, PlayTellsItInWordsToo)
+{
+    const RunningStream stream = sendStream(madeStream("services.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    const QByteArray radio = tool({"play", "radio aac", "--wait", "30"}).output;
+    EXPECT_TRUE(radio.startsWith("running: program 3  Radio AAC\n  sound only: radio\n  sound    AAC\n  PID"))
+        << radio.constData();
+    const QByteArray television = tool({"play", "1", "--wait", "30"}).output;
+    EXPECT_TRUE(television.startsWith("running: program 1  Television\n  picture and sound\n"
+                                      "  picture  MPEG-2, 352 × 288\n  sound    MPEG-1 layer 2\n  PID"))
+        << television.constData();
+}
+
+TEST_F(ToolStream, PlayWithoutScanKnowsNoServiceTypes)
+{
+    const RunningStream stream = sendStream(madeStream("services.ts"));
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.1:1234"}).ok());
+    const QByteArray radio = tool({"play", "2", "--wait", "30"}).output;
+    EXPECT_TRUE(radio.startsWith("running: program 2\n  sound only: the service has no picture\n"))
+        << radio.constData();
+}
+
+TEST_F(ToolStream, PlayTellsThatNothingIsDecoded)
+{
+    const Bytes conditionalAccess = makeDescriptor(0x09, {0x0B, 0x00, 0xE1, 0x02});
+    const QString clear = instrument().path("clear.ts");
+    const QString scrambled = instrument().path("scrambled.ts");
+    writeStream(clear, "Desk", "Clear");
+    writeStream(scrambled, "Desk", "Scrambled", conditionalAccess);
+    for (const auto& [file, text] :
+        {std::pair{clear, "nothing decoded yet"}, std::pair{scrambled, "nothing decoded yet: scrambled?"}}) {
+        const RunningStream stream = sendStream(file, {"--bitrate", "1M"});
+        ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+        const QJsonObject told = toolJson({"play", "5"})["presentation"].toObject();
+        EXPECT_EQ(told["text"].toString(), text);
+        EXPECT_EQ(told["picture"].toString(), "awaited");
+        EXPECT_EQ(told["video"].toString(), "H.264");
+    }
+}
+
+TEST_F(ToolStream, PlayGoesOnWithoutTheDecoderInformation)
+{
+    const RunningStream stream = sendStream(madeStream("services.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    LineProxy::Faults faults;
+    faults.swallowed = "!07_E_&\n";
+    const LineProxy proxy(port().toStdString(), faults);
+    const CommandResult played =
+        toolOn(QString::fromStdString(proxy.path()), {"--timeout", "3", "play", "1", "--wait", "30"});
+    EXPECT_TRUE(played.ok()) << played.errors.constData();
+    EXPECT_TRUE(played.output.startsWith(
+        "running: program 1  Television\n  the instrument does not tell what it decodes\n  PID"))
+        << played.output.constData();
 }
 
 TEST_F(ToolStream, InfoTellsWhatIsKnownAndDisturbsNothing)

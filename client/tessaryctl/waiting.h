@@ -1,0 +1,32 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace tessary::ctl {
+
+/// The moment when waiting ends.
+class Deadline
+{
+public:
+    explicit Deadline(double seconds);
+    bool isOver() const;
+
+private:
+    std::chrono::steady_clock::time_point m_end;
+};
+
+/// Between two questions of the same kind.
+void sleepABit();
+
+/// Tells on a terminal what is waited for; the line is gone afterwards.
+class WaitingFor
+{
+public:
+    explicit WaitingFor(const std::string& what);
+    ~WaitingFor();
+    WaitingFor(const WaitingFor&) = delete;
+    WaitingFor& operator=(const WaitingFor&) = delete;
+};
+
+} // namespace tessary::ctl
