@@ -54,6 +54,9 @@ public:
 
     /// `line` is borrowed and must outlive the controller.
     explicit Controller(SerialLine& line, Patience patience = {});
+    virtual ~Controller() = default;
+    Controller(const Controller&) = delete;
+    Controller& operator=(const Controller&) = delete;
 
     /// Waits for the greeting. What came before it (of an earlier run of the daemon) is dropped.
     void waitForGreeting(Milliseconds timeout);
@@ -122,9 +125,9 @@ public:
     void send(const Request& request, std::string_view argument = {});
     /// Waits until the daemon has handled everything sent so far: asks for its version until it answers.
     /// Returns what came before: the late answer to an earlier query.
-    std::string settle();
+    virtual std::string settle();
     /// Sends and reads the answer as `request` says.
-    std::string ask(const Request& request, std::string_view argument = {});
+    virtual std::string ask(const Request& request, std::string_view argument = {});
 
 private:
     std::string readAnswer(const Request& request);

@@ -17,7 +17,7 @@ class SerialLine
 public:
     /// Opens and sets up the port. Bytes that have already arrived are kept: the greeting may be among them.
     explicit SerialLine(std::string path);
-    ~SerialLine();
+    virtual ~SerialLine();
     SerialLine(SerialLine&& other) noexcept;
     SerialLine& operator=(SerialLine&& other) noexcept;
     SerialLine(const SerialLine&) = delete;
@@ -26,7 +26,7 @@ public:
     const std::string& path() const { return m_path; }
 
     /// Writes all bytes; waits for room in the driver's buffer, for `timeout` in all.
-    void write(std::string_view bytes, Milliseconds timeout = Milliseconds(10000));
+    virtual void write(std::string_view bytes, Milliseconds timeout = Milliseconds(10000));
 
     /// Whatever has arrived, waiting for the first byte at most `timeout`; empty when nothing came.
     std::string readSome(Milliseconds timeout);

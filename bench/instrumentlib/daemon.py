@@ -10,7 +10,7 @@ from .machine_root import EMULATOR, RECORDER
 from .machine import CLEAN_ENVIRONMENT
 
 PATH_INSIDE = "/usr/bin/tessary"
-_STOP_SECONDS = 10
+_STOP_SECONDS = 60  # it goes at once; only a machine that has much other work takes its time
 
 
 class Daemon:

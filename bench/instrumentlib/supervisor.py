@@ -15,7 +15,7 @@ from .errors import BenchError
 from .machine import Machine
 from .relay import Relay, SerialLine
 
-_START_SECONDS = 30
+_START_SECONDS = 180  # long: a machine that has other work takes its time
 
 
 class Stopped(BaseException):

@@ -6,6 +6,10 @@
 
 namespace tessary::test {
 
+/// How long a test waits for what must happen: it waits so long only when it fails, so this is long enough
+/// for any machine that has other work as well.
+constexpr int patienceMilliseconds = 180000;
+
 /// A child that gets SIGTERM when the test ends in any way, a crash and Ctrl-C included, so that nothing
 /// stays behind.
 class GuardedProcess : public QProcess
@@ -33,6 +37,7 @@ struct CommandResult
 };
 
 /// Runs a program to its end, at most `milliseconds`.
-CommandResult runCommand(const QString& program, const QStringList& arguments, int milliseconds = 60000);
+CommandResult runCommand(
+    const QString& program, const QStringList& arguments, int milliseconds = patienceMilliseconds);
 
 } // namespace tessary::test

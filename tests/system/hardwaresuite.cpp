@@ -1,6 +1,5 @@
 #include "hardwaresuite.h"
 
-#include "client/controller.h"
 #include "daemonlog.h"
 
 #include <ctime>
@@ -10,8 +9,6 @@
 #include <stdexcept>
 
 namespace tessary::test {
-
-using client::Milliseconds;
 
 namespace {
 
@@ -59,33 +56,19 @@ void HardwareSuite::TearDown()
 
 void HardwareSuite::startDaemon()
 {
-    m_line.emplace(instrument().openController());
+    m_line.emplace(instrument());
     m_line->discardInput();
     m_logStart = instrument().daemonLog().size();
     m_started = now();
     instrument().daemon("start");
-    client::Controller controller(*m_line);
-    controller.waitForGreeting(Milliseconds(patiently(30000)));
-    controller.settle();
-    version(); // the cycle of the first answer starts the multicast routing, which takes its time: this one
-               // is behind it
+    BurstController(*m_line).waitForGreeting(BurstLine::patience);
+    m_line->finish();
+    m_line->finish(); // the cycle of the first answer starts the multicast routing, which takes its time
 }
 
-std::string HardwareSuite::ask(const std::string& command, int firstMs, int quietMs)
+bool HardwareSuite::logged(const QByteArray& text) const
 {
-    line().write(command);
-    return line().readUntilSilence(Milliseconds(patiently(firstMs)), Milliseconds(patiently(quietMs)));
-}
-
-std::string HardwareSuite::version(int timeoutMs)
-{
-    line().write("version?\n");
-    return line().readLine(Milliseconds(patiently(timeoutMs)));
-}
-
-bool HardwareSuite::logged(const QByteArray& text, int timeoutMs) const
-{
-    return waitUntil([&] { return log().contains(text); }, patiently(timeoutMs));
+    return waitUntil([&] { return log().contains(text); });
 }
 
 QStringList HardwareSuite::shellCommands() const

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/serialline.h"
+#include "burstline.h"
 #include "instrument.h"
 
 #include <gtest/gtest.h>
@@ -22,18 +22,17 @@ protected:
     void TearDown() override;
 
     static Instrument& instrument() { return *s_instrument; }
-    client::SerialLine& line() { return *m_line; }
+    BurstLine& line() { return *m_line; }
 
     /// Starts the daemon and waits until it is ready for commands.
     void startDaemon();
-    /// Sends a command line and returns everything that comes until the line has been silent; waits for the
-    /// first byte at most `firstMs`.
-    std::string ask(const std::string& command, int firstMs = 1500, int quietMs = 150);
-    /// The answer to "version?", which also shows that the daemon has done everything before it.
-    std::string version(int timeoutMs = 10000);
+    /// Sends a burst and returns all that the daemon says to it, once it has carried it out.
+    std::string ask(const std::string& burst) { return line().ask(burst); }
+    std::string version() { return ask("version?\n"); }
     /// What the daemon has logged since it was started.
     QByteArray log() const { return instrument().daemonLog().mid(m_logStart); }
-    bool logged(const QByteArray& text, int timeoutMs = 2000) const;
+    /// Waits until the daemon has logged this.
+    bool logged(const QByteArray& text) const;
     /// The command lines that the daemon gave to its shell since it was started.
     QStringList shellCommands() const;
 
@@ -50,14 +49,9 @@ protected:
     /// Makes the bitstream file of the instrument with these options of make-bitfile; returns its bytes.
     static QByteArray makeBitfile(const QStringList& options = {});
 
-    static int patiently(int milliseconds)
-    {
-        return Instrument::daemonIsSlow() ? milliseconds * 4 : milliseconds;
-    }
-
 private:
     static std::unique_ptr<Instrument> s_instrument;
-    std::optional<client::SerialLine> m_line;
+    std::optional<BurstLine> m_line;
     int m_logStart = 0;
     int m_notesStart = 0;
     std::int64_t m_started = 0;

@@ -2,12 +2,16 @@
 
 #include "daemonlog.h"
 
+#include <algorithm>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QThread>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace tessary::test {
 
@@ -15,7 +19,7 @@ namespace {
 
 constexpr int startMilliseconds =
     600000; // the first start on a machine downloads and installs packages for the instrument
-constexpr int stopMilliseconds = 30000;
+constexpr int stopMilliseconds = patienceMilliseconds;
 
 const QString instrumentProgram = QStringLiteral(TESSARY_SOURCE_DIR "/bench/instrument");
 const QString hardwareProgram = QStringLiteral(TESSARY_SOURCE_DIR "/bench/hardware");
@@ -43,6 +47,17 @@ QString emulator()
     return qEnvironmentVariable("TESSARY_SYSTEM_EMULATOR");
 }
 
+/// True when each thread of a process sleeps; `tasks` is the process's folder of them.
+bool allAsleep(const QString& tasks)
+{
+    const QStringList threads = QDir(tasks).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    return std::all_of(threads.begin(), threads.end(), [&](const QString& thread) {
+        const QByteArray stat = contentOf(tasks + "/" + thread + "/stat");
+        return stat.isEmpty()
+            || stat.mid(stat.lastIndexOf(')') + 2, 1) == "S"; // proc(5); empty when it has ended
+    });
+}
+
 bool daemonHas(const char* symbol)
 {
     return contentOf(daemonUnderTest()).contains(symbol);
@@ -55,9 +70,15 @@ RunningStream::RunningStream(std::unique_ptr<GuardedProcess> process)
 {
 }
 
-bool RunningStream::waitUntilSent(int milliseconds)
+bool RunningStream::waitUntilSent()
 {
-    return m_process->waitForFinished(milliseconds) && m_process->exitCode() == 0;
+    return m_process->waitForFinished(patienceMilliseconds) && m_process->exitCode() == 0;
+}
+
+bool RunningStream::stop()
+{
+    m_process->terminate();
+    return waitUntilSent();
 }
 
 QByteArray RunningStream::output()
@@ -146,15 +167,15 @@ void Instrument::waitUntilReady()
         fail("the virtual instrument did not start", contentOf(path("runner.log")));
 }
 
-client::SerialLine Instrument::openController() const
+QString Instrument::daemonsTerminal() const
 {
-    return client::SerialLine(path("controller").toStdString());
+    const QJsonObject state = QJsonDocument::fromJson(contentOf(path("state.json"))).object();
+    return "/proc/" + QString::number(state["init"].toInt()) + "/root/dev/ttymxc1";
 }
 
-CommandResult Instrument::exec(const QStringList& command, int milliseconds) const
+CommandResult Instrument::exec(const QStringList& command) const
 {
-    return runCommand(
-        instrumentProgram, QStringList{"exec", "--run-dir", m_folder.path()} + command, milliseconds);
+    return runCommand(instrumentProgram, QStringList{"exec", "--run-dir", m_folder.path()} + command);
 }
 
 QByteArray Instrument::shell(const QString& line) const
@@ -193,40 +214,40 @@ QString Instrument::ethernetAddress() const
             address = QString::fromLatin1(words.mid(begin + 5, end - begin - 5));
         return !address.isEmpty();
     };
-    if (!waitUntil(known, 20000))
+    if (!waitUntil(known))
         fail("eth0 has no address", contentOf(path("services.log")).right(2000));
     return address;
 }
 
-CommandResult Instrument::control(const QStringList& arguments, int milliseconds) const
+CommandResult Instrument::control(const QStringList& arguments) const
 {
-    return runCommand(instrumentProgram, arguments + QStringList{"--run-dir", m_folder.path()}, milliseconds);
+    return runCommand(instrumentProgram, arguments + QStringList{"--run-dir", m_folder.path()});
 }
 
 void Instrument::setLink(bool up) const
 {
-    const CommandResult result = control({"link", up ? "up" : "down"}, 20000);
+    const CommandResult result = control({"link", up ? "up" : "down"});
     if (!result.ok())
         fail("the link could not be changed", result.errors);
 }
 
 void Instrument::misbehave(const QStringList& arguments) const
 {
-    const CommandResult result = control(QStringList{"behave"} + arguments, 20000);
+    const CommandResult result = control(QStringList{"behave"} + arguments);
     if (!result.ok())
         fail("behave " + arguments.join(' '), result.errors);
 }
 
 void Instrument::daemon(const QString& action) const
 {
-    const CommandResult result = control({"daemon", action}, 40000);
+    const CommandResult result = control({"daemon", action});
     if (!result.ok())
         fail("daemon " + action, result.errors);
 }
 
 qint64 Instrument::daemonPid() const
 {
-    const CommandResult result = control({"daemon", "pid"}, 20000);
+    const CommandResult result = control({"daemon", "pid"});
     return result.ok() ? result.output.trimmed().split(' ').value(0).toLongLong() : 0;
 }
 
@@ -243,7 +264,22 @@ DaemonResources Instrument::daemonResources() const
         if (line.startsWith("VmRSS:"))
             resources.residentKiB = value.toLong();
     }
+    const QByteArray stat = contentOf(process + "/stat"); // proc(5): utime and stime are the fields 14 and 15
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    const double ticks = fields.value(14 - 3).toDouble() + fields.value(15 - 3).toDouble();
+    resources.processorSeconds = ticks / static_cast<double>(::sysconf(_SC_CLK_TCK));
     return resources;
+}
+
+bool Instrument::waitUntilDaemonRests() const
+{
+    constexpr int enough = 10; // looks in a row: work is handed from thread to thread between two of them
+    const QString tasks = "/proc/" + QString::number(daemonPid()) + "/task";
+    int looks = 0;
+    return waitUntil([&] {
+        looks = allAsleep(tasks) ? looks + 1 : 0;
+        return looks == enough;
+    });
 }
 
 QByteArray Instrument::daemonLog() const

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "client/serialline.h"
 #include "commandresult.h"
 #include "records.h"
 
@@ -19,6 +18,7 @@ struct DaemonResources
     int descriptors = 0; ///< open files, sockets and pipes
     int threads = 0;
     long residentKiB = 0;
+    double processorSeconds = 0; ///< used since its start
 };
 
 /// A stream on its way to the instrument; stops when the object ends.
@@ -28,7 +28,9 @@ public:
     explicit RunningStream(std::unique_ptr<GuardedProcess> process);
 
     /// Waits until everything has been sent (of a stream that is not repeated without end).
-    bool waitUntilSent(int milliseconds);
+    bool waitUntilSent();
+    /// Ends one that has no end of its own, and waits until it has printed its count.
+    bool stop();
     /// What the sender has printed, its count in the end.
     QByteArray output();
     QByteArray errors();
@@ -57,17 +59,17 @@ public:
     /// A file of the folder that the instrument shows as /run/bench.
     QString sharedFile(const QString& file) const { return path("io/" + file); }
 
-    /// The controller's end of the serial line.
-    client::SerialLine openController() const;
+    /// The daemon's end of the serial line as a path on the host.
+    QString daemonsTerminal() const;
 
     /// Runs a program inside the instrument.
-    CommandResult exec(const QStringList& command, int milliseconds = 60000) const;
+    CommandResult exec(const QStringList& command) const;
     /// Runs one shell line inside the instrument; throws when it fails.
     QByteArray shell(const QString& line) const;
 
     /// Sends a stream from the far end of eth0 with these arguments of the sender program.
     RunningStream send(const QStringList& senderArguments) const;
-    /// The address that eth0 has got, waiting for it at most 20 s.
+    /// The address that eth0 has got, waiting for it.
     QString ethernetAddress() const;
     /// Takes the far end of eth0 up or down.
     void setLink(bool up) const;
@@ -80,6 +82,9 @@ public:
     /// PID on the host, or 0 when it does not run.
     qint64 daemonPid() const;
     DaemonResources daemonResources() const;
+    /// Waits until none of its threads has had anything to do for a moment: all that it has been given is
+    /// where it belongs.
+    bool waitUntilDaemonRests() const;
     QByteArray daemonLog() const;
 
     std::vector<RecordedCommand> commands() const { return readCommands(path("commands.log")); }
@@ -90,7 +95,7 @@ public:
     static bool daemonIsSlow();
 
 private:
-    CommandResult control(const QStringList& arguments, int milliseconds) const;
+    CommandResult control(const QStringList& arguments) const;
     void start(const QString& program, const QStringList& arguments);
     QStringList runArguments(bool startDaemon) const;
     void waitUntilReady();
@@ -100,7 +105,7 @@ private:
 };
 
 /// Asks every 20 ms until `condition` holds or the time is over; tells whether it holds.
-bool waitUntil(const std::function<bool()>& condition, int milliseconds);
+bool waitUntil(const std::function<bool()>& condition, int milliseconds = patienceMilliseconds);
 
 /// Path of a stream made for the demo and the tests (demo.ts and others).
 QString madeStream(const QString& name);

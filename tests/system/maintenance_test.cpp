@@ -5,7 +5,6 @@
 namespace {
 
 using namespace tessary::test;
-using tessary::client::Milliseconds;
 
 class Maintenance : public HardwareSuite
 {
@@ -79,11 +78,10 @@ TEST_F(Maintenance, EveryCommandAnswersAsItsRowSays)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.command);
         const QByteArray before = log();
-        const std::string answer = ask(row.command, 1500, 300);
+        const std::string answer = ask(row.command);
         const QRegularExpression expected(
             QRegularExpression::anchoredPattern(row.answer), QRegularExpression::DotMatchesEverythingOption);
         EXPECT_TRUE(expected.match(QString::fromStdString(answer)).hasMatch()) << answer;
-        EXPECT_EQ(version().substr(0, 8), "SV: mx8 "); // what it does has ended
         EXPECT_TRUE(log().mid(before.size()).contains(row.logLine)) << log().mid(before.size()).constData();
     }
 }
@@ -100,10 +98,9 @@ TEST_F(Maintenance, IpstatusIsWhatIfconfigAndEthtoolPrint)
             EXPECT_GE(link.indexOf("Speed: "), 0) << link.constData();
             expected = withoutCounters(
                 instrument().exec({"ifconfig", "eth0"}).output + link.mid(link.indexOf("Speed")));
-            answer = withoutCounters(QByteArray::fromStdString(ask("ipstatus?\n", 3000, 500)));
+            answer = withoutCounters(QByteArray::fromStdString(ask("ipstatus?\n")));
             return answer == expected;
-        },
-        patiently(10000));
+        });
     EXPECT_EQ(answer.toStdString(), expected.toStdString());
     EXPECT_TRUE(answer.startsWith("eth0: "));
 }
@@ -111,7 +108,7 @@ TEST_F(Maintenance, IpstatusIsWhatIfconfigAndEthtoolPrint)
 TEST_F(Maintenance, PingOfTheSenderGivesTheRealOutputByteForByte)
 {
     instrument().ethernetAddress();
-    const std::string answer = ask("ping -c 3 -i 0.2 192.168.77.1 | tee /run/bench/ping.txt\n", 3000, 1500);
+    const std::string answer = ask("ping -c 3 -i 0.2 192.168.77.1 | tee /run/bench/ping.txt\n");
     EXPECT_EQ(answer, contentOf(instrument().sharedFile("ping.txt")).toStdString());
     const QRegularExpression real(
         "^PING 192\\.168\\.77\\.1 \\(192\\.168\\.77\\.1\\) 56\\(84\\) bytes of data\\.\n"
@@ -128,13 +125,12 @@ TEST_F(Maintenance, PingRepliesExactlyWhatTheProgramPrinted)
         {"ping", "--status", "1", "--stdout", "line\n\n\ttab  end", "--stderr", "unheard"});
     EXPECT_EQ(ask("ping -c 1 192.168.77.1\n"), "line\n\n\ttab  end");
     instrument().misbehave({"ping", "--real"});
-    EXPECT_EQ(ask("ping -c 1 no-such-host\n", 8000), ""); // its complaint goes to standard error
+    EXPECT_EQ(ask("ping -c 1 no-such-host\n"), ""); // its complaint goes to standard error
 }
 
 TEST_F(Maintenance, ConsoleCommandsSetTheEnvironmentOfAllChildren)
 {
-    EXPECT_EQ(ask("command:env > /run/bench/first\n", 500), "");
-    EXPECT_EQ(version().substr(0, 8), "SV: mx8 ");
+    EXPECT_EQ(ask("command:env > /run/bench/first\n"), "");
     EXPECT_EQ(ask("ping -c 1 127.0.0.1 > /run/bench/ping; env\n").find("QT_QPA_PLATFORM=wayland")
             != std::string::npos,
         true);

@@ -39,11 +39,11 @@ class NetworkChanges : public SystemSuite
 protected:
     void SetUp() override
     {
-        instrument().setLink(true);
+        setLink(true);
         setInterface("dhcp");
         setServer(group);
         instrument().ethernetAddress();
-        ASSERT_TRUE(waitUntil([] { return isMember(group); }, patiently(15000))) << memberships();
+        ASSERT_TRUE(waitUntil([] { return isMember(group); })) << memberships();
         forget();
     }
 
@@ -55,8 +55,7 @@ protected:
 
     static void setInterface(const std::string& argument)
     {
-        line().write("interface=" + argument + "\n");
-        controller().settle();
+        EXPECT_EQ(line().ask("interface=" + argument + "\n"), "");
     }
 
     static std::string interfaceAnswer() { return controller().ask(client::request::interfaceAddress); }
@@ -66,8 +65,28 @@ protected:
         controller().setServer({Protocol::Udp, address.toStdString(), port, 0, 0});
     }
 
+    /// Returns when the kernel has told the interface, too.
+    static void setLink(bool up)
+    {
+        instrument().setLink(up);
+        const auto isUp = [] { return instrument().shell("cat /sys/class/net/eth0/operstate") == "up\n"; };
+        EXPECT_TRUE(waitUntil([&] { return isUp() == up; }));
+    }
+
+    /// The daemon has handled what it was told, and has looked at the link behind that: this is done in the
+    /// cycle of the first answer, so before the second.
+    static void settle()
+    {
+        line().finish();
+        line().finish();
+    }
+
     /// The commands from here on are those that the test expects.
-    static void forget() { s_seen = instrument().commands().size(); }
+    static void forget()
+    {
+        settle();
+        s_seen = instrument().commands().size();
+    }
 
     /// What the daemon itself has run since.
     static QStringList daemonCommands()
@@ -81,11 +100,11 @@ protected:
         return texts;
     }
 
-    /// These commands have been run, and no other: neither now nor a moment later.
+    /// These commands are run, and no other.
     static void expectCommands(const QStringList& expected)
     {
-        waitUntil([&] { return daemonCommands() == expected; }, patiently(15000));
-        std::this_thread::sleep_for(Milliseconds(400));
+        waitUntil([&] { return daemonCommands().size() >= expected.size(); });
+        settle();
         EXPECT_EQ(daemonCommands().join('\n').toStdString(), expected.join('\n').toStdString());
         forget();
     }
@@ -102,13 +121,12 @@ protected:
 
     static void expectMember(const QString& address, const QString& interface = "eth0")
     {
-        EXPECT_TRUE(waitUntil([&] { return isMember(address, interface); }, patiently(10000)))
-            << memberships(interface);
+        EXPECT_TRUE(waitUntil([&] { return isMember(address, interface); })) << memberships(interface);
     }
 
     static void expectAddress(const std::string& addressAndMask)
     {
-        EXPECT_TRUE(waitUntil([&] { return interfaceAnswer() == addressAndMask + "\n"; }, patiently(15000)))
+        EXPECT_TRUE(waitUntil([&] { return interfaceAnswer() == addressAndMask + "\n"; }))
             << interfaceAnswer();
     }
 
@@ -117,7 +135,7 @@ protected:
         const std::string leased = instrument().ethernetAddress().toStdString();
         EXPECT_EQ(leased.rfind("192.168.77.1", 0), 0U) << leased;
         expectAddress(leased + " 255.255.255.0");
-        EXPECT_TRUE(waitUntil([] { return defaultRoute().contains("via 192.168.77.1 "); }, patiently(10000)))
+        EXPECT_TRUE(waitUntil([] { return defaultRoute().contains("via 192.168.77.1 "); }))
             << defaultRoute().toStdString();
     }
 
@@ -141,10 +159,10 @@ protected:
     /// The link is lost and comes back: routing is stopped, started and joined, and nothing else happens.
     static void expectLinkIsFollowed()
     {
-        instrument().setLink(false);
+        setLink(false);
         expectCommands({"smcroute -k"});
         EXPECT_EQ(interfaceAnswer(), "not connected\n");
-        instrument().setLink(true);
+        setLink(true);
         expectCommands({"smcroute -d", joinOf(group)});
         expectMember(group);
     }
@@ -168,8 +186,7 @@ protected:
     /// The first measurement starts the capture, which asks for a join.
     static void expectCaptureStarts(int packetsPerDatagram = 7, const QString& address = group)
     {
-        EXPECT_TRUE(
-            waitUntil([packetsPerDatagram] { return isPresent(packetsPerDatagram); }, patiently(20000)));
+        EXPECT_TRUE(waitUntil([packetsPerDatagram] { return isPresent(packetsPerDatagram); }));
         expectCommands({joinOf(address)});
     }
 
@@ -204,7 +221,7 @@ TEST_F(NetworkChanges, StaticAddressAndBackToDhcp)
     setInterface(staticAddress);
     expectCommands(staticCommands);
     expectAddress(staticAddress);
-    EXPECT_TRUE(waitUntil([] { return defaultRoute().contains("via 192.168.77.254 "); }, patiently(10000)))
+    EXPECT_TRUE(waitUntil([] { return defaultRoute().contains("via 192.168.77.254 "); }))
         << defaultRoute().toStdString();
     setInterface("dhcp");
     expectCommands(dhcpCommands);
@@ -254,19 +271,19 @@ TEST_F(NetworkChanges, LinkDownAndUpWithAVlanThatHasNoDevice)
 {
     setInterface("vlan_id=100;dhcp");
     expectCommands(vlanCommands + QStringList{"smcroute -k"});
-    instrument().setLink(false);
+    setLink(false);
     expectCommands({});
-    instrument().setLink(true);
+    setLink(true);
     expectCommands({}); // the plain interface is not the one in use
 }
 
 TEST_F(NetworkChanges, ServerSetWhileTheLinkIsDownIsJoinedWhenItComesUp)
 {
-    instrument().setLink(false);
+    setLink(false);
     expectCommands({"smcroute -k"});
     setServer("239.1.2.4");
     expectCommands({});
-    instrument().setLink(true);
+    setLink(true);
     expectCommands({"smcroute -d", joinOf("239.1.2.4")});
     expectMember("239.1.2.4");
 }
@@ -287,7 +304,6 @@ TEST_F(NetworkChanges, JoinThatFailsThreeTimesIsTriedAgainUntilItSucceeds)
     const QStringList failed{join, "smcroute -k", "smcroute -d"};
     expectCommands(
         failed + failed + failed + failed + QStringList{join}); // three at once, the fourth at the next poll
-    controller().settle();
     expectMember("239.1.2.6");
 }
 
@@ -300,8 +316,7 @@ TEST_F(NetworkChanges, EthtoolPartRunsBeforeTheConnections)
 
 TEST_F(NetworkChanges, IpStatusIsWhatTheToolsSay)
 {
-    line().write("ipstatus?\n");
-    const std::string answer = line().readUntilSilence(Milliseconds(patiently(5000)), Milliseconds(300));
+    const std::string answer = line().ask("ipstatus?\n");
     EXPECT_EQ(answer.rfind("eth0: flags=", 0), 0U) << answer;
     EXPECT_NE(answer.find("inet " + instrument().ethernetAddress().toStdString()), std::string::npos)
         << answer;
@@ -326,13 +341,13 @@ TEST_F(NetworkChanges, CaptureRunsOnAcrossALostLink)
     const RunningStream stream = sendStream();
     expectCaptureStarts();
     const Captures before = captures();
-    instrument().setLink(false);
+    setLink(false);
     expectCommands({"smcroute -k"});
     EXPECT_FALSE(controller().measurement().has_value());
     std::this_thread::sleep_for(presenceLasts);
-    instrument().setLink(true);
+    setLink(true);
     expectCommands({"smcroute -d", joinOf(group)});
-    EXPECT_TRUE(waitUntil([] { return isPresent(); }, patiently(15000)));
+    EXPECT_TRUE(waitUntil([] { return isPresent(); }));
     EXPECT_TRUE(captures() == before);
     expectCommands({});
 }
@@ -342,15 +357,15 @@ TEST_F(NetworkChanges, CaptureRunsOnWhenTheSameServerIsSetWhileTheLinkIsDown)
     const RunningStream stream = sendStream();
     expectCaptureStarts();
     const Captures before = captures();
-    instrument().setLink(false);
+    setLink(false);
     expectCommands({"smcroute -k"});
     setServer(group);
     EXPECT_FALSE(controller().measurement().has_value());
     expectCommands({});
     std::this_thread::sleep_for(presenceLasts);
-    instrument().setLink(true);
+    setLink(true);
     expectCommands({"smcroute -d", joinOf(group)});
-    EXPECT_TRUE(waitUntil([] { return isPresent(); }, patiently(15000)));
+    EXPECT_TRUE(waitUntil([] { return isPresent(); }));
     EXPECT_TRUE(captures() == before);
     expectCommands({});
 }
@@ -363,12 +378,12 @@ TEST_F(NetworkChanges, CaptureFollowsAServerThatIsSetWhileTheLinkIsDownWithTheNe
     const RunningStream otherStream = sendStream(other, "5M", 5);
     expectCaptureStarts();
     const Captures before = captures();
-    instrument().setLink(false);
+    setLink(false);
     expectCommands({"smcroute -k"});
     setServer(other);
     EXPECT_FALSE(controller().measurement().has_value());
     expectCommands({});
-    instrument().setLink(true);
+    setLink(true);
     expectCommands({"smcroute -d", joinOf(other)});
     EXPECT_TRUE(captures() == before);
 
@@ -390,7 +405,6 @@ TEST_F(NetworkChanges, CaptureRunsOnAcrossAJoinThatFailsThreeTimesAndSucceedsLat
     line().write("server=UDP 239.1.2.3 5060\n");
     const QStringList failed{joinOf(group), "smcroute -k", "smcroute -d"};
     expectCommands(failed + failed + failed + QStringList{joinOf(group)});
-    controller().settle();
     expectMember(group);
     EXPECT_TRUE(isPresent());
     EXPECT_TRUE(captures() == before);
@@ -437,15 +451,10 @@ TEST_F(NetworkChanges, InterfaceOfTheVlanIsJoinedAndMeasured)
         "import socket, time\n"
         "s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)\n"
         "s.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton('10.1.0.2'))\n"
-        "for i in range(200):\n"
+        "while True:\n" // until the test takes the interface away
         "    s.sendto(bytes(7 * 188), ('239.1.2.3', 5060))\n"
         "    time.sleep(0.005)\n";
-    const CommandResult sent = instrument().exec({"/usr/bin/python3", "-c", program});
-    ASSERT_TRUE(sent.ok()) << sent.errors.constData();
-    const auto values = controller().measurement();
-    ASSERT_TRUE(values.has_value());
-    EXPECT_TRUE(values->present);
-    EXPECT_EQ(values->packetSize, 188);
-    EXPECT_EQ(values->packetsPerDatagram, 7);
+    instrument().shell("/usr/bin/python3 -c \"" + program + "\" >/dev/null 2>&1 &");
+    EXPECT_TRUE(waitUntil([] { return isPresent(); }));
     EXPECT_TRUE(instrument().daemonLog().contains("eth0.100 founded"));
 }

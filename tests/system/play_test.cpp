@@ -21,11 +21,7 @@ constexpr Program blue{3, {0x00, 0x00, 0xFF}, 1700};
 class Play : public PlaySuite
 {
 protected:
-    void SetUp() override
-    {
-        needMadeStream("demo.ts");
-        line().discardInput();
-    }
+    void SetUp() override { needMadeStream("demo.ts"); }
 
     static RunningStream sendDemo(const std::string& protocol, const std::string& address)
     {
@@ -85,8 +81,7 @@ TEST_F(Play, TheLinkMayGoDownAndComeBack)
     expectOnlyVersionAnswers();
     instrument().setLink(true);
     const int frames = framesShown();
-    EXPECT_TRUE(waitUntil([&] { return framesShown() > frames + 25; }, patiently(30000)))
-        << "the picture did not come back";
+    EXPECT_TRUE(waitUntil([&] { return framesShown() > frames + 25; })) << "the picture did not come back";
 }
 
 TEST_F(Play, ARecordingPlaysAsASourceLikeAnyOther)

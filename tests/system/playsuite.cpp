@@ -12,12 +12,6 @@
 
 namespace tessary::test {
 
-namespace {
-
-constexpr int patience = 20000; ///< ms
-
-} // namespace
-
 void PlaySuite::needMadeStream(const QString& name)
 {
     if (!QFileInfo::exists(madeStream(name)))
@@ -49,7 +43,7 @@ void PlaySuite::selectRecording(const QString& name, qint64 packets)
     instrument().shell(
         "mkdir -p /run/media/mmcblk1p1 && mv /run/bench/record.ts /run/media/mmcblk1p1/record.ts");
     controller().scanRecording();
-    EXPECT_TRUE(waitUntil([] { return controller().playerStatus() == "stopped"; }, patiently(patience)));
+    EXPECT_TRUE(waitUntil([] { return controller().playerStatus() == "stopped"; }));
 }
 
 bool PlaySuite::shows(const Program& program, std::string* seen)
@@ -102,19 +96,17 @@ qint64 PlaySuite::bytesOfSound()
 void PlaySuite::expectPictures(const Program& program)
 {
     std::string seen;
-    EXPECT_TRUE(waitUntil([&] { return shows(program, &seen); }, patiently(patience))) << seen;
+    EXPECT_TRUE(waitUntil([&] { return shows(program, &seen); })) << seen;
     const int frames = framesShown();
-    EXPECT_TRUE(waitUntil([&] { return framesShown() > frames + 25; }, patiently(patience)))
-        << "the picture stands still";
+    EXPECT_TRUE(waitUntil([&] { return framesShown() > frames + 25; })) << "the picture stands still";
 }
 
 void PlaySuite::expectTone(const Program& program)
 {
     std::string heard;
-    EXPECT_TRUE(waitUntil([&] { return sounds(program, &heard); }, patiently(patience))) << heard;
+    EXPECT_TRUE(waitUntil([&] { return sounds(program, &heard); })) << heard;
     const qint64 bytes = bytesOfSound();
-    EXPECT_TRUE(waitUntil([&] { return bytesOfSound() > bytes + 50000; }, patiently(patience)))
-        << "the sound has ended";
+    EXPECT_TRUE(waitUntil([&] { return bytesOfSound() > bytes + 50000; })) << "the sound has ended";
 }
 
 void PlaySuite::expectProgram(const Program& program)

@@ -1,10 +1,9 @@
 #include "hardwaresuite.h"
 
-#include "client/controller.h"
-
 #include <chrono>
 #include <climits>
 #include <fcntl.h>
+#include <iostream>
 #include <poll.h>
 #include <QFile>
 #include <sys/stat.h>
@@ -14,7 +13,6 @@
 namespace {
 
 using namespace tessary::test;
-using tessary::client::Milliseconds;
 
 const QString recording = "/run/media/mmcblk1p1/record.ts";
 constexpr int packetBytes = 188;
@@ -67,20 +65,15 @@ protected:
     static void waitUntilRecorded(qint64 bytes)
     {
         constexpr qint64 collected = 65536;
-        EXPECT_TRUE(waitUntil([&] { return recordedBytes() > bytes - collected; }, patiently(10000)))
+        EXPECT_TRUE(waitUntil([&] { return recordedBytes() > bytes - collected; }))
             << recordedBytes() << " of " << bytes << " bytes";
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        EXPECT_TRUE(instrument().waitUntilDaemonRests());
     }
 
     static void putRecording(const QByteArray& bytes) { writeContent(recordingOnHost(), bytes); }
 
-    /// Exports and waits for the end; true when it ended in time. Nothing but the acknowledgement comes.
-    void exportRecording(int milliseconds = 20000)
-    {
-        line().write("PVR_export\n");
-        EXPECT_EQ(line().readLine(Milliseconds(patiently(5000))), "PVR_export_ok\n");
-        EXPECT_EQ(version(milliseconds).substr(0, 8), "SV: mx8 ");
-    }
+    /// Exports and waits for the end. Nothing but the acknowledgement comes.
+    void exportRecording() { EXPECT_EQ(ask("PVR_export\n"), "PVR_export_ok\n"); }
 };
 
 /// The FPGA's stream as a pipe that the test fills.
@@ -97,12 +90,12 @@ public:
     FpgaStream(const FpgaStream&) = delete;
     FpgaStream& operator=(const FpgaStream&) = delete;
 
-    /// False when nobody has taken anything for a second.
+    /// False when nobody has taken anything for ten seconds.
     bool write(const QByteArray& bytes) const
     {
         pollfd room{m_fd, POLLOUT, 0};
         for (int done = 0; done < bytes.size();) {
-            if (::poll(&room, 1, 1000) != 1)
+            if (::poll(&room, 1, 10000) != 1)
                 return false;
             const int piece = std::min(bytes.size() - done, PIPE_BUF);
             const ssize_t n = ::write(m_fd, bytes.constData() + done, static_cast<std::size_t>(piece));
@@ -154,18 +147,18 @@ bool holdsPackets(const QString& path, quint32 count)
 TEST_F(Recorder, AnFpgaStreamOf100MbitIsRecordedWithoutLoss)
 {
     const FpgaStream stream(instrument().sharedFile("fpga-in.ts"));
-    EXPECT_EQ(ask("PVR_record\n", 500), "");
-    EXPECT_EQ(version().substr(0, 8), "SV: mx8 ");
+    EXPECT_EQ(ask("PVR_record\n"), "");
     const int seconds = Instrument::daemonIsSlow() ? 3 : 30;
-    const auto begin = std::chrono::steady_clock::now();
+    const double before = instrument().daemonResources().processorSeconds;
     const quint32 sent = sendPaced(stream, seconds);
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
     EXPECT_EQ(sent, packetsPerPiece * piecesPerSecond * static_cast<quint32>(seconds));
-    // The pipe holds a tenth of a second: a recorder that can not follow makes the stream wait. The margin is
-    // for a busy machine.
-    EXPECT_LT(taken.count(), patiently(seconds) * 1.25);
     waitUntilRecorded(qint64{sent} * packetBytes);
-    EXPECT_EQ(ask("PVR_stop\n", 500), "");
+    // The pipe makes the stream wait for a recorder that does not get its turn; one that had it all the time
+    // would follow.
+    const double used = instrument().daemonResources().processorSeconds - before;
+    std::cout << used << " s of processor time for " << seconds << " s of stream\n";
+    EXPECT_LT(used, Instrument::daemonIsSlow() ? 100 : 0.5 * seconds);
+    EXPECT_EQ(ask("PVR_stop\n"), "");
     EXPECT_TRUE(holdsPackets(recordingOnHost(), sent));
     EXPECT_EQ(ask("PVR_reclist\n"), "reclist file:" + std::to_string(qint64{sent} * packetBytes) + " Bytes");
 }
@@ -176,15 +169,14 @@ TEST_F(Recorder, AnIpStreamOf100MbitIsRecordedWithoutLoss)
     const QString file = instrument().path("numbered.ts");
     writeContent(file, packets(0, count));
     const std::string address = instrument().ethernetAddress().toStdString();
-    ask("server=UDP " + address + " 5040\n", 200);
-    ask("scancur\n", 200);
-    EXPECT_EQ(ask("PVR_record\n", 500), "");
-    EXPECT_EQ(version().substr(0, 8), "SV: mx8 ");
+    ask("server=UDP " + address + " 5040\n");
+    ask("scancur\n");
+    EXPECT_EQ(ask("PVR_record\n"), "");
     RunningStream stream = instrument().send({file, QString::fromStdString("udp://" + address + ":5040"),
         "--bitrate", "100M", "--interface", "uplink"});
-    ASSERT_TRUE(stream.waitUntilSent(patiently(60000))) << stream.errors().constData();
+    ASSERT_TRUE(stream.waitUntilSent()) << stream.errors().constData();
     waitUntilRecorded(qint64{count} * packetBytes);
-    ask("PVR_stop\n", 500);
+    ask("PVR_stop\n");
     EXPECT_TRUE(holdsPackets(recordingOnHost(), count));
     QFile::remove(file);
 }
@@ -195,17 +187,17 @@ TEST_F(Recorder, AnIpStreamIsRecordedWhileItIsPlayed)
     const QByteArray demo = contentOf(madeStream("demo.ts"));
     ASSERT_FALSE(demo.isEmpty()) << "make the streams: bench/streams/make-streams build/streams";
     const std::string address = instrument().ethernetAddress().toStdString();
-    ask("server=UDP " + address + " 5040\n", 200);
-    ask("play=1\n", 200);
+    ask("server=UDP " + address + " 5040\n");
+    ask("play=1\n");
     RunningStream stream =
         instrument().send({madeStream("demo.ts"), QString::fromStdString("udp://" + address + ":5040"),
             "--count", QString::number(datagrams), "--interface", "uplink"});
-    EXPECT_TRUE(waitUntil([] { return framesShown() > 0; }, patiently(10000)));
-    EXPECT_EQ(ask("PVR_record\n", 500), "");
+    EXPECT_TRUE(waitUntil([] { return framesShown() > 0; }));
+    EXPECT_EQ(ask("PVR_record\n"), "");
     EXPECT_EQ(ask("videostatus?\n"), "running");
-    ASSERT_TRUE(stream.waitUntilSent(patiently(60000))) << stream.errors().constData();
-    std::this_thread::sleep_for(std::chrono::seconds(1));
-    ask("PVR_stop\n", 500);
+    ASSERT_TRUE(stream.waitUntilSent()) << stream.errors().constData();
+    EXPECT_TRUE(instrument().waitUntilDaemonRests());
+    ask("PVR_stop\n");
     const QByteArray recorded = contentOf(recordingOnHost());
     EXPECT_GT(recorded.size(), 1000000);
     // From some datagram on to the last one that was sent, without a gap.
@@ -218,12 +210,12 @@ TEST_F(Recorder, ARecordingIsScannedAndPlayed)
     const QByteArray demo = contentOf(madeStream("demo.ts"));
     ASSERT_FALSE(demo.isEmpty()) << "make the streams: bench/streams/make-streams build/streams";
     putRecording(demo);
-    EXPECT_EQ(ask("PVR_scan\n", 500), "");
-    EXPECT_TRUE(waitUntil([this] { return ask("streaminfo?\n").substr(0, 5) == "<SDT>"; }, patiently(10000)));
-    EXPECT_EQ(ask("play=2\n", 500), "");
+    EXPECT_EQ(ask("PVR_scan\n"), "");
+    EXPECT_TRUE(waitUntil([this] { return ask("streaminfo?\n").substr(0, 5) == "<SDT>"; }));
+    EXPECT_EQ(ask("play=2\n"), "");
     EXPECT_EQ(ask("videostatus?\n"), "running");
-    EXPECT_TRUE(waitUntil([] { return framesShown() > 0; }, patiently(10000)));
-    ask("PVR_stop\n", 500);
+    EXPECT_TRUE(waitUntil([] { return framesShown() > 0; }));
+    ask("PVR_stop\n");
 }
 
 TEST_F(Recorder, ReclistWithoutRecordingIsZeroBytes)
@@ -252,7 +244,7 @@ TEST_F(Recorder, AFiftyMegabyteExportArrivesByteForByte)
 {
     const quint32 count = 50000000 / packetBytes;
     putRecording(packets(0, count));
-    exportRecording(120000);
+    exportRecording();
     EXPECT_TRUE(holdsPackets(instrument().path("hardware/export.bin"), count));
     EXPECT_TRUE(logged("Export remaining="));
 }
@@ -262,7 +254,7 @@ TEST_F(Recorder, ASlowDeviceGetsEverything)
     setKnob("export-rate=100000");
     const QByteArray bytes = packets(0, 1500); // 282 kB: the device's buffer is full after a fraction of it
     putRecording(bytes);
-    exportRecording(30000);
+    exportRecording();
     EXPECT_EQ(hardwareFile("export.bin"), bytes);
     EXPECT_FALSE(log().contains("TIMEOUT"));
 }
@@ -272,7 +264,7 @@ TEST_F(Recorder, AStalledDeviceEndsTheExportAfterSixSeconds)
     setKnob("export-rate=0");
     putRecording(packets(0, 1000));
     const auto begin = std::chrono::steady_clock::now();
-    exportRecording(30000);
+    exportRecording();
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(6));
     EXPECT_TRUE(logged("TIMEOUT Uart_Export"));
     const QByteArray arrived = hardwareFile("export.bin");
@@ -297,21 +289,18 @@ TEST_F(Recorder, AFullCardKeepsWhatFittedAndRecordsAgainOnceThereIsRoom)
 {
     instrument().shell("dd if=/dev/zero of=/run/media/mmcblk1p1/filler bs=1M count=590 2>&1");
     const FpgaStream stream(instrument().sharedFile("fpga-in.ts"));
-    ask("PVR_record\n", 500);
+    ask("PVR_record\n");
     sendPaced(stream, 3); // 37 MB into the room of some 10 MB
-    EXPECT_EQ(version(20000).substr(0, 8), "SV: mx8 ");
     const qint64 kept = recordedBytes();
     EXPECT_GT(kept, 1000000);
     EXPECT_LT(kept, 37000000);
     EXPECT_EQ(contentOf(recordingOnHost()),
         packets(0, static_cast<quint32>(kept / packetBytes + 1)).left(static_cast<int>(kept)));
-    ask("PVR_stop\n", 500);
-    EXPECT_EQ(version(20000).substr(0, 8), "SV: mx8 ");
+    ask("PVR_stop\n");
 
     instrument().shell("rm /run/media/mmcblk1p1/filler");
-    ask("PVR_record\n", 500);
-    EXPECT_EQ(version(20000).substr(0, 8), "SV: mx8 ");
+    ask("PVR_record\n");
     sendPaced(stream, 2);
-    EXPECT_TRUE(waitUntil([] { return recordedBytes() > 20000000; }, patiently(10000))) << recordedBytes();
-    ask("PVR_stop\n", 500);
+    EXPECT_TRUE(waitUntil([] { return recordedBytes() > 20000000; })) << recordedBytes();
+    ask("PVR_stop\n");
 }

@@ -27,6 +27,12 @@ std::int64_t timeOf(const QJsonObject& entry)
     return static_cast<std::int64_t>(entry["t"].toDouble());
 }
 
+LineEntry lineEntryOf(const QJsonObject& entry)
+{
+    return {timeOf(entry), entry["dir"].toString() == "from_daemon",
+        QByteArray::fromHex(entry["hex"].toString().toLatin1())};
+}
+
 } // namespace
 
 QString RecordedCommand::text() const
@@ -53,13 +59,15 @@ std::vector<RecordedCommand> readCommands(const QString& path)
     return commands;
 }
 
+LineEntry readLineEntry(const QByteArray& line)
+{
+    return lineEntryOf(QJsonDocument::fromJson(line).object());
+}
+
 std::vector<LineEntry> readLineLog(const QString& path)
 {
     std::vector<LineEntry> entries;
-    forEachLine(path, [&](const QJsonObject& entry) {
-        entries.push_back({timeOf(entry), entry["dir"].toString() == "from_daemon",
-            QByteArray::fromHex(entry["hex"].toString().toLatin1())});
-    });
+    forEachLine(path, [&](const QJsonObject& entry) { entries.push_back(lineEntryOf(entry)); });
     return entries;
 }
 

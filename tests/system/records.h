@@ -32,6 +32,9 @@ struct LineEntry
 /// Reads the recorder's log; unfinished last lines are left for the next reading.
 std::vector<RecordedCommand> readCommands(const QString& path);
 
+/// Takes a line of a serial line's log apart.
+LineEntry readLineEntry(const QByteArray& line);
+
 /// Reads the log of a serial line.
 std::vector<LineEntry> readLineLog(const QString& path);
 

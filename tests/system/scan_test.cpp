@@ -60,7 +60,6 @@ protected:
             GTEST_SKIP() << missingSample(GetParam().file);
         m_path = QString::fromStdString(*path);
         m_report = oracleReport(*path);
-        line().discardInput();
         m_logStart = instrument().daemonLog().size();
     }
 
@@ -81,7 +80,7 @@ protected:
         const QString url =
             QString("%1://%2:5010").arg(rtp() ? "rtp" : "udp", QString::fromStdString(address));
         RunningStream stream = instrument().send({m_path, url, "--bitrate", "25M", "--interface", "uplink"});
-        ASSERT_TRUE(stream.waitUntilSent(patiently(20000))) << stream.errors().constData();
+        ASSERT_TRUE(stream.waitUntilSent()) << stream.errors().constData();
     }
 
     /// The same as the recording on the memory card. The scan of a file ends with the file.
@@ -92,7 +91,13 @@ protected:
         instrument().shell(
             "mkdir -p /run/media/mmcblk1p1 && mv /run/bench/record.ts /run/media/mmcblk1p1/record.ts");
         controller().scanRecording();
-        EXPECT_TRUE(waitUntil([] { return controller().playerStatus() == "stopped"; }, patiently(20000)));
+        EXPECT_TRUE(waitUntil([] { return controller().playerStatus() == "stopped"; }));
+    }
+
+    void expectLogged(const QByteArray& words) const
+    {
+        EXPECT_TRUE(waitUntil([&] { return instrument().daemonLog().mid(m_logStart).contains(words); }))
+            << words.constData();
     }
 
     void expectPrograms() const
@@ -101,8 +106,7 @@ protected:
         ASSERT_EQ(pat.size(), 1U);
         const std::size_t entries = (pat[0].bytes.size() - 12) / 4;
         const QByteArray words = QByteArray::number(static_cast<int>(entries)) + " programs : ";
-        const auto logged = [&] { return instrument().daemonLog().mid(m_logStart).contains(words); };
-        EXPECT_TRUE(waitUntil(logged, 2000)) << words.constData();
+        expectLogged(words);
     }
 
     QString m_path;
@@ -121,9 +125,10 @@ TEST_P(Scan, GivesTheTablesThatAreInTheStream)
     ASSERT_EQ(sdt.size(), 1U) << "more than one section would accumulate";
     ASSERT_FALSE(nit.empty());
     Bytes found;
-    waitUntil([&] { return (found = controller().streamInfo()) == sdt[0].bytes; }, patiently(3000));
+    waitUntil([&] { return (found = controller().streamInfo()) == sdt[0].bytes; });
     EXPECT_EQ(found, sdt[0].bytes);
-    EXPECT_EQ(controller().networkInformation(), joined(nit));
+    waitUntil([&] { return (found = controller().networkInformation()) == joined(nit); });
+    EXPECT_EQ(found, joined(nit));
     expectPrograms();
 
     const auto maps = oracleSections(m_report, 0x02);
@@ -132,6 +137,8 @@ TEST_P(Scan, GivesTheTablesThatAreInTheStream)
         SCOPED_TRACE("program " + std::to_string(number));
         const auto map = std::find_if(
             maps.begin(), maps.end(), [&](const OracleSection& s) { return s.extension == number; });
+        if (map != maps.end())
+            expectLogged("new PMT received program_number :" + QByteArray::number(number) + "\r\n");
         controller().play(number);
         if (map != maps.end()) {
             EXPECT_EQ(controller().programMap(), map->bytes);

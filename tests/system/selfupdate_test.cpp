@@ -8,7 +8,6 @@ namespace {
 
 using namespace tessary::test;
 using tessary::client::Bytes;
-using tessary::client::Milliseconds;
 using tessary::client::SoftwareUpdate;
 
 // The daemon's own package, installed by the instrument's dpkg, is updated over the serial line by the daemon
@@ -24,8 +23,7 @@ protected:
 
     static void makeUpdate(const QStringList& arguments)
     {
-        const CommandResult made =
-            runCommand(TESSARY_SOURCE_DIR "/packaging/make-update", arguments, patiently(180000));
+        const CommandResult made = runCommand(TESSARY_SOURCE_DIR "/packaging/make-update", arguments);
         if (!made.ok())
             throw std::runtime_error("make-update: " + made.errors.toStdString());
     }

@@ -25,7 +25,6 @@ protected:
     void SetUp() override
     {
         needMadeStream(services);
-        line().discardInput();
         if (isLive())
             m_stream.emplace(sendMade(services, "udp", instrument().ethernetAddress().toStdString()));
         isLive() ? selectUdp() : selectRecording(services);
@@ -98,7 +97,7 @@ TEST_F(RecordedServices, RadioAndPictureEndWithTheRecording)
     for (const int number : {layer2.number, pictureOnly.number, television.number}) {
         controller().play(number);
         EXPECT_EQ(controller().playerStatus(), "running");
-        EXPECT_TRUE(waitUntil([] { return controller().playerStatus() == "stopped"; }, patiently(60000)))
+        EXPECT_TRUE(waitUntil([] { return controller().playerStatus() == "stopped"; }))
             << "program " << number;
     }
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/controller.h"
+#include "burstline.h"
 #include "instrument.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,8 @@ namespace tessary::test {
 class SystemSuite : public testing::Test
 {
 protected:
-    /// Throws when the daemon has ended in an earlier test, so that the others do not wait for its answers.
+    /// Nothing of an earlier test is under way any more. Throws when the daemon has ended, so that the others
+    /// do not wait for its answers.
     SystemSuite();
 
     static void SetUpTestSuite();
@@ -25,24 +26,18 @@ protected:
     static void restartDaemon();
 
     static Instrument& instrument() { return *s_instrument; }
-    static client::SerialLine& line() { return *s_line; }
-    static client::Controller& controller() { return *s_controller; }
+    static BurstLine& line() { return *s_line; }
+    static BurstController& controller() { return *s_controller; }
 
     /// Nothing but the answer to "version?" comes: the daemon lives, and what was sent before has no reply.
     static void expectOnlyVersionAnswers();
-    /// The same after bytes that may have left a command cut in two: an empty line ends it first.
-    static std::string everythingUntilVersion();
-
-    /// Times grow in builds with a sanitizer.
-    static int patiently(int milliseconds)
-    {
-        return Instrument::daemonIsSlow() ? milliseconds * 4 : milliseconds;
-    }
 
 private:
+    static void startTalking();
+
     static std::unique_ptr<Instrument> s_instrument;
-    static std::optional<client::SerialLine> s_line;
-    static std::optional<client::Controller> s_controller;
+    static std::optional<BurstLine> s_line;
+    static std::optional<BurstController> s_controller;
 };
 
 /// "SV: mx8 1.4 FPGA: ...\n".

@@ -1,4 +1,6 @@
+#include "firstinturn.h"
 #include "toolsuite.h"
+#include "toolterminal.h"
 
 #include <QFile>
 #include <thread>
@@ -20,6 +22,9 @@ protected:
     {
         return sendStream(madeStream("demo.ts"), QStringList{"--bitrate", "10M"} + options);
     }
+
+private:
+    const FirstInTurn m_first{instrument().daemonPid()};
 };
 
 TEST_F(ToolMeasure, MeasureGivesTheFiguresOfTheStream)
@@ -75,15 +80,12 @@ TEST_F(ToolMeasure, WatchOnATerminalShowsAScreenAndEndsWithCtrlC)
 {
     const RunningStream stream = send();
     ASSERT_TRUE(tool({"measure", "udp://239.0.0.1:1234"}).ok());
-    // script(1) gives the tool a terminal; the byte 0x03 is what Ctrl-C sends.
-    const QString command =
-        QString("(sleep 4; printf '\\003') | script -qec '%1 --port %2 measure --watch' /dev/null")
-            .arg(toolPath(), port());
-    const CommandResult result = runCommand("/bin/bash", {"-c", command}, 30000);
-    EXPECT_EQ(result.status, 0) << result.errors.constData();
-    EXPECT_TRUE(result.output.contains("stream present"));
-    EXPECT_TRUE(result.output.contains("inter-arrival times"));
-    EXPECT_TRUE(result.output.contains("█"));
+    ToolTerminal terminal(port(), {"measure", "--watch"}, instrument().path("state"));
+    EXPECT_TRUE(terminal.shows("stream present")) << terminal.seen().constData();
+    EXPECT_TRUE(terminal.shows("inter-arrival times")) << terminal.seen().constData();
+    EXPECT_TRUE(terminal.shows("█")) << terminal.seen().constData();
+    terminal.type("\x03"); // what Ctrl-C sends
+    EXPECT_EQ(terminal.waitForEnd(), 0);
 }
 
 TEST_F(ToolMeasure, IatGivesStatisticsHistogramAndPlots)

@@ -1,3 +1,4 @@
+#include "burstline.h"
 #include "toolsuite.h"
 
 #include <QFile>
@@ -51,22 +52,22 @@ TEST_F(ToolQueries, InterfaceIsShownSetAndShownInFull)
     EXPECT_EQ(toolJson({"interface"})["address"].toString(), "192.168.77.42");
     EXPECT_EQ(
         toolJson({"interface", "static", "192.168.77.43", "255.255.255.0"})["connected"].toBool(), true);
-    EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77.43 "); }, 15000));
+    EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77.43 "); }));
     EXPECT_TRUE(tool({"interface", "dhcp"}).ok());
-    EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77.1"); }, 15000));
+    EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77.1"); }));
 }
 
 TEST_F(ToolQueries, AnUnpluggedNetworkCableHasAStatusOfItsOwn)
 {
     instrument().setLink(false);
-    EXPECT_TRUE(waitUntil([] { return tool({"interface"}).status == 7; }, 10000));
+    EXPECT_TRUE(waitUntil([] { return tool({"interface"}).status == 7; }));
     expectFailure(tool({"interface"}), 7, "Ethernet is not connected");
     expectFailure(tool({"measure"}), 7, "Ethernet is not connected");
     expectFailure(tool({"iat"}), 7, "Ethernet is not connected");
     const CommandResult json = tool({"interface", "--json"});
     EXPECT_EQ(QJsonDocument::fromJson(json.output).object()["connected"], QJsonValue(false));
     instrument().setLink(true);
-    EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77."); }, 20000));
+    EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77."); }));
 }
 
 TEST_F(ToolQueries, ServerIsSetInWordsAndAsUrl)
@@ -139,7 +140,7 @@ TEST_F(ToolQueries, WithoutInstrumentItSaysHowToStartOne)
 
 TEST_F(ToolQueries, APortInUseIsLeftAlone)
 {
-    tessary::client::SerialLine line = instrument().openController();
+    BurstLine line(instrument());
     line.lock();
     expectFailure(tool({"version"}), 3, "is in use by another program");
 }

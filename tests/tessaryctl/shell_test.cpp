@@ -1,10 +1,8 @@
-#include "../client/ptypair.h"
 #include "lineproxy.h"
 #include "toolsuite.h"
+#include "toolterminal.h"
 
-#include <cstring>
 #include <QFile>
-#include <sys/wait.h>
 
 namespace {
 
@@ -13,60 +11,14 @@ using namespace tessary::test;
 class ToolShell : public ToolSuite
 {
 protected:
-    /// A shell on a terminal of its own, its history in the run directory.
-    class Terminal
+    /// A shell, its history in the run directory.
+    class Terminal : public ToolTerminal
     {
     public:
         explicit Terminal(const QString& portName = port())
+            : ToolTerminal(portName, {"shell"}, instrument().path("state"))
         {
-            const QByteArray program = toolPath().toLocal8Bit();
-            const QByteArray portPath = portName.toLocal8Bit();
-            const QByteArray state = instrument().path("state").toLocal8Bit();
-            m_pid = ::forkpty(&m_far, nullptr, nullptr, nullptr);
-            if (m_pid == 0) {
-                ::setenv("TERM", "xterm", 1);
-                ::setenv("XDG_STATE_HOME", state.constData(), 1);
-                ::execl(program.constData(), program.constData(), "--port", portPath.constData(), "shell",
-                    nullptr);
-                ::_exit(127);
-            }
         }
-        ~Terminal()
-        {
-            const bool ended =
-                waitUntil([this] { return ::waitpid(m_pid, nullptr, WNOHANG) == m_pid; }, 5000);
-            ::close(m_far); // which ends one that is still there
-            if (!ended)
-                ::waitpid(m_pid, nullptr, 0);
-        }
-        Terminal(const Terminal&) = delete;
-        Terminal& operator=(const Terminal&) = delete;
-
-        void type(const char* keys) const { EXPECT_GT(::write(m_far, keys, std::strlen(keys)), 0); }
-
-        /// Reads until `words` have been seen `times` times since the start.
-        bool shows(const QByteArray& words, int times = 1)
-        {
-            return waitUntil(
-                [&] {
-                    pollfd entry{m_far, POLLIN, 0};
-                    char chunk[4096];
-                    while (::poll(&entry, 1, 0) > 0 && (entry.revents & POLLIN) != 0) {
-                        const ssize_t count = ::read(m_far, chunk, sizeof chunk);
-                        if (count <= 0)
-                            break;
-                        m_seen.append(chunk, static_cast<int>(count));
-                    }
-                    return m_seen.count(words) >= times;
-                },
-                15000);
-        }
-        const QByteArray& seen() const { return m_seen; }
-
-    private:
-        int m_far = -1;
-        pid_t m_pid = -1;
-        QByteArray m_seen;
     };
 };
 

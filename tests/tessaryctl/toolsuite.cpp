@@ -1,11 +1,9 @@
 #include "toolsuite.h"
 
-#include "client/controller.h"
+#include "burstline.h"
 #include "daemonlog.h"
 
 namespace tessary::test {
-
-using client::Milliseconds;
 
 std::unique_ptr<Instrument> ToolSuite::s_instrument;
 
@@ -43,28 +41,27 @@ void ToolSuite::TearDown()
 
 void ToolSuite::restartDaemon()
 {
-    client::SerialLine line = instrument().openController();
+    BurstLine line(instrument());
     line.discardInput();
     instrument().daemon("restart");
-    client::Controller controller(line);
-    controller.waitForGreeting(Milliseconds(60000));
-    controller.settle();
+    BurstController(line).waitForGreeting(BurstLine::patience);
+    line.finish();
     instrument().ethernetAddress(); // waits for it
 }
 
-CommandResult ToolSuite::toolOn(const QString& port, const QStringList& arguments, int milliseconds)
+CommandResult ToolSuite::toolOn(const QString& port, const QStringList& arguments)
 {
-    return runCommand(toolPath(), QStringList{"--port", port} + arguments, milliseconds);
+    return runCommand(toolPath(), QStringList{"--port", port} + arguments);
 }
 
-CommandResult ToolSuite::tool(const QStringList& arguments, int milliseconds)
+CommandResult ToolSuite::tool(const QStringList& arguments)
 {
-    return toolOn(port(), arguments, milliseconds);
+    return toolOn(port(), arguments);
 }
 
-QJsonObject ToolSuite::toolJson(const QStringList& arguments, int milliseconds)
+QJsonObject ToolSuite::toolJson(const QStringList& arguments)
 {
-    const CommandResult result = tool(arguments + QStringList{"--json"}, milliseconds);
+    const CommandResult result = tool(arguments + QStringList{"--json"});
     EXPECT_TRUE(result.ok()) << arguments.join(' ').toStdString() << ": " << result.errors.constData();
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(result.output, &error);
@@ -74,8 +71,15 @@ QJsonObject ToolSuite::toolJson(const QStringList& arguments, int milliseconds)
 
 RunningStream ToolSuite::sendStream(const QString& file, const QStringList& options)
 {
-    return instrument().send(
+    const auto arrived = [] {
+        return instrument().shell("cat /sys/class/net/eth0/statistics/rx_bytes").trimmed().toLongLong();
+    };
+    const qint64 before = arrived();
+    RunningStream stream = instrument().send(
         QStringList{file, "udp://239.0.0.1:1234", "--loop", "--interface", "uplink"} + options);
+    constexpr qint64 enough = 100 * 1316; // far more than what else goes by this cable
+    EXPECT_TRUE(waitUntil([&] { return arrived() > before + enough; })) << stream.errors().constData();
+    return stream;
 }
 
 void expectFailure(const CommandResult& result, int status, const QByteArray& words)

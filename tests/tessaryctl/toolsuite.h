@@ -24,16 +24,16 @@ protected:
     static QString port() { return instrument().path("controller"); }
 
     /// Runs the tool on the instrument's port.
-    static CommandResult tool(const QStringList& arguments, int milliseconds = 60000);
+    static CommandResult tool(const QStringList& arguments);
     /// The same on another port.
-    static CommandResult toolOn(const QString& port, const QStringList& arguments, int milliseconds = 60000);
+    static CommandResult toolOn(const QString& port, const QStringList& arguments);
     /// With --json; what it printed as an object. The run has to succeed.
-    static QJsonObject toolJson(const QStringList& arguments, int milliseconds = 60000);
+    static QJsonObject toolJson(const QStringList& arguments);
 
     /// A fresh daemon, which has greeted.
     static void restartDaemon();
 
-    /// Sends a stream over and over to UDP 239.0.0.1 port 1234.
+    /// Sends a stream over and over to UDP 239.0.0.1 port 1234; returns when it arrives at the instrument.
     static RunningStream sendStream(const QString& file, const QStringList& options = {});
 
 private:

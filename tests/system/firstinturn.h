@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QtGlobal>
+
+namespace tessary::test {
+
+/// For figures that other work on the machine must not change: while the object lives, this program, what it
+/// starts, and the daemon with the threads that it starts have their turn before everything else.
+class FirstInTurn
+{
+public:
+    explicit FirstInTurn(qint64 daemonPid);
+    ~FirstInTurn();
+    FirstInTurn(const FirstInTurn&) = delete;
+    FirstInTurn& operator=(const FirstInTurn&) = delete;
+
+private:
+    void schedule(int policy, int priority) const;
+
+    qint64 m_daemonPid;
+};
+
+} // namespace tessary::test
