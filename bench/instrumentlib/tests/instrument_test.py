@@ -49,7 +49,7 @@ class Instrument:
     def end(self, number=signal.SIGTERM):
         if self.process.poll() is None:
             self.process.send_signal(number)
-        self.process.wait(20)
+        self.process.wait(60)
         self.process.stdout.close()
         errors = self.process.stderr.read()
         self.process.stderr.close()
@@ -171,7 +171,7 @@ class SteeringTest(unittest.TestCase):
                                 stdout=subprocess.PIPE, text=True)
         self.assertEqual(call.stdout.readline(), "up\n")
         call.terminate()
-        self.assertEqual(call.wait(10), 9)
+        self.assertEqual(call.wait(60), 9)
         call.stdout.close()
 
     def test_a_command_ends_with_the_killed_call_that_entered(self):
@@ -188,7 +188,7 @@ class SteeringTest(unittest.TestCase):
                                   stdout=subprocess.PIPE, text=True)
         time.sleep(0.3)  # so that it waits; without, it is told of the end all the same
         os.kill(self.daemon_pid(), signal.SIGKILL)
-        self.assertEqual(waiter.communicate(timeout=20)[0], "killed by signal 9 (SIGKILL)\n")
+        self.assertEqual(waiter.communicate(timeout=60)[0], "killed by signal 9 (SIGKILL)\n")
         self.assertIsNone(self.daemon_pid())
         self.assertIsNone(self.instrument.process.poll())
         self.assertEqual(self.instrument.call("daemon", "start").returncode, 0)
@@ -256,7 +256,7 @@ class StartAndEndTest(unittest.TestCase):
     def test_the_greeting_waits_for_a_late_controller(self):
         instrument = Instrument()
         self.addCleanup(instrument.end)
-        wait_until(lambda: os.path.getsize(instrument.path("line.log")), 30)
+        wait_until(lambda: os.path.getsize(instrument.path("line.log")))
         fd = os.open(instrument.path("controller"), os.O_RDWR | os.O_NOCTTY)
         self.addCleanup(os.close, fd)
         self.assertEqual(os.read(fd, 100), b"HELLO !\r\n")
@@ -273,7 +273,7 @@ class StartAndEndTest(unittest.TestCase):
     def test_the_stop_command_waits_until_it_is_gone(self):
         instrument = Instrument()
         self.assertEqual(instrument.call("stop").returncode, 0)
-        self.assertEqual(instrument.process.wait(5), 0)
+        self.assertEqual(instrument.process.wait(60), 0)
         left = set(os.listdir(instrument.run_dir))
         self.assertFalse(left & {"controller", "console", "control", "state.json", ".machine"})
         self.assertIn("commands.log", left)

@@ -5,6 +5,7 @@ import os
 import tempfile
 import termios
 import threading
+import time
 import tty
 import unittest
 
@@ -33,7 +34,7 @@ class RelayTest(unittest.TestCase):
         tty.setraw(fd, termios.TCSANOW)
         return fd
 
-    def read(self, fd, count, seconds=10):
+    def read(self, fd, count, seconds=60):
         data = bytearray()
 
         def more():
@@ -101,8 +102,10 @@ class RelayTest(unittest.TestCase):
 
         def unread():
             return sum(entry.get("unread", 0) for entry in self.logged("from_daemon")[1])
-        while more := self.read(far, 1 << 20, seconds=1):
+        deadline = time.monotonic() + 60
+        while (more := self.read(far, 1 << 20, seconds=1)) or len(got) + unread() < len(data):
             got += more
+            self.assertLess(time.monotonic(), deadline)
         self.assertGreater(unread(), 0)
         self.assertEqual(len(got) + unread(), len(data))
         self.assertEqual(got[-relay.FROM_DAEMON_CAP // 2:], data[-relay.FROM_DAEMON_CAP // 2:])

@@ -98,21 +98,21 @@ class ControlTest(unittest.TestCase):
             server.close()
 
     def test_a_waiting_request_does_not_hold_up_others(self):
-        answered = threading.Event()
+        answered, replies = threading.Event(), []
 
         def handle(request):
             if request["action"] == "wait":
-                answered.wait(10)
+                return {"in_time": answered.wait(60)}
             answered.set()
             return {}
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "control")
             server = control.ControlServer(path, handle)
-            waiter = threading.Thread(target=control.ask, args=(path, {"action": "wait"}))
+            waiter = threading.Thread(target=lambda: replies.append(control.ask(path, {"action": "wait"})))
             waiter.start()
             control.ask(path, {"action": "quick"})
-            waiter.join(5)
-            self.assertFalse(waiter.is_alive())
+            waiter.join()
+            self.assertEqual(replies, [{"in_time": True}])
             server.close()
 
 

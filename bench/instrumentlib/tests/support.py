@@ -9,7 +9,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, BENCH)
 
 
-def wait_until(condition, seconds=10):
+def wait_until(condition, seconds=60):
     """Polls until `condition()` is true and returns its last value."""
     deadline = time.monotonic() + seconds
     while not (value := condition()) and time.monotonic() < deadline:
