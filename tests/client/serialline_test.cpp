@@ -61,9 +61,9 @@ TEST(SerialLine, CarriesEveryByteValueUnchangedBothWays)
     for (int value = 0; value < 256; ++value)
         all.push_back(static_cast<char>(value));
     line.write(all);
-    EXPECT_EQ(pty.receive(2000), all);
+    EXPECT_EQ(pty.receive(20000), all);
     pty.send(all);
-    EXPECT_EQ(line.readExactly(256, milliseconds(2000)), all);
+    EXPECT_EQ(line.readExactly(256, milliseconds(20000)), all);
 }
 
 TEST(SerialLine, KeepsWhatArrivedBeforeItWasOpened)
@@ -71,7 +71,7 @@ TEST(SerialLine, KeepsWhatArrivedBeforeItWasOpened)
     const PtyPair pty;
     pty.send("HELLO !\r\n");
     SerialLine line(pty.path());
-    EXPECT_EQ(line.readLine(milliseconds(2000)).substr(0, 7), "HELLO !");
+    EXPECT_EQ(line.readLine(milliseconds(20000)).substr(0, 7), "HELLO !");
 }
 
 TEST(SerialLine, ReadsLineByLineAndKeepsTheRest)
@@ -79,11 +79,11 @@ TEST(SerialLine, ReadsLineByLineAndKeepsTheRest)
     const PtyPair pty;
     SerialLine line(pty.path());
     pty.send("one\ntwo\nthr");
-    EXPECT_EQ(line.readLine(milliseconds(2000)), "one\n");
-    EXPECT_EQ(line.readLine(milliseconds(2000)), "two\n");
+    EXPECT_EQ(line.readLine(milliseconds(20000)), "one\n");
+    EXPECT_EQ(line.readLine(milliseconds(20000)), "two\n");
     EXPECT_EQ(errorOf([&] { line.readLine(milliseconds(20)); }), LineError::Kind::TimedOut);
     pty.send("ee\n");
-    EXPECT_EQ(line.readLine(milliseconds(2000)), "three\n");
+    EXPECT_EQ(line.readLine(milliseconds(20000)), "three\n");
 }
 
 TEST(SerialLine, ReadsExactlyAndSaysHowMuchWasMissing)
@@ -91,11 +91,11 @@ TEST(SerialLine, ReadsExactlyAndSaysHowMuchWasMissing)
     const PtyPair pty;
     SerialLine line(pty.path());
     pty.send("12345");
-    EXPECT_EQ(line.readExactly(3, milliseconds(2000)), "123");
+    EXPECT_EQ(line.readExactly(3, milliseconds(20000)), "123");
     std::string text;
     EXPECT_EQ(errorOf([&] { line.readExactly(28, milliseconds(20)); }, &text), LineError::Kind::TimedOut);
     EXPECT_NE(text.find("28 bytes, got 2 bytes"), std::string::npos) << text;
-    EXPECT_EQ(line.readExactly(2, milliseconds(2000)), "45");
+    EXPECT_EQ(line.readExactly(2, milliseconds(20000)), "45");
 }
 
 TEST(SerialLine, ReadUntilSilenceBridgesShortGaps)
@@ -108,7 +108,7 @@ TEST(SerialLine, ReadUntilSilenceBridgesShortGaps)
             std::this_thread::sleep_for(milliseconds(20));
         }
     });
-    EXPECT_EQ(line.readUntilSilence(milliseconds(2000), milliseconds(400)), "<SDT>abcdef");
+    EXPECT_EQ(line.readUntilSilence(milliseconds(20000), milliseconds(2000)), "<SDT>abcdef");
 }
 
 TEST(SerialLine, ReadUntilSilenceIsEmptyWhenNothingComes)
@@ -123,10 +123,10 @@ TEST(SerialLine, DiscardInputDropsWhatCameBefore)
     const PtyPair pty;
     SerialLine line(pty.path());
     pty.send("old\nold");
-    EXPECT_EQ(line.readLine(milliseconds(2000)), "old\n");
+    EXPECT_EQ(line.readLine(milliseconds(20000)), "old\n");
     line.discardInput();
     pty.send("new\n");
-    EXPECT_EQ(line.readLine(milliseconds(2000)), "new\n");
+    EXPECT_EQ(line.readLine(milliseconds(20000)), "new\n");
 }
 
 TEST(SerialLine, SaysThatTheOtherEndIsGone)
@@ -135,7 +135,7 @@ TEST(SerialLine, SaysThatTheOtherEndIsGone)
     SerialLine line(pty.path());
     pty.hangUp();
     std::string text;
-    EXPECT_EQ(errorOf([&] { line.readLine(milliseconds(2000)); }, &text), LineError::Kind::HungUp);
+    EXPECT_EQ(errorOf([&] { line.readLine(milliseconds(20000)); }, &text), LineError::Kind::HungUp);
     EXPECT_NE(text.find("plug the adapter in again"), std::string::npos);
     EXPECT_EQ(errorOf([&] { line.write("version?\n"); }), LineError::Kind::HungUp);
 }
@@ -153,9 +153,9 @@ TEST(SerialLine, MovesWithWhatItHasRead)
     const PtyPair pty;
     SerialLine first(pty.path());
     pty.send("one\ntwo\n");
-    EXPECT_EQ(first.readLine(milliseconds(2000)), "one\n");
+    EXPECT_EQ(first.readLine(milliseconds(20000)), "one\n");
     SerialLine second(std::move(first));
-    EXPECT_EQ(second.readLine(milliseconds(2000)), "two\n");
+    EXPECT_EQ(second.readLine(milliseconds(20000)), "two\n");
 }
 
 } // namespace

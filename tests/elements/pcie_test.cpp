@@ -149,10 +149,10 @@ TEST(PcieSrc, KeepsTheBitRate)
     writeFile(place("in.ts"), Bytes(25000, 0x47));
     Pipeline pipeline(source(place("in.ts"), "loop=false blocksize=1000 bitrate=400000"));
     const Collector collector(pipeline);
+    const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(pipeline.playToEnd(), "");
-    const auto blocks = collector.blocks();
-    ASSERT_EQ(blocks.size(), 25U);
-    EXPECT_GE(blocks.back().pts - blocks.front().pts, 300 * GST_MSECOND); // 480 when nothing delays the first
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(490));
+    EXPECT_EQ(collector.blocks().size(), 25U);
 }
 
 // Three rounds of 100 ms, as its clock references tell.
@@ -162,10 +162,10 @@ TEST(PcieSrc, KeepsThePaceOfTheClockReferences)
     writeFile(place("in.ts"), stream);
     Pipeline pipeline(source(place("in.ts"), "blocksize=1880"));
     const Collector collector(pipeline);
+    const auto begin = std::chrono::steady_clock::now();
     pipeline.setState(GST_STATE_PLAYING);
     ASSERT_TRUE(collector.waitForBytes(3 * stream.size()));
-    const auto blocks = collector.blocks();
-    EXPECT_GE(blocks[29].pts - blocks[0].pts, 150 * GST_MSECOND);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(290));
 }
 
 TEST(PcieSrc, StartsAgainAtTheEndAndMarksIt)
@@ -194,7 +194,7 @@ TEST(PcieSrc, WaitsForAnAbsentFileAndStopsAtOnce)
     EXPECT_FALSE(collector.waitForBytes(1, std::chrono::milliseconds(300)));
     const auto begin = std::chrono::steady_clock::now();
     pipeline.setState(GST_STATE_NULL);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, patience);
     EXPECT_TRUE(collector.blocks().empty());
 }
 
@@ -256,7 +256,7 @@ TEST(PcieSrc, DeliversAFifosBytesAsTheyComeFromOneWriterAfterTheOther)
     EXPECT_EQ(collector.bytes(), sent);
     const auto begin = std::chrono::steady_clock::now();
     pipeline.setState(GST_STATE_NULL);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, patience);
 }
 
 TEST(PcieSrc, PlaysAgainAfterItWasStopped)

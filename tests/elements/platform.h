@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+/// How long a test waits for what must happen: it waits so long only when it fails.
+constexpr std::chrono::seconds patience{60};
+
 /// Loads GStreamer plug-ins of the system by their short names ("libav"), beside those every test has:
 /// coreelements, videotestsrc, audiotestsrc, audioconvert, alsa and the instrument's own.
 void loadPlugins(const std::vector<std::string>& names);
@@ -18,8 +21,7 @@ void loadPlugins(const std::vector<std::string>& names);
 const std::string& scratchFolder();
 
 /// Waits until the condition holds, at most `limit`. Returns whether it does.
-bool waitFor(
-    const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(20));
+bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit = patience);
 
 /// A pipeline written as for gst-launch, ended and released with the object.
 class Pipeline
@@ -36,9 +38,9 @@ public:
     void setState(GstState state);
     /// Plays until the end of the stream or an error. Returns "" for the end, else the error's or the
     /// time-out's text.
-    std::string playToEnd(std::chrono::seconds limit = std::chrono::seconds(30));
+    std::string playToEnd(std::chrono::seconds limit = patience);
     /// Waits for an error message. Returns its text, "" if none comes.
-    std::string waitForError(std::chrono::seconds limit = std::chrono::seconds(10));
+    std::string waitForError(std::chrono::seconds limit = patience);
 
 private:
     std::string waitForMessage(GstMessageType types, std::chrono::seconds limit);
@@ -65,7 +67,7 @@ public:
 
     std::vector<Block> blocks() const;
     std::vector<std::uint8_t> bytes() const;
-    bool waitForBytes(std::size_t count, std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
+    bool waitForBytes(std::size_t count, std::chrono::milliseconds limit = patience) const;
 
 private:
     static void onHandoff(GstElement* sink, GstBuffer* buffer, GstPad* pad, gpointer self);

@@ -39,7 +39,7 @@ std::string readPipe(int pipe, std::size_t count)
 {
     std::string bytes(count, '\0');
     pollfd waiting{pipe, POLLIN, 0};
-    const ssize_t got = poll(&waiting, 1, 10000) > 0 ? read(pipe, bytes.data(), count) : 0;
+    const ssize_t got = poll(&waiting, 1, patienceMs) > 0 ? read(pipe, bytes.data(), count) : 0;
     bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
     return bytes;
 }
@@ -73,7 +73,7 @@ TEST_F(StartUp, TheGreetingIsSentBeforeTheFpgaIsTouched)
     std::string arrived;
     std::string written;
     std::thread fpga([&] {
-        arrived = controller().read(greeting.size(), 20000);
+        arrived = controller().read(greeting.size());
         pipe = open(firstFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         written = readPipe(pipe, 2);
     });

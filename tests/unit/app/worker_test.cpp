@@ -116,7 +116,7 @@ TEST_F(Dispatcher, TheCharacterAfterUpdateIsSkippedUnchecked)
         controller().write(command);
         std::thread sender([this, &image] {
             controller().read(std::strlen("waiting update\n"));
-            controller().send(image + "none");
+            controller().write(image + "none");
         });
         worker().doWork();
         sender.join();
@@ -219,7 +219,7 @@ protected:
     void feedUpdate()
     {
         controller().read(std::strlen("waiting update\n"));
-        controller().send("inone");
+        controller().write("inone");
     }
 };
 

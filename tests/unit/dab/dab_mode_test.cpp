@@ -232,9 +232,9 @@ TEST_F(DabMode, AnAnswerInPiecesIsDroppedAndAWholeOneAwaited)
     const std::unique_ptr<Receiver> receiver = start([](int connection) {
         readExactly(connection, blockSize);
         sendAll(connection, std::string(50, 'a'));
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        waitUntilRead(connection);
         sendAll(connection, std::string(67, 'b'));
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        waitUntilRead(connection);
         sendAll(connection, std::string(blockSize, 'c'));
     });
     EXPECT_EQ(cycle("dab tune\n"), std::string(blockSize, 'c'));

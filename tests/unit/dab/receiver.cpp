@@ -1,9 +1,13 @@
 #include "receiver.h"
 
+#include "support/eventually.h"
 #include "support/privatemachine.h"
 
 #include <cstring>
+#include <gtest/gtest.h>
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -46,7 +50,7 @@ Receiver::~Receiver()
 void Receiver::listenAndServe()
 {
     pollfd waiting{m_listener, POLLIN, 0};
-    if (poll(&waiting, 1, 60000) != 1)
+    if (poll(&waiting, 1, patienceMs) != 1)
         return;
     const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
     m_serve(connection);
@@ -71,6 +75,14 @@ std::string readExactly(int connection, std::size_t count)
     }
     bytes.resize(done);
     return bytes;
+}
+
+void waitUntilRead(int connection)
+{
+    EXPECT_TRUE(eventually([connection] {
+        int unread = 0;
+        return ioctl(connection, SIOCOUTQ, &unread) == 0 && unread == 0;
+    }));
 }
 
 void sendAll(int connection, const std::string& bytes)

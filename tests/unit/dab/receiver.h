@@ -30,3 +30,5 @@ std::string coverSocketFolder();
 /// Exactly `count` bytes of a connection, fewer when it ends.
 std::string readExactly(int connection, std::size_t count);
 void sendAll(int connection, const std::string& bytes);
+/// Returns when the other end has read all that was sent.
+void waitUntilRead(int connection);

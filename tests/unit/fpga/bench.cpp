@@ -1,5 +1,6 @@
 #include "bench.h"
 
+#include "support/eventually.h"
 #include "support/testfiles.h"
 
 #include <csignal>
@@ -9,7 +10,6 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -63,9 +63,8 @@ void FpgaBench::SetUp()
     for (const std::string& folder : {mountPoint, notesFolder, std::string("/home/ondrak/Tessary")})
         std::filesystem::create_directories(folder);
     m_counterpart = startCounterpart();
-    for (int i = 0; i < 500 && !std::filesystem::exists(mountPoint + "/spidev0.0"); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_TRUE(std::filesystem::exists(mountPoint + "/spidev0.0")) << "the FPGA's counterpart did not start";
+    ASSERT_TRUE(eventually([] { return std::filesystem::exists(mountPoint + "/spidev0.0"); }))
+        << "the FPGA's counterpart did not start";
     show("/gpio", "/sys/class/gpio", true);
     show("/pci", "/sys/bus/pci", true);
     show("/spidev0.0", "/dev/spidev0.0", false);

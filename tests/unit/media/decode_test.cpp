@@ -35,9 +35,7 @@ protected:
     /// The size is stored behind the print of the link, on a streaming thread.
     bool widthBecomes(int pixels)
     {
-        for (int i = 0; i < 200 && source().getVideoDecodedWidth() != pixels; ++i)
-            g_usleep(10000);
-        return source().getVideoDecodedWidth() == pixels;
+        return eventually([&] { return source().getVideoDecodedWidth() == pixels; });
     }
 
     std::string statusText()

@@ -45,11 +45,10 @@ protected:
     /// nothing of Qt's is left; false when something stays.
     static bool allEnd(const QtObjects& objects)
     {
-        for (int waitedMs = 0; objects.alive() > 0 && waitedMs < 10000; waitedMs += 10) {
-            g_usleep(10000);
+        return eventually([&objects] {
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        }
-        return objects.alive() == 0;
+            return objects.alive() == 0;
+        });
     }
 
 private:

@@ -107,10 +107,10 @@ void PrintCapture::holdAt(const std::string& line)
     holdLine = line;
 }
 
-bool PrintCapture::waitUntilHeld(int timeoutMs) const
+bool PrintCapture::waitUntilHeld() const
 {
     std::unique_lock<std::mutex> lock(printMutex);
-    return printChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), [] { return held; });
+    return printChanged.wait_for(lock, std::chrono::milliseconds(patienceMs), [] { return held; });
 }
 
 void PrintCapture::release()
@@ -239,16 +239,13 @@ std::string MediaTest::status()
     return text;
 }
 
-bool MediaTest::reaches(GstState state, int timeoutMs) const
+bool MediaTest::reaches(GstState state) const
 {
-    for (int waitedMs = 0; waitedMs < timeoutMs; waitedMs += 10) {
+    return eventually([&] {
         GstState current = GST_STATE_VOID_PENDING;
         gst_element_get_state(pipeline(), &current, nullptr, 0);
-        if (current == state)
-            return true;
-        g_usleep(10000);
-    }
-    return false;
+        return current == state;
+    });
 }
 
 bool announceStream(GstElement* decoder, GstPad* pad, const char* capsText)

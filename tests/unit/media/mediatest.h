@@ -23,13 +23,13 @@ public:
     /// How often `part` was printed.
     int count(const std::string& part) const;
     /// True once `part` was printed `times` times; false when that does not happen in time.
-    bool waitFor(const std::string& part, int times = 1, int timeoutMs = 10000) const;
+    bool waitFor(const std::string& part, int times = 1, int timeoutMs = patienceMs) const;
     void forget();
 
     /// The thread that prints exactly `line` is held up in doing so until release(), as by a standard output
     /// that nobody reads.
     void holdAt(const std::string& line);
-    bool waitUntilHeld(int timeoutMs = 10000) const;
+    bool waitUntilHeld() const;
     void release();
 };
 
@@ -80,7 +80,7 @@ protected:
     std::vector<std::string> teeBranches() const;
     std::string status();
     /// True when the pipeline comes to the state in time.
-    bool reaches(GstState state, int timeoutMs = 5000) const;
+    bool reaches(GstState state) const;
 
     LogCapture log;
     PrintCapture prints;

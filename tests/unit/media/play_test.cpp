@@ -20,14 +20,11 @@ protected:
     /// moment.
     static bool goes(GWeakRef& ref)
     {
-        for (int i = 0; i < 300; ++i) {
+        return eventually([&ref] {
             gpointer object = g_weak_ref_get(&ref);
-            if (!object)
-                return true;
-            g_object_unref(object);
-            g_usleep(10000);
-        }
-        return false;
+            g_clear_object(&object);
+            return !object;
+        });
     }
 
     Names playElements() const

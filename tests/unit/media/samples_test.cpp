@@ -64,12 +64,10 @@ public:
     ByteCount(const ByteCount&) = delete;
     ByteCount& operator=(const ByteCount&) = delete;
 
-    /// False when fewer bytes come in 5 s.
+    /// Waits until so many bytes have come, and no more.
     bool waitFor(std::size_t bytes) const
     {
-        for (int i = 0; i < 500 && m_bytes < bytes; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return m_bytes == bytes;
+        return eventually([&] { return m_bytes >= bytes; }) && m_bytes == bytes;
     }
 
 private:
@@ -100,7 +98,7 @@ protected:
         } else {
             ASSERT_NO_FATAL_FAILURE(receive(*path));
         }
-        ASSERT_TRUE(prints.waitFor("EOS\n", 1, 30000));
+        ASSERT_TRUE(prints.waitFor("EOS\n"));
         ASSERT_TRUE(reaches(GST_STATE_NULL));
     }
 

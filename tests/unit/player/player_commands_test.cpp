@@ -275,9 +275,10 @@ TEST_F(PlayerCommands, AT2miFrameIsRepliedWholeWhateverItsSize)
             frame[i] = static_cast<std::uint8_t>(i * 7 >> 3);
         standins::setT2miFrame(frame);
         std::string received;
-        std::thread reader([&] { received = controller().read(size + 1, 300); });
+        std::thread reader([&] { received = controller().read(size); });
         Uart_GetT2MIFrame();
         reader.join();
+        EXPECT_EQ(silence(), ""); // nothing follows
         EXPECT_EQ(received.size(), size);
         EXPECT_TRUE(received == std::string(frame.begin(), frame.end())) << size;
     }

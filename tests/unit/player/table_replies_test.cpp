@@ -57,7 +57,7 @@ protected:
     Bytes replyTo(void (*command)(), std::size_t expected)
     {
         std::string text;
-        std::thread reader([&] { text = controller().read(expected, 5000); });
+        std::thread reader([&] { text = controller().read(expected); });
         command();
         reader.join();
         text += controller().readUntilQuiet(30); // nothing may follow

@@ -4,6 +4,7 @@
 #include "measure/ethernetmeasurement.h"
 #include "media/filesource.h"
 #include "media/pciesource.h"
+#include "support/eventually.h"
 #include "support/privatemachine.h"
 #include "support/testfiles.h"
 #include "support/thisprocess.h"
@@ -12,9 +13,9 @@
 #include "writtenblocks.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <fcntl.h>
-#include <functional>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -33,16 +34,6 @@ std::string pattern(std::size_t bytes)
     for (std::size_t i = 0; i < bytes; ++i)
         text[i] = static_cast<char>((i * 31 + i / 256) & 0xFF);
     return text;
-}
-
-bool waitFor(const std::function<bool()>& condition, int seconds = 10)
-{
-    for (int i = 0; i < seconds * 50; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
 }
 
 class PvrCommands : public ControllerLine
@@ -157,7 +148,7 @@ TEST_F(PvrCommands, RecordTakesTheSourceThatIsThere)
     gstsource* before = instance;
     Uart_PVR_Record();
     EXPECT_EQ(instance, before);
-    EXPECT_TRUE(waitFor([] { return readFile(recording).size() == 188000; }));
+    EXPECT_TRUE(eventually([] { return readFile(recording).size() == 188000; }));
     EXPECT_EQ(reply(), "");
     Uart_PVR_Stop();
     EXPECT_EQ(readFile(recording), pattern(188000));
@@ -188,7 +179,7 @@ TEST_F(PvrCommands, ScanFindsTheProgramsOfARecordedBroadcast)
         GTEST_SKIP() << "no recorded broadcast: TESSARY_SAMPLES names no folder with h264.ts";
     writeFile(recording, sample);
     Uart_PVR_Scan();
-    EXPECT_TRUE(waitFor([] { return instance->getTotalNumberOfProgramsFound() > 0; }));
+    EXPECT_TRUE(eventually([] { return instance->getTotalNumberOfProgramsFound() > 0; }));
 }
 
 TEST_F(PvrCommands, StopDiscardsTheSource)
@@ -284,15 +275,17 @@ TEST_F(PvrCommands, ExportEndsWhenTheRecordingBecomesShorter)
 {
     writeFile(recording, pattern(1000000));
     makeDevice(65536);
-    std::thread card([this] {
-        waitFor([this] { return waitingInDevice() > 60000; });
+    std::atomic<bool> ended{false};
+    std::thread card([this, &ended] {
+        eventually([this] { return waitingInDevice() > 60000; });
         std::filesystem::resize_file(recording, 1000);
-        for (int i = 0; i < 100; ++i) {
+        while (!ended) {
             takeFromDevice();
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
     });
     Uart_PVR_Export();
+    ended = true;
     card.join();
     EXPECT_TRUE(log.contains("Export: the recording can not be read any further; check the card"));
     EXPECT_FALSE(log.contains("TIMEOUT Uart_Export"));

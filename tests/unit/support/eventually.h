@@ -4,13 +4,18 @@
 #include <functional>
 #include <thread>
 
-/// True once the condition holds; false when it has not come to that in ten seconds.
+/// How long a test waits for what must happen: it waits so long only when it fails, so this is long enough
+/// for a machine that has other work.
+constexpr int patienceMs = 60000;
+
+/// Waits until the condition holds; false when it does not come to that.
 inline bool eventually(const std::function<bool()>& condition)
 {
-    for (int i = 0; i < 1000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    return false;
+    return true;
 }

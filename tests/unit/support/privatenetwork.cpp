@@ -1,5 +1,7 @@
 #include "support/privatenetwork.h"
 
+#include "support/eventually.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -56,12 +58,7 @@ bool addVethPair(const std::string& name, const std::string& peer, const std::st
 
 bool waitForLink(const std::string& name, bool present)
 {
-    for (int i = 0; i < 500; ++i) {
-        if (hasLink(name) == present)
-            return true;
-        usleep(10000);
-    }
-    return false;
+    return eventually([&] { return hasLink(name) == present; });
 }
 
 void remove(const std::string& name)

@@ -11,9 +11,7 @@
 #include <mutex>
 #include <poll.h>
 #include <QString>
-#include <sys/ioctl.h>
 #include <termios.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -55,10 +53,10 @@ bool LogCapture::contains(const std::string& line) const
     return std::find(all.begin(), all.end(), line) != all.end();
 }
 
-bool LogCapture::waitFor(const std::string& beginning, int timeoutMs) const
+bool LogCapture::waitFor(const std::string& beginning) const
 {
     std::unique_lock<std::mutex> lock(logMutex);
-    return logGrew.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&beginning] {
+    return logGrew.wait_for(lock, std::chrono::milliseconds(patienceMs), [&beginning] {
         return std::any_of(logLines.begin(), logLines.end(),
             [&beginning](const std::string& line) { return line.rfind(beginning, 0) == 0; });
     });
@@ -94,7 +92,7 @@ PseudoLine::~PseudoLine()
     }
 }
 
-void PseudoLine::send(const std::string& bytes)
+void PseudoLine::write(const std::string& bytes)
 {
     std::size_t done = 0;
     while (done < bytes.size()) {
@@ -103,21 +101,9 @@ void PseudoLine::send(const std::string& bytes)
             return;
         done += static_cast<std::size_t>(n);
     }
-}
-
-void PseudoLine::write(const std::string& bytes)
-{
-    const int all = pendingAtDevice() + static_cast<int>(bytes.size());
-    send(bytes);
-    for (int i = 0; i < 2000 && pendingAtDevice() < all; ++i)
-        usleep(1000);
-}
-
-int PseudoLine::pendingAtDevice() const
-{
-    int pending = 0;
-    ioctl(m_slave, FIONREAD, &pending);
-    return pending;
+    // To look makes the kernel hand over what is on its way, which it otherwise does in its own time.
+    pollfd look{m_slave, POLLIN, 0};
+    poll(&look, 1, 0);
 }
 
 std::string PseudoLine::readUntilQuiet(int quietMs)

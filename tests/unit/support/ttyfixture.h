@@ -4,6 +4,8 @@
 // code runs are recorded by support/privatemachine.h (RecordedPrograms); mounts of single files are
 // support/privatemounts.h.
 
+#include "support/eventually.h"
+
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -19,9 +21,8 @@ public:
 
     std::vector<std::string> lines() const;
     bool contains(const std::string& line) const;
-    /// Waits until a line that begins so is logged, by whatever thread; false when that does not happen in
-    /// time.
-    bool waitFor(const std::string& beginning, int timeoutMs = 10000) const;
+    /// Waits until a line that begins so is logged, by whatever thread; false when that does not happen.
+    bool waitFor(const std::string& beginning) const;
     void forget();
 };
 
@@ -34,20 +35,15 @@ public:
     PseudoLine(const PseudoLine&) = delete;
     PseudoLine& operator=(const PseudoLine&) = delete;
 
-    /// Writes while somebody reads at the device's side.
-    void send(const std::string& bytes);
-    /// Writes, and waits until the device's side has all of it to read (a terminal hands bytes over in its
-    /// own time). Nobody reads there meanwhile.
+    /// Writes, and returns when the device's side has all of it to read, or as much as the terminal holds.
     void write(const std::string& bytes);
     /// Everything that arrives until `quietMs` pass without a byte.
     std::string readUntilQuiet(int quietMs = 50);
     /// Exactly `count` bytes, or fewer when `timeoutMs` pass first.
-    std::string read(std::size_t count, int timeoutMs = 2000);
+    std::string read(std::size_t count, int timeoutMs = patienceMs);
     int descriptor() const { return m_master; }
 
 private:
-    int pendingAtDevice() const;
-
     std::string m_device;
     int m_master = -1;
     int m_slave =

@@ -26,7 +26,7 @@ bool running();
 void advance(std::int64_t microseconds);
 
 /// From another thread: returns once the code on the clock's thread has looked at it twice more, so that it
-/// has noted the present time for what it did before. False when it does not look, for ten seconds.
+/// has noted the present time for what it did before. False when it does not look.
 bool waitUntilNoted();
 
 } // namespace virtualtime

@@ -71,7 +71,7 @@ protected:
         return prompt + controller().readUntilQuiet();
     }
 
-    void send(const std::string& bytes) { controller().send(bytes); }
+    void send(const std::string& bytes) { controller().write(bytes); }
 
     /// On the controller's thread: so much time passes for the daemon, which then logs the line, or goes on
     /// waiting when none is given. The time of an update does not pass by itself.
