@@ -15,7 +15,7 @@ sys.path.insert(0, FOLDER)
 
 from mutationlib.cases import Cases  # noqa: E402  (the path must be set first)
 from mutationlib.changes import changes_of, found_again, in_random_order  # noqa: E402
-from mutationlib.report import SEEN, Report, survivors, told  # noqa: E402
+from mutationlib.report import SEEN, Report, earlier_changes, told  # noqa: E402
 from mutationlib.tree import BuildFailed, Tree  # noqa: E402
 
 
@@ -54,11 +54,10 @@ def chosen_changes(options, checkout):
     """Numbered changes to try, and those of an earlier report whose lines are gone."""
     changes = all_changes(options, checkout)
     if options.again:
-        numbered = [(number, found_again(change, changes), change) for number, change in survivors(options.again)]
+        numbered = [(number, found_again(change, changes), change) for number, change in earlier_changes(options.again, options.only)]
     else:
-        numbered = [(number, change, change) for number, change in enumerate(in_random_order(changes, options.seed), 1)]
-    if options.only:
-        numbered = [entry for entry in numbered if entry[0] in options.only]
+        numbered = [(number, change, change) for number, change in enumerate(in_random_order(changes, options.seed), 1)
+                    if not options.only or number in options.only]
     return ([(number, change) for number, change, _ in numbered if change],
             [(number, earlier) for number, change, earlier in numbered if not change])
 
@@ -81,6 +80,7 @@ def prepare(options, tree, cases):
             print("cases fail without any change: nothing can be told from them")
             return False
         cases.remember(times)
+    cases.keep_programs()
     return True
 
 
@@ -111,6 +111,14 @@ def commit_of(checkout):
     return described.stdout.decode().strip()
 
 
+def new_report(options):
+    """The report of this run, named after what it tries."""
+    head = {"again": options.again} if options.again else {"seed": options.seed}
+    name = "again" if options.again else f"seed-{options.seed}"
+    return Report(os.path.join(options.output, f"{name}-{options.preset}"),
+                  {**head, "preset": options.preset, "sources": commit_of(REPOSITORY)})
+
+
 def main(arguments):
     options = parse(arguments)
     changes, gone = chosen_changes(options, REPOSITORY)
@@ -123,9 +131,7 @@ def main(arguments):
     os.makedirs(options.output, exist_ok=True)
     tree = Tree(REPOSITORY, options.output, options.preset)
     cases = Cases(tree, options.jobs)
-    name = "again" if options.again else f"seed-{options.seed}"
-    report = Report(os.path.join(options.output, f"{name}-{options.preset}"),
-                    {"seed": options.seed, "preset": options.preset, "sources": commit_of(REPOSITORY)})
+    report = new_report(options)
     try:
         if not prepare(options, tree, cases):
             return 2

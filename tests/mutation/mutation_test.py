@@ -14,7 +14,7 @@ sys.path.insert(0, FOLDER)
 
 from mutationlib.cases import topics_of  # noqa: E402  (the path must be set first)
 from mutationlib.changes import changes_of, found_again, in_random_order  # noqa: E402
-from mutationlib.report import Report, survivors  # noqa: E402
+from mutationlib.report import Report, earlier_changes  # noqa: E402
 from mutationlib.tree import Tree  # noqa: E402
 
 IS_ROOT = os.geteuid() == 0
@@ -136,7 +136,8 @@ class Files(unittest.TestCase):
         report = Report(self.path("report"), {"seed": 7})
         report.add(1, first, "seen", 2.0, {"Suite.Case": {"result": "failed", "said": "Failure"}})
         report.add(2, second, "survived", 3.0)
-        self.assertEqual(survivors(report.path + ".json"), [(2, second)])
+        self.assertEqual(earlier_changes(report.path + ".json"), [(2, second)])
+        self.assertEqual(earlier_changes(report.path + ".json", {1}), [(1, first)])
         self.assertIn("2 changes ran: 1 seen, 1 survived", report.text())
 
 
@@ -145,8 +146,8 @@ class Runs(unittest.TestCase):
         """What the runner says of shell texts, each given two seconds."""
         with tempfile.TemporaryDirectory() as folder:
             order = {"jobs": 2, "keep_going": keep_going, "memory": None, "cases": [
-                {"name": name, "command": ["/bin/sh", "-c", text], "directory": folder, "limit": 2}
-                for name, text in cases.items()]}
+                {"name": name, "command": ["/bin/sh", "-c", text], "directory": folder, "limit": 2,
+                 "control": ["/bin/sh", "-c", "[ ! -e busy ]"]} for name, text in cases.items()]}
             done = subprocess.run(["/usr/bin/python3", "-B", os.path.join(FOLDER, "run_cases.py")], check=True,
                                   input=json.dumps(order).encode(), stdout=subprocess.PIPE, timeout=60)
         return {result["name"]: result["result"] for result in map(json.loads, done.stdout.splitlines())}
@@ -157,6 +158,9 @@ class Runs(unittest.TestCase):
             "left": "echo '[  SKIPPED ] x'", "once": "[ -e once ] || { : > once; exit 1; }"}),
             {"good": "passed", "bad": "failed", "ended": "failed", "stuck": "time-out", "left": "skipped",
              "once": "unsteady"})
+
+    def test_a_case_that_the_unchanged_program_fails_as_well_tells_nothing(self):
+        self.assertEqual(self.results({"slow": ": > busy; exit 1"}), {"slow": "unsteady"})
 
     def test_it_ends_with_the_first_failure(self):
         cases = {"bad": "exit 1", **{f"late{n}": "sleep 1" for n in range(20)}}

@@ -15,10 +15,10 @@ FAILING = ("failed", "time-out")
 _FAILURE = re.compile(r"Failure\n(?:.*\n){1,3}|runtime error: .*|ERROR: \w+: .*")
 
 
-def outcome(case):
+def outcome(case, command):
     """One run: passed, skipped, failed or time-out, and the first words of a failure."""
     began = time.monotonic()
-    with subprocess.Popen(case["command"], cwd=case["directory"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+    with subprocess.Popen(command, cwd=case["directory"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, start_new_session=True) as process:
         try:
             said = process.communicate(timeout=case["limit"])[0].decode(errors="replace")
@@ -32,6 +32,18 @@ def outcome(case):
     return {"result": "skipped" if "[  SKIPPED ]" in said else "passed", **told}
 
 
+def steady_outcome(case):
+    """A failure counts when it comes twice and not with the unchanged program: a change is not seen by chance, nor by a
+    machine that is too busy for the case."""
+    result = outcome(case, case["command"])
+    if result["result"] in FAILING:
+        again = outcome(case, case["command"])["result"] in FAILING
+        unchanged = outcome(case, case["control"])["result"] in FAILING if again and "control" in case else False
+        if unchanged or not again:
+            result["result"] = "unsteady"
+    return result
+
+
 class Runner:
     """Takes the cases one after another, in several threads."""
 
@@ -43,12 +55,9 @@ class Runner:
         self._working = order["jobs"]
 
     def work(self):
-        """Body of a thread. A failure counts when the case fails twice: a change is not seen by chance."""
+        """Body of a thread."""
         while (case := self._next()) is not None:
-            result = outcome(case)
-            if result["result"] in FAILING and outcome(case)["result"] not in FAILING:
-                result["result"] = "unsteady"
-            self._tell(case, result)
+            self._tell(case, steady_outcome(case))
         with self._lock:
             self._working -= 1
             if self._working == 0:

@@ -2,6 +2,7 @@
 
 import json
 import os
+import shutil
 import subprocess
 
 from .report import SEEN
@@ -54,6 +55,17 @@ class Cases:
             if properties.get("LABELS") == ["unit"]:
                 self._cases.append({"name": test["name"].removeprefix("unit.").split("  #")[0], "command": test["command"],
                                     "directory": properties["WORKING_DIRECTORY"], "limit": properties["TIMEOUT"]})
+
+    def keep_programs(self):
+        """Copies the unchanged programs: a case that fails with a change has to pass with them at the same time."""
+        kept = os.path.join(self.tree.scratch, f"unchanged-{self.tree.preset}")
+        shutil.rmtree(kept, ignore_errors=True)
+        for case in self._cases:
+            program = os.path.join(kept, os.path.basename(case["command"][-3]))
+            if not os.path.exists(program):
+                os.makedirs(kept, exist_ok=True)
+                shutil.copy(case["command"][-3], program)
+            case["control"] = [*case["command"][:-3], program, *case["command"][-2:]]
 
     def measure(self):
         """Runs all on the unchanged code: how long each takes. Returns the names of those that fail or skip themselves."""

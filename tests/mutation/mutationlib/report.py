@@ -59,8 +59,9 @@ def told(row):
     return f"{row['number']:4}  {row['result'] + (' by ' + by if by else '')}, {row['seconds']:.0f} s: {change.told()}"
 
 
-def survivors(path):
-    """Numbers and changes of a report that nobody saw."""
+def earlier_changes(path, numbers=None):
+    """Numbers and changes of a report: those that nobody saw, or those of these numbers."""
     with open(path, encoding="utf-8") as file:
         rows = json.load(file)["changes"]
-    return [(row["number"], Change(**{name: row[name] for name in _FIELDS})) for row in rows if row["result"] == "survived"]
+    return [(row["number"], Change(**{name: row[name] for name in _FIELDS})) for row in rows
+            if (row["number"] in numbers if numbers else row["result"] == "survived")]
