@@ -3,6 +3,7 @@
 #include "burststopwatch.h"
 #include "commands/uart_command.h"
 #include "link/serialport.h"
+#include "support/eventually.h"
 #include "support/privatenetwork.h"
 #include "support/steps.h"
 #include "system/mydata.h"
@@ -14,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <QCoreApplication>
 #include <random>
 #include <thread>
 
@@ -289,6 +291,17 @@ TEST_F(Dispatcher, WithTheLinkUpTheGroupIsJoinedAndAgainWhenAJoinIsAskedFor)
     worker().doWork();
     EXPECT_EQ(steps.take(), Calls{"smcroute|-k"});
     EXPECT_EQ(EthernetConnected, 0);
+}
+
+TEST_F(Dispatcher, EachPollIsFollowedByAnother)
+{
+    for (std::size_t polled = 1; polled <= 3; ++polled) {
+        controller().write("ping a\n");
+        EXPECT_TRUE(eventually([&] {
+            QCoreApplication::processEvents();
+            return programs().calls().size() == polled;
+        })) << polled;
+    }
 }
 
 TEST_F(Dispatcher, AClosedLineIsACycleWithoutInput)
