@@ -161,6 +161,16 @@ TEST_F(PlayerCommands, PlayWithoutSourceCreatesOneAndASecondPlayReusesIt)
     EXPECT_EQ(silence(), "");
 }
 
+TEST_F(PlayerCommands, PlayTakesADecimalNumber)
+{
+    Uart_Play("28097\n");
+    EXPECT_EQ(data.programNumber, 28097u);
+    Uart_Play("0x10\n");
+    EXPECT_EQ(data.programNumber, 0u);
+    Uart_Play("010\n");
+    EXPECT_EQ(data.programNumber, 10u);
+}
+
 TEST_F(PlayerCommands, PlayOfNoNumberIsProgramZero)
 {
     Uart_Play("abc\n");
