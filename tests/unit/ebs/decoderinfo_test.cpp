@@ -75,12 +75,18 @@ INSTANTIATE_TEST_SUITE_P(Codings, AudioCode,
 TEST(DecoderInfo, NoCapsAndNoVideoOrAudioGiveZero)
 {
     gst_init(nullptr, nullptr);
+    int misuses = 0; // the library would tell them in the daemon's log
+    const GLogFunc earlier = g_log_set_default_handler(
+        [](const gchar*, GLogLevelFlags, const gchar*, gpointer count) { ++*static_cast<int*>(count); },
+        &misuses);
     EXPECT_EQ(videoCode(nullptr), 0u);
     EXPECT_EQ(audioCode(nullptr), 0u);
     GstTagList* notCaps = gst_tag_list_new_empty();
     EXPECT_EQ(videoCode(reinterpret_cast<const GstCaps*>(notCaps)), 0u);
     EXPECT_EQ(audioCode(reinterpret_cast<const GstCaps*>(notCaps)), 0u);
     gst_tag_list_unref(notCaps);
+    g_log_set_default_handler(earlier, nullptr);
+    EXPECT_EQ(misuses, 0);
 }
 
 TEST(DecoderInfo, AFieldThatHasNoTextFormCountsAsAbsent)

@@ -2,12 +2,14 @@
 
 #include "media/mpegts.h"
 
+#include <optional>
+
 namespace {
 
 enum Property { propertyNone, propertyDisplayRatio, propertyPid, propertyPlpId, propertyFrame };
 
 std::string fpgaFile = "/dev/null";
-std::vector<std::uint8_t> t2miFrame;
+std::optional<std::vector<std::uint8_t>> t2miFrame;
 
 /// The elements keep their few values as data on the object: the base types' own instance layouts are not
 /// public.
@@ -18,9 +20,11 @@ void setNumber(GObject* object, guint, const GValue* value, GParamSpec* spec)
 
 void putFrame(GValue* value)
 {
+    if (!t2miFrame)
+        return;
     G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-    GValueArray* array = g_value_array_new(static_cast<guint>(t2miFrame.size()));
-    for (const std::uint8_t byte : t2miFrame) {
+    GValueArray* array = g_value_array_new(static_cast<guint>(t2miFrame->size()));
+    for (const std::uint8_t byte : *t2miFrame) {
         GValue item = G_VALUE_INIT;
         g_value_init(&item, G_TYPE_UCHAR);
         g_value_set_uchar(&item, byte);
@@ -119,6 +123,11 @@ void setFpgaFile(const std::string& path)
 void setT2miFrame(const std::vector<std::uint8_t>& frame)
 {
     t2miFrame = frame;
+}
+
+void forgetT2miFrame()
+{
+    t2miFrame.reset();
 }
 
 } // namespace standins

@@ -22,5 +22,7 @@ void setFpgaFile(const std::string& path);
 
 /// What every t2mi element's "frame" holds from now on.
 void setT2miFrame(const std::vector<std::uint8_t>& frame);
+/// "frame" holds nothing at all, as at first.
+void forgetT2miFrame();
 
 } // namespace standins

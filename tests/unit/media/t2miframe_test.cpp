@@ -15,7 +15,7 @@ constexpr std::size_t frameRoom = 100000;
 class T2miFrame : public SourceTest
 {
 protected:
-    ~T2miFrame() override { standins::setT2miFrame({}); }
+    ~T2miFrame() override { standins::forgetT2miFrame(); }
 
     T2MI_Config_Struct config{64, 102};
     Bytes buffer = Bytes(frameRoom, 0xEE);
@@ -60,8 +60,17 @@ TEST_F(T2miFrame, EveryByteIsCopiedInOrder)
     EXPECT_EQ(second, buffer);
 }
 
+TEST_F(T2miFrame, BeforeTheFirstFrameThereIsNone)
+{
+    auto* udp = new udpsource("239.0.0.1", "1234", &config);
+    hold(udp);
+    EXPECT_EQ(udp->GetT2MIFrame(buffer.data()), 0);
+    EXPECT_EQ(buffer.front(), 0xEE);
+}
+
 TEST_F(T2miFrame, AnEmptyFrameHasNoBytes)
 {
+    standins::setT2miFrame({});
     auto* udp = new udpsource("239.0.0.1", "1234", &config);
     hold(udp);
     EXPECT_EQ(udp->GetT2MIFrame(buffer.data()), 0);

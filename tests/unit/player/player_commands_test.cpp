@@ -233,6 +233,18 @@ TEST_F(PlayerCommands, AProtocolThatDoesNotExistMakesNoSource)
     EXPECT_EQ(silence(), "");
 }
 
+TEST_F(PlayerCommands, SendTsEndsThePlayingAndSendsFromTheSameSource)
+{
+    Uart_Play("1\n");
+    gstsource* first = instance;
+    LogCapture log;
+    Uart_SendTS();
+    EXPECT_EQ(instance, first);
+    EXPECT_EQ(log.lines(),
+        (std::vector<std::string>{"SENDts\n", "------------------gstImpl stop ------------------",
+            "------------------gstImpl sendTSstream ------------------"}));
+}
+
 TEST_F(PlayerCommands, QueriesWithoutSourceAreSilent)
 {
     Uart_GetNIT();
