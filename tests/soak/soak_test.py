@@ -15,7 +15,7 @@ FOLDER = os.path.dirname(os.path.realpath(__file__))
 sys.path[:0] = [FOLDER, os.path.join(os.path.dirname(os.path.dirname(FOLDER)), "bench")]
 
 import soak  # noqa: E402  (the path must be set first)
-from soaklib import commands, line, packages, plan, replies, streams  # noqa: E402
+from soaklib import commands, line, packages, plan, replies, services, streams  # noqa: E402
 
 VERSION = b"SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n"
 
@@ -34,6 +34,7 @@ def fake_soak(seed):
                                   servers=[stream.server for stream in streams.STREAMS])
     made = types.SimpleNamespace(random=random.Random(seed), scene=scene, unit=None, tune=None, retune=None)
     made.retune = lambda: None
+    made.play_services = lambda: None
     made.tune = lambda: made.random.random()  # draws as the real one does
     return made
 
@@ -101,11 +102,85 @@ class Plan(unittest.TestCase):
             self.assertTrue(burst.endswith(b"\n"))
             self.assertNotIn(b"\0\0", burst)
 
+    def test_services_are_played_early_and_again(self):
+        made = fake_soak(1)
+        events = plan.Plan(made).events()
+        at = [number for number, event in zip(range(5000), events) if event is made.play_services]
+        self.assertLess(at[0], 150)
+        self.assertGreater(len(at), 5)
+
     def test_an_update_is_followed_by_networking(self):
         bursts = self.texts(5, 5000)
         after = [bursts[at + 1] for at, burst in enumerate(bursts[:-1]) if burst.split(b"\0")[-1].startswith(b"update ")]
         self.assertTrue(after)
         self.assertEqual(set(after), {b"command:nmcli networking on\n"})
+
+
+class Services(unittest.TestCase):
+    """Each of these is chosen while the display and the sound file still are the last service's."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.report, self.sound = (os.path.join(folder.name, name) for name in ("display.json", "sound.wav"))
+        self.put(300, 900_000)
+        self.watch = services.Watch(self.report, self.sound)
+
+    def put(self, frames, sound_bytes):
+        with open(self.report, "w", encoding="ascii") as file:
+            json.dump({"frames": frames}, file)
+        with open(self.sound, "wb") as file:
+            file.truncate(sound_bytes)
+
+    @staticmethod
+    def service(name):
+        return next(service for service in services.SERVICES if service.name == name)
+
+    def test_television_needs_both(self):
+        television = self.service("television")
+        for frames, sound_bytes, missing in ((300, 900_000, "picture (0 shown) and sound (0 bytes played)"),
+                                             (0, 44, "picture (0 shown) and sound (0 bytes played)"),
+                                             (1, 100_000, "picture (1 shown)"), (40, 100_000, "")):
+            self.put(frames, sound_bytes)
+            self.assertEqual(self.watch.find(television), missing)
+
+    def test_a_picture_that_stands_still_is_none(self):
+        self.put(0, 0)
+        self.assertTrue(self.watch.find(self.service("picture only")))
+        self.put(1, 0)
+        self.assertTrue(self.watch.find(self.service("picture only")))
+        self.put(30, 0)
+        self.assertEqual(self.watch.find(self.service("picture only")), "")
+
+    def test_a_radio_shows_nothing(self):
+        radio = self.service("radio, AAC")
+        self.put(0, 0)
+        self.assertEqual(self.watch.find(radio), "sound (0 bytes played)")
+        self.put(0, 100_000)
+        self.assertEqual(self.watch.find(radio), "")
+        self.put(1, 200_000)
+        self.assertRaises(services.Missing, self.watch.find, radio)
+
+    def test_a_picture_alone_is_silent(self):
+        self.put(0, 0)
+        self.watch.find(self.service("picture only"))
+        self.put(30, 5_000)
+        self.assertRaises(services.Missing, self.watch.find, self.service("picture only"))
+
+    def test_before_anything_was_played_nothing_is_there(self):
+        os.remove(self.report)
+        os.remove(self.sound)
+        watch = services.Watch(self.report, self.sound)
+        self.assertTrue(watch.find(self.service("television")))
+
+    def test_the_services_are_those_of_the_stream(self):
+        sys.path.append(os.path.join(os.path.dirname(os.path.dirname(FOLDER)), "bench", "streams"))
+        from streamlib import recipes  # pylint: disable=import-outside-toplevel
+        made = {program["number"]: recipes.coders(recipes.SERVICES, program) for program in recipes.SERVICES["programs"]}
+        undecoded = recipes.announced(recipes.SERVICES)
+        self.assertEqual({service.number: (service.picture, service.sound) for service in services.SERVICES},
+                         {number: (video is not None, audio is not None and number not in undecoded)
+                          for number, (video, audio) in made.items()})
 
 
 class SerialLine(unittest.TestCase):

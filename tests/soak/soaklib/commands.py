@@ -45,7 +45,8 @@ def _server(random, scene):
 
 
 def _play(random, _scene):
-    text = random.choice(["1", "2", "3", "1", "2", "3", "1", "2", "3", "1", "2", "1", "2", "7", "65535", "0", ""])
+    text = random.choice(["1", "2", "3", "1", "2", "3", "1", "2", "3", "1", "2", "1", "2", "4", "5", "6", "7",
+                          "65535", "0", ""])
     return Command("play=", f"play={text}\n".encode(), seconds=_PIPELINE_SECONDS, source=True)
 
 

@@ -18,6 +18,7 @@ SCENES = {
     "network": (2, ["interface=", 2.0, "interface?", "ipstatus?", "ping", "interface=", 1.0, "interface?"]),
     "random": (4, []),
 }
+_SERVICES_WEIGHT = 4  # of playing services where nothing goes wrong, beside the scenes'
 _MOST_FAULTS = 2
 
 
@@ -39,18 +40,23 @@ class Plan:
         self._network_back = None  # step at which the plain network set-up comes back, and the stream to its address
 
     def events(self):
-        """First each command once, then scene after scene."""
+        """First each command once and some services, then scene after scene."""
         kinds = list(commands.TABLE)
         self._random.shuffle(kinds)
         yield self._soak.tune
         for kind in kinds:
             yield from self._around(Burst([commands.make(kind, self._random, self._scene)]))
-        names = list(SCENES)
+        yield self._soak.play_services
+        names = [*SCENES, "services"]
+        weights = [weight for weight, _ in SCENES.values()] + [_SERVICES_WEIGHT]
         while True:
             if self._random.random() < 0.4:
                 yield self._soak.tune
-            name = self._random.choices(names, [SCENES[name][0] for name in names])[0]
-            yield from self._scene_events(SCENES[name][1])
+            name = self._random.choices(names, weights)[0]
+            if name == "services":
+                yield self._soak.play_services
+            else:
+                yield from self._scene_events(SCENES[name][1])
 
     def active(self):
         """The faults that last at the moment."""

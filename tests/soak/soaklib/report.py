@@ -30,6 +30,7 @@ class Figures:
     fault_details: collections.Counter = dataclasses.field(default_factory=collections.Counter)
     updates: collections.Counter = dataclasses.field(default_factory=collections.Counter)
     streams: collections.Counter = dataclasses.field(default_factory=collections.Counter)
+    services: collections.Counter = dataclasses.field(default_factory=collections.Counter)
     looks: dict = dataclasses.field(default_factory=dict)
     most: dict = dataclasses.field(default_factory=dict)
     log: collections.Counter = dataclasses.field(default_factory=collections.Counter)
@@ -119,6 +120,7 @@ def _text(figures, options, outcome):
     lines += [f"  {kind:16s} {count:5d}  {figures.answered[kind]:8d}  {figures.slowest_of.get(kind, 0.0):9.2f}"
               for kind, count in sorted(figures.sent.items())]
     for title, counts in (("faults", figures.faults), ("updates", figures.updates), ("streams", figures.streams),
+                          ("services seen and heard as they should be", figures.services),
                           ("warnings in the daemon's log", figures.log)):
         lines += ["", f"{title}: {sum(counts.values())}"]
         lines += [f"  {count:6d}  {name}" for name, count in counts.most_common(60)]

@@ -11,7 +11,7 @@ import types
 
 from instrumentlib import network
 
-from . import commands, evidence, packages, plan, replies, report, resources, streams
+from . import commands, evidence, packages, plan, replies, report, resources, services, streams
 from .faults import remove
 from .line import GREETING, Line, NoAnswer, VERSION, has_versions
 from .unit import BITFILE, CARD
@@ -112,12 +112,13 @@ class Soak:
         end = time.monotonic() + self.options.seconds
         period = min(_QUIET_PERIOD, self.options.seconds / 4)
         number = 0
-        while time.monotonic() < end:
-            until = time.monotonic() + period
-            # A look takes half a minute: none shortly before the last.
-            self._work_until(until if until < end - period / 2 else end, "soak")
+        # A look takes half a minute: none shortly before the last.
+        while (until := time.monotonic() + period) < end - period / 2:
+            self._work_until(until, "soak")
             number += 1
-            self._look("end" if time.monotonic() >= end else f"quiet {number}")
+            self._look(f"quiet {number}")
+        self._work_until(end, "soak")
+        self._look("end")
 
     def _work_until(self, end, phase):
         self._phase = phase
@@ -232,9 +233,9 @@ class Soak:
         self.figures.faults[type(fault).__name__] += 1
         self.figures.fault_details[f"{type(fault).__name__}: {fault.detail}".split(" {")[0]] += 1
 
-    def tune(self):
-        """Another stream on the air."""
-        stream = self.air.choose(self.random)
+    def tune(self, stream=None):
+        """Another stream on the air, this one or any."""
+        stream = stream or self.air.choose(self.random)
         self.air.send(stream)
         self.scene.on_air = stream
         self.figures.streams[stream.name] += 1
@@ -242,6 +243,13 @@ class Soak:
     def retune(self):
         """The same stream, to the address that the instrument has now."""
         self.air.send(self.air.stream)
+
+    def play_services(self):
+        """Services of all kinds, seen and heard."""
+        try:
+            services.play_some(self)
+        except services.Missing as missing:
+            raise Failure(str(missing)) from missing
 
     def set_receiver(self, settings):
         """How the DAB receiver program behaves."""
@@ -266,7 +274,8 @@ class Soak:
 
     # --- looks at the daemon ---
 
-    def _stop_everything(self):
+    def stop_everything(self):
+        """Nothing is on the air, no source is there, nothing is wrong any more; the plain network set-up."""
         self._plan.end_faults()
         self.air.calm()
         self.air.send(None)
@@ -282,7 +291,7 @@ class Soak:
     def _look(self, name):
         """Everything is stopped; what the daemon still holds is noted under this name."""
         self._phase = "quiet"
-        self._stop_everything()
+        self.stop_everything()
         deadline = time.monotonic() + _SETTLE_SECONDS
         self.sleep(18.0)
         seen, agreed = resources.sample(self.pid), 0

@@ -37,12 +37,14 @@ STREAMS = [
     Stream("udp-h264", "h264-ac3.ts", "udp", "239.0.0.1", 1234, "6M", "UDP"),
     Stream("udp-h265", "h265-eac3.ts", "udp", "239.0.0.1", 1234, "8M", "UDP"),
     Stream("rtp-unicast", "demo.ts", "rtp", OWN, 5042, "5M", "RTP"),
+    Stream("services", "services.ts", "udp", "239.0.0.5", 1238, "4M", "UDP"),
+    Stream("rtp-services", "services.ts", "rtp", "239.0.0.6", 5008, "4M", "RTP"),
     Stream("t2mi", "demo-t2mi.ts", "udp", "239.0.0.3", 1236, "5500k", "UDP_T2MI", " 4096 1"),
     Stream("t2mi-normal", "demo-t2mi-normal.ts", "udp", "239.0.0.3", 1236, "5500k", "UDP_T2MI", " 4096 1"),
     Stream("t2mi-rtp", "demo-t2mi.ts", "rtp", "239.0.0.4", 5006, "5500k", "RTP_T2MI", " 4096 1"),
     Stream("t2mi-unicast", "demo-t2mi.ts", "udp", OWN, 5044, "5500k", "UDP_T2MI", " 4096 1"),
 ]
-_WEIGHTS = [6, 2, 5, 2, 2, 0.5, 2, 4, 2, 3, 2]
+_WEIGHTS = [6, 2, 5, 2, 2, 0.5, 2, 4, 3, 4, 2, 3, 2]
 DISTURBANCES = ["bit-errors", "noise", "sizes", "rtp-noise", "lost", "packets-of-noise"]
 
 
