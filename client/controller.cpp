@@ -1,19 +1,16 @@
 #include "client/controller.h"
 
+#include "client/endmark.h"
 #include "client/lineerror.h"
-#include "client/sections.h"
-#include "client/t2mipacket.h"
 
 #include <algorithm>
-#include <thread>
+#include <stdexcept>
 
 namespace tessary::client {
 
 namespace {
 
 constexpr std::string_view sdtMark = "<SDT>";
-constexpr std::string_view versionMark = "SV: ";
-constexpr std::size_t statusWordSize = 7; // "running", "stopped"
 
 const char* protocolWord(StreamServer::Protocol protocol)
 {
@@ -48,6 +45,7 @@ Controller::Controller(SerialLine& line, Patience patience)
 
 void Controller::waitForGreeting(Milliseconds timeout)
 {
+    m_inStep = false;
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     const std::string_view expected = greeting;
     std::string line;
@@ -62,30 +60,53 @@ void Controller::send(const Request& request, std::string_view argument)
 {
     std::string command = request.word;
     command.append(argument).push_back('\n');
+    m_inStep = false;
     m_line.write(command);
 }
 
 std::string Controller::settle()
 {
-    // The first question may arrive together with the command before it and be dropped, so it is asked again,
-    // and the answers to questions that were only delayed are read off the line.
-    constexpr Milliseconds pause{25}; // several of the daemon's polls of 5 ms
-    constexpr Milliseconds interval{700};
-    const auto deadline = std::chrono::steady_clock::now() + m_patience.blocked;
+    // What lies unread before the mark may end anywhere: the blank ends it, and harms no command.
+    std::string received = askMarked(" ");
+    while (received.find(greeting) != std::string::npos) // a start empties the line, the mark with the rest
+        received = askMarked(" ");
+    m_inStep = true;
+    return received;
+}
+
+std::string Controller::askMarked(const std::string& command)
+{
+    constexpr std::size_t longestBurst = 640;
+    const EndMark mark = EndMark::next();
+    const std::string burst = command + mark.question();
+    if (burst.size() > longestBurst)
+        throw std::invalid_argument("the instrument takes commands of at most "
+            + std::to_string(longestBurst - mark.question().size()) + " bytes");
+    m_line.write(burst);
+    return readUntil(mark.answer());
+}
+
+std::string Controller::readUntil(const std::string& ending)
+{
+    const auto endsWith = [](const std::string& text, const std::string& end) {
+        return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+    };
     std::string received;
-    for (;;) {
-        std::this_thread::sleep_for(pause);
-        send(request::version);
-        received += m_line.readUntilSilence(interval, Milliseconds(30));
-        const std::size_t mark = received.find(versionMark);
-        if (mark != std::string::npos && received.find('\n', mark) != std::string::npos)
-            return received.substr(0, mark);
-        if (std::chrono::steady_clock::now() > deadline)
+    while (!endsWith(received, ending)) {
+        const std::string more = m_line.readSome(m_patience.blocked);
+        if (more.empty())
             throw LineError(LineError::Kind::TimedOut,
-                "the instrument on " + m_line.path()
-                    + " does not answer \"version?\"; switch it off and on, or restart the virtual "
-                      "instrument");
+                "no answer from the instrument on port " + m_line.path() + " within "
+                    + std::to_string(m_patience.blocked.count())
+                    + " ms; check that it is on, or raise the time-out; if it stays so, switch it off and "
+                      "on, "
+                      "or restart the virtual instrument");
+        received += more;
+        if (endsWith(received, greeting)) // nothing more comes to what was asked before a start
+            return received;
     }
+    received.resize(received.size() - ending.size());
+    return received;
 }
 
 std::string Controller::complete(std::string received, std::size_t size)
@@ -93,32 +114,6 @@ std::string Controller::complete(std::string received, std::size_t size)
     if (received.size() < size)
         received += m_line.readExactly(size - received.size(), m_patience.firstByte);
     return received;
-}
-
-std::string Controller::readStatusWord()
-{
-    std::string word = m_line.readSome(m_patience.absent);
-    return word.empty() ? word : complete(std::move(word), statusWordSize);
-}
-
-std::string Controller::readSection()
-{
-    constexpr std::size_t headerSize = 3;
-    std::string received = m_line.readSome(m_patience.absent);
-    if (received.empty())
-        return received;
-    received = complete(std::move(received), headerSize);
-    return complete(received, sectionSize(toBytes(received), 0));
-}
-
-std::string Controller::readT2miPacket()
-{
-    constexpr std::size_t headerSize = 6;
-    std::string received = m_line.readSome(m_patience.absent);
-    if (received.empty())
-        return received;
-    received = complete(std::move(received), headerSize);
-    return complete(received, t2miPacketSize(toBytes(received)));
 }
 
 std::string Controller::readValues(std::size_t size)
@@ -131,27 +126,19 @@ std::string Controller::readAnswer(const Request& request)
 {
     switch (request.answer) {
     case AnswerEnd::None:
-        return {};
+    case AnswerEnd::Mark:
+        break;
     case AnswerEnd::LineFeed:
         return m_line.readLine(m_patience.firstByte);
-    case AnswerEnd::Words:
-        return readStatusWord();
     case AnswerEnd::Fixed: {
         std::string received =
             m_line.readSome(request.mayBeSilent ? m_patience.absent : m_patience.firstByte);
         if (received.empty() && request.mayBeSilent)
-            return received;
+            return settle(); // silent, or only late: that it answers now tells
         return complete(std::move(received), request.size);
     }
-    case AnswerEnd::Section:
-        return readSection();
-    case AnswerEnd::T2miPacket:
-        return readT2miPacket();
     case AnswerEnd::Values:
         return readValues(request.size);
-    case AnswerEnd::Silence:
-        return m_line.readUntilSilence(
-            request.mayBeSilent ? m_patience.absent : m_patience.firstByte, m_patience.quiet);
     }
     return {};
 }
@@ -159,19 +146,22 @@ std::string Controller::readAnswer(const Request& request)
 std::string Controller::ask(const Request& request, std::string_view argument)
 {
     m_line.discardInput();
-    send(request, argument);
-    if (request.answer == AnswerEnd::None) {
+    if (!m_inStep)
         settle();
-        return {};
+    m_inStep = false; // until the answer is there
+    std::string answer;
+    if (request.answer == AnswerEnd::None || request.answer == AnswerEnd::Mark) {
+        answer = askMarked(request.word + std::string(argument));
+        if (answer.find(greeting) != std::string::npos)
+            throw LineError(LineError::Kind::TimedOut,
+                "the instrument restarted during \"" + std::string(request.word)
+                    + "\"; give the command again");
+    } else {
+        send(request, argument);
+        answer = readAnswer(request);
     }
-    std::string answer = readAnswer(request);
-    if (!answer.empty())
-        return answer;
-    if (!request.mayBeSilent)
-        throw LineError(LineError::Kind::TimedOut,
-            "no answer to \"" + std::string(request.word) + "\" on port " + m_line.path()
-                + "; check that the instrument is on, or raise the time-out");
-    return settle(); // silent, or only late, or gone: that it answers now tells
+    m_inStep = true;
+    return answer;
 }
 
 std::string Controller::version()

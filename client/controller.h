@@ -31,13 +31,11 @@ struct StreamServer
 };
 
 /// How long to wait. The daemon handles one command at a time and some block it for seconds, hence the long
-/// first wait.
+/// waits.
 struct Patience
 {
-    Milliseconds firstByte{8000}; ///< for an answer to begin
-    Milliseconds quiet{300}; ///< silence that ends an answer without terminator; above a gap of the daemon's
-                             ///< byte-by-byte writes
-    Milliseconds absent{1500}; ///< for a query that may be silent; then the daemon is asked whether it lives
+    Milliseconds firstByte{8000}; ///< for an answer that always comes
+    Milliseconds absent{1500}; ///< for a DAB answer, which may not come
     Milliseconds blocked{32000}; ///< for the daemon to end what keeps it from answering
 };
 
@@ -45,8 +43,10 @@ struct Patience
 /// throws LineError, and AnswerError where an answer is not what the protocol says.
 ///
 /// Of several commands that lie in the daemon's receive buffer with only line feeds between them the daemon
-/// takes the first one and drops the others. A command without answer is therefore followed by a query, and
-/// the next command goes out when that is answered.
+/// takes the first one and drops the others. So a command goes out when nothing before it is unread or
+/// unanswered, and one whose answer does not tell its own end (or that has none) carries an EndMark behind a
+/// NUL, in the same burst: it can not be dropped, and its answer tells that the command has been carried out.
+/// There is never more than one question open.
 class Controller
 {
 public:
@@ -123,17 +123,17 @@ public:
 
     /// Sends a command as it is, word and argument and a line feed, without waiting for anything.
     void send(const Request& request, std::string_view argument = {});
-    /// Waits until the daemon has handled everything sent so far: asks for its version until it answers.
-    /// Returns what came before: the late answer to an earlier query.
+    /// Waits until the daemon has handled everything sent so far, by this program or an earlier one. Returns
+    /// what came before: the late answer to an earlier query.
     virtual std::string settle();
     /// Sends and reads the answer as `request` says.
     virtual std::string ask(const Request& request, std::string_view argument = {});
 
 private:
+    /// Sends `command` and an EndMark; what came before the mark's answer.
+    std::string askMarked(const std::string& command);
+    std::string readUntil(const std::string& ending);
     std::string readAnswer(const Request& request);
-    std::string readStatusWord();
-    std::string readSection();
-    std::string readT2miPacket();
     std::string readValues(std::size_t size);
     /// The rest of an answer that began with `received` and has `size` bytes in all.
     std::string complete(std::string received, std::size_t size);
@@ -141,6 +141,7 @@ private:
 
     SerialLine& m_line;
     Patience m_patience;
+    bool m_inStep = false; ///< everything sent has been carried out, and its answers have been read
 };
 
 } // namespace tessary::client

@@ -9,12 +9,9 @@ namespace tessary::client {
 enum class AnswerEnd {
     None, ///< the command has no answer
     LineFeed, ///< one line of text
-    Words, ///< one of a few fixed words without terminator
     Fixed, ///< Request::size bytes
-    Section, ///< one PSI section, ended by its own section_length
-    T2miPacket, ///< one T2-MI packet, ended by its own payload_len (ETSI TS 102 773, 5.1)
     Values, ///< Request::size bytes, or the shorter line "not connected\n"
-    Silence, ///< no terminator and no length: over when the line falls silent
+    Mark, ///< it does not tell, or there may be none: an EndMark behind it does
 };
 
 /// One command the controller can send.
@@ -39,30 +36,30 @@ inline constexpr Request getServer{
     "server?", AnswerEnd::None, true}; // the daemon is meant to stay silent here
 inline constexpr Request setServer{"server=", AnswerEnd::None, true};
 inline constexpr Request scan{"scancur", AnswerEnd::None, true};
-inline constexpr Request streamInfo{"streaminfo?", AnswerEnd::Silence, true};
-inline constexpr Request playerStatus{"videostatus?", AnswerEnd::Words, true};
-inline constexpr Request networkInformation{"getnit?", AnswerEnd::Silence, true};
-inline constexpr Request programMap{"getpmt?", AnswerEnd::Section, true};
+inline constexpr Request streamInfo{"streaminfo?", AnswerEnd::Mark, true};
+inline constexpr Request playerStatus{"videostatus?", AnswerEnd::Mark, true};
+inline constexpr Request networkInformation{"getnit?", AnswerEnd::Mark, true};
+inline constexpr Request programMap{"getpmt?", AnswerEnd::Mark, true};
 inline constexpr Request play{"play=", AnswerEnd::None, true};
-inline constexpr Request interArrivalTimes{"getiat?", AnswerEnd::Silence, true};
+inline constexpr Request interArrivalTimes{"getiat?", AnswerEnd::Mark, true};
 inline constexpr Request measurement{"getethernetmes?", AnswerEnd::Values, false, 28};
-inline constexpr Request ping{"ping", AnswerEnd::Silence, true};
+inline constexpr Request ping{"ping", AnswerEnd::Mark, true};
 inline constexpr Request version{"version?", AnswerEnd::LineFeed, false};
 inline constexpr Request update{"update", AnswerEnd::LineFeed, false};
 inline constexpr Request sendStream{"sendts", AnswerEnd::None, true};
-inline constexpr Request t2miFrame{"t2miframe?", AnswerEnd::T2miPacket, true};
-inline constexpr Request ipStatus{"ipstatus?", AnswerEnd::Silence, true};
+inline constexpr Request t2miFrame{"t2miframe?", AnswerEnd::Mark, true};
+inline constexpr Request ipStatus{"ipstatus?", AnswerEnd::Mark, true};
 inline constexpr Request ebsScan{"!07_S_&", AnswerEnd::None, true};
 inline constexpr Request ebsPlay{"!0C_D_IX:", AnswerEnd::Fixed, false, 8};
-inline constexpr Request ebsServiceName{"!0C_L_IX:", AnswerEnd::Silence, false};
-inline constexpr Request ebsStatus{"!07_A_&", AnswerEnd::Silence, false};
+inline constexpr Request ebsServiceName{"!0C_L_IX:", AnswerEnd::Mark, false};
+inline constexpr Request ebsStatus{"!07_A_&", AnswerEnd::Mark, false};
 inline constexpr Request ebsInfo{"!07_E_&", AnswerEnd::Fixed, false, 50};
 inline constexpr Request ebsAudioLevel{"!16_O_AX:", AnswerEnd::Fixed, false, 7};
 inline constexpr Request ebsVersion{"!07_V_&", AnswerEnd::LineFeed, false};
 inline constexpr Request record{"PVR_record", AnswerEnd::None, true};
 inline constexpr Request stopRecording{"PVR_stop", AnswerEnd::None, true};
 inline constexpr Request scanRecording{"PVR_scan", AnswerEnd::None, true};
-inline constexpr Request recordingSize{"PVR_reclist", AnswerEnd::Silence, false};
+inline constexpr Request recordingSize{"PVR_reclist", AnswerEnd::Mark, false};
 inline constexpr Request exportRecording{"PVR_export", AnswerEnd::LineFeed, false};
 inline constexpr Request startDab{"START_DAB", AnswerEnd::None, true};
 inline constexpr Request stopDab{"STOP_DAB", AnswerEnd::None, true};

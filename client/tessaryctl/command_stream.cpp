@@ -63,7 +63,8 @@ void collectPrograms(Controller& controller, StreamReport& report)
     const WaitingFor shown("the programs' PIDs");
     for (const auto& service : report.services->services.services) {
         controller.play(service.id);
-        if (auto program = programNow(controller))
+        auto program = programNow(controller);
+        if (program.has_value() && program->programNumber == service.id)
             report.programs.push_back(*std::move(program));
     }
     controller.play(noProgram);

@@ -22,11 +22,11 @@ client::Controller& Session::open(const std::string& port, Milliseconds timeout)
         m_line = std::make_unique<client::SerialLine>(port);
         m_line->lock();
     }
-    // A query that may be silent is followed by the question whether the daemon lives, so the first wait can
+    // An answer that may not come is followed by the question whether the daemon lives, so the first wait can
     // be short.
     constexpr Milliseconds silence{300};
     m_controller = std::make_unique<client::Controller>(
-        *m_line, client::Patience{timeout, silence, std::min(silence, timeout), timeout});
+        *m_line, client::Patience{timeout, std::min(silence, timeout), timeout});
     return *m_controller;
 }
 

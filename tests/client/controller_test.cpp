@@ -1,11 +1,10 @@
 #include "client/controller.h"
 #include "client/lineerror.h"
-#include "ptypair.h"
+#include "farend.h"
 #include "sectionbuilder.h"
 
-#include <atomic>
-#include <functional>
 #include <gtest/gtest.h>
+#include <random>
 #include <thread>
 
 using namespace tessary::client;
@@ -14,48 +13,9 @@ using std::chrono::milliseconds;
 
 namespace {
 
-/// The far end of the line: hands each command (without line feed) to a function and sends what that returns.
-class FarEnd
-{
-public:
-    using Answer = std::function<std::string(const std::string&)>;
-
-    explicit FarEnd(Answer answer)
-        : m_answer(std::move(answer))
-        , m_thread([this] { run(); })
-    {
-    }
-    ~FarEnd()
-    {
-        m_stop = true;
-        m_thread.join();
-    }
-    FarEnd(const FarEnd&) = delete;
-    FarEnd& operator=(const FarEnd&) = delete;
-
-    PtyPair pty;
-
-private:
-    void run()
-    {
-        std::string received;
-        while (!m_stop) {
-            received += pty.receive(10);
-            for (auto end = received.find('\n'); end != std::string::npos; end = received.find('\n')) {
-                pty.send(m_answer(received.substr(0, end)));
-                received.erase(0, end + 1);
-            }
-        }
-    }
-
-    Answer m_answer;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
-};
-
 Patience quick()
 {
-    return {milliseconds(20000), milliseconds(100), milliseconds(1000)};
+    return {milliseconds(20000), milliseconds(100), milliseconds(20000)};
 }
 
 TEST(StreamServer, WritesTheFieldsThatItsProtocolHas)
@@ -118,23 +78,182 @@ TEST(Controller, ReadsTablesByTheirShape)
     EXPECT_TRUE(controller.t2miFrame().empty());
 }
 
-TEST(Controller, ASilentCommandIsFollowedByAQuestionUntilItIsAnswered)
+using Commands = std::vector<std::string>;
+
+/// Sets another server, scans it and reads its services, on a far end that takes `pause` over each command.
+void scanAnotherStream(milliseconds pause)
 {
-    // The daemon drops a question that lies in one burst with the command before it; the second one must be
-    // asked.
-    std::vector<std::string> commands; // the far end's own until it has ended
+    Commands commands; // the far end's own until it has ended
+    {
+        std::string services = "<SDT>former";
+        FarEnd far([&](const std::string& command) {
+            std::this_thread::sleep_for(pause);
+            commands.push_back(command);
+            if (command == "scancur")
+                services = "<SDT>other";
+            if (command == "version?")
+                return std::string("SV: mx8 1.4 FPGA: x\n");
+            return command == "streaminfo?" ? services : std::string();
+        });
+        SerialLine line(far.pty.path());
+        Controller controller(line, quick());
+        controller.setServer({StreamServer::Protocol::Udp, "239.0.0.1", 1234, 0, 0});
+        controller.scan();
+        const Bytes answer = controller.streamInfo();
+        EXPECT_EQ(std::string(answer.begin(), answer.end()), "other");
+    }
+    EXPECT_EQ(commands, (Commands{"server=UDP 239.0.0.1 1234", "scancur", "streaminfo?"}));
+}
+
+TEST(Controller, ScansTheServerThatWasSetHoweverLongTheDaemonTakes)
+{
+    for (const int pause : {0, 30, 350, 710})
+        scanAnotherStream(milliseconds(pause));
+}
+
+TEST(Controller, ACommandSurvivesWhatAnEarlierProgramLeftUnread)
+{
+    std::atomic<bool> hold{true};
+    std::atomic<bool> begun{false};
+    Commands commands;
     {
         FarEnd far([&](const std::string& command) {
             commands.push_back(command);
-            return std::string(commands.size() >= 3 ? "SV: mx8 1.4 FPGA: x\n" : "");
+            begun = true;
+            while (hold)
+                std::this_thread::sleep_for(milliseconds(1));
+            return std::string(command == "version?" ? "SV: mx8 1.4 FPGA: x\n" : "");
         });
         SerialLine line(far.pty.path());
-        Controller(line, quick()).setServer({StreamServer::Protocol::Udp, "239.0.0.1", 1234, 0, 0});
+        line.write("PVR_export\n");
+        while (!begun)
+            std::this_thread::sleep_for(milliseconds(1));
+        line.write("version?\n"); // of a program that was ended before it was read
+        std::thread release([&] {
+            std::this_thread::sleep_for(milliseconds(200));
+            hold = false;
+        });
+        Controller controller(line, quick());
+        controller.scan();
+        release.join();
     }
-    ASSERT_GE(commands.size(), 3U); // more where the answer takes its time
-    EXPECT_EQ(commands[0], "server=UDP 239.0.0.1 1234");
-    for (std::size_t i = 1; i < commands.size(); ++i)
-        EXPECT_EQ(commands[i], "version?");
+    EXPECT_EQ(commands, (Commands{"PVR_export", "version?", "scancur"}));
+}
+
+TEST(Controller, AnAnswerThatIsLateIsNotTakenForTheNextOne)
+{
+    std::atomic<bool> hold{true};
+    FarEnd far([&](const std::string& command) {
+        while (command == "interface?" && hold)
+            std::this_thread::sleep_for(milliseconds(1));
+        return std::string(
+            command == "interface?" ? "192.168.1.20 255.255.255.0\n" : "SV: mx8 1.4 FPGA: x\n");
+    });
+    SerialLine line(far.pty.path());
+    Patience patience = quick();
+    patience.firstByte = milliseconds(50);
+    Controller controller(line, patience);
+    EXPECT_THROW(controller.interfaceAddress(), LineError);
+    std::thread release([&] {
+        std::this_thread::sleep_for(milliseconds(100));
+        hold = false;
+    });
+    EXPECT_EQ(controller.settle(), "192.168.1.20 255.255.255.0\n");
+    release.join();
+    EXPECT_EQ(controller.ask(request::recordingSize), "SV: mx8 1.4 FPGA: x\n");
+}
+
+TEST(Controller, AnAnswerWithPausesIsReadToItsEnd)
+{
+    FarEnd far([&](const std::string&) {
+        far.pty.send("64 bytes from 10.0.0.1\n");
+        std::this_thread::sleep_for(milliseconds(500));
+        return std::string("1 received\n");
+    });
+    SerialLine line(far.pty.path());
+    EXPECT_EQ(Controller(line, quick()).ping("10.0.0.1"), "64 bytes from 10.0.0.1\n1 received\n");
+}
+
+TEST(Controller, AskedBeforeTheDaemonStartsItAsksAgainAfterTheGreeting)
+{
+    int asked = 0;
+    const PtyPair pty;
+    std::thread far([&] {
+        while (pty.receive(1000).empty()) { }
+        pty.send("\rHELLO !\r\n"); // what was sent before is lost: the port's buffers are emptied
+        std::string burst;
+        while (burst.empty() || burst.back() != '\n')
+            burst += pty.receive(1000);
+        ++asked;
+        pty.send("Service" + std::to_string(std::stoi(burst.substr(11, 2), nullptr, 16)));
+    });
+    SerialLine line(pty.path());
+    EXPECT_EQ(Controller(line, quick()).settle(), "");
+    far.join();
+    EXPECT_EQ(asked, 1);
+}
+
+TEST(Controller, ARestartDuringACommandIsSaid)
+{
+    FarEnd far(
+        [](const std::string& command) { return std::string(command == "scancur" ? "HELLO !\r\n" : ""); });
+    SerialLine line(far.pty.path());
+    EXPECT_THROW(Controller(line, quick()).scan(), LineError);
+}
+
+TEST(Controller, ACommandLongerThanABurstIsRefused)
+{
+    FarEnd far([](const std::string&) { return std::string(); });
+    SerialLine line(far.pty.path());
+    Controller controller(line, quick());
+    controller.runCommand(std::string(619, 'x')); // 640 with "command:" and the mark
+    EXPECT_THROW(controller.runCommand(std::string(620, 'x')), std::invalid_argument);
+}
+
+/// What the far end of the next test answers: each command otherwise, with all kinds of ends, some with
+/// nothing.
+std::string answerOf(const std::string& command, unsigned number)
+{
+    const std::string digits = std::to_string(1000 + number % 9000);
+    if (command.compare(0, 9, "PVR_recli") == 0)
+        return "reclist file:" + digits + " Bytes";
+    if (command == "interface?")
+        return "10.0.0.1 " + digits + "\n";
+    if (command == "getethernetmes?")
+        return std::string("\1\0\0\0", 4) + digits + std::string(20, '\0');
+    if (command == "streaminfo?")
+        return number % 2 == 0 ? "" : "<SDT>" + digits;
+    return {};
+}
+
+TEST(Controller, TenThousandCommandsInAnyOrderUnderLoadAllArriveAndGetTheirOwnAnswers)
+{
+    // The far end pauses now and then, before and after it has read a burst, longer than any of its polls.
+    constexpr unsigned count = 10000;
+    Commands carriedOut;
+    Commands sent;
+    std::mt19937 random(11);
+    {
+        FarEnd far([&, noise = std::mt19937(12)](const std::string& command) mutable {
+            if (noise() % 200 == 0)
+                std::this_thread::sleep_for(milliseconds(noise() % 60));
+            carriedOut.push_back(command);
+            return answerOf(command, static_cast<unsigned>(carriedOut.size()));
+        });
+        SerialLine line(far.pty.path());
+        Controller controller(line, quick());
+        const Request* const requests[] = {&request::setServer, &request::scan, &request::streamInfo,
+            &request::recordingSize, &request::interfaceAddress, &request::measurement};
+        while (sent.size() < count) {
+            const Request& request = *requests[random() % std::size(requests)];
+            const bool set = request.word == request::setServer.word;
+            const std::string argument = set ? std::to_string(sent.size()) : "";
+            sent.push_back(request.word + argument);
+            const auto number = static_cast<unsigned>(sent.size());
+            ASSERT_EQ(controller.ask(request, argument), answerOf(sent.back(), number)) << number;
+        }
+    }
+    EXPECT_EQ(carriedOut, sent);
 }
 
 } // namespace

@@ -81,8 +81,9 @@ TEST_P(ToolUnplugged, WhileTheCommandGoesOut)
 
 TEST_P(ToolUnplugged, WhileTheAnswerComesIn)
 {
+    constexpr std::int64_t inStep = 10; // the answer to the first mark; raw and update begin without one
     Faults faults;
-    faults.pullAfterAnswer = 1;
+    faults.pullAfterAnswer = inStep + 1;
     expectHangUp(faults);
 }
 

@@ -7,12 +7,14 @@
 
 #include <atomic>
 #include <ctime>
+#include <utility>
 
 namespace {
 
 constexpr char silence = '\xFF';
 
 std::string script;
+std::string markAnswer; ///< comes before the rest of the script
 std::atomic<std::int64_t> passedMs{0};
 
 void pass(tessary::client::Milliseconds time)
@@ -28,6 +30,23 @@ std::string take(std::size_t count)
     return taken;
 }
 
+/// The instrument answers the mark behind a command when the command's answer is over, and one behind a blank
+/// at once: the script has nothing but answers to commands.
+void answerMark(std::string_view burst)
+{
+    using namespace std::string_view_literals;
+    constexpr std::string_view question = "\0!0C_L_IX:"sv;
+    const std::size_t at = burst.find(question);
+    if (at == std::string_view::npos)
+        return;
+    const std::string digits(burst.substr(at + question.size(), 2));
+    const std::string answer = "Service" + std::to_string(std::stoi(digits, nullptr, 16));
+    if (burst.front() == ' ')
+        markAnswer = answer;
+    else
+        script.insert(std::min(script.find(silence), script.size()), answer);
+}
+
 } // namespace
 
 namespace scriptedline {
@@ -35,6 +54,7 @@ namespace scriptedline {
 void load(std::string answers)
 {
     script = std::move(answers);
+    markAnswer.clear();
 }
 
 } // namespace scriptedline
@@ -48,14 +68,17 @@ SerialLine::SerialLine(std::string path)
 
 SerialLine::~SerialLine() = default;
 
-void SerialLine::write(std::string_view, Milliseconds)
+void SerialLine::write(std::string_view bytes, Milliseconds)
 {
     if (script.empty())
         throwHungUp();
+    answerMark(bytes);
 }
 
 std::string SerialLine::readSome(Milliseconds timeout)
 {
+    if (!markAnswer.empty())
+        return std::exchange(markAnswer, {});
     if (script.empty())
         throwHungUp();
     std::string taken = take(std::string::npos);
