@@ -80,24 +80,11 @@ void setServerIfGiven(Controller& controller, const std::vector<std::string>& wo
         controller.setServer(parseServer(words));
 }
 
-/// Starts the capture if it does not run yet, and returns the first reading. What another stream left in the
-/// figures counts as present for up to two seconds more; it is let pass when the server is a new one.
-Measurement startCapture(Controller& controller, const std::vector<std::string>& server)
-{
-    setServerIfGiven(controller, server);
-    Measurement first = readMeasurement(controller);
-    if (first.present && !server.empty()) {
-        std::this_thread::sleep_for(Milliseconds(2100));
-        first = {};
-    }
-    return first;
-}
-
 void measureOnce(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    const Measurement first = startCapture(controller, options.server);
-    const Measurement measurement = settledMeasurement(controller, first, options.wait);
+    setServerIfGiven(controller, options.server);
+    const Measurement measurement = measureWholePeriod(controller, options.wait);
     if (context.json())
         context.print(jsonOf(measurement));
     else if (measurement.present)
@@ -118,18 +105,14 @@ std::string course(const std::deque<double>& values)
     return text;
 }
 
-/// What the live screen remembers.
-struct Watch
+/// What the live screen draws of the readings before.
+struct Course
 {
     std::deque<double> bitRates;
     std::deque<double> delayFactors;
-    long errors = 0;
-    int readings = 0;
 
     void add(const Measurement& m, std::size_t most)
     {
-        ++readings;
-        errors += m.continuityErrors;
         bitRates.push_back(m.bitRate);
         delayFactors.push_back(m.delayFactorMs);
         for (auto* values : {&bitRates, &delayFactors}) {
@@ -149,69 +132,115 @@ std::string clockText()
     return text;
 }
 
-void drawScreen(
-    std::ostream& out, const Watch& watch, const Measurement& m, const std::vector<std::int64_t>& times)
+/// What --watch knows at the moment.
+struct Watch
 {
-    const std::size_t width = terminalWidth();
+    PeriodWatch periods;
+    Measurement figures; ///< as read last
+    Course course;
+
+    bool settling() const { return periods.state() == PeriodWatch::State::Settling; }
+};
+
+std::string stateText(const Watch& watch)
+{
+    switch (watch.periods.state()) {
+    case PeriodWatch::State::Absent:
+        return "\033[31mno stream\033[0m";
+    case PeriodWatch::State::Settling:
+        return "\033[33mstream comes\033[0m"; // its first figures would be partly those of before
+    case PeriodWatch::State::Valid:
+        break;
+    }
+    return "\033[32mstream present\033[0m";
+}
+
+void drawScreen(std::ostream& out, const Watch& watch, const std::vector<std::int64_t>& times)
+{
+    const Measurement m = watch.settling() ? Measurement{} : watch.figures;
     std::string text = "\033[H\033[2J\033[1mtessaryctl measure\033[0m   " + clockText() + "   "
-        + (m.present ? "\033[32mstream present\033[0m" : "\033[31mno stream\033[0m") + "   Ctrl-C ends\n\n";
-    text += tableOf({{"bit rate", bitRateText(m.bitRate), course(watch.bitRates)},
-        {"delay factor", std::to_string(m.delayFactorMs) + " ms", course(watch.delayFactors)},
-        {"continuity errors", std::to_string(m.continuityErrors),
-            std::to_string(watch.errors) + " since the start"},
-        {"datagram", packetText(m), ""}});
+        + stateText(watch) + "   Ctrl-C ends\n\n";
+    text += tableOf({{"bit rate", bitRateText(m.bitRate), course(watch.course.bitRates)},
+        {"delay factor", std::to_string(m.delayFactorMs) + " ms", course(watch.course.delayFactors)},
+        {"continuity errors", std::to_string(m.continuityErrors), textOf(watch.periods.total())},
+        {"datagram", packetText(watch.figures), ""}});
     text += "\ninter-arrival times";
     if (times.empty())
         text += ": none yet\n";
     else
-        text += "  (" + statisticsLine(statisticsOf(times)) + ")\n" + textHistogram(times, 12, width);
+        text +=
+            "  (" + statisticsLine(statisticsOf(times)) + ")\n" + textHistogram(times, 12, terminalWidth());
     out << text << std::flush;
 }
 
 /// One line a reading, for a log or a pipe.
-void printWatchLine(std::ostream& out, const Measurement& m)
+void printWatchLine(std::ostream& out, const Watch& watch)
 {
+    const Measurement& m = watch.figures;
     out << clockText() << "  ";
     if (m.present)
         out << bitRateText(m.bitRate) << "  delay factor " << m.delayFactorMs << " ms  errors "
-            << m.continuityErrors << "  " << packetText(m) << std::endl;
+            << m.continuityErrors << " (" << textOf(watch.periods.total()) << ")  " << packetText(m)
+            << std::endl;
     else
         out << "no stream" << std::endl;
 }
 
-void sleepUntil(std::chrono::steady_clock::time_point moment)
+Json jsonOfWatch(const Watch& watch, const std::vector<std::int64_t>& times)
 {
-    while (interrupted == 0 && std::chrono::steady_clock::now() < moment)
-        std::this_thread::sleep_for(Milliseconds(50));
+    Json value{{"time", std::time(nullptr)}};
+    value.update(jsonOf(watch.figures));
+    value["since_start"] = jsonOf(watch.periods.total());
+    value["inter_arrival"] = jsonOf(statisticsOf(times));
+    return value;
+}
+
+/// Reads on, as often as the periods need it, until `moment` or Ctrl-C; at least once.
+void followUntil(Controller& controller, Watch& watch, std::chrono::steady_clock::time_point moment)
+{
+    for (;;) {
+        const auto now = std::chrono::steady_clock::now();
+        const auto reading = readMeasurement(controller);
+        watch.periods.add(reading);
+        watch.figures = reading.figures;
+        if (interrupted != 0 || now >= moment)
+            return;
+        std::this_thread::sleep_until(std::min(moment, now + readingInterval));
+    }
+}
+
+/// Shows what has been read; false when there is nothing to show yet.
+bool show(const Context& context, Controller& controller, Watch& watch)
+{
+    const bool screen = outputIsTerminal() && !context.json();
+    if (watch.settling() && !screen)
+        return false;
+    if (!watch.settling())
+        watch.course.add(watch.figures, 40);
+    if (screen)
+        drawScreen(context.out(), watch, readInterArrivalTimes(controller));
+    else if (context.json())
+        context.printLine(jsonOfWatch(watch, readInterArrivalTimes(controller)));
+    else
+        printWatchLine(context.out(), watch);
+    return !watch.settling();
 }
 
 void watchMeasurement(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    startCapture(controller, options.server);
+    setServerIfGiven(controller, options.server);
     const InterruptGuard guard;
-    const bool screen = outputIsTerminal() && !context.json();
     Watch watch;
+    int shown = 0;
     auto next = std::chrono::steady_clock::now();
-    while (interrupted == 0) {
+    while (options.count == 0 || shown < options.count) {
         next += Milliseconds(std::lround(options.interval * 1000));
-        sleepUntil(next);
+        followUntil(controller, watch, next);
         if (interrupted != 0)
             break;
-        const Measurement m = readMeasurement(controller);
-        watch.add(m, 40);
-        if (screen) {
-            drawScreen(context.out(), watch, m, readInterArrivalTimes(controller));
-        } else if (context.json()) {
-            Json value{{"time", std::time(nullptr)}};
-            value.update(jsonOf(m));
-            value["inter_arrival"] = jsonOf(statisticsOf(readInterArrivalTimes(controller)));
-            context.printLine(value);
-        } else {
-            printWatchLine(context.out(), m);
-        }
-        if (options.count > 0 && watch.readings >= options.count)
-            break;
+        if (show(context, controller, watch))
+            ++shown;
         next = std::max(next, std::chrono::steady_clock::now() - Milliseconds(1000));
     }
 }

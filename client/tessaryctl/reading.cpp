@@ -21,30 +21,31 @@ namespace {
 
 } // namespace
 
-Measurement readMeasurement(Controller& controller)
+PeriodWatch::Reading readMeasurement(Controller& controller)
 {
+    const auto asked = PeriodWatch::Clock::now();
     const auto measurement = controller.measurement();
     if (!measurement.has_value())
         throwNoLink();
-    return *measurement;
+    return {asked, PeriodWatch::Clock::now(), *measurement};
 }
 
-Measurement settledMeasurement(Controller& controller, const Measurement& first, double wait)
+Measurement measureWholePeriod(Controller& controller, double wait)
 {
-    const auto deadline = std::chrono::steady_clock::now() + Milliseconds(std::lround(wait * 1000));
-    Measurement now = first;
-    if (now.present && now.bitRate > 0)
-        return now;
-    while (!(now.present && now.bitRate > 0) && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(Milliseconds(250));
-        now = readMeasurement(controller);
+    constexpr Milliseconds longestSettling{10000};
+    const auto deadline = PeriodWatch::Clock::now() + Milliseconds(std::lround(wait * 1000));
+    PeriodWatch watch;
+    for (;;) {
+        const auto reading = readMeasurement(controller);
+        const auto state = watch.add(reading);
+        if (state == PeriodWatch::State::Valid
+            || (state == PeriodWatch::State::Absent && reading.answered >= deadline))
+            return reading.figures;
+        if (reading.answered >= deadline + longestSettling)
+            throw Failure(ExitCode::Nothing, "the stream comes and goes: no whole second of it was measured",
+                "look at its course: tessaryctl measure --watch");
+        std::this_thread::sleep_for(readingInterval);
     }
-    if (!now.present)
-        return now;
-    // A first frame after a silence ends a period that is mostly silence, and the next one drains its virtual
-    // buffer by that one's bit rate; the one after that counts.
-    std::this_thread::sleep_for(Milliseconds(2600));
-    return readMeasurement(controller);
 }
 
 std::vector<std::int64_t> readInterArrivalTimes(Controller& controller)
@@ -52,6 +53,10 @@ std::vector<std::int64_t> readInterArrivalTimes(Controller& controller)
     auto times = controller.interArrivalTimes();
     if (!times.has_value())
         throwNoLink();
+    // The first frame since the capture's start came after the last one of the capture before.
+    constexpr std::size_t kept = 1024;
+    if (!times->empty() && times->size() < kept)
+        times->erase(times->begin());
     removeAbsoluteTimes(*times);
     return *std::move(times);
 }
@@ -66,6 +71,28 @@ Json jsonOf(const Measurement& measurement)
     value["packet_size"] = measurement.packetSize;
     value["packets_per_datagram"] = measurement.packetsPerDatagram;
     return value;
+}
+
+Json jsonOf(const PeriodWatch::Total& total)
+{
+    Json value;
+    value["periods"] = total.periods;
+    value["continuity_errors"] = total.errors;
+    value["exact"] = total.exact();
+    value["periods_missed_at_most"] = total.missed;
+    value["errors_unsure"] = total.unsure;
+    return value;
+}
+
+std::string textOf(const PeriodWatch::Total& total)
+{
+    std::string text =
+        (total.missed > 0 ? "at least " : "") + std::to_string(total.errors) + " since the start";
+    if (total.missed > 0)
+        text += ", up to " + std::to_string(total.missed) + " periods missed";
+    if (total.unsure > 0)
+        text += ", " + std::to_string(total.unsure) + " unsure (periods that look alike)";
+    return text;
 }
 
 Json jsonOf(const InterArrivalStatistics& statistics)

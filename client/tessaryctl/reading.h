@@ -1,28 +1,34 @@
 #pragma once
 
 #include "client/measurement.h"
+#include "client/periodwatch.h"
 #include "client/tessaryctl/context.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace tessary::ctl {
 
-/// One measurement; throws Failure NoLink when the Ethernet is down.
-client::Measurement readMeasurement(client::Controller& controller);
+/// One measurement and when it was taken; throws Failure NoLink when the Ethernet is down.
+client::PeriodWatch::Reading readMeasurement(client::Controller& controller);
 
-/// A measurement that means something. `first` is the reading that started the capture: when it shows a
-/// stream, the capture was running before, and it is taken as it is. Otherwise waits for the stream at most
-/// `wait` seconds and then until the periods have passed that the start spoils. Not present when no stream
-/// came.
-client::Measurement settledMeasurement(
-    client::Controller& controller, const client::Measurement& first, double wait);
+/// So often the measurement has to be read for its periods to be told apart.
+inline constexpr client::Milliseconds readingInterval{200};
 
-/// The inter-arrival times that the instrument has, those without an interval left out; throws Failure
-/// NoLink.
+/// The figures of a whole period of the stream server that is set, whatever was measured before: three to
+/// five seconds after the stream is there. Waits for it at most `wait` seconds; not present when none came.
+/// Throws Failure Nothing when it comes and goes.
+client::Measurement measureWholePeriod(client::Controller& controller, double wait);
+
+/// The inter-arrival times that the instrument has, but for one that reaches back before the capture's start;
+/// throws Failure NoLink.
 std::vector<std::int64_t> readInterArrivalTimes(client::Controller& controller);
 
 Json jsonOf(const client::Measurement& measurement);
+Json jsonOf(const client::PeriodWatch::Total& total);
+/// "60 since the start", and what is not sure of it.
+std::string textOf(const client::PeriodWatch::Total& total);
 Json jsonOf(const client::InterArrivalStatistics& statistics);
 
 } // namespace tessary::ctl

@@ -23,6 +23,17 @@ protected:
         return sendStream(madeStream("demo.ts"), QStringList{"--bitrate", "10M"} + options);
     }
 
+    /// The readings of --watch.
+    static std::vector<QJsonObject> watch(const QStringList& options)
+    {
+        const CommandResult result = tool(QStringList{"measure", "--watch", "--json"} + options);
+        EXPECT_TRUE(result.ok()) << result.errors.constData();
+        std::vector<QJsonObject> readings;
+        for (const QByteArray& line : result.output.trimmed().split('\n'))
+            readings.push_back(QJsonDocument::fromJson(line).object());
+        return readings;
+    }
+
 private:
     const FirstInTurn m_first{instrument().daemonPid()};
 };
@@ -53,6 +64,57 @@ TEST_F(ToolMeasure, MeasureAfterAPauseIsNotSpoiltByThePause)
     EXPECT_NEAR(json["bit_rate"].toDouble(), frameBits / interval * 1e6, 3e5);
     EXPECT_LT(json["delay_factor_ms"].toInt(), 900);
     EXPECT_EQ(json["continuity_errors"].toInt(), 0);
+}
+
+TEST_F(ToolMeasure, NothingOfBeforeTheStartIsShownOrCounted)
+{
+    // The counters go on from the capture before: most PIDs' next packet is an error that the stream has not.
+    const RunningStream stream = send();
+    ASSERT_TRUE(tool({"measure", "udp://239.0.0.1:1234"}).ok());
+    for (const QStringList& before : {QStringList{"scan", "--no-pids"}, QStringList{"record", "stop"}}) {
+        ASSERT_TRUE(tool(before).ok()); // ends the capture
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        for (const QJsonObject& reading : watch({"--interval", "0.2", "--count", "6"})) {
+            EXPECT_EQ(reading["continuity_errors"].toInt(), 0);
+            EXPECT_LT(reading["delay_factor_ms"].toInt(), 900);
+            EXPECT_EQ(reading["since_start"]["continuity_errors"].toInt(), 0);
+        }
+    }
+}
+
+TEST_F(ToolMeasure, EachPeriodCountsOnceAtAnyInterval)
+{
+    const RunningStream stream = send({"--cc-errors-per-second", "3"});
+    for (const char* seconds : {"0.2", "1", "5"}) {
+        const int count = static_cast<int>(15 / QByteArray(seconds).toDouble());
+        const auto readings = watch({"--interval", seconds, "--count", QString::number(count)});
+        const QJsonValue total = readings.back()["since_start"];
+        const double periods = total["periods"].toDouble() + total["periods_missed_at_most"].toDouble();
+        EXPECT_NEAR(periods, 13, 4) << seconds; // some of the first seconds are not counted
+        EXPECT_NEAR(total["continuity_errors"].toDouble(), 3 * total["periods"].toDouble(), 2) << seconds;
+    }
+}
+
+TEST_F(ToolMeasure, TheStreamThatIsSetIsMeasuredAndNotTheOneBefore)
+{
+    const RunningStream former = send();
+    const RunningStream other = instrument().send({madeStream("demo.ts"), "udp://239.0.0.2:1234", "--loop",
+        "--interface", "uplink", "--bitrate", "4M"});
+    ASSERT_TRUE(tool({"measure", "udp://239.0.0.1:1234"}).ok());
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.2:1234"}).ok());
+    const QJsonObject json = toolJson({"measure"});
+    EXPECT_NEAR(json["bit_rate"].toDouble(), 4e6 * 1358 / 1316, 2e5);
+    EXPECT_LT(json["delay_factor_ms"].toInt(), 900);
+    EXPECT_EQ(json["continuity_errors"].toInt(), 0);
+
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.3:1234"}).ok());
+    expectFailure(tool({"measure", "--wait", "4"}), 6, "no stream arrives");
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.1:1234"}).ok());
+    const auto readings = watch({"--interval", "0.2", "--count", "8"});
+    for (const QJsonObject& reading : readings) {
+        const double expected = reading["present"].toBool() ? frameBits / interval * 1e6 : 0;
+        EXPECT_NEAR(reading["bit_rate"].toDouble(), expected, 3e5);
+    }
 }
 
 TEST_F(ToolMeasure, WithoutStreamItEndsWithSix)
