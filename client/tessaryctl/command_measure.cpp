@@ -155,12 +155,22 @@ std::string stateText(const Watch& watch)
     return "\033[32mstream present\033[0m";
 }
 
+/// In front of all else; what does not fit is left out.
+std::string headline(const Watch& watch, std::size_t width)
+{
+    constexpr std::size_t wholeWidth = 60;
+    const std::string state = clockText() + "   " + stateText(watch);
+    return width < wholeWidth ? state : "\033[1mtessaryctl measure\033[0m   " + state + "   Ctrl-C ends";
+}
+
 void drawScreen(std::ostream& out, const Watch& watch, const std::vector<std::int64_t>& times)
 {
+    constexpr std::size_t otherLines = 8;
+    constexpr std::size_t mostBins = 12;
+    const std::size_t width = terminalWidth();
+    const std::size_t bins = std::min(std::max(terminalHeight(), otherLines + 1) - otherLines, mostBins);
     const Measurement m = watch.settling() ? Measurement{} : watch.figures;
-    std::string text = "\033[H\033[2J\033[1mtessaryctl measure\033[0m   " + clockText() + "   "
-        + stateText(watch) + "   Ctrl-C ends\n\n";
-    text += tableOf({{"bit rate", bitRateText(m.bitRate), course(watch.course.bitRates)},
+    std::string text = tableOf({{"bit rate", bitRateText(m.bitRate), course(watch.course.bitRates)},
         {"delay factor", std::to_string(m.delayFactorMs) + " ms", course(watch.course.delayFactors)},
         {"continuity errors", std::to_string(m.continuityErrors), textOf(watch.periods.total())},
         {"datagram", packetText(watch.figures), ""}});
@@ -168,9 +178,8 @@ void drawScreen(std::ostream& out, const Watch& watch, const std::vector<std::in
     if (times.empty())
         text += ": none yet\n";
     else
-        text +=
-            "  (" + statisticsLine(statisticsOf(times)) + ")\n" + textHistogram(times, 12, terminalWidth());
-    out << text << std::flush;
+        text += "  (" + statisticsLine(statisticsOf(times)) + ")\n" + textHistogram(times, bins, width);
+    out << "\033[H\033[2J" << headline(watch, width) << "\n\n" << cutToWidth(text, width) << std::flush;
 }
 
 /// One line a reading, for a log or a pipe.
@@ -243,6 +252,8 @@ void watchMeasurement(Context& context, const MeasureOptions& options)
             ++shown;
         next = std::max(next, std::chrono::steady_clock::now() - Milliseconds(1000));
     }
+    if (outputIsTerminal() && !context.json())
+        context.out() << std::endl; // the screen's last line has no end
 }
 
 struct IatOptions
@@ -309,12 +320,14 @@ void addMeasure(CLI::App& app, Context& context)
     auto options = std::make_shared<MeasureOptions>();
     sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")
         ->expected(0, 5);
-    sub->add_flag("-w,--watch", options->watch,
+    auto* watch = sub->add_flag("-w,--watch", options->watch,
         "a live screen; lines instead when the output is no terminal or --json is given");
     sub->add_option("--interval", options->interval, "seconds between two readings of --watch")
+        ->needs(watch)
         ->check(between(0.1, 3600.0))
         ->capture_default_str();
     sub->add_option("-n,--count", options->count, "end --watch after so many readings")
+        ->needs(watch)
         ->check(between(1, 1000000000));
     sub->add_option("--wait", options->wait, "seconds to wait for the stream")
         ->check(between(0.0, 3600.0))

@@ -27,6 +27,14 @@ struct ScanOptions
     bool noPids = false;
 };
 
+void scanRecording(Controller& controller)
+{
+    if (controller.recordingSize() == 0)
+        throw Failure(
+            ExitCode::Nothing, "there is no recording", "make one: tessaryctl record start --seconds 10");
+    controller.scanRecording();
+}
+
 void startScan(Controller& controller, const ScanOptions& options)
 {
     if (options.source != "ip" && !options.server.empty())
@@ -36,7 +44,7 @@ void startScan(Controller& controller, const ScanOptions& options)
     if (options.source == "fpga")
         controller.ebsScan();
     else if (options.source == "recording")
-        controller.scanRecording();
+        scanRecording(controller);
     else
         controller.scan();
 }

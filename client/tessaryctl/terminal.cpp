@@ -65,6 +65,15 @@ std::size_t terminalWidth()
     return size.ws_col;
 }
 
+std::size_t terminalHeight()
+{
+    winsize size{};
+    constexpr std::size_t usual = 24;
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0)
+        return usual;
+    return size.ws_row;
+}
+
 std::size_t displayWidth(const std::string& text)
 {
     std::size_t width = 0;
@@ -82,6 +91,24 @@ std::string padded(const std::string& text, std::size_t width)
 {
     const std::size_t own = displayWidth(text);
     return own < width ? text + std::string(width - own, ' ') : text;
+}
+
+std::string cutToWidth(const std::string& text, std::size_t width)
+{
+    std::string result;
+    std::size_t column = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        wchar_t character = 0;
+        const std::size_t size = std::max<std::size_t>(decode(text, at, character), 1);
+        const std::string letter = text.substr(at, size);
+        column = letter == "\n" ? 0 : column + displayWidth(letter);
+        if (column <= width)
+            result += letter;
+        at += size;
+    }
+    if (!result.empty() && result.back() == '\n')
+        result.pop_back();
+    return result;
 }
 
 std::string printable(const std::string& text)

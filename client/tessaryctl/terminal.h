@@ -13,11 +13,15 @@ bool outputIsTerminal();
 bool errorIsTerminal();
 /// Columns of the terminal on standard output; 80 when it is none.
 std::size_t terminalWidth();
+/// Its lines; 24 when it is none.
+std::size_t terminalHeight();
 
 /// Columns that UTF-8 text takes up on a terminal: 2 for each wide (Chinese) character, 0 for combining ones.
 std::size_t displayWidth(const std::string& text);
 /// Filled up with blanks to `width` columns; longer text stays as it is.
 std::string padded(const std::string& text, std::size_t width);
+/// Lines of text, each cut where it would be wider than `width` columns; without a line feed at the end.
+std::string cutToWidth(const std::string& text, std::size_t width);
 /// Control characters and invalid bytes replaced, so that a name out of a stream can not steer the terminal.
 std::string printable(const std::string& text);
 

@@ -22,6 +22,7 @@ TEST_F(ToolDevices, RecordMakesARecordingThatExportSendsToTheFpga)
 {
     expectFailure(tool({"export"}), 6, "no recording");
     EXPECT_EQ(tool({"record", "status"}).output, "no recording\n");
+    expectFailure(tool({"scan", "--source", "recording"}), 6, "there is no recording");
     const RunningStream stream = sendStream(madeStream("demo.ts"));
     ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
     EXPECT_TRUE(tool({"record", "start", "--seconds", "2"}).output.contains(" recorded\n"));

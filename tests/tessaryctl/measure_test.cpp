@@ -150,8 +150,24 @@ TEST_F(ToolMeasure, WatchOnATerminalShowsAScreenAndEndsWithCtrlC)
     EXPECT_EQ(terminal.waitForEnd(), 0);
 }
 
+TEST_F(ToolMeasure, TheScreenFitsASmallTerminal)
+{
+    const RunningStream stream = send();
+    const QString command =
+        QString("stty rows 14 cols 50; %1 --port %2 measure --watch --count 2").arg(toolPath(), port());
+    const CommandResult result = runCommand("/usr/bin/script", {"-qec", command, "/dev/null"}, 30000);
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    const QList<QByteArray> lines = result.output.split('\x1b').last().mid(3).trimmed().split('\n');
+    EXPECT_GT(lines.size(), 8);
+    EXPECT_LE(lines.size(), 14);
+    for (const QByteArray& line : lines)
+        EXPECT_LE(QString::fromUtf8(line.trimmed()).size(), 50) << line.constData();
+}
+
 TEST_F(ToolMeasure, IatGivesStatisticsHistogramAndPlots)
 {
+    ASSERT_TRUE(
+        tool({"record", "stop"}).ok()); // ends the capture, which would tell the time since another stream
     const RunningStream stream = send();
     const QString png = instrument().path("iat.png");
     const QString svg = instrument().path("iat.svg");

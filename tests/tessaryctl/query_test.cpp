@@ -124,6 +124,8 @@ TEST_F(ToolQueries, WrongArgumentsAreSaidAndEndWithTwo)
     expectFailure(tool({"nosuch"}), 2, "nosuch");
     expectFailure(tool({"play"}), 2, "program is required");
     expectFailure(tool({"version", "--nosuch"}), 2, "--nosuch");
+    expectFailure(tool({"measure", "--count", "2"}), 2, "--watch");
+    expectFailure(tool({"measure", "--interval", "2"}), 2, "--watch");
     expectFailure(tool({"interface", "static", "1.2.3", "255.0.0.0"}), 2, "1.2.3");
 }
 

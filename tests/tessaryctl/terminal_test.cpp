@@ -28,6 +28,12 @@ TEST_F(Terminal, ColumnsLineUpForEveryScript)
     EXPECT_EQ(tableOf({{"a", "b"}, {"華視", "c"}, {"Первый", "d"}}), "a       b\n華視    c\nПервый  d\n");
 }
 
+TEST_F(Terminal, LinesAreCutAtTheScreensEdge)
+{
+    EXPECT_EQ(cutToWidth("Первый канал\nab\n\n華視華視\n", 5), "Первы\nab\n\n華視");
+    EXPECT_EQ(cutToWidth("12345\n", 5), "12345");
+}
+
 TEST_F(Terminal, TextOutOfAStreamCanNotSteerTheTerminal)
 {
     EXPECT_EQ(printable("a\033[2Jb\n\xFF"), "a [2Jb \uFFFD");
