@@ -92,15 +92,14 @@ TEST_F(Maintenance, IpstatusIsWhatIfconfigAndEthtoolPrint)
     QString answer;
     QString expected;
     // Asked again when the interface gets or loses an address in between.
-    waitUntil(
-        [&] {
-            const QByteArray link = instrument().exec({"ethtool", "eth0"}).output;
-            EXPECT_GE(link.indexOf("Speed: "), 0) << link.constData();
-            expected = withoutCounters(
-                instrument().exec({"ifconfig", "eth0"}).output + link.mid(link.indexOf("Speed")));
-            answer = withoutCounters(QByteArray::fromStdString(ask("ipstatus?\n")));
-            return answer == expected;
-        });
+    waitUntil([&] {
+        const QByteArray link = instrument().exec({"ethtool", "eth0"}).output;
+        EXPECT_GE(link.indexOf("Speed: "), 0) << link.constData();
+        expected =
+            withoutCounters(instrument().exec({"ifconfig", "eth0"}).output + link.mid(link.indexOf("Speed")));
+        answer = withoutCounters(QByteArray::fromStdString(ask("ipstatus?\n")));
+        return answer == expected;
+    });
     EXPECT_EQ(answer.toStdString(), expected.toStdString());
     EXPECT_TRUE(answer.startsWith("eth0: "));
 }
