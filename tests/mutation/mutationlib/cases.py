@@ -52,7 +52,7 @@ class Cases:
                                   "--show-only=json-v1"], check=True, capture_output=True, stdin=subprocess.DEVNULL)
         for test in json.loads(listing.stdout)["tests"]:
             properties = {entry["name"]: entry["value"] for entry in test["properties"]}
-            if properties.get("LABELS") == ["unit"]:
+            if properties.get("LABELS") == ["unit"] and test["command"][-2].startswith("--gtest_filter="):
                 self._cases.append({"name": test["name"].removeprefix("unit.").split("  #")[0], "command": test["command"],
                                     "directory": properties["WORKING_DIRECTORY"], "limit": properties["TIMEOUT"]})
 
