@@ -177,7 +177,7 @@ fs::path keepPicture(const Options& options)
 {
     if (!options.colour.has_value() || !fs::exists(options.runDir / "io/display.ppm"))
         return {};
-    const fs::path ppm = options.out / (options.name + ".ppm");
+    fs::path ppm = options.out / (options.name + ".ppm");
     fs::path png = options.out / (options.name + ".png");
     fs::copy_file(options.runDir / "io/display.ppm", ppm, fs::copy_options::overwrite_existing);
     const std::string convert =
