@@ -13,13 +13,11 @@ namespace tessary::client {
 ///
 /// - A period is longer than a second, by no more than the time between two frames, while frames come in.
 /// - The figures change at its end and at no other moment. The bit rate alone, to the bit, is hardly ever
-/// that
-///   of the period before. So a reading with other figures shows another period; one with the same figures
-///   after more than a period's time shows another one that happens to look the same.
+///   that of the period before. So a reading with other figures shows another period; one with the same
+///   figures after more than a period's time shows another one that happens to look the same.
 /// - Of what runs at the start, or was caught up in a silence, something is in the first two periods: what
-/// was
-///   gathered before; then the continuity counters of before and a virtual buffer that drains by the bit rate
-///   of the first. The third is the stream's own. After a silence the first ends with its first frame.
+///   was gathered before; then the continuity counters of before and a virtual buffer that drains by the bit
+///   rate of the first. The third is the stream's own. After a silence the first ends with its first frame.
 ///
 /// Readings should come at least three times a second. Where more than a period's time lies between two,
 /// periods may have been missed; where some look alike for long, their number is not known. The total says
@@ -32,8 +30,8 @@ public:
     struct Reading
     {
         Clock::time_point asked; ///< before the question was sent ...
-        Clock::time_point
-            answered; ///< ... and when the answer was there: the figures are of a moment between
+        /// ... and when the answer was there: the figures are of a moment between.
+        Clock::time_point answered;
         Measurement figures;
     };
 

@@ -37,6 +37,14 @@ std::string withUnit(double value, const std::vector<const char*>& units)
     return fixed(value, decimals) + " " + units[unit];
 }
 
+/// One of the terminal's two sizes; the usual one where there is no terminal, or one that does not tell.
+std::size_t terminalSize(unsigned short winsize::*side, std::size_t usual)
+{
+    winsize size{};
+    const bool told = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.*side != 0;
+    return told ? size.*side : usual;
+}
+
 } // namespace
 
 void useUtf8()
@@ -58,20 +66,12 @@ bool errorIsTerminal()
 
 std::size_t terminalWidth()
 {
-    winsize size{};
-    constexpr std::size_t usual = 80;
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
-        return usual;
-    return size.ws_col;
+    return terminalSize(&winsize::ws_col, 80);
 }
 
 std::size_t terminalHeight()
 {
-    winsize size{};
-    constexpr std::size_t usual = 24;
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0)
-        return usual;
-    return size.ws_row;
+    return terminalSize(&winsize::ws_row, 24);
 }
 
 std::size_t displayWidth(const std::string& text)

@@ -41,6 +41,13 @@ void readDecimal(const GstStructure* structure, const gchar* field, std::atomic<
     g_free(text);
 }
 
+/// The chain of these handles; empty when one of them does not exist.
+PlayChain chainOf(std::initializer_list<GstElement*> elements)
+{
+    const bool complete = std::find(elements.begin(), elements.end(), nullptr) == elements.end();
+    return complete ? PlayChain(elements) : PlayChain();
+}
+
 } // namespace
 
 int gstImpl::play(int programNumber)
@@ -111,17 +118,6 @@ void gstImpl::linkOtherBranches()
     if (m_pQueuePciesink)
         gst_element_link_many(m_pTee, m_pQueuePciesink, m_pPciesink, nullptr);
 }
-
-namespace {
-
-/// The chain of these handles; empty when one of them does not exist.
-PlayChain chainOf(std::initializer_list<GstElement*> elements)
-{
-    const bool complete = std::find(elements.begin(), elements.end(), nullptr) == elements.end();
-    return complete ? PlayChain(elements) : PlayChain();
-}
-
-} // namespace
 
 std::vector<GstElement*> gstImpl::videoChain() const
 {
