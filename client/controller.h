@@ -54,9 +54,6 @@ public:
 
     /// `line` is borrowed and must outlive the controller.
     explicit Controller(SerialLine& line, Patience patience = {});
-    virtual ~Controller() = default;
-    Controller(const Controller&) = delete;
-    Controller& operator=(const Controller&) = delete;
 
     /// Waits for the greeting. What came before it (of an earlier run of the daemon) is dropped.
     void waitForGreeting(Milliseconds timeout);
@@ -125,9 +122,9 @@ public:
     void send(const Request& request, std::string_view argument = {});
     /// Waits until the daemon has handled everything sent so far, by this program or an earlier one. Returns
     /// what came before: the late answer to an earlier query.
-    virtual std::string settle();
+    std::string settle();
     /// Sends and reads the answer as `request` says.
-    virtual std::string ask(const Request& request, std::string_view argument = {});
+    std::string ask(const Request& request, std::string_view argument = {});
 
 private:
     /// Sends `command` and an EndMark; what came before the mark's answer.

@@ -1,10 +1,10 @@
 #include "burstline.h"
 
+#include "client/endmark.h"
 #include "client/lineerror.h"
 #include "instrument.h"
 
 #include <chrono>
-#include <cstdio>
 #include <fcntl.h>
 #include <poll.h>
 #include <stdexcept>
@@ -126,14 +126,10 @@ void BurstLine::endBurst()
 
 std::string BurstLine::finish()
 {
-    // The name of a service by its index is in no stream and in no setting, and each question has another
-    // one: no other answer looks like it.
-    const unsigned index = 0x80U | (m_question++ & 0x7FU);
-    char question[16];
-    std::snprintf(question, sizeof question, "!0C_L_IX:%02X\n", index);
-    const std::string answer = "Service" + std::to_string(index);
     endBurst();
-    write(question);
+    const client::EndMark mark = client::EndMark::next();
+    write(" " + mark.question()); // the blank is the command that it stands behind
+    const std::string answer = mark.answer();
     std::string received;
     const auto answered = [&] {
         received += readSome(Milliseconds(500));
@@ -152,25 +148,6 @@ std::string BurstLine::ask(std::string_view burst)
     endBurst();
     write(burst);
     return finish();
-}
-
-BurstController::BurstController(BurstLine& line)
-    : Controller(line)
-    , m_line(line)
-{
-}
-
-std::string BurstController::settle()
-{
-    return m_line.finish();
-}
-
-std::string BurstController::ask(const client::Request& request, std::string_view argument)
-{
-    std::string answer = m_line.ask(std::string(request.word).append(argument).append("\n"));
-    if (answer.empty() && !request.mayBeSilent)
-        throw LineError(LineError::Kind::TimedOut, "no answer to \"" + std::string(request.word) + "\"");
-    return answer;
 }
 
 } // namespace tessary::test

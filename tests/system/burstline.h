@@ -72,22 +72,10 @@ private:
     int m_daemonsEnd; ///< the daemon's terminal, open a second time
     std::uint64_t m_written = 0;
     bool m_burstIsOpen = false; ///< the last byte was no line feed
-    unsigned m_question = 0;
 };
 
-/// A controller whose commands are bursts of their own and whose answers are all that the daemon says to
-/// them.
-class BurstController : public client::Controller
-{
-public:
-    /// `line` is borrowed.
-    explicit BurstController(BurstLine& line);
-
-    std::string settle() override;
-    std::string ask(const client::Request& request, std::string_view argument = {}) override;
-
-private:
-    BurstLine& m_line;
-};
+/// The waits of a controller that has a BurstLine.
+inline constexpr client::Patience controllerPatience{
+    BurstLine::patience, BurstLine::patience, BurstLine::patience};
 
 } // namespace tessary::test

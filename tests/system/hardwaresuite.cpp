@@ -61,7 +61,7 @@ void HardwareSuite::startDaemon()
     m_logStart = instrument().daemonLog().size();
     m_started = now();
     instrument().daemon("start");
-    BurstController(*m_line).waitForGreeting(BurstLine::patience);
+    client::Controller(*m_line).waitForGreeting(BurstLine::patience);
     m_line->finish();
     m_line->finish(); // the cycle of the first answer starts the multicast routing, which takes its time
 }

@@ -49,7 +49,7 @@ protected:
         line.discardInput();
         m_started = now();
         s_instrument->daemon("start");
-        BurstController(line).waitForGreeting(BurstLine::patience);
+        client::Controller(line).waitForGreeting(BurstLine::patience);
         m_version = line.ask("version?\n");
     }
 
@@ -212,14 +212,15 @@ TEST_F(StartUp, AKilledDaemonGreetsAgainAndKnowsNothingOfBefore)
     start();
     {
         BurstLine line(*s_instrument);
-        BurstController controller(line);
+        client::Controller controller(line, controllerPatience);
         controller.scan();
         EXPECT_EQ(controller.playerStatus(), "running");
     }
     s_instrument->daemon("kill");
     start();
     BurstLine line(*s_instrument);
-    EXPECT_EQ(BurstController(line).playerStatus(), "") << "a source has outlived the daemon";
+    EXPECT_EQ(client::Controller(line, controllerPatience).playerStatus(), "")
+        << "a source has outlived the daemon";
 }
 
 } // namespace

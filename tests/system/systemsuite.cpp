@@ -8,7 +8,7 @@ namespace tessary::test {
 
 std::unique_ptr<Instrument> SystemSuite::s_instrument;
 std::optional<BurstLine> SystemSuite::s_line;
-std::optional<BurstController> SystemSuite::s_controller;
+std::optional<client::Controller> SystemSuite::s_controller;
 
 SystemSuite::SystemSuite()
 {
@@ -21,7 +21,7 @@ void SystemSuite::SetUpTestSuite()
 {
     s_instrument = std::make_unique<Instrument>();
     s_line.emplace(*s_instrument);
-    s_controller.emplace(*s_line);
+    s_controller.emplace(*s_line, controllerPatience);
     startTalking();
 }
 

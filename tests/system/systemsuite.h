@@ -27,7 +27,7 @@ protected:
 
     static Instrument& instrument() { return *s_instrument; }
     static BurstLine& line() { return *s_line; }
-    static BurstController& controller() { return *s_controller; }
+    static client::Controller& controller() { return *s_controller; }
 
     /// Nothing but the answer to "version?" comes: the daemon lives, and what was sent before has no reply.
     static void expectOnlyVersionAnswers();
@@ -37,7 +37,7 @@ private:
 
     static std::unique_ptr<Instrument> s_instrument;
     static std::optional<BurstLine> s_line;
-    static std::optional<BurstController> s_controller;
+    static std::optional<client::Controller> s_controller;
 };
 
 /// "SV: mx8 1.4 FPGA: ...\n".

@@ -44,7 +44,7 @@ void ToolSuite::restartDaemon()
     BurstLine line(instrument());
     line.discardInput();
     instrument().daemon("restart");
-    BurstController(line).waitForGreeting(BurstLine::patience);
+    client::Controller(line).waitForGreeting(BurstLine::patience);
     line.finish();
     instrument().ethernetAddress(); // waits for it
 }
@@ -69,7 +69,7 @@ QJsonObject ToolSuite::toolJson(const QStringList& arguments)
     return document.object();
 }
 
-RunningStream ToolSuite::sendStream(const QString& file, const QStringList& options)
+RunningStream ToolSuite::sendStream(const QString& file, const QStringList& options, qint64 bytes)
 {
     const auto arrived = [] {
         return instrument().shell("cat /sys/class/net/eth0/statistics/rx_bytes").trimmed().toLongLong();
@@ -77,8 +77,7 @@ RunningStream ToolSuite::sendStream(const QString& file, const QStringList& opti
     const qint64 before = arrived();
     RunningStream stream = instrument().send(
         QStringList{file, "udp://239.0.0.1:1234", "--loop", "--interface", "uplink"} + options);
-    constexpr qint64 enough = 100 * 1316; // far more than what else goes by this cable
-    EXPECT_TRUE(waitUntil([&] { return arrived() > before + enough; })) << stream.errors().constData();
+    EXPECT_TRUE(waitUntil([&] { return arrived() > before + bytes; })) << stream.errors().constData();
     return stream;
 }
 

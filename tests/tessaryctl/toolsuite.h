@@ -33,8 +33,10 @@ protected:
     /// A fresh daemon, which has greeted.
     static void restartDaemon();
 
-    /// Sends a stream over and over to UDP 239.0.0.1 port 1234; returns when it arrives at the instrument.
-    static RunningStream sendStream(const QString& file, const QStringList& options = {});
+    /// Sends a stream over and over to UDP 239.0.0.1 port 1234; returns when so many bytes have arrived at
+    /// the instrument.
+    static RunningStream sendStream(
+        const QString& file, const QStringList& options = {}, qint64 bytes = 100 * 1316);
 
 private:
     static std::unique_ptr<Instrument> s_instrument;
