@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/mpegts.h"
+#include "media/playoutdelay.h"
 #include "media/psitables.h"
 
 #include <atomic>
@@ -173,6 +174,8 @@ private:
     std::atomic<GstPad*> m_videoCapsPad{nullptr}; ///< borrowed, compared only
     std::atomic<GstCaps*> m_audioCaps{nullptr}; ///< owned through m_takenCaps
     std::atomic<GstPad*> m_audioCapsPad{nullptr}; ///< borrowed, compared only
+
+    PlayoutDelay m_playoutDelay; ///< of a live stream
 
     std::mutex m_tablesMutex; ///< guards the five tables between the bus thread and the getters' copies
     std::vector<std::uint8_t> m_patSnapshot;

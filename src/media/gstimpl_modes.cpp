@@ -7,6 +7,7 @@ void gstImpl::beginMode()
 {
     gst_element_set_state(m_pPipeline, GST_STATE_NULL);
     bringChainsBack();
+    m_playoutDelay.reset(m_pPipeline);
     m_state = 1;
 }
 

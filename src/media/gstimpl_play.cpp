@@ -84,6 +84,7 @@ void gstImpl::createPlayElements()
     g_signal_connect(m_pDecodebin, "element-added", G_CALLBACK(cb_element_added_decodebin), this);
     g_signal_connect(m_pDecodebin, "autoplug-continue", G_CALLBACK(cb_new_stream_decodebin), this);
     g_signal_connect(m_pDecodebin, "no-more-pads", G_CALLBACK(cb_no_more_pads_decodebin), this);
+    m_playoutDelay.beginSound(m_pAlsasink);
 }
 
 void gstImpl::createPlayBranch()
@@ -209,6 +210,7 @@ void gstImpl::cb_element_added_decodebin(GstBin*, GstElement* element, void* dat
     if (contains(name, "aiurdemux") || contains(name, "tsdemux")) {
         if (g_object_class_find_property(G_OBJECT_GET_CLASS(element), "program-number"))
             g_object_set(element, "program-number", self->m_programNumber.load(), nullptr);
+        self->m_playoutDelay.watch(element);
     } else if (contains(name, "multiqueue")) {
         self->m_pMultiqueue = element;
     }

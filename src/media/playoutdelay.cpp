@@ -1,0 +1,148 @@
+#include "media/playoutdelay.h"
+
+#include <cstring>
+
+namespace {
+
+bool isLive(GstElement* demultiplexer)
+{
+    GstQuery* query = gst_query_new_latency();
+    GstPad* sink = gst_element_get_static_pad(demultiplexer, "sink");
+    gboolean live = FALSE;
+    if (sink && gst_pad_peer_query(sink, query))
+        gst_query_parse_latency(query, &live, nullptr, nullptr);
+    if (sink)
+        gst_object_unref(sink);
+    gst_query_unref(query);
+    return live != FALSE;
+}
+
+bool startsWith(const GstCaps* caps, const char* prefix)
+{
+    return caps && gst_caps_get_size(caps) > 0
+        && std::strncmp(gst_structure_get_name(gst_caps_get_structure(caps, 0)), prefix, std::strlen(prefix))
+        == 0;
+}
+
+/// How far a buffer comes ahead of the time at which it is to be decoded, or heard; none when it does not
+/// tell.
+std::optional<GstClockTimeDiff> leadOf(GstPad* pad, GstBuffer* buffer, GstElement* pipeline)
+{
+    GstEvent* event = gst_pad_get_sticky_event(pad, GST_EVENT_SEGMENT, 0);
+    if (!event)
+        return std::nullopt;
+    const GstSegment* segment = nullptr;
+    gst_event_parse_segment(event, &segment);
+    const GstClockTime due =
+        gst_segment_to_running_time(segment, GST_FORMAT_TIME, GST_BUFFER_DTS_OR_PTS(buffer));
+    gst_event_unref(event);
+    const GstClockTime now = gst_element_get_current_running_time(pipeline);
+    if (!GST_CLOCK_TIME_IS_VALID(due) || !GST_CLOCK_TIME_IS_VALID(now))
+        return std::nullopt;
+    return GST_CLOCK_DIFF(now, due);
+}
+
+/// What the demultiplexer asks for by itself is left out, or in; nothing for one that has no such setting.
+void leaveOut(GstElement* demultiplexer, bool out)
+{
+    GParamSpec* spec = g_object_class_find_property(G_OBJECT_GET_CLASS(demultiplexer), "latency");
+    if (spec && G_IS_PARAM_SPEC_INT(spec))
+        g_object_set(demultiplexer, "latency", out ? 0 : G_PARAM_SPEC_INT(spec)->default_value, nullptr);
+}
+
+} // namespace
+
+void PlayoutDelay::reset(GstElement* pipeline)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_pipeline = pipeline;
+        m_need = PlayoutNeed();
+        m_firstSound.reset();
+    }
+    gst_pipeline_set_latency(GST_PIPELINE(pipeline), GST_CLOCK_TIME_NONE);
+}
+
+void PlayoutDelay::watch(GstElement* demultiplexer)
+{
+    g_signal_connect(demultiplexer, "pad-added", G_CALLBACK(padAdded), this);
+}
+
+void PlayoutDelay::padAdded(GstElement* demultiplexer, GstPad* pad, void* data)
+{
+    if (!isLive(demultiplexer))
+        return;
+    GstCaps* caps = gst_pad_get_current_caps(pad);
+    if (startsWith(caps, "video/"))
+        gst_pad_add_probe(
+            pad, GST_PAD_PROBE_TYPE_BUFFER, dataCame<PlayoutNeed::Media::picture>, data, nullptr);
+    else if (startsWith(caps, "audio/"))
+        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, dataCame<PlayoutNeed::Media::sound>, data, nullptr);
+    if (caps)
+        gst_caps_unref(caps);
+}
+
+template <PlayoutNeed::Media media>
+GstPadProbeReturn PlayoutDelay::dataCame(GstPad* pad, GstPadProbeInfo* info, void* data)
+{
+    static_cast<PlayoutDelay*>(data)->take(media, pad, GST_PAD_PROBE_INFO_BUFFER(info));
+    return GST_PAD_PROBE_OK;
+}
+
+void PlayoutDelay::take(PlayoutNeed::Media media, GstPad* pad, GstBuffer* buffer)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    GstElement* pipeline = m_pipeline;
+    const std::optional<GstClockTimeDiff> lead = leadOf(pad, buffer, pipeline);
+    const bool playing = GST_STATE(pipeline) == GST_STATE_PLAYING;
+    if (!lead || !m_need.note(media, *lead, playing))
+        return;
+    const std::optional<std::int64_t> held = m_need.held();
+    lock.unlock(); // what follows asks elements, which may ask back
+
+    GstElement* demultiplexer = gst_pad_get_parent_element(pad);
+    if (demultiplexer) {
+        leaveOut(demultiplexer, held.has_value());
+        gst_object_unref(demultiplexer);
+    }
+    // Tells the sinks, too.
+    gst_pipeline_set_latency(
+        GST_PIPELINE(pipeline), held ? static_cast<GstClockTime>(*held) : GST_CLOCK_TIME_NONE);
+}
+
+void PlayoutDelay::beginSound(GstElement* sink)
+{
+    if (!sink)
+        return;
+    GstPad* pad = gst_element_get_static_pad(sink, "sink");
+    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, soundCame, this, nullptr);
+    gst_object_unref(pad);
+}
+
+GstPadProbeReturn PlayoutDelay::soundCame(GstPad* pad, GstPadProbeInfo* info, void* data)
+{
+    GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    const FirstSound::Fate fate = static_cast<PlayoutDelay*>(data)->takeSound(pad, buffer);
+    info->data = fate == FirstSound::Fate::isKept ? nullptr : buffer;
+    switch (fate) {
+    case FirstSound::Fate::isDropped:
+        return GST_PAD_PROBE_DROP;
+    case FirstSound::Fate::isKept:
+        return GST_PAD_PROBE_HANDLED;
+    case FirstSound::Fate::passes:
+        break;
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+FirstSound::Fate PlayoutDelay::takeSound(GstPad* pad, GstBuffer*& buffer)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_need.held() || GST_STATE(m_pipeline) == GST_STATE_PLAYING)
+        return FirstSound::Fate::passes;
+    const std::optional<GstClockTimeDiff> lead = leadOf(pad, buffer, m_pipeline);
+    if (!lead)
+        return FirstSound::Fate::passes;
+    return m_firstSound.take(
+        buffer, *lead + *m_need.held(), gst_element_get_current_running_time(m_pipeline));
+}

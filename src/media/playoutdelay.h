@@ -1,0 +1,38 @@
+#pragma once
+
+#include "media/firstsound.h"
+#include "media/playoutneed.h"
+
+#include <gst/gst.h>
+#include <mutex>
+
+/// Has a live pipeline hold picture and sound back no longer than its stream needs; see PlayoutNeed and
+/// FirstSound. As long as nothing is known of the stream, and for all that is not live, GStreamer's own rules
+/// hold.
+///
+/// The elements that it is shown must be gone, or at rest, when it is.
+class PlayoutDelay
+{
+public:
+    /// Before a mode begins, with the pipeline in NULL.
+    void reset(GstElement* pipeline);
+
+    /// Looks at what a demultiplexer in the pipeline gives. Any thread.
+    void watch(GstElement* demultiplexer);
+
+    /// Looks at what comes to the sound's sink until the pipeline plays. Null: nothing.
+    void beginSound(GstElement* sink);
+
+private:
+    static void padAdded(GstElement* demultiplexer, GstPad* pad, void* data);
+    template <PlayoutNeed::Media media>
+    static GstPadProbeReturn dataCame(GstPad* pad, GstPadProbeInfo* info, void* data);
+    static GstPadProbeReturn soundCame(GstPad* pad, GstPadProbeInfo* info, void* data);
+    void take(PlayoutNeed::Media media, GstPad* pad, GstBuffer* buffer);
+    FirstSound::Fate takeSound(GstPad* pad, GstBuffer*& buffer);
+
+    std::mutex m_mutex; ///< hands the rest over between the main thread and the streaming threads
+    GstElement* m_pipeline = nullptr; ///< borrowed
+    PlayoutNeed m_need;
+    FirstSound m_firstSound;
+};
