@@ -111,7 +111,7 @@ protected:
     void find(HandFedPad& stream, const char* capsText)
     {
         stream.begin(capsText);
-        gst_element_add_pad(m_demultiplexer, GST_PAD(gst_object_ref(stream.get())));
+        gst_element_add_pad(m_demultiplexer, stream.get());
     }
 
     void makeFile() { gst_pad_set_query_function(m_input.get(), answerAsFile); }
@@ -346,7 +346,7 @@ protected:
     void findSound()
     {
         m_sound.begin("audio/mpeg");
-        gst_element_add_pad(m_demultiplexer, GST_PAD(gst_object_ref(m_sound.get())));
+        gst_element_add_pad(m_demultiplexer, m_sound.get());
         m_sound.give(100);
     }
 
