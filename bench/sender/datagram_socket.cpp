@@ -10,8 +10,6 @@
 
 namespace sender {
 
-namespace {
-
 sockaddr_in resolve(const Target& target)
 {
     addrinfo hints{};
@@ -28,6 +26,8 @@ sockaddr_in resolve(const Target& target)
     ::freeaddrinfo(found);
     return address;
 }
+
+namespace {
 
 ip_mreqn findInterface(const std::string& name)
 {
@@ -82,11 +82,11 @@ void DatagramSocket::setOptions(const Target& target)
     }
 }
 
-int DatagramSocket::send(const std::uint8_t* data, std::size_t size)
+int DatagramSocket::send(const Datagram& datagram)
 {
     for (;;) {
-        const ssize_t sent = ::sendto(
-            m_socket, data, size, 0, reinterpret_cast<const sockaddr*>(&m_address), sizeof m_address);
+        const ssize_t sent = ::sendto(m_socket, datagram.data, datagram.size, 0,
+            reinterpret_cast<const sockaddr*>(&m_address), sizeof m_address);
         if (sent >= 0)
             return 0;
         if (errno != EINTR)
@@ -94,7 +94,7 @@ int DatagramSocket::send(const std::uint8_t* data, std::size_t size)
     }
 }
 
-bool DatagramSocket::isPassing(int error)
+bool Outlet::isPassing(int error)
 {
     return error == ENETDOWN || error == ENETUNREACH || error == EHOSTUNREACH || error == ENOBUFS
         || error == ENODEV || error == EADDRNOTAVAIL || error == ECONNREFUSED;

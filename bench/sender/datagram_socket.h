@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "datagram_source.h"
+
 namespace sender {
 
 /// The network refuses; what() names the cause and the remedy.
@@ -25,21 +27,33 @@ struct Target
     bool multicastLoop = false;
 };
 
+/// The target's address. Throws NetworkError.
+sockaddr_in resolve(const Target& target);
+
+/// Where datagrams leave the machine.
+class Outlet
+{
+public:
+    virtual ~Outlet() = default;
+
+    /// Sends one datagram. Returns 0, or the error number (errno values).
+    virtual int send(const Datagram& datagram) = 0;
+
+    /// True for errors that pass when a link comes up again: interface down, no route, no buffer.
+    static bool isPassing(int error);
+};
+
 /// An IPv4 UDP socket that sends to one address. Owns the socket; blocks while the socket's buffer is full.
-class DatagramSocket
+class DatagramSocket : public Outlet
 {
 public:
     /// Throws NetworkError.
     explicit DatagramSocket(const Target& target);
-    ~DatagramSocket();
+    ~DatagramSocket() override;
     DatagramSocket(const DatagramSocket&) = delete;
     DatagramSocket& operator=(const DatagramSocket&) = delete;
 
-    /// Sends one datagram. Returns 0, or the error number (errno values).
-    int send(const std::uint8_t* data, std::size_t size);
-
-    /// True for errors that pass when a link comes up again: interface down, no route, no buffer.
-    static bool isPassing(int error);
+    int send(const Datagram& datagram) override;
 
 private:
     void setOptions(const Target& target);

@@ -7,7 +7,8 @@ std::string helpText()
     return R"(usage: tessary-send FILE udp://HOST:PORT|rtp://HOST:PORT [options]
 
 Sends a transport stream file (188-byte or 204-byte packets) as UDP datagrams, or as RTP after RFC 2250, at a constant
-rate. A single pass sends the file's bytes unchanged.
+rate. A single pass sends the file's bytes unchanged. Of a capture (pcap, pcapng) it sends a stream's datagrams again, to
+HOST:PORT, each as it was and when it was.
 
 Rate (one of these):
   --rate-from-pcr          the file's own mean rate, from its PCRs (default)
@@ -24,6 +25,11 @@ Datagrams:
   --ttl N                  time to live, 1 to 255 (default 4)
   --interface NAME|ADDR    interface for multicast (default: the system's choice)
   --multicast-loop         this machine's own receivers get multicast too (default: not)
+
+Captures:
+  --flow ADDRESS:PORT      the stream to send, by the address that it went to (default: the only one)
+  --keep-vlan              with the VLAN tags that the datagrams had: to a multicast group, by --interface NAME; needs root
+                           Rates, packets and faults are the capture's own; --loop sends the same bytes again
 
 How long:
   --loop[=N]               send the file N times, without N until stopped. Continuity counters stay continuous over the seam;

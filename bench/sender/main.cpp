@@ -2,12 +2,18 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include "capture_datagrams.h"
+#include "capture_flow.h"
+#include "capture_reader.h"
 #include "datagram_socket.h"
+#include "frame_socket.h"
 #include "options.h"
 #include "send_loop.h"
+#include "stream_datagrams.h"
 #include "ts_file.h"
 
 namespace {
@@ -56,23 +62,50 @@ private:
     std::chrono::steady_clock::time_point m_nextLook{};
 };
 
-int sendFile(const sender::Options& options)
+std::unique_ptr<sender::Outlet> outletOf(const sender::Options& options)
 {
-    const sender::TsFile file(options.file);
-    if (file.bytesLeftOver() != 0)
-        std::fprintf(stderr, "tessary-send: %s: %zu bytes of an incomplete last packet are not sent\n",
-            options.file.c_str(), file.bytesLeftOver());
+    const sender::Target target{
+        options.host, options.port, options.ttl, options.interface, options.multicastLoop};
+    if (options.keepVlan)
+        return std::make_unique<sender::FrameSocket>(target);
+    return std::make_unique<sender::DatagramSocket>(target);
+}
+
+int sendAll(const sender::Options& options, sender::DatagramSource& source)
+{
+    const auto outlet = outletOf(options);
     catchStopSignals();
     // Without this the kernel may wake a sleeper 50 us late to save power: a whole datagram's time at 200
     // Mbit/s.
     ::prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-    sender::SendLoop loop(options, file, StopRequest(options.stopFile));
+    sender::SendLoop loop(options, source, *outlet, StopRequest(options.stopFile));
     const sender::Report report = loop.run();
     if (options.json)
         std::printf("%s\n", report.json().c_str());
     else
         std::fputs(report.text().c_str(), stdout);
     return Sent;
+}
+
+int sendFile(const sender::Options& options)
+{
+    const sender::TsFile file(options.file);
+    if (file.bytesLeftOver() != 0)
+        std::fprintf(stderr, "tessary-send: %s: %zu bytes of an incomplete last packet are not sent\n",
+            options.file.c_str(), file.bytesLeftOver());
+    sender::StreamDatagrams source(options, file);
+    return sendAll(options, source);
+}
+
+int sendCapture(const sender::Options& options)
+{
+    const sender::CaptureFlow flow =
+        sender::chooseFlow(options.file, sender::findFlows(options.file), options.flow);
+    if (flow.rtp != options.rtp)
+        throw sender::UsageError(options.file + ": the datagrams to " + flow.name() + " are "
+            + (flow.rtp ? "RTP; write rtp://" : "without RTP; write udp://") + "HOST:PORT");
+    sender::CaptureDatagrams source(options.file, flow, options.passes, options.keepVlan);
+    return sendAll(options, source);
 }
 
 int fail(int status, const std::exception& error)
@@ -91,7 +124,9 @@ int main(int argc, char** argv)
             std::fputs(sender::helpText().c_str(), stdout);
             return Sent;
         }
-        return sendFile(options);
+        const bool isCapture = sender::CaptureReader::isCapture(options.file);
+        sender::checkForCapture(options, isCapture);
+        return isCapture ? sendCapture(options) : sendFile(options);
     } catch (const sender::UsageError& error) {
         return fail(WrongArguments, error);
     } catch (const sender::StreamError& error) {

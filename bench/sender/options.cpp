@@ -20,6 +20,8 @@ enum Option {
     Ttl,
     Interface,
     MulticastLoop,
+    Flow,
+    KeepVlan,
     Loop,
     NoRestamp,
     Duration,
@@ -39,6 +41,8 @@ const option longOptions[] = {
     {"ttl", required_argument, nullptr, Ttl},
     {"interface", required_argument, nullptr, Interface},
     {"multicast-loop", no_argument, nullptr, MulticastLoop},
+    {"flow", required_argument, nullptr, Flow},
+    {"keep-vlan", no_argument, nullptr, KeepVlan},
     {"loop", optional_argument, nullptr, Loop},
     {"no-restamp", no_argument, nullptr, NoRestamp},
     {"duration", required_argument, nullptr, Duration},
@@ -97,6 +101,7 @@ bool applyDatagramOption(int which, const std::string& value, Options& options)
         return true;
     case Packets:
         options.packetsPerDatagram = parseNumber(value, "--packets", 1, 348);
+        options.packetsAreSet = true;
         return true;
     case PacketSize:
         if (value != "188" && value != "204")
@@ -111,6 +116,12 @@ bool applyDatagramOption(int which, const std::string& value, Options& options)
         return true;
     case MulticastLoop:
         options.multicastLoop = true;
+        return true;
+    case Flow:
+        options.flow = value;
+        return true;
+    case KeepVlan:
+        options.keepVlan = true;
         return true;
     default:
         return false;
@@ -165,6 +176,18 @@ void checkTogether(const Options& options, bool fromPcr)
 }
 
 } // namespace
+
+void checkForCapture(const Options& options, bool isCapture)
+{
+    if (!isCapture && (!options.flow.empty() || options.keepVlan))
+        throw UsageError(options.file + ": no capture; --flow and --keep-vlan are for pcap and pcapng files");
+    const bool changes = options.bitRate > 0 || options.datagramRate > 0 || options.packetsAreSet
+        || options.packetSize != 0 || options.errorsPerSecond > 0;
+    if (isCapture && changes)
+        throw UsageError(options.file
+            + ": a capture is sent as it was; leave out --bitrate, --datagram-rate, --packets, --packet-size "
+              "and --cc-errors-per-second");
+}
 
 double parseRate(const std::string& text, const std::string& what)
 {

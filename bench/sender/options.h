@@ -25,10 +25,14 @@ struct Options
     double bitRate = 0; ///< transport stream bits per second; 0: from the file's PCRs
     double datagramRate = 0; ///< datagrams per second instead of bitRate; 0: not given
     std::size_t packetsPerDatagram = 7;
+    bool packetsAreSet = false; ///< by the command line
     std::size_t packetSize = 0; ///< bytes as sent, 188 or 204; 0: as in the file
     int ttl = 4;
     std::string interface; ///< name or IPv4 address for multicast; empty: the system's choice
     bool multicastLoop = false;
+
+    std::string flow; ///< of a capture: "ADDRESS:PORT"; empty: the only one
+    bool keepVlan = false; ///< of a capture: with the datagrams' VLAN tags
 
     std::uint64_t passes = 1; ///< 0: without end
     std::int64_t durationNs = 0; ///< stream time; 0: no limit
@@ -43,6 +47,9 @@ struct Options
 
 /// Reads main's arguments. Throws UsageError.
 Options parseOptions(int argc, const char* const* argv);
+
+/// Throws UsageError for what can not be asked of a capture, or only of one.
+void checkForCapture(const Options& options, bool isCapture);
 
 /// A number with an optional decimal suffix k, M or G: "1.5M" is 1,500,000. Throws UsageError naming `what`
 /// unless it is greater than 0.

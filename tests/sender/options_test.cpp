@@ -47,6 +47,27 @@ TEST(Options, AllCanBeGiven)
     EXPECT_TRUE(options.multicastLoop);
 }
 
+TEST(Options, OfACaptureLeaveItAsItWas)
+{
+    const auto refuses = [](std::vector<const char*> more, bool isCapture) {
+        more.insert(more.begin(), {"a", "udp://h:1"});
+        try {
+            checkForCapture(parse(std::move(more)), isCapture);
+        } catch (const UsageError&) {
+            return true;
+        }
+        return false;
+    };
+    EXPECT_FALSE(refuses({"--flow", "239.0.0.1:1", "--keep-vlan", "--loop=2", "--count", "3"}, true));
+    EXPECT_FALSE(refuses({"--bitrate", "1M", "--packets", "7"}, false));
+    for (const auto& changes :
+        std::vector<std::vector<const char*>>{{"--bitrate", "1M"}, {"--datagram-rate", "5"},
+            {"--packets", "7"}, {"--packet-size", "188"}, {"--cc-errors-per-second", "1"}})
+        EXPECT_TRUE(refuses(changes, true)) << changes.front();
+    EXPECT_TRUE(refuses({"--flow", "239.0.0.1:1"}, false));
+    EXPECT_TRUE(refuses({"--keep-vlan"}, false));
+}
+
 TEST(Options, LoopWithoutNumberNeverEnds)
 {
     EXPECT_EQ(parse({"a.ts", "udp://h:1", "--loop"}).passes, 0U);

@@ -3,53 +3,58 @@
 #include "error_schedule.h"
 #include "pacer.h"
 #include "report.h"
+#include "stream_datagrams.h"
 
 namespace sender {
 namespace {
 
 constexpr std::uint64_t DatagramBits = std::uint64_t{7} * 188 * 8;
+constexpr std::int64_t DatagramNs = 10'528'000; // at 1 Mbit/s
 
-TEST(Pacer, DueTimesFollowFromTheBitsBefore)
+TEST(TimeAtRate, FollowsFromTheBitsBefore)
 {
-    Pacer pacer(1e6);
-    pacer.start(5'000);
-    EXPECT_EQ(pacer.dueNs(0), 5'000);
-    EXPECT_EQ(pacer.dueNs(DatagramBits), 5'000 + 10'528'000);
-    EXPECT_EQ(pacer.dueNs(1'000'000), 5'000 + 1'000'000'000);
+    EXPECT_EQ(timeAtRate(0, 1e6), 0);
+    EXPECT_EQ(timeAtRate(DatagramBits, 1e6), 10'528'000);
+    EXPECT_EQ(timeAtRate(1'000'000, 1e6), 1'000'000'000);
 }
 
-TEST(Pacer, DueTimesDoNotDriftOverADay)
+TEST(TimeAtRate, DoesNotDriftOverADay)
 {
-    Pacer pacer(200e6);
-    pacer.start(0);
     const std::uint64_t bitsOfADay = std::uint64_t{200'000'000} * 86'400;
-    EXPECT_EQ(pacer.dueNs(bitsOfADay), std::int64_t{86'400} * 1'000'000'000);
+    EXPECT_EQ(timeAtRate(bitsOfADay, 200e6), std::int64_t{86'400} * 1'000'000'000);
+}
+
+TEST(Pacer, DueTimesCountFromTheStart)
+{
+    Pacer pacer;
+    pacer.start(5'000);
+    EXPECT_EQ(pacer.dueNs(0), 5'000);
+    EXPECT_EQ(pacer.dueNs(DatagramNs), 5'000 + DatagramNs);
 }
 
 TEST(Pacer, ALateDatagramDoesNotMoveTheNextOne)
 {
-    Pacer pacer(1e6);
+    Pacer pacer;
     pacer.start(0);
-    EXPECT_EQ(pacer.sent(DatagramBits, 10'528'000 + 3'000'000), 3'000'000);
-    EXPECT_EQ(pacer.dueNs(2 * DatagramBits), 21'056'000);
+    EXPECT_EQ(pacer.sent(DatagramNs, DatagramNs + 3'000'000), 3'000'000);
+    EXPECT_EQ(pacer.dueNs(2 * DatagramNs), 2 * DatagramNs);
     EXPECT_EQ(pacer.movedNs(), 0);
 }
 
 TEST(Pacer, AnEarlyDatagramHasNoLag)
 {
-    Pacer pacer(1e6);
+    Pacer pacer;
     pacer.start(0);
-    EXPECT_EQ(pacer.sent(DatagramBits, 10'000'000), 0);
+    EXPECT_EQ(pacer.sent(DatagramNs, DatagramNs - 500'000), 0);
 }
 
 TEST(Pacer, ALagBeyondTheLimitMovesTheSchedule)
 {
-    Pacer pacer(1e6, 50'000'000);
+    Pacer pacer(50'000'000);
     pacer.start(0);
     EXPECT_EQ(pacer.sent(0, 60'000'000), 60'000'000);
     EXPECT_EQ(pacer.movedNs(), 60'000'000);
-    EXPECT_EQ(pacer.dueNs(DatagramBits), 70'528'000);
-    EXPECT_EQ(pacer.streamTimeNs(DatagramBits), 10'528'000);
+    EXPECT_EQ(pacer.dueNs(DatagramNs), 60'000'000 + DatagramNs);
 }
 
 TEST(ErrorSchedule, ErrorsStandInTheMiddleOfTheirShares)
