@@ -64,8 +64,7 @@ private:
 
 std::unique_ptr<sender::Outlet> outletOf(const sender::Options& options)
 {
-    const sender::Target target{
-        options.host, options.port, options.ttl, options.interface, options.multicastLoop};
+    const sender::Target target = sender::targetOf(options);
     if (options.keepVlan)
         return std::make_unique<sender::FrameSocket>(target);
     return std::make_unique<sender::DatagramSocket>(target);

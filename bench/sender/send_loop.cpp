@@ -24,6 +24,11 @@ std::int64_t nowNs()
 
 } // namespace
 
+Target targetOf(const Options& options)
+{
+    return {options.host, options.port, options.ttl, options.interface, options.multicastLoop};
+}
+
 SendLoop::SendLoop(
     const Options& options, DatagramSource& source, Outlet& outlet, std::function<bool()> stopRequested)
     : m_options(options)

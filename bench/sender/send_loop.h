@@ -9,6 +9,9 @@
 
 namespace sender {
 
+/// Where the command line wants datagrams to go.
+Target targetOf(const Options& options);
+
 /// Sends the datagrams of a source when they are due, and counts them. Runs on the calling thread.
 class SendLoop
 {

@@ -7,6 +7,8 @@
 #include "media/udpsource.h"
 #include "oracle.h"
 #include "send_loop.h"
+#include "stream_datagrams.h"
+#include "ts_file.h"
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -119,7 +121,9 @@ protected:
         source().scanStream();
         ASSERT_TRUE(reaches(GST_STATE_PLAYING));
         const sender::TsFile file(path);
-        sender::SendLoop(options, file, [] { return false; }).run();
+        sender::StreamDatagrams datagrams(options, file);
+        sender::DatagramSocket outlet(sender::targetOf(options));
+        sender::SendLoop(options, datagrams, outlet, [] { return false; }).run();
         ASSERT_TRUE(received.waitFor(fileBytes(path).size() - file.bytesLeftOver()));
         gst_element_send_event(element("udpsrc1"), gst_event_new_eos());
     }
