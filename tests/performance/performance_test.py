@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Tests of what script/bench computes and makes by itself: streams, medians, tables, the page."""
+"""Tests of what script/performance computes and makes by itself: streams, medians, tables, the page."""
 
 import os
 import struct
@@ -13,7 +13,7 @@ FOLDER = os.path.dirname(os.path.realpath(__file__))
 REPOSITORY = os.path.dirname(os.path.dirname(FOLDER))
 sys.dont_write_bytecode = True
 sys.path.insert(0, FOLDER)
-from perflib import arrival, bench, capture, framecost, report, streams, tables, zapping  # noqa: E402
+from perflib import arrival, capture, framecost, report, session, streams, tables, zapping  # noqa: E402
 
 
 def sections_of(data):
@@ -160,7 +160,7 @@ class Zapping(unittest.TestCase):
                     file.write(text)
             self.assertEqual(outputs.wait(1000000), {"picture_ms": 2, "moving_ms": 4, "sound_ms": 3})
             with unittest.mock.patch.object(zapping, "_LONGEST", 0):
-                with self.assertRaisesRegex(bench.Failure, "no picture_ms within"):
+                with self.assertRaisesRegex(session.Failure, "no picture_ms within"):
                     outputs.wait(3000000)
             outputs.clear()
             self.assertEqual(os.listdir(folder), [])
@@ -169,9 +169,9 @@ class Zapping(unittest.TestCase):
 class Figures(unittest.TestCase):
     def test_median_worst_and_percentile(self):
         runs = [{"a": 3}, {"a": 1}, {"a": 10}, {"b": 5}]
-        self.assertEqual((bench.median(runs, "a"), bench.worst(runs, "a"), bench.median([], "a")), (3, 10, None))
-        self.assertEqual(bench.percentile(range(200), 0.99), 198)
-        self.assertIsNone(bench.ratio(1, 0))
+        self.assertEqual((session.median(runs, "a"), session.worst(runs, "a"), session.median([], "a")), (3, 10, None))
+        self.assertEqual(session.percentile(range(200), 0.99), 198)
+        self.assertIsNone(session.ratio(1, 0))
 
     def test_no_loss_proves_nothing_below_the_rate(self):
         self.assertTrue(tables.met_without_loss(0, 99000, 100000))

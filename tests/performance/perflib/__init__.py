@@ -1,1 +1,1 @@
-"""What script/bench measures, and how it reports it."""
+"""What script/performance measures, and how it reports it."""

@@ -4,7 +4,7 @@ import os
 import subprocess
 import time
 
-from .bench import Failure
+from .session import Failure
 from .processes import END_WITH_THIS, run
 
 OFFLOADS = ["tso", "off", "gso", "off", "gro", "off", "lro", "off"]

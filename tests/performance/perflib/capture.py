@@ -7,7 +7,7 @@ import statistics
 import time
 
 from . import plots
-from .bench import Failure, median, ratio, span, worst
+from .session import Failure, median, ratio, span, worst
 from .cable import Cable, sender_processor
 from .processes import Program, run_json
 from .tables import met_without_loss, number, seconds_per_million, table, times, verdict
@@ -31,9 +31,9 @@ def _rates(quick):
             "tcpdump-now": [100000], "tshark": [25000, 100000], "tshark-ts": [25000]}
 
 
-def _send(bench, cable, rate):
-    seconds = 1 if bench.quick else 1.5
-    command = [*sender_processor(), bench.program("frame-sender"), "--rate", str(rate), "--count", str(round(rate * seconds))]
+def _send(session, cable, rate):
+    seconds = 1 if session.quick else 1.5
+    command = [*sender_processor(), session.program("frame-sender"), "--rate", str(rate), "--count", str(round(rate * seconds))]
     return run_json(cable.inside(command))
 
 
@@ -50,11 +50,11 @@ def _result(sent, counted, processor):
             "cpu_per_million": processor / counted * 1e6 if counted else None}
 
 
-def _probe(bench, cable, program, rate):
+def _probe(session, cable, program, rate):
     """One of our programs, which knows its own processor time from "ready" on."""
-    capture = Program(cable.inside(_beside([bench.program(program), FILTER])), ready="ready")
+    capture = Program(cable.inside(_beside([session.program(program), FILTER])), ready="ready")
     try:
-        sent = _send(bench, cable, rate)
+        sent = _send(session, cable, rate)
         time.sleep(0.3)
     except Failure:
         capture.kill()
@@ -82,15 +82,15 @@ def _start_cost(cable, command, ready, environment, settle):
     return _START_COSTS[key]
 
 
-def _peer(bench, cable, rate, command, ready, pattern, settle):
+def _peer(session, cable, rate, command, ready, pattern, settle):
     """A program of Debian. Its start takes part of its processor time, which is taken off. What the kernel collects for it
     reaches it within a second."""
-    environment = dict(os.environ, TMPDIR=bench.folder, LC_ALL="C")
+    environment = dict(os.environ, TMPDIR=session.folder, LC_ALL="C")
     start = _start_cost(cable, command, ready, environment, settle)
     capture = Program(cable.inside(command), ready=ready, environment=environment)
     try:
         time.sleep(settle)
-        sent = _send(bench, cable, rate)
+        sent = _send(session, cable, rate)
         time.sleep(settle + 1)
     except Failure:
         capture.kill()
@@ -102,34 +102,34 @@ def _peer(bench, cable, rate, command, ready, pattern, settle):
     return _result(sent, int(found[-1]), max(0.0, processor - start))
 
 
-def _tcpdump(bench, cable, rate, *more):
+def _tcpdump(session, cable, rate, *more):
     command = ["tcpdump", "-Z", "root", "-n", "-i", "eth0", *more, "-w", "/dev/null", FILTER]
-    return _peer(bench, cable, rate, _beside(command), "listening on", r"(\d+) packets captured", 0.2)
+    return _peer(session, cable, rate, _beside(command), "listening on", r"(\d+) packets captured", 0.2)
 
 
-def _tshark(bench, cable, rate, decode):
+def _tshark(session, cable, rate, decode):
     command = ["tshark", "-n", "-i", "eth0", "-f", FILTER]
     # With -q it counts; a line for each frame wants all of it decoded. Only the count is read here.
     command = (["sh", "-c", 'exec "$@" >/dev/null', "sh", *command, "-d", "udp.port==1234,mp2t"] if decode
                else [*command, "-q"])
-    return _peer(bench, cable, rate, command, "Capturing on", r"(\d+) packets? captured", 0.7)
+    return _peer(session, cable, rate, command, "Capturing on", r"(\d+) packets? captured", 0.7)
 
 
-def measure(bench):
+def measure(session):
     """{tool: {rate: [runs]}}"""
-    rates = _rates(bench.quick)
+    rates = _rates(session.quick)
     raw = {tool: {} for tool in TITLES}
     with Cable() as cable:
-        tools = {"ours": lambda rate: _probe(bench, cable, "capture-measurement", rate),
-                 "bare": lambda rate: _probe(bench, cable, "capture-counter", rate),
-                 "tcpdump": lambda rate: _tcpdump(bench, cable, rate),
-                 "tcpdump-now": lambda rate: _tcpdump(bench, cable, rate, "--immediate-mode"),
-                 "tshark": lambda rate: _tshark(bench, cable, rate, False),
-                 "tshark-ts": lambda rate: _tshark(bench, cable, rate, True)}
+        tools = {"ours": lambda rate: _probe(session, cable, "capture-measurement", rate),
+                 "bare": lambda rate: _probe(session, cable, "capture-counter", rate),
+                 "tcpdump": lambda rate: _tcpdump(session, cable, rate),
+                 "tcpdump-now": lambda rate: _tcpdump(session, cable, rate, "--immediate-mode"),
+                 "tshark": lambda rate: _tshark(session, cable, rate, False),
+                 "tshark-ts": lambda rate: _tshark(session, cable, rate, True)}
         for rate in sorted({rate for some in rates.values() for rate in some}):
-            for some, runs in _shares(rate, bench.runs):
+            for some, runs in _shares(rate, session.runs):
                 wanted = {tool: (lambda t=tool, r=rate: tools[t](r)) for tool in some if rate in rates[tool]}
-                for tool, values in bench.rounds(f"capture at {rate}/s", wanted, runs).items():
+                for tool, values in session.rounds(f"capture at {rate}/s", wanted, runs).items():
                     raw[tool][str(rate)] = values
     return raw
 
@@ -138,7 +138,7 @@ def _shares(rate, runs):
     """[(tools, runs)]: the two whose ratio is an aim run more often at its rate, for they differ by less than the runs do."""
     if rate != RATIO_RATE:
         return [(list(TITLES), runs)]
-    return [(["ours", "bare"], 3 * runs), ([tool for tool in TITLES if tool not in ("ours", "bare")], runs)]
+    return [(["ours", "bare"], 5 * runs), ([tool for tool in TITLES if tool not in ("ours", "bare")], runs)]
 
 
 def _row(raw, tool, rate):

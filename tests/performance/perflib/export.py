@@ -5,7 +5,7 @@ import subprocess
 import time
 
 from . import plots
-from .bench import Failure, median, ratio
+from .session import Failure, median, ratio
 from .instrument import CARD, Instrument
 from .processes import run_json
 from .tables import number, table, times
@@ -24,8 +24,8 @@ def _ours(instrument, size):
     return {"seconds": seconds, "mb_per_s": size / seconds / 1e6}
 
 
-def _bare(bench, instrument, size):
-    result = run_json([bench.program("export-blocks"), instrument.card_file("record.ts"),
+def _bare(session, instrument, size):
+    result = run_json([session.program("export-blocks"), instrument.card_file("record.ts"),
                        f"{instrument.run_dir}/fpga/xillybus_write_8"], 120)
     return {"seconds": result["seconds"], "mb_per_s": size / result["seconds"] / 1e6}
 
@@ -39,20 +39,20 @@ def _dd(instrument, size):
     return {"seconds": float(found[1]), "mb_per_s": size / float(found[1]) / 1e6}
 
 
-def measure(bench):
+def measure(session):
     """{size: {tool: [runs]}}"""
     raw = {}
-    with open(f"{bench.repository}/build/streams/demo.ts", "rb") as file:
+    with open(f"{session.repository}/build/streams/demo.ts", "rb") as file:
         demo = file.read()
-    with Instrument(bench, "--card", "256M", hardware=True) as instrument:
+    with Instrument(session, "--card", "256M", hardware=True) as instrument:
         instrument.wait_for_daemon()
-        for megabytes in ([5] if bench.quick else [5, 15, 50]):
+        for megabytes in ([5] if session.quick else [5, 15, 50]):
             data = (demo * (megabytes * 1000000 // len(demo) + 1))[:megabytes * 1000000 // 188 * 188]
             with open(instrument.card_file("record.ts"), "wb") as file:
                 file.write(data)
             tools = {"ours": lambda s=len(data): _ours(instrument, s),
-                     "bare": lambda s=len(data): _bare(bench, instrument, s), "dd": lambda s=len(data): _dd(instrument, s)}
-            raw[str(megabytes)] = bench.rounds(f"export of {megabytes} MB", tools)
+                     "bare": lambda s=len(data): _bare(session, instrument, s), "dd": lambda s=len(data): _dd(instrument, s)}
+            raw[str(megabytes)] = session.rounds(f"export of {megabytes} MB", tools)
     return raw
 
 

@@ -5,7 +5,7 @@ import os
 import re
 
 from . import plots
-from .bench import Failure, median, span
+from .session import Failure, median, span
 from .processes import run
 from .tables import number, table, verdict
 
@@ -14,21 +14,21 @@ _FRAMES = 20000
 _WHOLE = "whole callback, UDP, 7 packets"
 
 
-def _benchmarks(bench):
+def _benchmarks(session):
     """{name: CPU nanoseconds} of one run."""
-    if not os.path.exists(bench.program("frame-cost")):
+    if not os.path.exists(session.program("frame-cost")):
         raise Failure("frame-cost is not built: Google Benchmark (libbenchmark-dev) is missing")
-    seconds = 0.05 if bench.quick else 0.1
-    said = json.loads(run([bench.program("frame-cost"), "--benchmark_format=json", f"--benchmark_min_time={seconds}"], 120))
+    seconds = 0.05 if session.quick else 0.1
+    said = json.loads(run([session.program("frame-cost"), "--benchmark_format=json", f"--benchmark_min_time={seconds}"], 120))
     return {one["name"]: one["cpu_time"] for one in said["benchmarks"]}
 
 
-def _callgrind(bench, *options):
+def _callgrind(session, *options):
     """callgrind's counts of the shipped code, each frame's share; its model of the caches included."""
-    out = f"{bench.folder}/callgrind.out"
+    out = f"{session.folder}/callgrind.out"
     run(["env", "LD_BIND_NOW=1", "valgrind", "--tool=callgrind", f"--callgrind-out-file={out}", "--compress-strings=no",
          "--compress-pos=no", "--cache-sim=yes", *options, "--toggle-collect=ETHERNETMeasurement::onPacketReceived*",
-         bench.program("frame-loop"), str(_FRAMES)], 300)
+         session.program("frame-loop"), str(_FRAMES)], 300)
     with open(out, encoding="utf-8", errors="replace") as file:
         counts = counts_of(file, _FRAMES)
     os.unlink(out)
@@ -60,11 +60,11 @@ def counts_of(lines, frames):
     return {**dict(zip(events, totals)), "cache": cache, "symbols": symbols}
 
 
-def measure(bench):
+def measure(session):
     """Times of each run, and callgrind's counts with two first-level data caches: this machine's, and one of 32 KiB."""
-    models = {"own": lambda: _callgrind(bench), "32 KiB": lambda: _callgrind(bench, "--D1=32768,8,64")}
-    raw = {"times": bench.rounds("frame cost", {"Google Benchmark": lambda: _benchmarks(bench)})["Google Benchmark"]}
-    raw["callgrind"] = {name: runs[0] for name, runs in bench.rounds("frame cost, callgrind", models, 1).items() if runs}
+    models = {"own": lambda: _callgrind(session), "32 KiB": lambda: _callgrind(session, "--D1=32768,8,64")}
+    raw = {"times": session.rounds("frame cost", {"Google Benchmark": lambda: _benchmarks(session)})["Google Benchmark"]}
+    raw["callgrind"] = {name: runs[0] for name, runs in session.rounds("frame cost, callgrind", models, 1).items() if runs}
     return raw
 
 

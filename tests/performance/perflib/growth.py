@@ -1,6 +1,6 @@
 """What each measure does when its work grows tenfold, out of the other lines' figures."""
 
-from .bench import median, ratio
+from .session import median, ratio
 from .scan import tables_ms
 from .tables import milliseconds, seconds_per_million, table, times
 

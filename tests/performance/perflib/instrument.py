@@ -10,7 +10,7 @@ import termios
 import time
 import tty
 
-from .bench import Failure
+from .session import Failure
 from .processes import Background, processor_seconds, run
 
 MAC = "02:74:65:73:73:01"  # of its eth0, see bench/instrumentlib/network.py
@@ -21,13 +21,13 @@ _serial = 0
 class Instrument:
     """Starts bench/instrument, or bench/hardware, and takes it down at the end of the block."""
 
-    def __init__(self, bench, *options, hardware=False, daemon=None):
+    def __init__(self, session, *options, hardware=False, daemon=None):
         global _serial  # pylint: disable=global-statement
         _serial += 1
-        self._bench = bench
-        self.run_dir = f"/run/tessary-bench-{os.getpid()}-{_serial}"
-        self._script = ([f"{bench.repository}/bench/hardware"] if hardware
-                        else [f"{bench.repository}/bench/instrument", "run"])
+        self._session = session
+        self.run_dir = f"/run/tessary-performance-{os.getpid()}-{_serial}"
+        self._script = ([f"{session.repository}/bench/hardware"] if hardware
+                        else [f"{session.repository}/bench/instrument", "run"])
         self._options = [*options, *(["--daemon", daemon] if daemon else [])]
         self._runner = self._log = self._line = None
 
@@ -35,7 +35,7 @@ class Instrument:
         os.makedirs(self.run_dir, exist_ok=True)
         self._log = open(f"{self.run_dir}/runner.log", "w+", encoding="utf-8")
         # Asked to end when the measurement is killed; it takes everything down then.
-        self._runner = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *self._script, "--build", self._bench.build,
+        self._runner = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *self._script, "--build", self._session.build,
                                          "--run-dir", self.run_dir, *self._options],
                                         stdin=subprocess.DEVNULL, stdout=self._log, stderr=subprocess.STDOUT)
         try:
@@ -118,15 +118,15 @@ class Instrument:
 
     def control(self, *arguments):
         """bench/instrument's own commands."""
-        return run([f"{self._bench.repository}/bench/instrument", *arguments, "--run-dir", self.run_dir])
+        return run([f"{self._session.repository}/bench/instrument", *arguments, "--run-dir", self.run_dir])
 
     def inside(self, command):
         """The command as it runs inside the instrument."""
-        return [f"{self._bench.repository}/bench/instrument", "exec", "--run-dir", self.run_dir, *command]
+        return [f"{self._session.repository}/bench/instrument", "exec", "--run-dir", self.run_dir, *command]
 
     def at_sender(self, command):
         """The command as it runs at the other end of the cable."""
-        return [f"{self._bench.repository}/bench/instrument", "exec", "--run-dir", self.run_dir, "--sender", *command]
+        return [f"{self._session.repository}/bench/instrument", "exec", "--run-dir", self.run_dir, "--sender", *command]
 
     def in_network(self, command):
         """The command with this machine's files in the instrument's network; no further process is between."""
@@ -157,7 +157,7 @@ class Instrument:
 
     def stream(self, file, target, *options):
         """A stream sender at the other end of the cable, repeating the file; ends with its block."""
-        return Background(self.at_sender([f"{self._bench.build}/bench/sender/tessary-send", file, target, "--interface",
+        return Background(self.at_sender([f"{self._session.build}/bench/sender/tessary-send", file, target, "--interface",
                                           "uplink", "--loop", *options]))
 
 

@@ -5,7 +5,7 @@ import random
 import time
 
 from . import plots, scan, streams
-from .bench import Failure, median, span
+from .session import Failure, median, span
 from .instrument import Instrument
 from .processes import run_json
 from .tables import milliseconds, table, verdict
@@ -20,8 +20,8 @@ AIM_CHANGE_MS = 50
 class _Scene:
     """A running instrument with one stream."""
 
-    def __init__(self, bench, instrument, programs):
-        self._bench, self._instrument, self._programs = bench, instrument, programs
+    def __init__(self, session, instrument, programs):
+        self._session, self._instrument, self._programs = session, instrument, programs
         self._address = instrument.address()
         self._dice = random.Random(7)
 
@@ -49,14 +49,14 @@ class _Scene:
     def ours(self):
         """Without the line and the poll."""
         self._pause()
-        program = [self._bench.program("scan-measure"), "udp", self._address, str(_PORT), str(self._programs)]
+        program = [self._session.program("scan-measure"), "udp", self._address, str(_PORT), str(self._programs)]
         return self._tables(run_json(self._instrument.in_network(program)))
 
     def bare(self):
         """The elements alone."""
         self._pause()
         source = f"udpsrc port={_PORT} buffer-size=30000000 do-timestamp=false"
-        program = [self._bench.program("scan-elements"), str(self._programs), "udp", *scan.pipeline(source)]
+        program = [self._session.program("scan-elements"), str(self._programs), "udp", *scan.pipeline(source)]
         return self._tables(run_json(self._instrument.in_network(program)))
 
     @staticmethod
@@ -72,8 +72,8 @@ class _Scene:
 
 
 @contextlib.contextmanager
-def _streaming(bench, file, *options):
-    with Instrument(bench) as instrument:
+def _streaming(session, file, *options):
+    with Instrument(session) as instrument:
         instrument.wait_for_daemon()
         address = instrument.address()
         instrument.command(f"server=UDP {address} {_PORT}")
@@ -102,31 +102,31 @@ def _change(instrument):
     return {"source_ms": (changed - begin) * 1000, "answer_ms": (time.monotonic() - begin) * 1000}
 
 
-def _measure_change(bench):
-    with Instrument(bench) as instrument:
+def _measure_change(session):
+    with Instrument(session) as instrument:
         instrument.wait_for_daemon()
         instrument.command(f"server=UDP {instrument.address()} {_SILENT_PORT}")
-        return bench.rounds("change of an idle stream's source", {"daemon": lambda: _change(instrument)})["daemon"]
+        return session.rounds("change of an idle stream's source", {"daemon": lambda: _change(instrument)})["daemon"]
 
 
-def measure(bench):
+def measure(session):
     """The demo's stream with all tools; made streams of more and more services with ours and the bare elements."""
-    raw = {"services": {}, "change": _measure_change(bench)}
-    with _streaming(bench, f"{bench.repository}/build/streams/demo.ts") as instrument:
-        scene = _Scene(bench, instrument, 3)
+    raw = {"services": {}, "change": _measure_change(session)}
+    with _streaming(session, f"{session.repository}/build/streams/demo.ts") as instrument:
+        scene = _Scene(session, instrument, 3)
         tools = {"daemon": scene.daemon, "ours": scene.ours, "bare": scene.bare,
                  "ffprobe-short": lambda: scene.ffprobe("-analyzeduration", "500000"), "ffprobe": scene.ffprobe}
-        raw["demo"] = bench.rounds("live scan of 3 services", tools)
-    for services in ([50] if bench.quick else [1, 5, 50, 500]):
+        raw["demo"] = session.rounds("live scan of 3 services", tools)
+    for services in ([50] if session.quick else [1, 5, 50, 500]):
         per_cycle = max(400, 2 * services)  # packets in 100 ms
-        path = streams.write(f"{bench.folder}/live.ts", streams.multiplex(bench.repository, services, per_cycle))
+        path = streams.write(f"{session.folder}/live.ts", streams.multiplex(session.repository, services, per_cycle))
         bitrate = streams.size_of(path) / 16 * 8 * 10
-        with _streaming(bench, path, "--bitrate", str(round(bitrate))) as instrument:
-            scene = _Scene(bench, instrument, services)
+        with _streaming(session, path, "--bitrate", str(round(bitrate))) as instrument:
+            scene = _Scene(session, instrument, services)
             # More runs: each meets the tables' cycle at another place.
-            raw["services"][str(services)] = bench.rounds(
+            raw["services"][str(services)] = session.rounds(
                 f"live scan of {services} services", {"daemon": scene.daemon, "ours": scene.ours, "bare": scene.bare},
-                bench.runs + 2)
+                session.runs + 2)
     return raw
 
 

@@ -2,7 +2,7 @@
 
 import subprocess
 
-from .bench import Failure
+from .session import Failure
 
 _STYLE = """set terminal svg size 640,440 font 'sans-serif,11' background 'white' noenhanced
 set encoding utf8

@@ -8,7 +8,7 @@ import signal
 import subprocess
 import time
 
-from .bench import Failure
+from .session import Failure
 
 # A helper must not outlive a measurement that was killed.
 END_WITH_THIS = ["setpriv", "--pdeathsig", "KILL"]

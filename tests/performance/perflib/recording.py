@@ -6,7 +6,7 @@ import signal
 import time
 
 from . import plots, scan, streams
-from .bench import Failure, median, ratio, worst
+from .session import Failure, median, ratio, worst
 from .cable import sender_processor
 from .instrument import CARD, MAC, CpuMeter, Instrument
 from .processes import Program, run_json
@@ -23,13 +23,13 @@ _PORT = 5040
 class _Scene:
     """A running instrument whose card takes the recordings."""
 
-    def __init__(self, bench, instrument):
-        self._bench, self._instrument = bench, instrument
+    def __init__(self, session, instrument):
+        self._session, self._instrument = session, instrument
         self._address = instrument.address()
-        self._seconds = 1 if bench.quick else 1.5
+        self._seconds = 1 if session.quick else 1.5
 
     def _send(self, rate):
-        command = [*sender_processor(), self._bench.program("frame-sender"), "--rate",
+        command = [*sender_processor(), self._session.program("frame-sender"), "--rate",
                    str(rate), "--count", str(round(rate * self._seconds)), "--address", self._address, "--mac", MAC, "--port",
                    str(_PORT)]
         return run_json(self._instrument.at_sender(command))
@@ -121,13 +121,13 @@ def _child_of(pid):
     return int(children[0])
 
 
-def measure(bench):
+def measure(session):
     """{tool: {rate: [runs]}}"""
     raw = {tool: {} for tool in TITLES}
-    with Instrument(bench, "--card", "1G") as instrument:
+    with Instrument(session, "--card", "1G") as instrument:
         instrument.wait_for_daemon()
-        scene = _Scene(bench, instrument)
-        for rate in ([10000, 75000] if bench.quick else [10000, 25000, 50000, 75000, 100000]):
+        scene = _Scene(session, instrument)
+        for rate in ([10000, 75000] if session.quick else [10000, 25000, 50000, 75000, 100000]):
             known = {"ours": lambda r=rate: scene.ours(r), "gst-large": lambda r=rate: scene.gst(r, "buffer-size=30000000"),
                      "gst-same": lambda r=rate: scene.gst_same(r), "gst": lambda r=rate: scene.gst(r),
                      "multicat": lambda r=rate: scene.multicat(r)}
@@ -135,7 +135,7 @@ def measure(bench):
             names = ["ours", "gst-same"] if rate > AIM_RATE else [name for name in TITLES if name != "gst-large"]
             names += ["gst-large"] if rate == AIM_RATE else []
             tools = {name: known[name] for name in names}
-            for tool, values in bench.rounds(f"recording at {rate}/s", tools).items():
+            for tool, values in session.rounds(f"recording at {rate}/s", tools).items():
                 raw[tool][str(rate)] = values
     return raw
 

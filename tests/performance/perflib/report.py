@@ -1,10 +1,10 @@
-"""The page that script/bench writes, and the raw figures."""
+"""The page that script/performance writes, and the raw figures."""
 
 import json
 import os
 import platform
 
-MARK = "<!-- {} {} (written by script/bench) -->"
+MARK = "<!-- {} {} (written by script/performance) -->"
 
 
 def machine():

@@ -4,7 +4,7 @@ import random
 import time
 
 from . import plots, streams
-from .bench import Failure, median, percentile
+from .session import Failure, median, percentile
 from .instrument import CpuMeter, Instrument
 from .tables import milliseconds, number, table
 
@@ -51,21 +51,21 @@ def _start(instrument):
     return {"greeting_ms": greeted * 1000, "answer_ms": answered * 1000}
 
 
-def _idle(bench, daemon, name, raw):
-    count, seconds = (200, 2) if bench.quick else (200, 4)
-    with Instrument(bench, daemon=daemon) as instrument:
+def _idle(session, daemon, name, raw):
+    count, seconds = (200, 2) if session.quick else (200, 4)
+    with Instrument(session, daemon=daemon) as instrument:
         instrument.wait_for_daemon()
         time.sleep(2)
-        raw["trips"][name] = bench.rounds("round trip", {name: lambda: _round_trips(instrument, count)})[name]
-        raw["rest"][name] = bench.rounds("at rest", {name: lambda: _rest(instrument, seconds)})[name]
-        raw["start"][name] = bench.rounds("start", {name: lambda: _start(instrument)})[name]
+        raw["trips"][name] = session.rounds("round trip", {name: lambda: _round_trips(instrument, count)})[name]
+        raw["rest"][name] = session.rounds("at rest", {name: lambda: _rest(instrument, seconds)})[name]
+        raw["start"][name] = session.rounds("start", {name: lambda: _start(instrument)})[name]
 
 
-def _loaded(bench, megabits, raw):
+def _loaded(session, megabits, raw):
     name = f"load-{megabits}"
     factor = megabits // 5
-    path = streams.stuff(f"{bench.folder}/load.ts", f"{bench.repository}/build/streams/demo.ts", factor, 27000)
-    with Instrument(bench) as instrument:
+    path = streams.stuff(f"{session.folder}/load.ts", f"{session.repository}/build/streams/demo.ts", factor, 27000)
+    with Instrument(session) as instrument:
         instrument.wait_for_daemon()
         address = instrument.address()
         with instrument.stream(path, f"udp://{address}:{_PORT}", "--bitrate", f"{megabits}M") as sender:
@@ -78,7 +78,7 @@ def _loaded(bench, megabits, raw):
             instrument.write("videostatus?\n")
             instrument.read_until(b"running")
             trips = {name: lambda: {**_round_trips(instrument, 200), **_busy(instrument)}}
-            raw["trips"][name] = bench.rounds("round trip", trips)[name]
+            raw["trips"][name] = session.rounds("round trip", trips)[name]
 
 
 def _busy(instrument):
@@ -88,16 +88,16 @@ def _busy(instrument):
     return {"cpu_percent": meter.share(), "resident_kib": _resident_kib(pid)}
 
 
-def measure(bench):
+def measure(session):
     """Trips by load, rest and start by daemon."""
     raw = {"trips": {}, "rest": {}, "start": {}}
-    steps = [lambda: _idle(bench, None, "idle", raw), lambda: _idle(bench, bench.program("poll-line"), "bare", raw),
-             *([] if bench.quick else [lambda: _loaded(bench, 10, raw)]), lambda: _loaded(bench, 100, raw)]
+    steps = [lambda: _idle(session, None, "idle", raw), lambda: _idle(session, session.program("poll-line"), "bare", raw),
+             *([] if session.quick else [lambda: _loaded(session, 10, raw)]), lambda: _loaded(session, 100, raw)]
     for step in steps:
         try:
             step()
         except Failure as error:
-            bench.problem(f"round trip: {error}")
+            session.problem(f"round trip: {error}")
     return raw
 
 

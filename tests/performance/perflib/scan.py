@@ -4,7 +4,7 @@ import re
 import time
 
 from . import plots, streams
-from .bench import Failure, median, ratio, span
+from .session import Failure, median, ratio, span
 from .processes import run, run_json
 from .tables import milliseconds, number, table, times, verdict
 
@@ -29,13 +29,13 @@ def _with_rate(result, size):
     return {**result, "mb_per_s": size / result["end_ms"] / 1000}
 
 
-def _ours(bench, path, programs):
-    result = run_json([bench.program("scan-measure"), "file", path, str(programs)], 120)
+def _ours(session, path, programs):
+    result = run_json([session.program("scan-measure"), "file", path, str(programs)], 120)
     return _with_rate(result, streams.size_of(path))
 
 
-def _bare(bench, path, programs):
-    result = run_json([bench.program("scan-elements"), str(programs), "file", *pipeline(_file_source(path))], 120)
+def _bare(session, path, programs):
+    result = run_json([session.program("scan-elements"), str(programs), "file", *pipeline(_file_source(path))], 120)
     return _with_rate(result, streams.size_of(path))
 
 
@@ -62,28 +62,28 @@ def run_timed(command, seconds=120):
     return (time.monotonic() - begin) * 1000
 
 
-def _demo(bench):
-    with open(f"{bench.repository}/build/streams/demo.ts", "rb") as file:
+def _demo(session):
+    with open(f"{session.repository}/build/streams/demo.ts", "rb") as file:
         return file.read()
 
 
-def measure(bench):
+def measure(session):
     """By size of the recording, and by services."""
     raw = {"sizes": {}, "services": {}}
-    demo = _demo(bench)
-    for megabytes in ([30, 300] if bench.quick else [30, 100, 300]):
-        path = streams.write(f"{bench.folder}/scan.ts", demo, megabytes * 1000000)
-        tools = {"ours": lambda p=path: _ours(bench, p, 3), "bare": lambda p=path: _bare(bench, p, 3),
+    demo = _demo(session)
+    for megabytes in ([30, 300] if session.quick else [30, 100, 300]):
+        path = streams.write(f"{session.folder}/scan.ts", demo, megabytes * 1000000)
+        tools = {"ours": lambda p=path: _ours(session, p, 3), "bare": lambda p=path: _bare(session, p, 3),
                  "gst-launch": lambda p=path: _gst_launch(p)}
         if megabytes == 300:
             tools["ffprobe-all"] = lambda p=path: _ffprobe(p, True)
             tools["ffprobe"] = lambda p=path: _ffprobe(p, False)
-        raw["sizes"][str(megabytes)] = bench.rounds(f"scan of {megabytes} MB", tools)
-    for services in ([1, 50] if bench.quick else [1, 5, 50, 253, 500]):
-        cycle = streams.multiplex(bench.repository, services, max(1000, 3 * services))
-        path = streams.write(f"{bench.folder}/scan.ts", cycle, 60000000)
-        tools = {"ours": lambda p=path, n=services: _ours(bench, p, n), "bare": lambda p=path, n=services: _bare(bench, p, n)}
-        raw["services"][str(services)] = bench.rounds(f"scan of {services} services", tools)
+        raw["sizes"][str(megabytes)] = session.rounds(f"scan of {megabytes} MB", tools)
+    for services in ([1, 50] if session.quick else [1, 5, 50, 253, 500]):
+        cycle = streams.multiplex(session.repository, services, max(1000, 3 * services))
+        path = streams.write(f"{session.folder}/scan.ts", cycle, 60000000)
+        tools = {"ours": lambda p=path, n=services: _ours(session, p, n), "bare": lambda p=path, n=services: _bare(session, p, n)}
+        raw["services"][str(services)] = session.rounds(f"scan of {services} services", tools)
     return raw
 
 

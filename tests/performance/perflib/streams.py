@@ -45,7 +45,7 @@ def _pmt(packets, number):
 def _sdt(packets, services):
     def entry(number):
         name = b"Service %d" % number
-        descriptor = bytes([0x48, 3 + 5 + len(name), 0x01, 5]) + b"Bench" + bytes([len(name)]) + name
+        descriptor = bytes([0x48, 3 + 5 + len(name), 0x01, 5]) + b"Session" + bytes([len(name)]) + name
         return number.to_bytes(2, "big") + b"\xfc" + (0x8000 | len(descriptor)).to_bytes(2, "big") + descriptor
 
     groups = _split([entry(number) for number in range(1, services + 1)], 35)

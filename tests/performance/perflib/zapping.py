@@ -10,7 +10,7 @@ import signal
 import time
 
 from . import arrival
-from .bench import Failure, median, span
+from .session import Failure, median, span
 from .instrument import Instrument
 from .processes import Background, Program, run
 from .tables import milliseconds, table, verdict
@@ -103,19 +103,19 @@ class _Frames(_Outputs):
 class _Players:
     """The other players, with the stand-ins of the instrument's display, sound card and decoder."""
 
-    def __init__(self, bench, in_network):
+    def __init__(self, session, in_network):
         self._in_network = in_network  # puts a command into the stream's network
-        self._frames = _Frames(f"{bench.folder}/frames")
-        self._screen = _Outputs(f"{bench.folder}/screen")
-        plugins = f"{bench.folder}/plugins"
+        self._frames = _Frames(f"{session.folder}/frames")
+        self._screen = _Outputs(f"{session.folder}/screen")
+        plugins = f"{session.folder}/plugins"
         for folder in (self._frames.folder, self._screen.folder, plugins):
             shutil.rmtree(folder, ignore_errors=True)
             os.makedirs(folder)
-        self._gather_plugins(plugins, f"{bench.build}/bench/elements/libgstinstrument.so")
+        self._gather_plugins(plugins, f"{session.build}/bench/elements/libgstinstrument.so")
         self._environment = {
-            **os.environ, "ALSA_PLUGIN_DIR": f"{bench.build}/bench/elements",
-            "ALSA_CONFIG_PATH": f"/usr/share/alsa/alsa.conf:{bench.repository}/bench/elements/asound.conf",
-            "GST_PLUGIN_SYSTEM_PATH_1_0": plugins, "GST_REGISTRY_1_0": f"{bench.folder}/registry.bin",
+            **os.environ, "ALSA_PLUGIN_DIR": f"{session.build}/bench/elements",
+            "ALSA_CONFIG_PATH": f"/usr/share/alsa/alsa.conf:{session.repository}/bench/elements/asound.conf",
+            "GST_PLUGIN_SYSTEM_PATH_1_0": plugins, "GST_REGISTRY_1_0": f"{session.folder}/registry.bin",
             "SDL_VIDEODRIVER": "dummy", "SDL_AUDIODRIVER": "alsa", "SDL_VIDEO_DUMMY_SAVE_FRAMES": "1"}
         run(["gst-inspect-1.0", "kmssink"], env=self._environment)  # makes the registry
 
@@ -155,16 +155,16 @@ class _Players:
 class _Live:
     """One live stream at the instrument, noted as it comes in."""
 
-    def __init__(self, bench, instrument, players):
-        self._bench, self._instrument, self._players = bench, instrument, players
+    def __init__(self, session, instrument, players):
+        self._session, self._instrument, self._players = session, instrument, players
         self._outputs = _Outputs(f"{instrument.run_dir}/io")
         self._address, self._dice, self._group = instrument.address(), random.Random(5), 0
-        self._capture = f"{bench.folder}/arrival.pcap"
+        self._capture = f"{session.folder}/arrival.pcap"
 
     @contextlib.contextmanager
     def stream(self, name):
         """Sends it and takes down when its datagrams come."""
-        instrument, path = self._instrument, _path(self._bench, name)
+        instrument, path = self._instrument, _path(self._session, name)
         self._group = float(name.partition("-")[2].rstrip("s"))  # seconds of a group of pictures
         note = ["tcpdump", "-i", "eth0", "-w", self._capture, "-U", "-Z", "root", "--immediate-mode", "--snapshot-length=2000",
                 "--time-stamp-precision=nano", "udp", "port", str(_PORT)]
@@ -198,7 +198,7 @@ class _Live:
 
     def _with_stream(self, begin, found):
         """The figures with the stream's own part of them, and what is over it."""
-        wait = arrival.stream_wait(self._bench.repository, self._capture, begin, _PROGRAM)
+        wait = arrival.stream_wait(self._session.repository, self._capture, begin, _PROGRAM)
         after = {name: (came - begin) / 1e6 for name, came in wait.came.items()}
         due = (wait.sound_due() - begin) / 1e6
         sound = max(due, after["sound"], after["picture"])
@@ -217,20 +217,20 @@ def _play(instrument, outputs):
     return begin, outputs.wait(begin)
 
 
-def _measure_live(bench, instrument, players, names, raw):
-    live = _Live(bench, instrument, players)
+def _measure_live(session, instrument, players, names, raw):
+    live = _Live(session, instrument, players)
     for name in names:
         title = f"live, {STREAMS[name]}"
         with live.stream(name):
             live.start()
-            raw[name] = bench.rounds(title, {"ours": live.ours})
+            raw[name] = session.rounds(title, {"ours": live.ours})
             live.stop()
-            raw[name].update(bench.rounds(title, {"playbin": live.playbin, "ffplay": lambda: live.ffplay(*_SHORT)}, 2))
+            raw[name].update(session.rounds(title, {"playbin": live.playbin, "ffplay": lambda: live.ffplay(*_SHORT)}, 2))
             if name == "h264-2s":
-                raw[name].update(bench.rounds(title, {"ffplay-as-is": live.ffplay}, 1))
+                raw[name].update(session.rounds(title, {"ffplay-as-is": live.ffplay}, 1))
 
 
-def _measure_recording(bench, instrument, players, names, raw):
+def _measure_recording(session, instrument, players, names, raw):
     outputs, dice = _Outputs(f"{instrument.run_dir}/io"), random.Random(6)
 
     def ours():
@@ -238,33 +238,33 @@ def _measure_recording(bench, instrument, players, names, raw):
         return _play(instrument, outputs)[1]
 
     for name in names:
-        path = _path(bench, name)
+        path = _path(session, name)
         shutil.copyfile(path, instrument.card_file("record.ts"))
         instrument.command("PVR_scan")
         ours()  # the decoders are loaded
         tools = {"ours": ours, "playbin": lambda p=path: players.playbin(f"file://{p}")[1],
                  "ffplay": lambda p=path: players.ffplay(p)[1]}
-        raw[name] = bench.rounds(f"recording, {STREAMS[name]}", {"ours": tools.pop("ours")})
+        raw[name] = session.rounds(f"recording, {STREAMS[name]}", {"ours": tools.pop("ours")})
         instrument.command("PVR_stop")
-        raw[name].update(bench.rounds(f"recording, {STREAMS[name]}", tools, 2))
+        raw[name].update(session.rounds(f"recording, {STREAMS[name]}", tools, 2))
 
 
-def _path(bench, name):
-    path = f"{bench.repository}/build/streams/zap-{name}.ts"
+def _path(session, name):
+    path = f"{session.repository}/build/streams/zap-{name}.ts"
     if not os.path.exists(path):
         raise Failure(f"{path} is missing; make it: bench/streams/make-streams --zapping build/streams")
     return path
 
 
-def measure(bench):
+def measure(session):
     """{"live": {stream: {tool: [runs]}}, "recording": the same}"""
     raw = {"live": {}, "recording": {}}
-    names = _QUICK if bench.quick else tuple(STREAMS)
-    with Instrument(bench) as instrument:
+    names = _QUICK if session.quick else tuple(STREAMS)
+    with Instrument(session) as instrument:
         instrument.wait_for_daemon()
-        players = _Players(bench, instrument.in_network)
-        _measure_live(bench, instrument, players, names, raw["live"])
-        _measure_recording(bench, instrument, players, names, raw["recording"])
+        players = _Players(session, instrument.in_network)
+        _measure_live(session, instrument, players, names, raw["live"])
+        _measure_recording(session, instrument, players, names, raw["recording"])
     return raw
 
 

@@ -1,4 +1,4 @@
-"""One run of the benchmark: its settings, its progress on the terminal, its raw figures."""
+"""One run of the measurements: its settings, its progress on the terminal, its raw figures."""
 
 import statistics
 import sys
@@ -9,7 +9,7 @@ class Failure(Exception):
     """A measurement that could not be made; the text says why."""
 
 
-class Bench:
+class Session:
     """Settings of one run and its progress. `folder` is a place for streams and recordings, in memory if there is room."""
 
     def __init__(self, options, folder):
@@ -98,4 +98,4 @@ def ratio(a, b):
 
 def warn(text):
     """To standard error."""
-    print(f"bench: {text}", file=sys.stderr, flush=True)
+    print(f"session: {text}", file=sys.stderr, flush=True)
