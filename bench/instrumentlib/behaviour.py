@@ -1,4 +1,4 @@
-"""Faults on demand: how a recorded program shall behave, as small files that the recorder reads at each call."""
+"""Faults on demand: how a recorded program shall behave, as small files that the command log reads at each call."""
 
 import os
 import shutil
@@ -14,7 +14,7 @@ def _folder(init_pid, program):
     if program not in RECORDED_PROGRAMS and program not in stand_ins:
         raise BenchError(f"{program} is not among the recorded programs",
                          "one of: " + " ".join(sorted({*RECORDED_PROGRAMS, *stand_ins})))
-    return f"/proc/{init_pid}/root/run/recorder/behaviour", program
+    return f"/proc/{init_pid}/root/run/commandlog/behaviour", program
 
 
 def give(init_pid, program, **matters):

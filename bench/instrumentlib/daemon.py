@@ -6,7 +6,7 @@ import threading
 
 from . import places
 from .errors import BenchError
-from .machine_root import EMULATOR, RECORDER
+from .machine_root import EMULATOR, COMMAND_LOG
 from .machine import CLEAN_ENVIRONMENT
 
 PATH_INSIDE = "/usr/bin/tessary"
@@ -18,7 +18,7 @@ class Daemon:
 
     def __init__(self, machine, log_path, *, environment, wrapper, setarch, emulator):
         self._machine, self._log_path = machine, log_path
-        self._environment = {"PATH": f"{RECORDER}:{CLEAN_ENVIRONMENT['PATH']}", **environment}
+        self._environment = {"PATH": f"{COMMAND_LOG}:{CLEAN_ENVIRONMENT['PATH']}", **environment}
         # ThreadSanitizer needs an address space without randomisation on many kernels.
         self._command = [*(["setarch", "-R"] if setarch else []), *shlex.split(wrapper),
                          *([EMULATOR] if emulator else []), PATH_INSIDE]

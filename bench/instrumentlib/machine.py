@@ -23,8 +23,8 @@ class MachineSettings:
     scratch: str        # empty folder to mount upon
     layer: str          # archive of the package layer
     io_folder: str      # seen inside as /run/bench
-    commands_log: str   # the recorder's log, an existing file
-    recorder: str       # the recorder's binary
+    commands_log: str   # the command log, an existing file
+    commandlog: str     # the program that writes it
     daemon: str         # becomes /usr/bin/tessary
     elements: str       # folder of the platform elements, "" for none
     asound_conf: str

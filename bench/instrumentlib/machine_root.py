@@ -8,9 +8,9 @@ from . import layer, overlay, places, syscalls
 from .errors import BenchError
 
 HOST = "/run/.host"  # the host's root while the machine is being built; gone afterwards
-RECORDER = "/opt/recorder/bin"
-EMULATOR = "/opt/recorder/emulator"
-EXAMINER = "/opt/recorder/" + places.EXAMINER
+COMMAND_LOG = "/opt/commandlog/bin"
+EMULATOR = "/opt/commandlog/emulator"
+EXAMINER = "/opt/commandlog/" + places.EXAMINER
 CARD = "/run/media/mmcblk1p1"
 # Noted, then run for real. Those that the machine does not have are left out.
 RECORDED_PROGRAMS = ("nmcli", "smcroute", "ethtool", "ifconfig", "ping", "killall", "dpkg", "sudo", "sync")
@@ -36,7 +36,7 @@ def build(settings):
     syscalls.mount("tmp", "/tmp", "tmpfs", syscalls.MS_NOSUID | syscalls.MS_NODEV, "mode=1777")
     _share(settings)
     _write_machine_settings()
-    _install_recorder(settings.recorder)
+    _install_command_log(settings.commandlog)
     install_file(HOST + settings.daemon, "/usr/bin/tessary", 0o755)
     if settings.emulator:
         install_file(HOST + settings.emulator, EMULATOR, 0o755)
@@ -66,8 +66,8 @@ def _mount_kernel_views():
 def _share(settings):
     """The folders, the log and the two serial lines that the instrument has in common with the host."""
     bind_over(HOST + settings.io_folder, "/run/bench")
-    bind_over(HOST + settings.commands_log, "/run/recorder/commands.log")
-    os.makedirs("/run/recorder/behaviour")
+    bind_over(HOST + settings.commands_log, "/run/commandlog/commands.log")
+    os.makedirs("/run/commandlog/behaviour")
     for device, terminal in settings.terminals.items():
         bind_over(HOST + terminal, device)
     if settings.repository and not os.path.exists(settings.repository):  # sources and suppressions, where sanitizer builds name them
@@ -148,7 +148,7 @@ def _write_machine_settings():
     write_file("/etc/hosts", "127.0.0.1 localhost\n127.0.1.1 instrument\n192.168.77.1 sender\n")
     write_file("/etc/smcroute.conf", "# groups are joined with smcroute -j\n")
     os.makedirs("/etc/sudoers.d", exist_ok=True)
-    write_file("/etc/sudoers.d/recorder", "Defaults secure_path=\"" + RECORDER + ":/usr/local/sbin:/usr/local/bin:"
+    write_file("/etc/sudoers.d/commandlog", "Defaults secure_path=\"" + COMMAND_LOG + ":/usr/local/sbin:/usr/local/bin:"
                "/usr/sbin:/usr/bin:/sbin:/bin\"\n", 0o440)
     if not os.path.exists("/etc/machine-id"):
         write_file("/etc/machine-id", os.urandom(16).hex() + "\n", 0o444)
@@ -175,20 +175,20 @@ def install_file(source, target, mode):
     os.chmod(target, mode)
 
 
-def _install_recorder(recorder):
-    os.makedirs(RECORDER)
-    install_file(HOST + recorder, "/usr/bin/sh", 0o755)
+def _install_command_log(program):
+    os.makedirs(COMMAND_LOG)
+    install_file(HOST + program, "/usr/bin/sh", 0o755)
     first = None
     for name in RECORDED_PROGRAMS:
         if not shutil.which(name, path="/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"):
             continue
         if first:
-            os.link(first, f"{RECORDER}/{name}")
+            os.link(first, f"{COMMAND_LOG}/{name}")
         else:
-            first = f"{RECORDER}/{name}"
-            install_file(HOST + recorder, first, 0o755)
+            first = f"{COMMAND_LOG}/{name}"
+            install_file(HOST + program, first, 0o755)
     for path, also in STAND_INS.items():
-        install_file(HOST + recorder, path, 0o755)
+        install_file(HOST + program, path, 0o755)
         for other in also:
             with contextlib.suppress(FileNotFoundError):
                 os.unlink(other)

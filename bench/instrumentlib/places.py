@@ -20,7 +20,7 @@ SHOWN = "" if INSTALLED else _TREE  # sources and suppressions, which sanitizer 
 # Part -> (path in a build, path in the installed folder).
 _PARTS = {
     "daemon": ("src/tessary", "tessary"),
-    "recorder": ("bench/recorder/recorder", "recorder"),
+    "commandlog": ("bench/commandlog/commandlog", "commandlog"),
     "elements": ("bench/elements", "elements"),
     "fpga": ("bench/counterparts/tessary-fpga", "tessary-fpga"),
 }

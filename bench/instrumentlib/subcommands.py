@@ -32,7 +32,7 @@ def _parser():
     daemon.add_argument("--inside", action="store_true", help="pid: as it counts inside the instrument")
     link = _command(commands, "link", _link, "plug the Ethernet cable in or out, at the sender's end")
     link.add_argument("what", choices=["up", "down"])
-    noted = _command(commands, "commands", _commands, "print the commands the recorder noted, as JSON lines")
+    noted = _command(commands, "commands", _commands, "print the commands the command log noted, as JSON lines")
     noted.add_argument("--clear", action="store_true", help="forget them instead")
     _add_behave(_command(commands, "behave", _behave,
                          "let a program fail, stall or say something when the daemon runs it"))
@@ -51,7 +51,7 @@ def _command(commands, name, action, text):
 
 def _add_run(run):
     run.add_argument("--build", metavar="DIR", default=places.DEFAULT_BUILD,
-                     help=f"build to take daemon, recorder and platform elements from (default: {places.DEFAULT_BUILD})")
+                     help=f"build to take daemon, command log and platform elements from (default: {places.DEFAULT_BUILD})")
     run.add_argument("--daemon", metavar="FILE", help="another daemon than the build's")
     run.add_argument("--no-daemon", action="store_true", help="do not start the daemon (daemon start does later)")
     run.add_argument("--daemon-env", metavar="K=V", nargs="+", action="extend", default=[],
@@ -76,7 +76,7 @@ def _add_run(run):
 
 
 def _add_behave(behave):
-    behave.add_argument("program", help="one that the recorder notes, such as smcroute")
+    behave.add_argument("program", help="one that the command log notes, such as smcroute")
     behave.add_argument("--status", type=int, metavar="N", help="end with this status instead of running the program")
     behave.add_argument("--delay", type=float, metavar="S", help="wait so many seconds first")
     behave.add_argument("--stdout", metavar="TEXT", help="write this to standard output")
@@ -114,12 +114,12 @@ def _built_files(options):
     elements = os.path.realpath(options.elements or places.part("elements", options.build))
     found = {
         "daemon": os.path.realpath(options.daemon or places.part("daemon", options.build)),
-        "recorder": places.part("recorder", options.build),
+        "commandlog": places.part("commandlog", options.build),
         "elements": "" if options.no_elements else elements,
         "emulator": os.path.realpath(options.emulator) if options.emulator else "",
         "asound_conf": os.path.join(places.HERE, "elements", "asound.conf"),
     }
-    wanted = [found["daemon"], found["recorder"], *([found["emulator"]] if options.emulator else [])]
+    wanted = [found["daemon"], found["commandlog"], *([found["emulator"]] if options.emulator else [])]
     if not options.no_elements:
         wanted += [os.path.join(elements, "libgstinstrument.so"),
                    os.path.join(elements, "libasound_module_pcm_instrumentdac.so"), found["asound_conf"]]

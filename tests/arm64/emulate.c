@@ -5,7 +5,7 @@
    the first that it may use the second, and no QProcess starts. Here waitid of a pidfd fails with EINVAL as
    on Linux before 5.4, for the program and all that it starts, and Qt takes its other way.
 
-   The process is named after the program, as it is without an emulator: the virtual instrument's recorder
+   The process is named after the program, as it is without an emulator: the virtual instrument's command log
    goes by that. */
 #include <errno.h>
 #include <linux/audit.h>

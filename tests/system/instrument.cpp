@@ -181,7 +181,7 @@ CommandResult Instrument::exec(const QStringList& command) const
 QByteArray Instrument::shell(const QString& line) const
 {
     const CommandResult result =
-        exec({"dash", "-c", line}); // dash, so that the recorder's sh does not note it
+        exec({"dash", "-c", line}); // dash, so that the command log's sh does not note it
     if (!result.ok())
         fail(line, result.errors);
     return result.output;

@@ -8,7 +8,7 @@
 
 namespace tessary::test {
 
-/// A command that ran inside the instrument, as its recorder noted it.
+/// A command that ran inside the instrument, as its command log noted it.
 struct RecordedCommand
 {
     std::int64_t time = 0; ///< ns, CLOCK_MONOTONIC
@@ -29,7 +29,7 @@ struct LineEntry
     QByteArray bytes;
 };
 
-/// Reads the recorder's log; unfinished last lines are left for the next reading.
+/// Reads the command log's log; unfinished last lines are left for the next reading.
 std::vector<RecordedCommand> readCommands(const QString& path);
 
 /// Takes a line of a serial line's log apart.

@@ -11,14 +11,14 @@ using namespace tessary;
 using namespace tessary::test;
 
 // What happens at a start, in order                                     | seen by
-// [staged kernel: cp, rm, sync, reboot]                                 | recorder
-// nmcli networking on                                                   | recorder
-// nmcli con del "Wired connection 1", .. "Wired connection 1_vlan"      | recorder
-// nmcli con add .. "Wired connection 1"                                 | recorder
+// [staged kernel: cp, rm, sync, reboot]                                 | command log
+// nmcli networking on                                                   | command log
+// nmcli con del "Wired connection 1", .. "Wired connection 1_vlan"      | command log
+// nmcli con add .. "Wired connection 1"                                 | command log
 // HELLO !\r\n                                                           | serial line
-// amixer PCM, amixer Headphone                                          | recorder
+// amixer PCM, amixer Headphone                                          | command log
 // first command answered                                                | serial line
-// smcroute: the first cycle of the timer sees the link                  | recorder
+// smcroute: the first cycle of the timer sees the link                  | command log
 
 std::int64_t now()
 {

@@ -223,7 +223,7 @@ class SteeringTest(unittest.TestCase):
     def test_arguments_of_any_bytes_are_noted_exactly(self):
         self.instrument.call("commands", "--clear")
         odd = "a\"b\\c\n\x01\u00e9\udcff"
-        self.instrument.call("exec", "/opt/recorder/bin/ping", "-V", odd)
+        self.instrument.call("exec", "/opt/commandlog/bin/ping", "-V", odd)
         note = next(n for n in self.instrument.commands() if n["argv"][0] == "ping")
         self.assertEqual(note["argv"], ["ping", "-V", odd])
         self.assertFalse(note["by_daemon"])
@@ -231,7 +231,7 @@ class SteeringTest(unittest.TestCase):
     def test_a_program_fails_as_often_as_asked_and_only_for_the_argument_named(self):
         self.instrument.call("behave", "smcroute", "--status", "3", "--stderr", "No such device", "--times", "1",
                              "--when=-j")
-        smcroute = "PATH=/opt/recorder/bin:$PATH; smcroute -h >/dev/null; echo $?; smcroute -j x 239.0.0.9; echo $?"
+        smcroute = "PATH=/opt/commandlog/bin:$PATH; smcroute -h >/dev/null; echo $?; smcroute -j x 239.0.0.9; echo $?"
         result = self.instrument.inside(smcroute)
         self.assertEqual((result.stdout, result.stderr), ("0\n3\n", "No such device"))
         self.assertNotIn("No such device", self.instrument.inside(smcroute).stderr)

@@ -3,7 +3,7 @@
 #pragma once
 
 /**
- * Read from the folder /run/recorder/behaviour/<program>, one small file a matter, each of them optional:
+ * Read from the folder /run/commandlog/behaviour/<program>, one small file a matter, each of them optional:
  * "delay_ms" waits first; "stdout" and "stderr" are written as they stand; "status" ends the program with
  * that exit status, the real one is then not run; "times" limits all of it to so many calls, after which the
  * folder counts as absent; with "when" only calls with that argument count.

@@ -1,4 +1,4 @@
-// The recorder's lines hold any bytes that a program can be called with, and stay JSON.
+// The command log's lines hold any bytes that a program can be called with, and stay JSON.
 extern "C" {
 #include "json_line.h"
 }

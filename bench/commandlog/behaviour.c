@@ -12,7 +12,7 @@
 static int open_matter(const char* program, const char* matter, int flags)
 {
     char path[PATH_MAX];
-    snprintf(path, sizeof path, "/run/recorder/behaviour/%s/%s", program, matter);
+    snprintf(path, sizeof path, "/run/commandlog/behaviour/%s/%s", program, matter);
     return open(path, flags | O_CLOEXEC);
 }
 
@@ -56,7 +56,7 @@ static int take_one_time(const char* program)
     if (left > 0 && ftruncate(fd, 0) == 0) {
         int length = snprintf(text, sizeof text, "%ld\n", left - 1);
         if (pwrite(fd, text, (size_t)length, 0) < 0)
-            perror("recorder: times");
+            perror("commandlog: times");
     }
     close(fd);
     return left > 0;

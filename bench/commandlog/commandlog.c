@@ -2,9 +2,10 @@
 //
 // One binary, three uses, told apart by where the file lies that is being executed:
 // - /usr/bin/sh (so /bin/sh): notes the command text if the daemon is the caller, then is /usr/bin/dash.
-// - /opt/recorder/bin/PROGRAM, first in the daemon's PATH: notes the call, then is the next PROGRAM in PATH.
+// - /opt/commandlog/bin/PROGRAM, first in the daemon's PATH: notes the call, then is the next PROGRAM in
+// PATH.
 // - Anywhere else a stand-in (systemctl, reboot, amixer...): notes the call and ends with status 0.
-// The log is one JSON object a line in /run/recorder/commands.log.
+// The log is one JSON object a line in /run/commandlog/commands.log.
 #define _GNU_SOURCE
 
 #include "behaviour.h"
@@ -21,11 +22,11 @@
 #include <time.h>
 #include <unistd.h>
 
-static const char logPath[] = "/run/recorder/commands.log";
+static const char logPath[] = "/run/commandlog/commands.log";
 static const char daemonPath[] = "/usr/bin/tessary";
 static const char daemonName[] = "tessary";
 static const char emulatorPath[] = "/usr/bin/qemu-"; // and an architecture
-static const char wrapperFolder[] = "/opt/recorder/bin";
+static const char wrapperFolder[] = "/opt/commandlog/bin";
 static const char shellPath[] = "/usr/bin/sh";
 static const char realShell[] = "/usr/bin/dash";
 
@@ -132,7 +133,7 @@ static void note(const char* kind, char** argv)
     }
     json_line_raw(&line, "]}");
     if (json_line_append_to(&line, logPath) != 0)
-        fprintf(stderr, "recorder: %s: %s\n", logPath, strerror(errno));
+        fprintf(stderr, "commandlog: %s: %s\n", logPath, strerror(errno));
     json_line_free(&line);
 }
 
@@ -169,7 +170,7 @@ static int stand_in_for(const char* program, char** argv, const char* kind)
     if (behaviour.stands_in || strcmp(kind, "stand-in") == 0)
         return behaviour.status;
     execute_next(program, argv);
-    fprintf(stderr, "recorder: %s: %s\n", program, errno ? strerror(errno) : "not found");
+    fprintf(stderr, "commandlog: %s: %s\n", program, errno ? strerror(errno) : "not found");
     return errno == EACCES ? 126 : 127;
 }
 
@@ -178,7 +179,7 @@ int main(int argc, char** argv)
     char self[PATH_MAX];
     ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
     if (length < 0) {
-        perror("recorder: /proc/self/exe");
+        perror("commandlog: /proc/self/exe");
         return 127;
     }
     self[length] = '\0';
