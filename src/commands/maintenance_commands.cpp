@@ -4,7 +4,6 @@
 #include "commands/versionline.h"
 #include "system/shell.h"
 #include "system/system_config.h"
-#include "system/version.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -23,13 +22,6 @@ void ensureEnvironment(const char* name, const char* value)
 }
 
 } // namespace
-
-std::string versionLine()
-{
-    // Grown as needed: the FPGA's text has no length of its own.
-    return std::string("SV: mx8 ") + softwareVersion
-        + " FPGA: " + systconf.GetFpgaVersion().toUtf8().toStdString() + "\n";
-}
 
 void Uart_Ping(std::string line)
 {

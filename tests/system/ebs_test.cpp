@@ -136,7 +136,7 @@ TEST_F(Ebs, EachProgramOfTheDemoIsPlayedAndDescribedByItsIndex)
 
 TEST_F(Ebs, TheByteBehindTheIndexEndsTheFrameWhateverItIs)
 {
-    const std::string versionLine = "SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n";
+    const std::string versionLine = "SV: mx8 " TESSARY_VERSION " FPGA: 5/5/2021 4:52:47 done=OK\n";
     putStream("demo.ts");
     EXPECT_TRUE(scan("*17_a.FL:02_NS:03$_DS:00"));
     EXPECT_EQ(ask("!0C_D_IX:05\r\n"), "*0C_d.SX"); // the LF behind the CR is a text of its own
@@ -152,7 +152,8 @@ TEST_F(Ebs, TheIndexIsTwoCharactersWhateverFollows)
 {
     EXPECT_EQ(ask("!0C_L_IX:1F\n"), "Service31");
     EXPECT_EQ(ask("!0C_L_IX:1F\r\n"), "Service31"); // the CR is written over, the LF is a text of its own
-    EXPECT_EQ(ask("!0C_L_IX:0AXversion?\n"), "Service10SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n");
+    EXPECT_EQ(ask("!0C_L_IX:0AXversion?\n"),
+        "Service10SV: mx8 " TESSARY_VERSION " FPGA: 5/5/2021 4:52:47 done=OK\n");
     EXPECT_EQ(ask("!0C_L_IX:\n"), "Service0");
     line().write("!0C_L_IX:");
     EXPECT_EQ(line().readExactly(8, BurstLine::patience), "Service0");

@@ -13,7 +13,7 @@ using namespace tessary::test;
 class Fpga : public HardwareSuite
 {
 protected:
-    static constexpr const char* stamp = "SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=";
+    static constexpr const char* stamp = "SV: mx8 " TESSARY_VERSION " FPGA: 5/5/2021 4:52:47 done=";
 
     static QStringList rescan()
     {
@@ -74,7 +74,7 @@ TEST_F(Fpga, WithoutBitstreamFileNothingIsSent)
     EXPECT_TRUE(logged("FAILED programming FPGA"));
     EXPECT_TRUE(notes("spi").isEmpty());
     EXPECT_TRUE(pciCommands().isEmpty());
-    EXPECT_EQ(version(), "SV: mx8 1.4 FPGA: bitfile not found\n");
+    EXPECT_EQ(version(), "SV: mx8 " TESSARY_VERSION " FPGA: bitfile not found\n");
 }
 
 TEST_F(Fpga, AnEmptyBitstreamFileSendsNothing)
@@ -83,19 +83,19 @@ TEST_F(Fpga, AnEmptyBitstreamFileSendsNothing)
     startDaemon();
     EXPECT_TRUE(logged("FAILED programming FPGA"));
     EXPECT_TRUE(notes("spi").isEmpty());
-    EXPECT_EQ(version(), "SV: mx8 1.4 FPGA: bitfile empty\n");
+    EXPECT_EQ(version(), "SV: mx8 " TESSARY_VERSION " FPGA: bitfile empty\n");
 }
 
 TEST_F(Fpga, TheVersionFollowsTheFileWhileTheDaemonRuns)
 {
     startDaemon();
     makeBitfile({"--stamp", "0xFFFFFFFF"});
-    EXPECT_EQ(version(), "SV: mx8 1.4 FPGA: 31/15/2063 31:63:63 done=OK\n");
+    EXPECT_EQ(version(), "SV: mx8 " TESSARY_VERSION " FPGA: 31/15/2063 31:63:63 done=OK\n");
     makeBitfile({"--no-sync"});
-    EXPECT_EQ(version(), "SV: mx8 1.4 FPGA: start pattern not found in bitfile\n");
+    EXPECT_EQ(version(), "SV: mx8 " TESSARY_VERSION " FPGA: start pattern not found in bitfile\n");
     makeBitfile({"--words-before-stamp", "600"});
-    EXPECT_EQ(version(), "SV: mx8 1.4 FPGA: version not found in bitfile\n");
-    EXPECT_EQ(ask("!07_V_&\n"), "SV: mx8 1.4 FPGA: version not found in bitfile\n");
+    EXPECT_EQ(version(), "SV: mx8 " TESSARY_VERSION " FPGA: version not found in bitfile\n");
+    EXPECT_EQ(ask("!07_V_&\n"), "SV: mx8 " TESSARY_VERSION " FPGA: version not found in bitfile\n");
 }
 
 } // namespace

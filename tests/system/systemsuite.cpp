@@ -53,7 +53,7 @@ void SystemSuite::restartDaemon()
 
 bool isVersionLine(const std::string& text)
 {
-    return text.rfind("SV: mx8 1.4 FPGA: ", 0) == 0 && text.find('\n') == text.size() - 1;
+    return text.rfind("SV: mx8 " TESSARY_VERSION " FPGA: ", 0) == 0 && text.find('\n') == text.size() - 1;
 }
 
 void SystemSuite::expectOnlyVersionAnswers()

@@ -10,7 +10,7 @@ _WARNINGS = """add_library(tessary_warnings INTERFACE)
 target_compile_options(tessary_warnings INTERFACE -w)
 add_compile_options(-Werror=return-type)
 """
-_NOT_COPIED = ("docs/", "packaging/debian/", ".ci/")
+_NOT_COPIED = ("docs/", ".ci/")
 
 
 class BuildFailed(Exception):

@@ -308,6 +308,6 @@ TEST_F(EbsCommands, AudioLevelIsAcknowledgedOnly)
 TEST_F(EbsCommands, VersionIsTheTextLineOfTheOtherVersionCommand)
 {
     Uart_VersionEBS();
-    EXPECT_EQ(reply(), "SV: mx8 1.4 FPGA: bitfile not found\n");
+    EXPECT_EQ(reply(), "SV: mx8 " TESSARY_VERSION " FPGA: bitfile not found\n");
     EXPECT_TRUE(log.contains("VERsionEBS\n"));
 }

@@ -73,7 +73,7 @@ TEST_F(MaintenanceCommands, PingOfALongOutputIsComplete)
 TEST_F(MaintenanceCommands, VersionIsOneLineWhateverTheFpgaSays)
 {
     const int written = Uart_Version();
-    EXPECT_EQ(reply(), "SV: mx8 1.4 FPGA: bitfile not found\n");
+    EXPECT_EQ(reply(), "SV: mx8 " TESSARY_VERSION " FPGA: bitfile not found\n");
     EXPECT_EQ(written, 36);
     EXPECT_TRUE(log.contains("VERsion\n"));
 }
