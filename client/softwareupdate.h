@@ -26,8 +26,9 @@ public:
 
     struct Settings
     {
-        std::size_t bytesPerSecond = 11520; ///< never faster than this: what 115200 baud carry. Then the
-                                            ///< progress is the line's, not that of a buffer on the way
+        /// Never faster than this: what 115200 baud carry. Then the progress is the line's, not that of a
+        /// buffer on the way.
+        std::size_t bytesPerSecond = 11520;
         Milliseconds answer{10000}; ///< for "waiting update" and for room on the line
         Milliseconds installation{180000}; ///< from the checksum to "update ok"
     };

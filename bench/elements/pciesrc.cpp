@@ -26,8 +26,8 @@ struct Private
     std::string location = kDefaultLocation; // guarded by the object lock, like the two below
     guint64 bitRate = 0;
     bool loop = true;
-    std::mutex streamMutex; // guards the two below, also while a block is awaited: only setFlushing() goes
-                            // without it
+    /// Guards the two below, also while a block is awaited: only setFlushing() goes without it.
+    std::mutex streamMutex;
     StreamFile file;
     StreamPace pace;
 };

@@ -3,11 +3,9 @@
 // Input: form (1 byte), PID (2), PLP (1), size of the pushed chunks (1), then by form
 //   0: the received bytes as they stand;
 //   1: T2-MI packets: type (1), payload length (2), payload; each gets its header and its right CRC-32, and
-//   all
-//      of them their transport stream packets;
+//      all of them their transport stream packets;
 //   2: baseband frames: MATYPE, UPL, DFL, SYNC, SYNCD (9), mode (1), data length (2), data; with a right
-//   CRC-8
-//      each, in T2-MI packets as above.
+//      CRC-8 each, in T2-MI packets as above.
 #include "t2mi/extractor.h"
 
 #include "client/crc32.h"

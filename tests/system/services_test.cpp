@@ -7,10 +7,15 @@ namespace {
 using namespace tessary::test;
 
 // services.ts, live over UDP or from the memory card. Each service has its own colour or tone; played one
-// after another on one source, scanned once. Service        | picture  | sound 1 television   | red      |
-// 440 Hz 2 layer 2      | none     | 600 Hz 3 AAC          | none     | 800 Hz 4 AC-3         | none     |
-// 1000 Hz 5 E-AC-3       | none     | 1200 Hz 6 picture only | green    | none 7 AC-4         | blue     |
-// none: no decoder
+// after another on one source, scanned once.
+// Service        | picture | sound
+// 1 television   | red     | 440 Hz
+// 2 layer 2      | none    | 600 Hz
+// 3 AAC          | none    | 800 Hz
+// 4 AC-3         | none    | 1000 Hz
+// 5 E-AC-3       | none    | 1200 Hz
+// 6 picture only | green   | none
+// 7 AC-4         | blue    | none: no decoder
 
 constexpr Program television{1, {0xFF, 0x00, 0x00}, 440};
 constexpr Program layer2{2, {}, 600};

@@ -14,8 +14,8 @@ using Protocol = client::StreamServer::Protocol;
 
 // What is sent: a recorded T2-MI stream on PID 64, over UDP and over RTP, PLP 102 selected.
 // Expected: "sendts" hands the FPGA the transport stream inside, equal to what another extractor made of the
-// same recording from where
-//           that begins; a scan finds the inner stream's SDT; "t2miframe?" gives the last T2-MI packet whole.
+// same recording from where that begins; a scan finds the inner stream's SDT; "t2miframe?" gives the last
+// T2-MI packet whole.
 
 class T2mi : public SystemSuite, public testing::WithParamInterface<Protocol>
 {

@@ -7,8 +7,8 @@
 /// Plain GStreamer elements under the factory names of the instrument's platform elements, known in this
 /// process only. They have the properties that the daemon sets or reads and nothing of the hardware.
 ///
-/// - kmssink: takes any picture ("display-ratio"); alsasink: takes any sound; pciesink: writes what it gets
-/// to fpgaFile();
+/// - kmssink: takes any picture ("display-ratio"); alsasink: takes any sound;
+/// - pciesink: writes what it gets to fpgaFile();
 /// - pciesrc: a source; "do-timestamp" starts as true, so that setting it to false can be seen;
 /// - t2mi: passes data on ("pid", "plpid", read-only "frame" holding what setT2miFrame() gave);
 /// - aiurdemux: exists, so that it can be refused.

@@ -51,8 +51,8 @@ private:
 };
 
 /// A test with the controller's line at "/dev/ttymxc1" (the process-wide `uart` is connected to it) and the
-/// console at
-/// "/dev/ttymxc0", in a private mount namespace. Skipped with the reason where that can not be had.
+/// console at "/dev/ttymxc0", in a private mount namespace. Skipped with the reason where that can not be
+/// had.
 class ControllerLine : public ::testing::Test
 {
 protected:
