@@ -9,6 +9,8 @@
 GST_DEBUG_CATEGORY_STATIC(t2miDebug);
 #define GST_CAT_DEFAULT t2miDebug
 
+using namespace tessary;
+
 namespace {
 
 enum Property { PropPid = 1, PropPlpId, PropFrame };

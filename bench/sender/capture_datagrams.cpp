@@ -5,7 +5,7 @@
 #include "rtp_header.h"
 #include "ts_file.h"
 
-namespace sender {
+namespace tessary::sender {
 
 CaptureDatagrams::CaptureDatagrams(
     std::string path, const CaptureFlow& flow, std::uint64_t passes, bool keepVlan)
@@ -79,4 +79,4 @@ std::size_t CaptureDatagrams::headerBytes() const
     return (m_flow.rtp ? RtpHeader::Bytes : 0) + (m_keepVlan ? m_flow.vlanBytes : 0);
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -7,7 +7,7 @@
 #include "capture_reader.h"
 #include "datagram_source.h"
 
-namespace sender {
+namespace tessary::sender {
 
 /// The datagrams of one flow of a capture, each as it was and when it was. From the second pass on they are
 /// the same again.
@@ -38,4 +38,4 @@ private:
     std::int64_t m_timeNs = 0; ///< of the next one
 };
 
-} // namespace sender
+} // namespace tessary::sender

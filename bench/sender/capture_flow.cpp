@@ -7,7 +7,7 @@
 #include "options.h"
 #include "ts_file.h"
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -100,4 +100,4 @@ CaptureFlow chooseFlow(
     return *flow;
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace sender {
+namespace tessary::sender {
 
 /// The datagrams of a capture to one address and port, when they carry a transport stream.
 struct CaptureFlow
@@ -35,4 +35,4 @@ std::vector<CaptureFlow> findFlows(const std::string& path);
 CaptureFlow chooseFlow(
     const std::string& path, const std::vector<CaptureFlow>& flows, const std::string& name);
 
-} // namespace sender
+} // namespace tessary::sender

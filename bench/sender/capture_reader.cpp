@@ -7,7 +7,7 @@
 #include "ts_file.h"
 #include "ts_packet.h"
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -173,4 +173,4 @@ std::optional<CapturedDatagram> CaptureReader::next()
     return std::nullopt;
 }
 
-} // namespace sender
+} // namespace tessary::sender

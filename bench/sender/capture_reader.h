@@ -8,7 +8,7 @@
 
 struct pcap;
 
-namespace sender {
+namespace tessary::sender {
 
 /// A UDP datagram of a capture. `data` and `vlanTags` are borrowed from the reader until the next one is
 /// read.
@@ -55,4 +55,4 @@ private:
     std::uint64_t m_fragments = 0;
 };
 
-} // namespace sender
+} // namespace tessary::sender

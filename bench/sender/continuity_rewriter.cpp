@@ -1,6 +1,6 @@
 #include "continuity_rewriter.h"
 
-namespace sender {
+namespace tessary::sender {
 
 bool ContinuityRewriter::process(std::uint8_t* packet, bool breakHere)
 {
@@ -29,4 +29,4 @@ bool ContinuityRewriter::process(std::uint8_t* packet, bool breakHere)
     return broken;
 }
 
-} // namespace sender
+} // namespace tessary::sender

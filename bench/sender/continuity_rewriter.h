@@ -5,7 +5,7 @@
 
 #include "ts_packet.h"
 
-namespace sender {
+namespace tessary::sender {
 
 /// Keeps the continuity counters (ISO/IEC 13818-1, 2.4.3.3) of a repeated stream continuous, and breaks them
 /// on demand.
@@ -39,4 +39,4 @@ private:
     std::uint32_t m_pass = 1;
 };
 
-} // namespace sender
+} // namespace tessary::sender

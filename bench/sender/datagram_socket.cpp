@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace sender {
+namespace tessary::sender {
 
 sockaddr_in resolve(const Target& target)
 {
@@ -100,4 +100,4 @@ bool Outlet::isPassing(int error)
         || error == ENODEV || error == EADDRNOTAVAIL || error == ECONNREFUSED;
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -8,7 +8,7 @@
 
 #include "datagram_source.h"
 
-namespace sender {
+namespace tessary::sender {
 
 /// The network refuses; what() names the cause and the remedy.
 class NetworkError : public std::runtime_error
@@ -63,4 +63,4 @@ private:
     sockaddr_in m_address{};
 };
 
-} // namespace sender
+} // namespace tessary::sender

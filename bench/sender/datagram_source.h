@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace sender {
+namespace tessary::sender {
 
 /// One datagram on its way out. The bytes are borrowed from its source until that is asked again.
 struct Datagram
@@ -35,4 +35,4 @@ public:
     virtual std::uint64_t passesBegun() const = 0;
 };
 
-} // namespace sender
+} // namespace tessary::sender

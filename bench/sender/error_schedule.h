@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace sender {
+namespace tessary::sender {
 
 /// When continuity errors are due: `perSecond` a second, evenly spread, each in the middle of its share of
 /// the second (2 per second: at 250 ms and 750 ms), so that whole seconds hold exactly that many.
@@ -28,4 +28,4 @@ private:
     unsigned m_perSecond;
 };
 
-} // namespace sender
+} // namespace tessary::sender

@@ -11,7 +11,7 @@
 
 #include "options.h"
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -134,4 +134,4 @@ int FrameSocket::send(const Datagram& datagram)
     }
 }
 
-} // namespace sender
+} // namespace tessary::sender

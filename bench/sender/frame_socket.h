@@ -5,7 +5,7 @@
 
 #include "datagram_socket.h"
 
-namespace sender {
+namespace tessary::sender {
 
 /// Sends datagrams in Ethernet frames of its own making, so that they can carry VLAN tags: to a multicast
 /// group, from the interface's addresses. Owns a packet socket; blocks while the interface's queue is full.
@@ -35,4 +35,4 @@ private:
     std::vector<std::uint8_t> m_frame;
 };
 
-} // namespace sender
+} // namespace tessary::sender

@@ -1,6 +1,6 @@
 #include "options.h"
 
-namespace sender {
+namespace tessary::sender {
 
 std::string helpText()
 {
@@ -55,4 +55,4 @@ Exit status: 0 sent (or stopped), 1 sending failed, 2 wrong arguments, 3 the fil
 )";
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -18,6 +18,8 @@
 
 namespace {
 
+using namespace tessary::sender;
+
 enum ExitStatus { Sent = 0, SendingFailed = 1, WrongArguments = 2, FileUnusable = 3 };
 
 volatile std::sig_atomic_t stopSignal = 0;
@@ -62,23 +64,23 @@ private:
     std::chrono::steady_clock::time_point m_nextLook{};
 };
 
-std::unique_ptr<sender::Outlet> outletOf(const sender::Options& options)
+std::unique_ptr<Outlet> outletOf(const Options& options)
 {
-    const sender::Target target = sender::targetOf(options);
+    const Target target = targetOf(options);
     if (options.keepVlan)
-        return std::make_unique<sender::FrameSocket>(target);
-    return std::make_unique<sender::DatagramSocket>(target);
+        return std::make_unique<FrameSocket>(target);
+    return std::make_unique<DatagramSocket>(target);
 }
 
-int sendAll(const sender::Options& options, sender::DatagramSource& source)
+int sendAll(const Options& options, DatagramSource& source)
 {
     const auto outlet = outletOf(options);
     catchStopSignals();
     // Without this the kernel may wake a sleeper 50 us late to save power: a whole datagram's time at 200
     // Mbit/s.
     ::prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-    sender::SendLoop loop(options, source, *outlet, StopRequest(options.stopFile));
-    const sender::Report report = loop.run();
+    SendLoop loop(options, source, *outlet, StopRequest(options.stopFile));
+    const Report report = loop.run();
     if (options.json)
         std::printf("%s\n", report.json().c_str());
     else
@@ -86,24 +88,24 @@ int sendAll(const sender::Options& options, sender::DatagramSource& source)
     return Sent;
 }
 
-int sendFile(const sender::Options& options)
+int sendFile(const Options& options)
 {
-    const sender::TsFile file(options.file);
+    const TsFile file(options.file);
     if (file.bytesLeftOver() != 0)
         std::fprintf(stderr, "tessary-send: %s: %zu bytes of an incomplete last packet are not sent\n",
             options.file.c_str(), file.bytesLeftOver());
-    sender::StreamDatagrams source(options, file);
+    StreamDatagrams source(options, file);
     return sendAll(options, source);
 }
 
-int sendCapture(const sender::Options& options)
+int sendCapture(const Options& options)
 {
-    const sender::CaptureFlow flow =
-        sender::chooseFlow(options.file, sender::findFlows(options.file), options.flow);
+    const CaptureFlow flow =
+        chooseFlow(options.file, findFlows(options.file), options.flow);
     if (flow.rtp != options.rtp)
-        throw sender::UsageError(options.file + ": the datagrams to " + flow.name() + " are "
+        throw UsageError(options.file + ": the datagrams to " + flow.name() + " are "
             + (flow.rtp ? "RTP; write rtp://" : "without RTP; write udp://") + "HOST:PORT");
-    sender::CaptureDatagrams source(options.file, flow, options.passes, options.keepVlan);
+    CaptureDatagrams source(options.file, flow, options.passes, options.keepVlan);
     return sendAll(options, source);
 }
 
@@ -118,17 +120,17 @@ int fail(int status, const std::exception& error)
 int main(int argc, char** argv)
 {
     try {
-        const sender::Options options = sender::parseOptions(argc, argv);
+        const Options options = parseOptions(argc, argv);
         if (options.help) {
-            std::fputs(sender::helpText().c_str(), stdout);
+            std::fputs(helpText().c_str(), stdout);
             return Sent;
         }
-        const bool isCapture = sender::CaptureReader::isCapture(options.file);
-        sender::checkForCapture(options, isCapture);
+        const bool isCapture = CaptureReader::isCapture(options.file);
+        checkForCapture(options, isCapture);
         return isCapture ? sendCapture(options) : sendFile(options);
-    } catch (const sender::UsageError& error) {
+    } catch (const UsageError& error) {
         return fail(WrongArguments, error);
-    } catch (const sender::StreamError& error) {
+    } catch (const StreamError& error) {
         return fail(FileUnusable, error);
     } catch (const std::exception& error) {
         return fail(SendingFailed, error);

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -242,4 +242,4 @@ Options parseOptions(int argc, const char* const* argv)
     return options;
 }
 
-} // namespace sender
+} // namespace tessary::sender

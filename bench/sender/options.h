@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace sender {
+namespace tessary::sender {
 
 /// The command line can not be used; what() names the argument and what is allowed.
 class UsageError : public std::runtime_error
@@ -58,4 +58,4 @@ double parseRate(const std::string& text, const std::string& what);
 /// The text of --help.
 std::string helpText();
 
-} // namespace sender
+} // namespace tessary::sender

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace sender {
+namespace tessary::sender {
 
 std::int64_t Pacer::sent(std::int64_t streamTimeNs, std::int64_t nowNs)
 {
@@ -12,4 +12,4 @@ std::int64_t Pacer::sent(std::int64_t streamTimeNs, std::int64_t nowNs)
     return lag;
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace sender {
+namespace tessary::sender {
 
 /// The sending schedule: when each datagram is due, from its time in the stream.
 ///
@@ -37,4 +37,4 @@ private:
     std::int64_t m_movedNs = 0;
 };
 
-} // namespace sender
+} // namespace tessary::sender

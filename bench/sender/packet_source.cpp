@@ -4,7 +4,7 @@
 
 #include "reed_solomon.h"
 
-namespace sender {
+namespace tessary::sender {
 
 PacketSource::PacketSource(const TsFile& file, const SourceSettings& settings)
     : m_file(file)
@@ -59,4 +59,4 @@ bool PacketSource::next(std::uint8_t* out)
     return true;
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -10,7 +10,7 @@
 #include "ts_file.h"
 #include "ts_packet.h"
 
-namespace sender {
+namespace tessary::sender {
 
 /// What PacketSource makes of a file.
 struct SourceSettings
@@ -53,4 +53,4 @@ private:
     std::uint64_t m_errorsMade = 0;
 };
 
-} // namespace sender
+} // namespace tessary::sender

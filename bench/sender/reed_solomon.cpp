@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -62,4 +62,4 @@ void reedSolomonParity(const std::uint8_t* packet, std::uint8_t* parity)
     std::copy(remainder.begin(), remainder.end(), parity);
 }
 
-} // namespace sender
+} // namespace tessary::sender

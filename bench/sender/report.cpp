@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-namespace sender {
+namespace tessary::sender {
 
 void Report::sent(
     std::size_t packets, std::size_t tsBytes, std::int64_t nowNs, std::int64_t lagNs, bool waited)
@@ -88,4 +88,4 @@ std::string Report::text() const
             static_cast<double>(m_movedNs) / 1e6);
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-namespace sender {
+namespace tessary::sender {
 
 /// What was sent, counted datagram by datagram.
 class Report
@@ -55,4 +55,4 @@ private:
     std::int64_t m_movedNs = 0;
 };
 
-} // namespace sender
+} // namespace tessary::sender

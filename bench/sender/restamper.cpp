@@ -2,7 +2,7 @@
 
 #include "ts_packet.h"
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -67,4 +67,4 @@ void Restamper::process(std::uint8_t* packet) const
         advancePes(packet, m_offset / 300);
 }
 
-} // namespace sender
+} // namespace tessary::sender

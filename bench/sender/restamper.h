@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace sender {
+namespace tessary::sender {
 
 /// Moves the clocks of a repeated stream on: PCR (ISO/IEC 13818-1, 2.4.3.5), PTS and DTS (2.4.3.7) of all
 /// programs are advanced by the length of one pass at each new pass, so that a receiver sees time going on
@@ -29,4 +29,4 @@ private:
     std::uint64_t m_offset = 0; // 27 MHz periods
 };
 
-} // namespace sender
+} // namespace tessary::sender

@@ -1,6 +1,6 @@
 #include "rtp_header.h"
 
-namespace sender {
+namespace tessary::sender {
 
 void RtpHeader::write(std::uint8_t* out, std::int64_t streamTimeNs)
 {
@@ -19,4 +19,4 @@ void RtpHeader::write(std::uint8_t* out, std::int64_t streamTimeNs)
     ++m_sequence;
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace sender {
+namespace tessary::sender {
 
 /// Writes the RTP headers of a transport stream (RFC 3550, RFC 2250 section 2): version 2, no padding,
 /// extension or contributing source, marker clear, payload type 33, 90 kHz time stamp of the moment the
@@ -30,4 +30,4 @@ private:
     std::uint16_t m_sequence;
 };
 
-} // namespace sender
+} // namespace tessary::sender

@@ -7,7 +7,7 @@
 
 #include "pacer.h"
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -96,4 +96,4 @@ bool SendLoop::send(const Datagram& datagram, bool isFirst, Report& report)
     return false;
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -7,7 +7,7 @@
 #include "options.h"
 #include "report.h"
 
-namespace sender {
+namespace tessary::sender {
 
 /// Where the command line wants datagrams to go.
 Target targetOf(const Options& options);
@@ -37,4 +37,4 @@ private:
     std::function<bool()> m_stopRequested;
 };
 
-} // namespace sender
+} // namespace tessary::sender

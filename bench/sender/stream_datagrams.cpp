@@ -3,7 +3,7 @@
 #include <cmath>
 #include <random>
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -95,4 +95,4 @@ std::optional<Datagram> StreamDatagrams::take()
     return datagram;
 }
 
-} // namespace sender
+} // namespace tessary::sender

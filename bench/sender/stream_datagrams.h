@@ -10,7 +10,7 @@
 #include "stream_facts.h"
 #include "ts_file.h"
 
-namespace sender {
+namespace tessary::sender {
 
 /// Stream time in ns at which a datagram that `bitsBefore` bits precede is due at a constant rate.
 std::int64_t timeAtRate(std::uint64_t bitsBefore, double bitsPerSecond);
@@ -43,4 +43,4 @@ private:
     std::uint64_t m_bitsBefore = 0;
 };
 
-} // namespace sender
+} // namespace tessary::sender

@@ -2,7 +2,7 @@
 
 #include <map>
 
-namespace sender {
+namespace tessary::sender {
 
 namespace {
 
@@ -68,4 +68,4 @@ StreamFacts readFacts(const TsFile& file)
     return facts;
 }
 
-} // namespace sender
+} // namespace tessary::sender

@@ -6,7 +6,7 @@
 #include "ts_file.h"
 #include "ts_packet.h"
 
-namespace sender {
+namespace tessary::sender {
 
 /// What one look through a whole file tells about it.
 struct StreamFacts
@@ -22,4 +22,4 @@ struct StreamFacts
 /// Reads every packet of `file` once.
 StreamFacts readFacts(const TsFile& file);
 
-} // namespace sender
+} // namespace tessary::sender

@@ -9,7 +9,7 @@
 
 #include "ts_packet.h"
 
-namespace sender {
+namespace tessary::sender {
 
 std::size_t detectPacketSize(const std::uint8_t* data, std::size_t size)
 {
@@ -80,4 +80,4 @@ void TsFile::checkSync(const std::string& path) const
     }
 }
 
-} // namespace sender
+} // namespace tessary::sender

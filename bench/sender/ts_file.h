@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace sender {
+namespace tessary::sender {
 
 /// A file or stream can not be used; what() names the cause and the remedy.
 class StreamError : public std::runtime_error
@@ -45,4 +45,4 @@ private:
     std::size_t m_packetCount = 0;
 };
 
-} // namespace sender
+} // namespace tessary::sender

@@ -1,6 +1,6 @@
 #include "ts_packet.h"
 
-namespace sender::ts {
+namespace tessary::sender::ts {
 
 std::uint64_t pcr(const std::uint8_t* packet)
 {
@@ -25,4 +25,4 @@ void setPcr(std::uint8_t* packet, std::uint64_t ticks)
     field[5] = static_cast<std::uint8_t>(extension);
 }
 
-} // namespace sender::ts
+} // namespace tessary::sender::ts

@@ -5,7 +5,7 @@
 
 /// Fields of a transport stream packet (ISO/IEC 13818-1, 2.4.3.2). All functions take a whole packet of at
 /// least 188 bytes that starts with the sync byte, and keep no pointer to it.
-namespace sender::ts {
+namespace tessary::sender::ts {
 
 constexpr std::size_t PacketBytes = 188; ///< a plain packet
 constexpr std::size_t CodedPacketBytes =
@@ -79,4 +79,4 @@ void setPcr(std::uint8_t* packet, std::uint64_t ticks);
 /// Turns of the 33-bit base: the PCR's range in 27 MHz periods.
 constexpr std::uint64_t PcrRange = (std::uint64_t{1} << 33) * 300;
 
-} // namespace sender::ts
+} // namespace tessary::sender::ts

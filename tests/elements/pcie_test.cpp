@@ -16,9 +16,9 @@
 #include <algorithm>
 #include <cstdio>
 
-using t2mitest::Bytes;
-using t2mitest::join;
-using t2mitest::userPacket;
+using tessary::test::Bytes;
+using tessary::test::join;
+using tessary::test::userPacket;
 
 namespace {
 
@@ -48,7 +48,7 @@ std::string source(const std::string& path, const std::string& properties)
 
 Bytes pcrPacket(std::uint64_t pcr27MHz, int pid = 0x100)
 {
-    Bytes packet = t2mitest::nullPacket();
+    Bytes packet = tessary::test::nullPacket();
     const std::uint64_t base = pcr27MHz / 300;
     const std::uint64_t extension = pcr27MHz % 300;
     const auto byte = [](std::uint64_t value) { return static_cast<std::uint8_t>(value & 0xFFU); };

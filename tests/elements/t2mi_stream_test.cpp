@@ -10,7 +10,8 @@
 #include <algorithm>
 #include <random>
 
-using namespace t2mitest;
+using namespace tessary;
+using namespace tessary::test;
 
 namespace {
 

@@ -9,7 +9,8 @@
 #include <algorithm>
 #include <string>
 
-using namespace t2mitest;
+using namespace tessary;
+using namespace tessary::test;
 
 namespace {
 

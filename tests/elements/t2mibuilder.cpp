@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-namespace t2mitest {
+namespace tessary::test {
 namespace {
 
 constexpr std::size_t kPacketBytes = 188;
@@ -187,4 +187,4 @@ Bytes join(const std::vector<Bytes>& parts)
     return whole;
 }
 
-} // namespace t2mitest
+} // namespace tessary::test

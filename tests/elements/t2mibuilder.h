@@ -8,7 +8,7 @@
 /// transport stream packets (ETSI EN 302 755, clause 5.1; ETSI TS 102 773). What it writes follows the
 /// standards' text and shares nothing with the code under test but the two CRC functions, which have known
 /// answers of their own.
-namespace t2mitest {
+namespace tessary::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -47,4 +47,4 @@ std::vector<Bytes> tsPackets(
 
 Bytes join(const std::vector<Bytes>& parts);
 
-} // namespace t2mitest
+} // namespace tessary::test

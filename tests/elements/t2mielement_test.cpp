@@ -8,7 +8,8 @@
 #include <algorithm>
 #include <memory>
 
-using namespace t2mitest;
+using namespace tessary;
+using namespace tessary::test;
 
 namespace {
 

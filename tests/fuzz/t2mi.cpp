@@ -13,6 +13,8 @@
 #include "support/input.h"
 #include "t2mi/crc.h"
 
+using namespace tessary;
+
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;

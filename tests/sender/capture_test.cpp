@@ -11,10 +11,10 @@
 #include "options.h"
 #include "ts_file.h"
 
-namespace sender {
+namespace tessary::sender {
 namespace {
 
-using namespace testing_ts;
+using namespace tessary::test;
 
 constexpr std::int64_t Ms = 1'000'000;
 constexpr std::int64_t Noon = std::int64_t{1'700'000'000} * 1'000'000'000;
@@ -277,4 +277,4 @@ TEST(RtpBytes, AreThoseBeforeThePackets)
 }
 
 } // namespace
-} // namespace sender
+} // namespace tessary::sender

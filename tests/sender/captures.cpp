@@ -5,7 +5,7 @@
 #include <pcap/pcap.h>
 #include <unistd.h>
 
-namespace testing_ts {
+namespace tessary::test {
 
 namespace {
 
@@ -149,4 +149,4 @@ std::string writePcapng(const std::string& name, const std::vector<Captured>& da
     return writeFile(name, file);
 }
 
-} // namespace testing_ts
+} // namespace tessary::test

@@ -3,7 +3,7 @@
 #include "test_packets.h"
 
 /// Captures made by hand for the sender's tests.
-namespace testing_ts {
+namespace tessary::test {
 
 /// Where a captured datagram went, and how.
 struct Captured
@@ -32,4 +32,4 @@ std::string writePcapng(const std::string& name, const std::vector<Captured>& da
 /// A file of another link layer with one frame of it.
 std::string writeOtherPcap(const std::string& name, int linkLayer, const Bytes& frame);
 
-} // namespace testing_ts
+} // namespace tessary::test

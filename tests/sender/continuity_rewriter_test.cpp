@@ -3,10 +3,10 @@
 #include "continuity_rewriter.h"
 #include "test_packets.h"
 
-namespace sender {
+namespace tessary::sender {
 namespace {
 
-using namespace testing_ts;
+using namespace tessary::test;
 
 unsigned counterAfter(ContinuityRewriter& rewriter, Bytes bytes, bool breakHere = false)
 {
@@ -109,4 +109,4 @@ TEST(ContinuityRewriter, NullPacketsKeepTheirBytes)
 }
 
 } // namespace
-} // namespace sender
+} // namespace tessary::sender

@@ -5,7 +5,7 @@
 #include "rtp_header.h"
 #include "test_packets.h"
 
-namespace sender {
+namespace tessary::sender {
 namespace {
 
 using Header = std::array<std::uint8_t, 12>;
@@ -54,7 +54,7 @@ unsigned product(unsigned a, unsigned b)
 TEST(ReedSolomon, EveryCodeWordHasTheGeneratorsRoots)
 {
     for (unsigned seed = 0; seed < 20; ++seed) {
-        testing_ts::Bytes word(204);
+        test::Bytes word(204);
         for (unsigned i = 0; i < 188; ++i)
             word[i] = static_cast<std::uint8_t>(i * i * 31 + seed * 57 + (i >> 3));
         reedSolomonParity(word.data(), word.data() + 188);
@@ -70,11 +70,11 @@ TEST(ReedSolomon, EveryCodeWordHasTheGeneratorsRoots)
 
 TEST(ReedSolomon, ParityOfNothingIsNothing)
 {
-    testing_ts::Bytes word(204, 0);
+    test::Bytes word(204, 0);
     std::fill(word.begin() + 188, word.end(), std::uint8_t{0xFF});
     reedSolomonParity(word.data(), word.data() + 188);
-    EXPECT_EQ(word, testing_ts::Bytes(204, 0));
+    EXPECT_EQ(word, test::Bytes(204, 0));
 }
 
 } // namespace
-} // namespace sender
+} // namespace tessary::sender

@@ -22,7 +22,7 @@
 
 namespace {
 
-using namespace testing_ts;
+using namespace tessary::test;
 
 /// Receives datagrams on a port of its own until it is told to finish; a thread of its own empties the
 /// socket.

@@ -3,7 +3,7 @@
 
 #include "options.h"
 
-namespace sender {
+namespace tessary::sender {
 namespace {
 
 Options parse(std::vector<const char*> arguments)
@@ -128,4 +128,4 @@ TEST(Options, HelpNeedsNoFile)
 }
 
 } // namespace
-} // namespace sender
+} // namespace tessary::sender

@@ -5,7 +5,7 @@
 #include "report.h"
 #include "stream_datagrams.h"
 
-namespace sender {
+namespace tessary::sender {
 namespace {
 
 constexpr std::uint64_t DatagramBits = std::uint64_t{7} * 188 * 8;
@@ -110,4 +110,4 @@ TEST(Report, TheLongestBurstCountsDatagramsWithoutASleepBetween)
 }
 
 } // namespace
-} // namespace sender
+} // namespace tessary::sender

@@ -6,10 +6,10 @@
 #include "stream_facts.h"
 #include "test_packets.h"
 
-namespace sender {
+namespace tessary::sender {
 namespace {
 
-using namespace testing_ts;
+using namespace tessary::test;
 
 Bytes readAll(PacketSource& source, std::size_t packetSize = 188)
 {
@@ -193,4 +193,4 @@ TEST_F(PacketSourceTest, AnIncompleteLastPacketIsLeftOut)
 }
 
 } // namespace
-} // namespace sender
+} // namespace tessary::sender

@@ -4,10 +4,10 @@
 #include "test_packets.h"
 #include "ts_packet.h"
 
-namespace sender {
+namespace tessary::sender {
 namespace {
 
-using namespace testing_ts;
+using namespace tessary::test;
 
 constexpr std::uint64_t StampRange = std::uint64_t{1} << 33;
 
@@ -113,4 +113,4 @@ TEST(TsPacket, PcrIsReadAndWrittenInWholeRange)
 }
 
 } // namespace
-} // namespace sender
+} // namespace tessary::sender

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-namespace testing_ts {
+namespace tessary::test {
 
 namespace {
 
@@ -56,4 +56,4 @@ std::string writeFile(const std::string& name, const Bytes& bytes)
     return path;
 }
 
-} // namespace testing_ts
+} // namespace tessary::test

@@ -7,7 +7,7 @@
 #include <vector>
 
 /// Packets made by hand for the sender's tests, and an independent reading of what was sent.
-namespace testing_ts {
+namespace tessary::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -89,4 +89,4 @@ Bytes smallStream(std::size_t packets, double bitsPerSecond);
 /// Writes a file below the test's temporary folder and returns its path.
 std::string writeFile(const std::string& name, const Bytes& bytes);
 
-} // namespace testing_ts
+} // namespace tessary::test

@@ -3,7 +3,7 @@
 #include "crc.h"
 #include "packetizer.h"
 
-namespace t2mi {
+namespace tessary::t2mi {
 namespace {
 
 constexpr std::size_t kFramePrefixBytes = 3; // frame_idx, plp_id, intl_frame_start with seven reserved bits
@@ -172,4 +172,4 @@ void BasebandDecoder::emitUnit(const std::uint8_t* unit, std::vector<std::uint8_
     }
 }
 
-} // namespace t2mi
+} // namespace tessary::t2mi

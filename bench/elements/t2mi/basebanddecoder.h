@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace t2mi {
+namespace tessary::t2mi {
 
 /// Takes the transport stream out of the baseband frames of one PLP (ETSI EN 302 755, clause 5.1): normal
 /// mode and high-efficiency mode, user packets running over frame borders, deleted null packets put back,
@@ -71,4 +71,4 @@ private:
     std::vector<std::uint8_t> m_pending; // begins at a user packet while m_synced
 };
 
-} // namespace t2mi
+} // namespace tessary::t2mi

@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace t2mi {
+namespace tessary::t2mi {
 namespace {
 
 std::array<std::uint8_t, 256> makeCrc8Table()
@@ -49,4 +49,4 @@ std::uint32_t crc32(const std::uint8_t* data, std::size_t size)
     return crc;
 }
 
-} // namespace t2mi
+} // namespace tessary::t2mi

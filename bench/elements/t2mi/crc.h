@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace t2mi {
+namespace tessary::t2mi {
 
 /// CRC-8 of DVB-T2 mode adaptation: polynomial 0xD5, start value 0 (ETSI EN 302 755, annex F).
 std::uint8_t crc8(const std::uint8_t* data, std::size_t size);
@@ -12,4 +12,4 @@ std::uint8_t crc8(const std::uint8_t* data, std::size_t size);
 /// significant bit first (ETSI TS 102 773, annex A). Over a block together with its own CRC the result is 0.
 std::uint32_t crc32(const std::uint8_t* data, std::size_t size);
 
-} // namespace t2mi
+} // namespace tessary::t2mi

@@ -1,6 +1,6 @@
 #include "extractor.h"
 
-namespace t2mi {
+namespace tessary::t2mi {
 
 Extractor::Extractor(int pid, int plp)
     : m_packetizer([this](const std::uint8_t* packet) { m_demux.push(packet); })
@@ -34,4 +34,4 @@ std::vector<std::uint8_t> Extractor::lastPacket() const
     return m_last;
 }
 
-} // namespace t2mi
+} // namespace tessary::t2mi

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <vector>
 
-namespace t2mi {
+namespace tessary::t2mi {
 
 /// The whole way from received bytes to the inner transport stream: packets, T2-MI packets, baseband frames
 /// of one PLP, packets of 188 bytes. push() belongs to one thread; lastPacket() may be called from any other
@@ -40,4 +40,4 @@ private:
     std::vector<std::uint8_t> m_last; // guarded by m_lastMutex
 };
 
-} // namespace t2mi
+} // namespace tessary::t2mi

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace t2mi {
+namespace tessary::t2mi {
 
 Packetizer::Packetizer(PacketSink sink)
     : m_sink(std::move(sink))
@@ -48,4 +48,4 @@ void Packetizer::push(const std::uint8_t* data, std::size_t size)
     m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(position));
 }
 
-} // namespace t2mi
+} // namespace tessary::t2mi

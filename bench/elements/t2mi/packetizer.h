@@ -5,7 +5,7 @@
 #include <functional>
 #include <vector>
 
-namespace t2mi {
+namespace tessary::t2mi {
 
 constexpr std::size_t kTsPacketBytes = 188;
 constexpr std::uint8_t kTsSyncByte = 0x47;
@@ -40,4 +40,4 @@ private:
     std::uint64_t m_skippedBytes = 0;
 };
 
-} // namespace t2mi
+} // namespace tessary::t2mi

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace t2mi {
+namespace tessary::t2mi {
 
 T2MiDemux::T2MiDemux(int pid, PacketSink packetSink, LossSink lossSink)
     : m_pid(pid)
@@ -138,4 +138,4 @@ void T2MiDemux::lose()
     m_lossSink();
 }
 
-} // namespace t2mi
+} // namespace tessary::t2mi

@@ -5,7 +5,7 @@
 #include <functional>
 #include <vector>
 
-namespace t2mi {
+namespace tessary::t2mi {
 
 constexpr std::size_t kT2MiHeaderBytes = 6;
 constexpr std::size_t kT2MiCrcBytes = 4;
@@ -65,4 +65,4 @@ private:
     int m_lastStreamId = -1;
 };
 
-} // namespace t2mi
+} // namespace tessary::t2mi

@@ -107,7 +107,7 @@ protected:
     /// Scans the file as it comes in from the network; the stream ends behind its last packet.
     void receive(const std::string& path)
     {
-        sender::Options options;
+        tessary::sender::Options options;
         options.host = "127.0.0.1";
         options.port = freePort();
         options.rtp = GetParam().way == Way::Rtp;
@@ -120,10 +120,10 @@ protected:
         const ByteCount received(element("my_bin"));
         source().scanStream();
         ASSERT_TRUE(reaches(GST_STATE_PLAYING));
-        const sender::TsFile file(path);
-        sender::StreamDatagrams datagrams(options, file);
-        sender::DatagramSocket outlet(sender::targetOf(options));
-        sender::SendLoop(options, datagrams, outlet, [] { return false; }).run();
+        const tessary::sender::TsFile file(path);
+        tessary::sender::StreamDatagrams datagrams(options, file);
+        tessary::sender::DatagramSocket outlet(tessary::sender::targetOf(options));
+        tessary::sender::SendLoop(options, datagrams, outlet, [] { return false; }).run();
         ASSERT_TRUE(received.waitFor(fileBytes(path).size() - file.bytesLeftOver()));
         gst_element_send_event(element("udpsrc1"), gst_event_new_eos());
     }
