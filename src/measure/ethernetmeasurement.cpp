@@ -103,11 +103,13 @@ void ETHERNETMeasurement::start()
     char device[256] = "";
     if (!chooseDevice(data.vlan, device, sizeof device) || !open(device))
         return;
-    handleOpen = true;
+    {
+        const MutexLock lock(handleMutex);
+        handleOpen = true;
+    }
     if (pthread_create(&thread, nullptr, doWork, this) != 0) {
         qDebug("Couldn't start the capture thread: out of memory or threads");
-        handleOpen = false;
-        pcap_close(handle);
+        closeHandle();
         return;
     }
     running = true;
@@ -157,18 +159,26 @@ bool ETHERNETMeasurement::installFilter(bpf_u_int32 network)
     return installed;
 }
 
+void ETHERNETMeasurement::closeHandle()
+{
+    const MutexLock lock(handleMutex);
+    handleOpen = false;
+    pcap_close(handle);
+}
+
 void ETHERNETMeasurement::stop()
 {
     if (!running)
         return;
     qDebug("------------------pcap stop ------------------");
     {
-        const std::lock_guard<std::mutex> lock(handleMutex);
+        const MutexLock lock(handleMutex);
         if (handleOpen)
             pcap_breakloop(handle);
     }
     pthread_join(thread, nullptr);
     running = false;
+    const MutexLock lock(bufferMutex);
     buffer->clear();
     oldestRecord = 0;
 }
@@ -178,13 +188,9 @@ void* ETHERNETMeasurement::doWork(void* self)
     auto* const measurement = static_cast<ETHERNETMeasurement*>(self);
     qDebug("------------------pcap loop input ------------------");
     pcap_loop(measurement->handle, -1, onPacketReceived, static_cast<unsigned char*>(self));
-    {
-        // The loop also ends by itself, when the interface disappears: a later stop must not touch the closed
-        // handle.
-        const std::lock_guard<std::mutex> lock(measurement->handleMutex);
-        measurement->handleOpen = false;
-        pcap_close(measurement->handle);
-    }
+    // The loop also ends by itself, when the interface disappears: a later stop must not touch the closed
+    // handle.
+    measurement->closeHandle();
     qDebug("------------------pcap loop output ------------------");
     return nullptr;
 }
@@ -201,8 +207,10 @@ void ETHERNETMeasurement::onPacketReceived(
         measurement->delayFactorMs = result.closedPeriod->delayFactorMs;
         measurement->discontinuities = result.closedPeriod->discontinuities;
     }
-    if (const std::unique_lock<std::mutex> lock(measurement->bufferMutex, std::try_to_lock); lock.owns_lock())
+    if (measurement->bufferMutex.try_lock()) {
         measurement->keep(result.record);
+        measurement->bufferMutex.unlock();
+    }
     storeChanged(receptionStatistics.LastReceivedPacketTime, std::time(nullptr));
 }
 
@@ -220,7 +228,7 @@ void ETHERNETMeasurement::keep(const pcap_measured_value_struct& record)
 void ETHERNETMeasurement::getBuffer(std::vector<pcap_measured_value_struct>* out)
 {
     out->reserve(maxRecords); // not under the lock: each frame that comes meanwhile loses its record
-    const std::lock_guard<std::mutex> lock(bufferMutex);
+    const MutexLock lock(bufferMutex);
     const auto oldest = buffer->begin() + static_cast<std::ptrdiff_t>(oldestRecord);
     out->assign(oldest, buffer->end());
     out->insert(out->end(), buffer->begin(), oldest);

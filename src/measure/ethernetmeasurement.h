@@ -1,12 +1,12 @@
 #pragma once
 
 #include "measure/receptionstatistics.h"
+#include "system/mutex.h"
 #include "system/mydata.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <pcap/pcap.h>
 #include <pthread.h>
 #include <string>
@@ -54,13 +54,13 @@ public:
     pthread_t thread; ///< valid while `running`
     /// At most 1024 records, in the storage of the start. Once they are so many, the newest one takes the
     /// place of the oldest: getBuffer() knows their order.
-    std::unique_ptr<std::vector<pcap_measured_value_struct>> buffer;
+    std::unique_ptr<std::vector<pcap_measured_value_struct>> buffer PT_GUARDED_BY(bufferMutex);
     std::atomic<std::int64_t> delayFactorMs; ///< of the last closed period
     std::atomic<std::int64_t> discontinuities; ///< continuity errors of the last closed period
     std::atomic<std::int64_t> lastBitrate; ///< of the last closed period, bits per second
     std::atomic<std::int32_t> tsPacketSize; ///< of the last datagram, bytes: 188, 204 or 0
     std::atomic<std::int32_t> tsPacketsPerDatagram; ///< of the last datagram
-    std::mutex bufferMutex; ///< guards `buffer`
+    Mutex bufferMutex; ///< guards `buffer`
     /// From a successful start to the stop, even when the loop ends by an error meanwhile.
     std::atomic<bool> running;
     std::string filter; ///< pcap-filter(7) text
@@ -69,13 +69,13 @@ public:
 private:
     bool open(const char* device);
     bool installFilter(bpf_u_int32 net);
-    void keep(const pcap_measured_value_struct& record);
+    void closeHandle();
+    void keep(const pcap_measured_value_struct& record) REQUIRES(bufferMutex);
 
-    /// Place of the oldest record in `buffer`, which the next one takes when that is full; guarded by
-    /// bufferMutex.
-    std::size_t oldestRecord;
-    std::mutex handleMutex; ///< keeps a stop from reaching for a handle that the capture thread is closing
-    bool handleOpen; ///< guarded by handleMutex; false once the loop has ended, by a stop or by an error
+    /// Place of the oldest record in `buffer`, which the next one takes when that is full.
+    std::size_t oldestRecord GUARDED_BY(bufferMutex);
+    Mutex handleMutex; ///< keeps a stop from reaching for a handle that the capture thread is closing
+    bool handleOpen GUARDED_BY(handleMutex); ///< false once the loop has ended, by a stop or by an error
 };
 
 extern ETHERNETMeasurement* ethMes;

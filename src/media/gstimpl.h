@@ -3,11 +3,11 @@
 #include "media/mpegts.h"
 #include "media/playoutdelay.h"
 #include "media/psitables.h"
+#include "system/mutex.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <QObject>
 #include <string>
 #include <vector>
@@ -136,13 +136,19 @@ private:
     std::atomic<bool> m_videoLinked{false}; ///< decodebin's video pad is linked
     std::atomic<bool> m_audioLinked{false}; ///< decodebin's audio pad is linked
     std::atomic<int> m_programNumber{0}; ///< program number last given to play()
-    std::vector<std::uint8_t> m_sdtBytes;
-    std::vector<std::uint32_t> m_patPrograms;
-    std::vector<std::uint32_t> m_sdtServices;
-    std::vector<std::uint8_t> m_patBytes;
-    std::vector<NIT_vector_Struct> m_nitSections;
+    /// The tables lie between the bus thread, which stores them, and the getters, which copy them.
+    Mutex m_tablesMutex;
+    std::vector<std::uint8_t> m_sdtBytes GUARDED_BY(m_tablesMutex);
+    std::vector<std::uint32_t> m_patPrograms GUARDED_BY(m_tablesMutex);
+    std::vector<std::uint32_t> m_sdtServices GUARDED_BY(m_tablesMutex);
+    std::vector<std::uint8_t> m_patBytes GUARDED_BY(m_tablesMutex);
+    std::vector<NIT_vector_Struct> m_nitSections GUARDED_BY(m_tablesMutex);
+    std::vector<PMT_vector_Struct> m_pmtSections GUARDED_BY(m_tablesMutex);
+    // What the getters gave last: of the main thread alone.
+    std::vector<std::uint8_t> m_patSnapshot;
+    std::vector<std::uint8_t> m_sdtSnapshot;
+    std::vector<std::uint8_t> m_pmtSnapshot;
     std::vector<std::uint8_t> m_nitBytes;
-    std::vector<PMT_vector_Struct> m_pmtSections;
     GstElement* m_pPipeline = nullptr; ///< owned, one reference
     QThread* m_pThread = nullptr; ///< owned
     gstmsgHandler* m_pMsgHandler = nullptr; ///< owned
@@ -177,11 +183,7 @@ private:
 
     PlayoutDelay m_playoutDelay; ///< of a live stream
 
-    std::mutex m_tablesMutex; ///< guards the five tables between the bus thread and the getters' copies
-    std::vector<std::uint8_t> m_patSnapshot;
-    std::vector<std::uint8_t> m_sdtSnapshot;
-    std::vector<std::uint8_t> m_pmtSnapshot;
-    std::mutex m_capsMutex; ///< guards m_takenCaps between streaming threads
+    Mutex m_capsMutex; ///< streaming threads take caps, each for a pad of its own
     /// Owned copies, kept while a reader may hold one; released at the next mode.
-    std::vector<GstCaps*> m_takenCaps;
+    std::vector<GstCaps*> m_takenCaps GUARDED_BY(m_capsMutex);
 };

@@ -28,7 +28,7 @@ void gstImpl::resetDecodeState()
     m_audioCaps = nullptr;
     m_audioCapsPad = nullptr;
     // Called with the pipeline stopped, on the thread of the only reader: nobody holds a taken caps any more.
-    const std::lock_guard<std::mutex> lock(m_capsMutex);
+    const MutexLock lock(m_capsMutex);
     for (GstCaps* caps : m_takenCaps)
         gst_caps_unref(caps);
     m_takenCaps.clear();

@@ -246,7 +246,7 @@ gboolean gstImpl::cb_new_stream_decodebin(GstBin*, GstPad* pad, GstCaps* caps, v
 void gstImpl::takeCaps(
     std::atomic<GstCaps*>& field, std::atomic<GstPad*>& fieldPad, GstPad* pad, const GstCaps* caps)
 {
-    const std::lock_guard<std::mutex> lock(m_capsMutex);
+    const MutexLock lock(m_capsMutex);
     if (fieldPad != nullptr && fieldPad != pad)
         return;
     m_takenCaps.push_back(gst_caps_copy(caps));

@@ -90,13 +90,13 @@ void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
     const SectionHolder holder(section);
     const SectionBytes bytes(section);
     {
-        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        const MutexLock lock(m_tablesMutex);
         if (m_patBytes.size() == bytes.size()) // a change is known by its length alone: this is meant
             return;
     }
     const std::optional<std::vector<std::uint32_t>> entries = entriesOfPat(section);
     {
-        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        const MutexLock lock(m_tablesMutex);
         m_patBytes.assign(bytes.begin(), bytes.end());
         m_patPrograms = entries ? withoutZero(*entries) : std::vector<std::uint32_t>();
     }
@@ -110,13 +110,13 @@ void gstImpl::newSdtSectionReceived(GstMpegtsSection* section)
     const SectionHolder holder(section);
     const SectionBytes bytes(section);
     {
-        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        const MutexLock lock(m_tablesMutex);
         if (m_sdtBytes.size() == bytes.size())
             return;
     }
     const std::vector<std::uint32_t> services = servicesOfSdt(section);
     {
-        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        const MutexLock lock(m_tablesMutex);
         // Appended without emptying: this is meant. Two sections of different lengths let the list grow with
         // each repetition until the tables are cleared; the controller takes what it needs by section_number.
         if (m_sdtBytes.size() + bytes.size() <= sdtBytesKept)
@@ -136,7 +136,7 @@ void gstImpl::newPmtSectionReceived(GstMpegtsSection* section)
         return;
     const std::uint16_t number = pmt->program_number;
     {
-        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        const MutexLock lock(m_tablesMutex);
         const auto same = [number](const PMT_vector_Struct& known) { return known.program_number == number; };
         // The first PMT is kept until the next scan.
         if (std::any_of(m_pmtSections.begin(), m_pmtSections.end(), same))
@@ -151,7 +151,7 @@ void gstImpl::newNitSectionReceived(GstMpegtsSection* section)
     const SectionHolder holder(section);
     const std::uint16_t number = section->section_number;
     {
-        const std::lock_guard<std::mutex> lock(m_tablesMutex);
+        const MutexLock lock(m_tablesMutex);
         const auto same = [number](const NIT_vector_Struct& known) { return known.section_number == number; };
         if (std::any_of(m_nitSections.begin(), m_nitSections.end(), same))
             return;
@@ -162,7 +162,7 @@ void gstImpl::newNitSectionReceived(GstMpegtsSection* section)
 
 std::vector<std::uint8_t>* gstImpl::getPAT()
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const MutexLock lock(m_tablesMutex);
     m_patSnapshot = m_patBytes;
     return &m_patSnapshot;
 }
@@ -176,19 +176,19 @@ std::vector<std::uint8_t>* gstImpl::getSDT()
 
 void gstImpl::appendSDT(std::vector<std::uint8_t>& bytes)
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const MutexLock lock(m_tablesMutex);
     bytes.insert(bytes.end(), m_sdtBytes.begin(), m_sdtBytes.end());
 }
 
 bool gstImpl::hasSDT()
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const MutexLock lock(m_tablesMutex);
     return !m_sdtBytes.empty();
 }
 
 std::vector<std::uint8_t>* gstImpl::getPMT()
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const MutexLock lock(m_tablesMutex);
     const auto chosen = [this](const PMT_vector_Struct& known) {
         return known.program_number == m_programNumber;
     };
@@ -201,7 +201,7 @@ std::vector<std::uint8_t>* gstImpl::getPMT()
 
 std::vector<std::uint8_t>* gstImpl::getNIT()
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const MutexLock lock(m_tablesMutex);
     m_nitBytes.clear();
     // Only as many numbers are looked for as there are sections: a NIT whose first section was missed is left
     // out, on purpose, rather than sent with a gap.
@@ -216,13 +216,13 @@ std::vector<std::uint8_t>* gstImpl::getNIT()
 
 int gstImpl::getTotalNumberOfProgramsFound()
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const MutexLock lock(m_tablesMutex);
     return static_cast<int>(m_patPrograms.size());
 }
 
 int gstImpl::getProgramNumber(int index)
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const MutexLock lock(m_tablesMutex);
     const std::vector<std::uint32_t>& numbers = m_sdtServices.empty() ? m_patPrograms : m_sdtServices;
     if (index < 0 || static_cast<std::size_t>(index) >= numbers.size())
         return 0;
@@ -231,7 +231,7 @@ int gstImpl::getProgramNumber(int index)
 
 void gstImpl::clearPIDFilter()
 {
-    const std::lock_guard<std::mutex> lock(m_tablesMutex);
+    const MutexLock lock(m_tablesMutex);
     m_sdtBytes.clear();
     m_sdtServices.clear();
     m_nitSections.clear();

@@ -55,7 +55,7 @@ void leaveOut(GstElement* demultiplexer, bool out)
 void PlayoutDelay::reset(GstElement* pipeline)
 {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_pipeline = pipeline;
         m_need = PlayoutNeed();
         m_firstSound.reset();
@@ -91,15 +91,18 @@ GstPadProbeReturn PlayoutDelay::dataCame(GstPad* pad, GstPadProbeInfo* info, voi
 
 void PlayoutDelay::take(PlayoutNeed::Media media, GstPad* pad, GstBuffer* buffer)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    GstElement* pipeline = m_pipeline;
-    const std::optional<GstClockTimeDiff> lead = leadOf(pad, buffer, pipeline);
-    const bool playing = GST_STATE(pipeline) == GST_STATE_PLAYING;
-    if (!lead || !m_need.note(media, *lead, playing))
-        return;
-    const std::optional<std::int64_t> held = m_need.held();
-    lock.unlock(); // what follows asks elements, which may ask back
-
+    GstElement* pipeline = nullptr;
+    std::optional<std::int64_t> held;
+    {
+        const MutexLock lock(m_mutex);
+        pipeline = m_pipeline;
+        const std::optional<GstClockTimeDiff> lead = leadOf(pad, buffer, pipeline);
+        const bool playing = GST_STATE(pipeline) == GST_STATE_PLAYING;
+        if (!lead || !m_need.note(media, *lead, playing))
+            return;
+        held = m_need.held();
+    }
+    // Without the lock: what follows asks elements, which may ask back.
     GstElement* demultiplexer = gst_pad_get_parent_element(pad);
     if (demultiplexer) {
         leaveOut(demultiplexer, held.has_value());
@@ -137,7 +140,7 @@ GstPadProbeReturn PlayoutDelay::soundCame(GstPad* pad, GstPadProbeInfo* info, vo
 
 FirstSound::Fate PlayoutDelay::takeSound(GstPad* pad, GstBuffer*& buffer)
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (!m_need.held() || GST_STATE(m_pipeline) == GST_STATE_PLAYING)
         return FirstSound::Fate::passes;
     const std::optional<GstClockTimeDiff> lead = leadOf(pad, buffer, m_pipeline);

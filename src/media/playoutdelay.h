@@ -2,9 +2,9 @@
 
 #include "media/firstsound.h"
 #include "media/playoutneed.h"
+#include "system/mutex.h"
 
 #include <gst/gst.h>
-#include <mutex>
 
 /// Has a live pipeline hold picture and sound back no longer than its stream needs; see PlayoutNeed and
 /// FirstSound. As long as nothing is known of the stream, and for all that is not live, GStreamer's own rules
@@ -31,8 +31,8 @@ private:
     void take(PlayoutNeed::Media media, GstPad* pad, GstBuffer* buffer);
     FirstSound::Fate takeSound(GstPad* pad, GstBuffer*& buffer);
 
-    std::mutex m_mutex; ///< hands the rest over between the main thread and the streaming threads
-    GstElement* m_pipeline = nullptr; ///< borrowed
-    PlayoutNeed m_need;
-    FirstSound m_firstSound;
+    Mutex m_mutex; ///< hands the rest over between the main thread and the streaming threads
+    GstElement* m_pipeline GUARDED_BY(m_mutex) = nullptr; ///< borrowed
+    PlayoutNeed m_need GUARDED_BY(m_mutex);
+    FirstSound m_firstSound GUARDED_BY(m_mutex);
 };

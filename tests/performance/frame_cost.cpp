@@ -90,7 +90,7 @@ void callbackWithoutRecords(benchmark::State& state)
     std::promise<void> locked;
     std::promise<void> measured;
     std::thread reader([&] {
-        const std::lock_guard<std::mutex> lock(measurement.bufferMutex);
+        const MutexLock lock(measurement.bufferMutex);
         locked.set_value();
         measured.get_future().wait();
     });

@@ -114,7 +114,7 @@ TEST_F(Records, StayWhenTheyAreRead)
 TEST_F(Records, OfAFrameIsDroppedWhileAReaderHoldsTheLockAndTheResultsStillCount)
 {
     {
-        const std::lock_guard<std::mutex> reader(measurement.bufferMutex);
+        const MutexLock reader(measurement.bufferMutex);
         std::thread capture([this] { receive(sevenPackets, 1'000'000'000); });
         capture.join(); // would hang if the callback waited
     }
@@ -128,7 +128,7 @@ TEST_F(Records, ThatWereDroppedLeaveNoGapInTheStorage)
 {
     receiveFrames(1, 1500);
     {
-        const std::lock_guard<std::mutex> reader(measurement.bufferMutex);
+        const MutexLock reader(measurement.bufferMutex);
         std::thread capture([this] { receiveFrames(1501, 1600); });
         capture.join();
     }
@@ -148,7 +148,7 @@ TEST_F(Records, AreReadWithoutMemoryFromTheHeapUnderTheLock)
     receiveFrames(1, 1500);
     std::atomic<int> taken{0};
     std::vector<pcap_measured_value_struct> out;
-    std::unique_lock<std::mutex> lock(measurement.bufferMutex);
+    std::unique_lock<Mutex> lock(measurement.bufferMutex);
     std::thread reader([&] {
         allocations = &taken;
         measurement.getBuffer(&out);
