@@ -1,5 +1,7 @@
 #include "commands/decoderinfo.h"
 
+#include "media/owned.h"
+
 #include <cstring>
 #include <string>
 
@@ -23,10 +25,8 @@ bool nameContains(const GstStructure* structure, const char* word)
 std::string fieldText(const GstStructure* structure, const char* field)
 {
     const GValue* value = gst_structure_get_value(structure, field);
-    gchar* serialised = value ? gst_value_serialize(value) : nullptr;
-    std::string text = serialised ? serialised : "";
-    g_free(serialised);
-    return text;
+    const Owned<gchar> serialised(value ? gst_value_serialize(value) : nullptr);
+    return serialised ? serialised.get() : "";
 }
 
 bool contains(const std::string& text, char digit)

@@ -4,6 +4,7 @@
 #include "commands/sourceselection.h"
 #include "commands/uart_command.h"
 #include "commands/versionline.h"
+#include "media/owned.h"
 #include "media/pciesource.h"
 #include "system/mydata.h"
 
@@ -30,9 +31,7 @@ void logCaps(const GstCaps* caps)
 {
     if (!caps || !GST_IS_CAPS(caps))
         return;
-    gchar* text = gst_caps_to_string(caps);
-    qDebug("%s", text);
-    g_free(text);
+    qDebug("%s", Owned<gchar>(gst_caps_to_string(caps)).get());
 }
 
 /// A picture dimension as the frame's four hexadecimal digits can carry it; an unknown one (-1) counts as 0.

@@ -4,6 +4,7 @@
 #include "commands/uart_command.h"
 #include "media/filesource.h"
 #include "media/pciesource.h"
+#include "system/descriptor.h"
 
 #include <fcntl.h>
 #include <QByteArray>
@@ -115,10 +116,9 @@ void Uart_PVR_Export()
     QFile file(recording());
     if (!file.open(QIODevice::ReadOnly))
         return;
-    const int device = open(exportDevicePath, O_WRONLY | O_CLOEXEC);
-    if (device == -1)
+    const Descriptor device(open(exportDevicePath, O_WRONLY | O_CLOEXEC));
+    if (!device.isOpen())
         return;
-    exportBlocks(file, device);
+    exportBlocks(file, device.get());
     sleep(1); // the driver sends out what it holds
-    close(device);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/mpegts.h"
+#include "media/owned.h"
 #include "media/playoutdelay.h"
 #include "media/psitables.h"
 #include "system/mutex.h"
@@ -185,5 +186,5 @@ private:
 
     Mutex m_capsMutex; ///< streaming threads take caps, each for a pad of its own
     /// Owned copies, kept while a reader may hold one; released at the next mode.
-    std::vector<GstCaps*> m_takenCaps GUARDED_BY(m_capsMutex);
+    std::vector<Owned<GstCaps>> m_takenCaps GUARDED_BY(m_capsMutex);
 };

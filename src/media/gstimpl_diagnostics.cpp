@@ -30,9 +30,7 @@ void logQueue(GstElement* queue, const std::string& label)
 
 void printEvent(const char* event, GstElement* queue)
 {
-    gchar* name = gst_element_get_name(queue);
-    g_print("%s QUEUE: %s\r\n", event, name);
-    g_free(name);
+    g_print("%s QUEUE: %s\r\n", event, Owned<gchar>(gst_element_get_name(queue)).get());
 }
 
 } // namespace

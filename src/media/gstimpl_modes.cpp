@@ -29,8 +29,6 @@ void gstImpl::resetDecodeState()
     m_audioCapsPad = nullptr;
     // Called with the pipeline stopped, on the thread of the only reader: nobody holds a taken caps any more.
     const MutexLock lock(m_capsMutex);
-    for (GstCaps* caps : m_takenCaps)
-        gst_caps_unref(caps);
     m_takenCaps.clear();
 }
 

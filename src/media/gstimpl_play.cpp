@@ -35,10 +35,9 @@ const gchar* firstStructureName(const GstCaps* caps)
 void readDecimal(const GstStructure* structure, const gchar* field, std::atomic<int>& out)
 {
     const GValue* value = gst_structure_get_value(structure, field);
-    gchar* text = value ? gst_value_serialize(value) : nullptr;
+    const Owned<gchar> text(value ? gst_value_serialize(value) : nullptr);
     if (text)
-        out = static_cast<int>(std::strtol(text, nullptr, 10));
-    g_free(text);
+        out = static_cast<int>(std::strtol(text.get(), nullptr, 10));
 }
 
 /// The chain of these handles; empty when one of them does not exist.
@@ -205,27 +204,23 @@ gint gstImpl::cb_autoplug_select_decodebin(GstBin*, GstPad*, GstCaps*, GstElemen
 void gstImpl::cb_element_added_decodebin(GstBin*, GstElement* element, void* data)
 {
     auto* self = static_cast<gstImpl*>(data);
-    gchar* name = gst_element_get_name(element);
-    g_print("DECODBIN element-added: %s\r\n", name);
-    if (contains(name, "aiurdemux") || contains(name, "tsdemux")) {
+    const Owned<gchar> name(gst_element_get_name(element));
+    g_print("DECODBIN element-added: %s\r\n", name.get());
+    if (contains(name.get(), "aiurdemux") || contains(name.get(), "tsdemux")) {
         if (g_object_class_find_property(G_OBJECT_GET_CLASS(element), "program-number"))
             g_object_set(element, "program-number", self->m_programNumber.load(), nullptr);
         self->m_playoutDelay.watch(element);
-    } else if (contains(name, "multiqueue")) {
+    } else if (contains(name.get(), "multiqueue")) {
         self->m_pMultiqueue = element;
     }
-    g_free(name);
 }
 
 gboolean gstImpl::cb_new_stream_decodebin(GstBin*, GstPad* pad, GstCaps* caps, void* data)
 {
     auto* self = static_cast<gstImpl*>(data);
-    gchar* padName = gst_pad_get_name(pad);
-    gchar* capsText = gst_caps_to_string(caps);
-    g_print("DECODEBIN new stream: pad name=%s (address=%d); caps string=%s (address=%d)\n", padName,
-        GPOINTER_TO_INT(pad), capsText, GPOINTER_TO_INT(caps));
-    g_free(padName);
-    g_free(capsText);
+    g_print("DECODEBIN new stream: pad name=%s (address=%d); caps string=%s (address=%d)\n",
+        Owned<gchar>(gst_pad_get_name(pad)).get(), GPOINTER_TO_INT(pad),
+        Owned<gchar>(gst_caps_to_string(caps)).get(), GPOINTER_TO_INT(caps));
 
     const gchar* name = firstStructureName(caps);
     if (contains(name, "video/mpegts") || contains(name, "video/x-matroska") || contains(name, "video/x-raw")
@@ -249,36 +244,31 @@ void gstImpl::takeCaps(
     const MutexLock lock(m_capsMutex);
     if (fieldPad != nullptr && fieldPad != pad)
         return;
-    m_takenCaps.push_back(gst_caps_copy(caps));
-    field = m_takenCaps.back();
+    m_takenCaps.emplace_back(gst_caps_copy(caps));
+    field = m_takenCaps.back().get();
     fieldPad = pad;
 }
 
 gboolean gstImpl::cb_new_pad_decodebin(GstElement* element, GstPad* pad, void* data)
 {
     auto* self = static_cast<gstImpl*>(data);
-    gchar* padName = gst_pad_get_name(pad);
-    gchar* elementName = gst_element_get_name(element);
-    g_print("A new pad %s was created for %s\n", padName, elementName);
-    GstCaps* caps = gst_pad_get_current_caps(pad);
-    gchar* capsText = caps ? gst_caps_to_string(caps) : g_strdup("");
-    if (contains(capsText, "video") && !self->m_videoLinked) {
+    const Owned<gchar> padName(gst_pad_get_name(pad));
+    g_print("A new pad %s was created for %s\n", padName.get(),
+        Owned<gchar>(gst_element_get_name(element)).get());
+    const Owned<GstCaps> caps(gst_pad_get_current_caps(pad));
+    const Owned<gchar> capsText(caps ? gst_caps_to_string(caps.get()) : g_strdup(""));
+    if (contains(capsText.get(), "video") && !self->m_videoLinked) {
         rejoin(self->videoChain()); // a pad that comes later than the others
         gst_element_link(element, self->m_pVideoqueue);
-        g_print("Link video %s of Decodebin with caps : %s\n", padName, capsText);
-        self->readPictureSize(caps);
+        g_print("Link video %s of Decodebin with caps : %s\n", padName.get(), capsText.get());
+        self->readPictureSize(caps.get());
         self->m_videoLinked = true;
-    } else if (contains(capsText, "audio") && !self->m_audioLinked) {
+    } else if (contains(capsText.get(), "audio") && !self->m_audioLinked) {
         rejoin(self->audioChain());
         gst_element_link(element, self->m_pAudioqueue);
-        g_print("Link audio %s of Decodebin with caps : %s\n", padName, capsText);
+        g_print("Link audio %s of Decodebin with caps : %s\n", padName.get(), capsText.get());
         self->m_audioLinked = true;
     }
-    g_free(capsText);
-    if (caps)
-        gst_caps_unref(caps);
-    g_free(elementName);
-    g_free(padName);
     return TRUE;
 }
 

@@ -17,12 +17,9 @@ class SectionBytes
 public:
     explicit SectionBytes(GstMpegtsSection* section)
         : m_bytes(gst_mpegts_section_get_data(section))
-        , m_first(static_cast<const std::uint8_t*>(g_bytes_get_data(m_bytes, &m_size)))
+        , m_first(static_cast<const std::uint8_t*>(g_bytes_get_data(m_bytes.get(), &m_size)))
     {
     }
-    ~SectionBytes() { g_bytes_unref(m_bytes); }
-    SectionBytes(const SectionBytes&) = delete;
-    SectionBytes& operator=(const SectionBytes&) = delete;
 
     std::size_t size() const { return m_size; }
     const std::uint8_t* begin() const { return m_first; }
@@ -30,7 +27,7 @@ public:
     std::vector<std::uint8_t> copy() const { return {begin(), end()}; }
 
 private:
-    GBytes* m_bytes;
+    Owned<GBytes> m_bytes;
     gsize m_size = 0;
     const std::uint8_t* m_first;
 };
@@ -38,14 +35,13 @@ private:
 /// Numbers of all entries, 0 included; nothing when the section is no sound PAT.
 std::optional<std::vector<std::uint32_t>> entriesOfPat(GstMpegtsSection* section)
 {
-    GPtrArray* entries = gst_mpegts_section_get_pat(section);
+    const Owned<GPtrArray> entries(gst_mpegts_section_get_pat(section));
     if (!entries)
         return std::nullopt;
     std::vector<std::uint32_t> numbers;
     for (guint i = 0; i < entries->len; ++i)
         numbers.push_back(
-            static_cast<const GstMpegtsPatProgram*>(g_ptr_array_index(entries, i))->program_number);
-    g_ptr_array_unref(entries);
+            static_cast<const GstMpegtsPatProgram*>(g_ptr_array_index(entries.get(), i))->program_number);
     return numbers;
 }
 
@@ -67,19 +63,6 @@ std::vector<std::uint32_t> withoutZero(std::vector<std::uint32_t> numbers)
     return numbers;
 }
 
-/// Releases the one reference that a section signal carries.
-struct SectionHolder
-{
-    GstMpegtsSection* section;
-    explicit SectionHolder(GstMpegtsSection* s)
-        : section(s)
-    {
-    }
-    ~SectionHolder() { gst_mpegts_section_unref(section); }
-    SectionHolder(const SectionHolder&) = delete;
-    SectionHolder& operator=(const SectionHolder&) = delete;
-};
-
 } // namespace
 
 // A slot stores first and prints last: standard output may hold the bus thread up while the object is
@@ -87,7 +70,7 @@ struct SectionHolder
 
 void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
 {
-    const SectionHolder holder(section);
+    const Owned<GstMpegtsSection> reference(section); // the one that the signal carries
     const SectionBytes bytes(section);
     {
         const MutexLock lock(m_tablesMutex);
@@ -107,7 +90,7 @@ void gstImpl::newPatSectionReceived(GstMpegtsSection* section)
 
 void gstImpl::newSdtSectionReceived(GstMpegtsSection* section)
 {
-    const SectionHolder holder(section);
+    const Owned<GstMpegtsSection> reference(section); // the one that the signal carries
     const SectionBytes bytes(section);
     {
         const MutexLock lock(m_tablesMutex);
@@ -130,7 +113,7 @@ void gstImpl::newSdtSectionReceived(GstMpegtsSection* section)
 
 void gstImpl::newPmtSectionReceived(GstMpegtsSection* section)
 {
-    const SectionHolder holder(section);
+    const Owned<GstMpegtsSection> reference(section); // the one that the signal carries
     const GstMpegtsPMT* pmt = gst_mpegts_section_get_pmt(section);
     if (!pmt)
         return;
@@ -148,7 +131,7 @@ void gstImpl::newPmtSectionReceived(GstMpegtsSection* section)
 
 void gstImpl::newNitSectionReceived(GstMpegtsSection* section)
 {
-    const SectionHolder holder(section);
+    const Owned<GstMpegtsSection> reference(section); // the one that the signal carries
     const std::uint16_t number = section->section_number;
     {
         const MutexLock lock(m_tablesMutex);

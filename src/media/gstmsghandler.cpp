@@ -1,5 +1,6 @@
 #include "media/gstmsghandler.h"
 
+#include "media/owned.h"
 #include "system/system_config.h"
 
 #include <QString>
@@ -39,24 +40,22 @@ gstmsgHandler::~gstmsgHandler()
 
 void gstmsgHandler::wake()
 {
-    GstBus* bus = gst_element_get_bus(m_pipeline);
-    gst_bus_set_flushing(bus, FALSE); // a stopped pipeline's bus drops what is posted
-    gst_bus_post(bus, gst_message_new_application(nullptr, gst_structure_new_empty(wakeUpName)));
-    gst_object_unref(bus);
+    const Owned<GstBus> bus(gst_element_get_bus(m_pipeline));
+    gst_bus_set_flushing(bus.get(), FALSE); // a stopped pipeline's bus drops what is posted
+    gst_bus_post(bus.get(), gst_message_new_application(nullptr, gst_structure_new_empty(wakeUpName)));
 }
 
 void gstmsgHandler::doWork()
 {
-    GstBus* bus = gst_element_get_bus(m_pipeline);
+    Owned<GstBus> bus(gst_element_get_bus(m_pipeline));
     while (!QThread::currentThread()->isInterruptionRequested()) {
-        GstMessage* message = gst_bus_timed_pop(bus, pollTimeNs);
-        if (!message)
-            continue;
-        handleMessage(message);
-        gst_message_unref(message);
+        const Owned<GstMessage> message(gst_bus_timed_pop(bus.get(), pollTimeNs));
+        if (message)
+            handleMessage(message.get());
     }
-    gst_bus_set_flushing(bus, TRUE); // a message left there would keep the pipeline, which keeps the bus
-    gst_object_unref(bus);
+    // A message left there would keep the pipeline, which keeps the bus.
+    gst_bus_set_flushing(bus.get(), TRUE);
+    bus.reset(); // while this thread is sure to go on
     // Ends the thread's event loop before it starts; nothing else would end it.
     QThread::currentThread()->terminate();
 }
@@ -90,17 +89,15 @@ void gstmsgHandler::handleMessage(GstMessage* message)
 
 void gstmsgHandler::handleError(GstMessage* message)
 {
-    GError* error = nullptr;
-    gchar* details = nullptr;
-    gst_message_parse_error(message, &error, &details);
-    if (error) {
+    GError* givenError = nullptr;
+    gchar* givenDetails = nullptr;
+    gst_message_parse_error(message, &givenError, &givenDetails);
+    const Owned<GError> error(givenError);
+    const Owned<gchar> details(givenDetails);
+    if (error)
         noteOnConsole(QString::asprintf("ERROR: %s\n", error->message));
-        g_error_free(error);
-    }
-    if (details) {
-        noteOnConsole(QString::asprintf("[Debug details: %s]\n", details));
-        g_free(details);
-    }
+    if (details)
+        noteOnConsole(QString::asprintf("[Debug details: %s]\n", details.get()));
 }
 
 void gstmsgHandler::handleSection(GstMpegtsSection* section)

@@ -1,5 +1,7 @@
 #include "media/playchain.h"
 
+#include "media/owned.h"
+
 #include <algorithm>
 
 namespace {
@@ -34,10 +36,7 @@ template <typename Step> void fromSinkToQueue(const PlayChain& chain, Step step)
 
 bool isFed(const PlayChain& chain)
 {
-    GstPad* pad = gst_element_get_static_pad(chain.front(), "sink");
-    const bool linked = gst_pad_is_linked(pad);
-    gst_object_unref(pad);
-    return linked;
+    return gst_pad_is_linked(Owned<GstPad>(gst_element_get_static_pad(chain.front(), "sink")).get());
 }
 
 void setAside(const PlayChain& chain)

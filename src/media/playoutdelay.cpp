@@ -1,19 +1,18 @@
 #include "media/playoutdelay.h"
 
+#include "media/owned.h"
+
 #include <cstring>
 
 namespace {
 
 bool isLive(GstElement* demultiplexer)
 {
-    GstQuery* query = gst_query_new_latency();
-    GstPad* sink = gst_element_get_static_pad(demultiplexer, "sink");
+    const Owned<GstQuery> query(gst_query_new_latency());
+    const Owned<GstPad> sink(gst_element_get_static_pad(demultiplexer, "sink"));
     gboolean live = FALSE;
-    if (sink && gst_pad_peer_query(sink, query))
-        gst_query_parse_latency(query, &live, nullptr, nullptr);
-    if (sink)
-        gst_object_unref(sink);
-    gst_query_unref(query);
+    if (sink && gst_pad_peer_query(sink.get(), query.get()))
+        gst_query_parse_latency(query.get(), &live, nullptr, nullptr);
     return live != FALSE;
 }
 
@@ -28,14 +27,13 @@ bool startsWith(const GstCaps* caps, const char* prefix)
 /// tell.
 std::optional<GstClockTimeDiff> leadOf(GstPad* pad, GstBuffer* buffer, GstElement* pipeline)
 {
-    GstEvent* event = gst_pad_get_sticky_event(pad, GST_EVENT_SEGMENT, 0);
+    const Owned<GstEvent> event(gst_pad_get_sticky_event(pad, GST_EVENT_SEGMENT, 0));
     if (!event)
         return std::nullopt;
     const GstSegment* segment = nullptr;
-    gst_event_parse_segment(event, &segment);
+    gst_event_parse_segment(event.get(), &segment);
     const GstClockTime due =
         gst_segment_to_running_time(segment, GST_FORMAT_TIME, GST_BUFFER_DTS_OR_PTS(buffer));
-    gst_event_unref(event);
     const GstClockTime now = gst_element_get_current_running_time(pipeline);
     if (!GST_CLOCK_TIME_IS_VALID(due) || !GST_CLOCK_TIME_IS_VALID(now))
         return std::nullopt;
@@ -72,14 +70,12 @@ void PlayoutDelay::padAdded(GstElement* demultiplexer, GstPad* pad, void* data)
 {
     if (!isLive(demultiplexer))
         return;
-    GstCaps* caps = gst_pad_get_current_caps(pad);
-    if (startsWith(caps, "video/"))
+    const Owned<GstCaps> caps(gst_pad_get_current_caps(pad));
+    if (startsWith(caps.get(), "video/"))
         gst_pad_add_probe(
             pad, GST_PAD_PROBE_TYPE_BUFFER, dataCame<PlayoutNeed::Media::picture>, data, nullptr);
-    else if (startsWith(caps, "audio/"))
+    else if (startsWith(caps.get(), "audio/"))
         gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, dataCame<PlayoutNeed::Media::sound>, data, nullptr);
-    if (caps)
-        gst_caps_unref(caps);
 }
 
 template <PlayoutNeed::Media media>
@@ -103,11 +99,8 @@ void PlayoutDelay::take(PlayoutNeed::Media media, GstPad* pad, GstBuffer* buffer
         held = m_need.held();
     }
     // Without the lock: what follows asks elements, which may ask back.
-    GstElement* demultiplexer = gst_pad_get_parent_element(pad);
-    if (demultiplexer) {
-        leaveOut(demultiplexer, held.has_value());
-        gst_object_unref(demultiplexer);
-    }
+    if (const Owned<GstElement> demultiplexer(gst_pad_get_parent_element(pad)); demultiplexer)
+        leaveOut(demultiplexer.get(), held.has_value());
     // Tells the sinks, too.
     gst_pipeline_set_latency(
         GST_PIPELINE(pipeline), held ? static_cast<GstClockTime>(*held) : GST_CLOCK_TIME_NONE);
@@ -117,9 +110,8 @@ void PlayoutDelay::beginSound(GstElement* sink)
 {
     if (!sink)
         return;
-    GstPad* pad = gst_element_get_static_pad(sink, "sink");
-    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, soundCame, this, nullptr);
-    gst_object_unref(pad);
+    const Owned<GstPad> pad(gst_element_get_static_pad(sink, "sink"));
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, soundCame, this, nullptr);
 }
 
 GstPadProbeReturn PlayoutDelay::soundCame(GstPad* pad, GstPadProbeInfo* info, void* data)

@@ -1,5 +1,6 @@
 #include "media/sourcebin.h"
 
+#include "media/owned.h"
 #include "system/mydata.h"
 #include "system/text.h"
 
@@ -22,13 +23,12 @@ GstElement* makeSourceBin(std::initializer_list<GstElement*> chain, GstElement* 
         gst_bin_add(GST_BIN(bin), element);
     for (std::size_t i = 1; i < elements.size(); ++i)
         gst_element_link(elements[i - 1], elements[i]);
-    GstPad* pad = gst_element_get_static_pad(elements.back(), "src");
+    const Owned<GstPad> pad(gst_element_get_static_pad(elements.back(), "src"));
     if (!pad)
         return bin; // its last element is missing: a bin without output
-    GstPad* ghost = gst_ghost_pad_new("src", pad);
+    GstPad* ghost = gst_ghost_pad_new("src", pad.get());
     gst_pad_set_active(ghost, TRUE);
     gst_element_add_pad(bin, ghost);
-    gst_object_unref(pad);
     return bin;
 }
 

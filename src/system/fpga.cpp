@@ -1,5 +1,6 @@
 // The part of system_config that looks after the FPGA: its bitstream over SPI, its PCIe function, its
 // version.
+#include "system/descriptor.h"
 #include "system/shell.h"
 #include "system/system_config.h"
 
@@ -32,11 +33,10 @@ constexpr int headerBytes = 2048; ///< the time-stamp stands in this part of the
 
 void writeText(const char* path, const char* text)
 {
-    const int fd = open(path, O_WRONLY | O_CLOEXEC);
-    if (fd == -1)
+    const Descriptor file(open(path, O_WRONLY | O_CLOEXEC));
+    if (!file.isOpen())
         return; // a line that can not be driven shows in the done line
-    [[maybe_unused]] const ssize_t written = write(fd, text, std::strlen(text));
-    close(fd);
+    [[maybe_unused]] const ssize_t written = write(file.get(), text, std::strlen(text));
 }
 
 /// "export" or "unexport" of a GPIO.
@@ -53,25 +53,21 @@ std::string gpioFile(int gpio, const char* name)
 /// First character of a GPIO's value; 0 when it can not be read.
 char readGpio(int gpio)
 {
+    const Descriptor file(open(gpioFile(gpio, "value").c_str(), O_RDONLY | O_CLOEXEC));
     char value = 0;
-    const int fd = open(gpioFile(gpio, "value").c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd == -1)
-        return value;
-    if (read(fd, &value, 1) != 1)
-        value = 0;
-    close(fd);
-    return value;
+    return file.isOpen() && read(file.get(), &value, 1) == 1 ? value : '\0';
 }
 
 /// High, low, high on one open descriptor: the FPGA drops its configuration and waits for a new one.
 void pulseProgramLine()
 {
-    const int fd = open(gpioFile(programGpio, "value").c_str(), O_WRONLY | O_CLOEXEC);
-    for (const char* level : {"1", "0", "1"}) {
-        [[maybe_unused]] const ssize_t written = write(fd, level, 1);
-        usleep(1);
+    {
+        const Descriptor file(open(gpioFile(programGpio, "value").c_str(), O_WRONLY | O_CLOEXEC));
+        for (const char* level : {"1", "0", "1"}) {
+            [[maybe_unused]] const ssize_t written = write(file.get(), level, 1);
+            usleep(1);
+        }
     }
-    close(fd);
     usleep(10000); // the FPGA clears its configuration memory
 }
 

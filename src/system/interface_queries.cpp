@@ -1,4 +1,5 @@
 // The part of system_config that asks the kernel about the wired interface and bridges the settings to nmcli.
+#include "system/descriptor.h"
 #include "system/network.h"
 #include "system/system_config.h"
 
@@ -9,7 +10,6 @@
 #include <QtDebug>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -27,13 +27,12 @@ ifreq requestFor(const MyData& settings)
 /// it stands.
 std::string queryAddress(unsigned long ioctlRequest)
 {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    if (fd < 0)
+    const Descriptor socket(::socket(AF_INET, SOCK_DGRAM, 0));
+    if (!socket.isOpen())
         qDebug("PROBLEME FD");
     ifreq request = requestFor(data);
-    if (ioctl(fd, ioctlRequest, &request) < 0)
+    if (ioctl(socket.get(), ioctlRequest, &request) < 0)
         qDebug("PROBLEME IOCTL");
-    close(fd);
     sockaddr_in address;
     std::memcpy(&address, &request.ifr_addr, sizeof address);
     return std::string(inet_ntoa(address.sin_addr)) + "\n";
@@ -70,12 +69,11 @@ void system_config::GetIpNetmask(std::string* out)
 
 bool system_config::ethernetConneted()
 {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    if (fd < 0)
+    const Descriptor socket(::socket(AF_INET, SOCK_DGRAM, 0));
+    if (!socket.isOpen())
         logError("Socket failed. Errno =");
     ifreq request = requestFor(data);
-    if (ioctl(fd, SIOCGIFFLAGS, &request) < 0)
+    if (ioctl(socket.get(), SIOCGIFFLAGS, &request) < 0)
         logError("Ioctl failed. Errno =");
-    close(fd);
     return (request.ifr_flags & IFF_UP) && (request.ifr_flags & IFF_RUNNING);
 }
