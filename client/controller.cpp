@@ -37,9 +37,10 @@ std::string StreamServer::text() const
     return text;
 }
 
-Controller::Controller(SerialLine& line, Patience patience)
+Controller::Controller(SerialLine& line, Patience patience, CommandWatcher* watcher)
     : m_line(line)
     , m_patience(patience)
+    , m_watcher(watcher)
 {
 }
 
@@ -68,7 +69,7 @@ std::string Controller::settle()
 {
     // What lies unread before the mark may end anywhere: the blank ends it, and harms no command.
     std::string received = askMarked(" ");
-    while (received.find(greeting) != std::string::npos) // a start empties the line, the mark with the rest
+    while (noteGreeting(received)) // a start empties the line, the mark with the rest
         received = askMarked(" ");
     m_inStep = true;
     return received;
@@ -143,25 +144,72 @@ std::string Controller::readAnswer(const Request& request)
     return {};
 }
 
-std::string Controller::ask(const Request& request, std::string_view argument)
+bool Controller::noteGreeting(const std::string& received)
 {
-    m_line.discardInput();
+    const bool found = received.find(greeting) != std::string::npos;
+    if (found && m_watcher != nullptr)
+        m_watcher->greeted();
+    return found;
+}
+
+void Controller::dropUnread()
+{
+    std::string unread;
+    for (std::string more = m_line.readSome(Milliseconds(0)); !more.empty();
+         more = m_line.readSome(Milliseconds(0)))
+        unread += more;
+    if (noteGreeting(unread))
+        m_inStep = false;
+}
+
+std::optional<std::string> Controller::askOnce(const Request& request, std::string_view argument)
+{
+    dropUnread();
     if (!m_inStep)
         settle();
     m_inStep = false; // until the answer is there
     std::string answer;
     if (request.answer == AnswerEnd::None || request.answer == AnswerEnd::Mark) {
         answer = askMarked(request.word + std::string(argument));
-        if (answer.find(greeting) != std::string::npos)
-            throw LineError(LineError::Kind::TimedOut,
-                "the instrument restarted during \"" + std::string(request.word)
-                    + "\"; give the command again");
     } else {
         send(request, argument);
         answer = readAnswer(request);
     }
+    if (noteGreeting(answer))
+        return std::nullopt;
     m_inStep = true;
     return answer;
+}
+
+std::string Controller::askUntilAnswered(const Request& request, std::string_view argument)
+{
+    constexpr int attempts = 2; // a daemon that starts over and over is to be heard of
+    const std::string_view word = request.word;
+    for (int i = 0; i < attempts; ++i) {
+        if (auto answer = askOnce(request, argument))
+            return *std::move(answer);
+        if (word.back() != '?')
+            break; // it may have had its effect
+    }
+    throw LineError(LineError::Kind::TimedOut,
+        "the instrument restarted during \"" + std::string(word) + "\"; give the command again");
+}
+
+std::string Controller::ask(const Request& request, std::string_view argument)
+{
+    const std::string command = request.word + std::string(argument);
+    const auto tell = [&](bool surely) {
+        if (m_watcher != nullptr)
+            m_watcher->carriedOut(command, surely);
+    };
+    try {
+        std::string answer = askUntilAnswered(request, argument);
+        tell(true);
+        return answer;
+    } catch (const LineError&) {
+        tell(false);
+        throw;
+    }
 }
 
 std::string Controller::version()

@@ -39,6 +39,21 @@ struct Patience
     Milliseconds blocked{32000}; ///< for the daemon to end what keeps it from answering
 };
 
+/// Is told what a Controller learns of the instrument beside the answers. Borrowed by it.
+class CommandWatcher
+{
+public:
+    CommandWatcher() = default;
+    virtual ~CommandWatcher() = default;
+    CommandWatcher(const CommandWatcher&) = delete;
+    CommandWatcher& operator=(const CommandWatcher&) = delete;
+
+    /// `command` is the word with its argument. Not `surely` when waiting for its end failed.
+    virtual void carriedOut(std::string_view command, bool surely) = 0;
+    /// The greeting was on the line: the daemon has started since the line was read last.
+    virtual void greeted() = 0;
+};
+
 /// The controller of the instrument: sends commands over a line and reads the answers. Used from one thread;
 /// throws LineError, and AnswerError where an answer is not what the protocol says.
 ///
@@ -53,7 +68,7 @@ public:
     static constexpr const char* greeting = "HELLO !\r\n";
 
     /// `line` is borrowed and must outlive the controller.
-    explicit Controller(SerialLine& line, Patience patience = {});
+    explicit Controller(SerialLine& line, Patience patience = {}, CommandWatcher* watcher = nullptr);
 
     /// Waits for the greeting. What came before it (of an earlier run of the daemon) is dropped.
     void waitForGreeting(Milliseconds timeout);
@@ -123,10 +138,17 @@ public:
     /// Waits until the daemon has handled everything sent so far, by this program or an earlier one. Returns
     /// what came before: the late answer to an earlier query.
     std::string settle();
-    /// Sends and reads the answer as `request` says.
+    /// Sends and reads the answer as `request` says. A query during which the daemon restarts is asked again; a
+    /// restart during any other command is a LineError.
     std::string ask(const Request& request, std::string_view argument = {});
 
 private:
+    std::string askUntilAnswered(const Request& request, std::string_view argument);
+    /// Nothing when the daemon restarted meanwhile.
+    std::optional<std::string> askOnce(const Request& request, std::string_view argument);
+    void dropUnread();
+    /// Tells whether there is a greeting in it, and passes that on.
+    bool noteGreeting(const std::string& received);
     /// Sends `command` and an EndMark; what came before the mark's answer.
     std::string askMarked(const std::string& command);
     std::string readUntil(const std::string& ending);
@@ -138,6 +160,7 @@ private:
 
     SerialLine& m_line;
     Patience m_patience;
+    CommandWatcher* m_watcher;
     bool m_inStep = false; ///< everything sent has been carried out, and its answers have been read
 };
 

@@ -2,6 +2,8 @@
 
 #include "client/answererror.h"
 
+#include <array>
+#include <cstdio>
 #include <regex>
 
 namespace tessary::client {
@@ -16,6 +18,19 @@ VersionInfo parseVersion(const std::string& line)
     if (parts[4].matched)
         info.fpgaConfigured = parts[4] == "OK";
     return info;
+}
+
+std::optional<std::string> VersionInfo::fpgaBuilt() const
+{
+    std::array<unsigned, 6> parts{};
+    auto& [day, month, year, hour, minute, second] = parts;
+    if (std::sscanf(fpga.c_str(), "%u/%u/%u %u:%u:%u", &day, &month, &year, &hour, &minute, &second)
+        != static_cast<int>(parts.size()))
+        return std::nullopt;
+    std::array<char, 80> text{};
+    std::snprintf(
+        text.data(), text.size(), "%04u-%02u-%02uT%02u:%02u:%02u", year, month, day, hour, minute, second);
+    return text.data();
 }
 
 std::string InterfaceSettings::text() const

@@ -11,6 +11,10 @@ struct VersionInfo
     std::string software; ///< "1.4"
     std::string fpga; ///< build time of the bitstream, or why it is not known
     std::optional<bool> fpgaConfigured; ///< "done=OK" or "done=NOK"; nothing when the line has neither
+
+    /// The build time as "2021-05-05T04:52:47", in the time of where it was built, which the line does not
+    /// tell; nothing when `fpga` tells why there is none.
+    std::optional<std::string> fpgaBuilt() const;
 };
 
 /// Takes "SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK" apart. Throws AnswerError for another text.

@@ -3,13 +3,13 @@
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/jsonvalue.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <nlohmann/json.hpp>
 
 namespace tessary::ctl {
 
@@ -41,16 +41,15 @@ void switchDab(Context& context, bool on)
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     const bool failed = on && seconds >= failedStart;
     const bool already = seconds < (on ? shortestStart : shortestStop);
-    if (context.json()) {
-        context.print({{"dab_mode", on && !failed}, {"was_already", already}, {"seconds", seconds}});
-    } else if (!failed) {
-        context.out() << "DAB mode " << (already ? "was already " : "is ") << (on ? "on" : "off")
-                      << std::endl;
-    }
     if (failed)
         throw Failure(ExitCode::Nothing,
             "DAB mode is off: the receiver program did not open its socket within 40 s",
             "is it installed at /home/ondrak/qt-dab/qt-dab? (virtual instrument: bench/hardware brings one)");
+    if (context.json())
+        context.print({{"dab_mode", on}, {"was_already", already}, {"seconds", seconds}});
+    else
+        context.out() << "DAB mode " << (already ? "was already " : "is ") << (on ? "on" : "off")
+                      << std::endl;
 }
 
 void sendDab(Context& context, const std::vector<std::string>& words, bool hex)
@@ -160,7 +159,7 @@ void ebsInfo(Context& context)
 }
 
 /// For answers that say no more than that they came.
-void acknowledge(const Context& context, const std::string& text, const Json& value)
+void acknowledge(Context& context, const std::string& text, const Json& value)
 {
     if (context.json())
         context.print(value);
@@ -206,7 +205,7 @@ void ebsScan(Context& context)
 void ebsVersion(Context& context)
 {
     const std::string line = context.controller().ebsVersion();
-    acknowledge(context, line, {{"line", line}});
+    acknowledge(context, line, jsonOfVersion(parseVersion(line)));
 }
 
 } // namespace

@@ -1,14 +1,16 @@
 // The instrument itself: version, status, interface, ping, command, raw.
 #include "client/answererror.h"
+#include "client/ipstatus.h"
+#include "client/pingreport.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/jsonvalue.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <arpa/inet.h>
 #include <cctype>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
 
@@ -20,15 +22,6 @@ namespace {
 
 constexpr double slowCommand = 60; // seconds; network set-up and programs on the instrument take their time
 
-Json jsonOf(const std::string& line)
-{
-    const VersionInfo info = parseVersion(line);
-    Json value{{"software", info.software}, {"fpga", info.fpga}};
-    value["fpga_configured"] = info.fpgaConfigured.has_value() ? Json(*info.fpgaConfigured) : Json();
-    value["line"] = line;
-    return value;
-}
-
 std::string fpgaText(const VersionInfo& info)
 {
     const std::string state = !info.fpgaConfigured.has_value() ? "state unknown"
@@ -39,10 +32,9 @@ std::string fpgaText(const VersionInfo& info)
 
 void version(Context& context)
 {
-    const std::string line = context.controller().version();
+    const VersionInfo info = parseVersion(context.controller().version());
     if (context.json())
-        return context.print(jsonOf(line));
-    const VersionInfo info = parseVersion(line);
+        return context.print(jsonOfVersion(info));
     context.out() << tableOf({{"software", info.software}, {"FPGA", fpgaText(info)}}) << std::flush;
 }
 
@@ -62,18 +54,17 @@ std::string addressText(const std::optional<InterfaceAddress>& address)
 void status(Context& context)
 {
     Controller& controller = context.controller();
-    const std::string line = controller.version();
+    const VersionInfo info = parseVersion(controller.version());
     const std::string player = controller.playerStatus();
     const auto address = controller.interfaceAddress();
     const std::uint64_t recorded = controller.recordingSize();
     if (context.json()) {
-        Json value{{"version", jsonOf(line)}};
+        Json value{{"version", jsonOfVersion(info)}};
         value["player"] = player.empty() ? Json() : Json(player);
         value["interface"] = jsonOf(address);
         value["recording_bytes"] = recorded;
         return context.print(value);
     }
-    const VersionInfo info = parseVersion(line);
     context.out() << tableOf({{"software", info.software}, {"FPGA", fpgaText(info)},
         {"player", player.empty() ? "no source selected" : player}, {"Ethernet", addressText(address)},
         {"recording", recorded == 0 ? "none" : byteCount(static_cast<double>(recorded))}})
@@ -83,13 +74,31 @@ void status(Context& context)
 void showInterface(Context& context)
 {
     const auto address = context.controller().interfaceAddress();
-    if (context.json())
-        context.print(jsonOf(address));
-    else if (address.has_value())
-        context.out() << addressText(address) << std::endl;
     if (!address.has_value())
         throw Failure(ExitCode::NoLink, "the instrument's Ethernet is not connected",
             "plug the cable in (virtual instrument: bench/instrument link up)");
+    if (context.json())
+        context.print(jsonOf(address));
+    else
+        context.out() << addressText(address) << std::endl;
+}
+
+Json jsonOf(const std::optional<IpStatus::Traffic>& traffic)
+{
+    if (!traffic.has_value())
+        return {};
+    return {{"packets", traffic->packets}, {"bytes", traffic->bytes}, {"errors", traffic->errors},
+        {"dropped", traffic->dropped}, {"overruns", traffic->overruns}};
+}
+
+Json jsonOf(const IpStatus& status)
+{
+    return {{"address", orNull(status.address)}, {"mask", orNull(status.mask)},
+        {"broadcast", orNull(status.broadcast)}, {"ipv6", status.ipv6}, {"mac", orNull(status.mac)},
+        {"flags", status.flags}, {"mtu", orNull(status.mtu)}, {"received", jsonOf(status.received)},
+        {"sent", jsonOf(status.sent)}, {"speed_mbps", orNull(status.speedMbps)},
+        {"duplex", orNull(status.duplex)}, {"auto_negotiation", orNull(status.autoNegotiation)},
+        {"port", orNull(status.port)}, {"link_detected", orNull(status.linkDetected)}};
 }
 
 void showIpStatus(Context& context)
@@ -99,7 +108,7 @@ void showIpStatus(Context& context)
         throw Failure(ExitCode::Nothing, "the instrument has nothing to tell of eth0",
             "does it have a wired interface?");
     if (context.json())
-        return context.print({{"text", text}});
+        return context.print(jsonOf(parseIpStatus(text)));
     context.out() << text << std::flush;
 }
 
@@ -169,6 +178,24 @@ void addInterfaceSettings(CLI::App& app, Context& context, const char* name, con
     });
 }
 
+Json jsonOf(const std::optional<PingReport::RoundTrip>& times)
+{
+    if (!times.has_value())
+        return {};
+    return {{"shortest", times->shortest}, {"mean", times->mean}, {"longest", times->longest},
+        {"deviation", times->deviation}};
+}
+
+Json jsonOf(const std::string& host, const PingReport& report)
+{
+    Json replies = Json::array();
+    for (const auto& reply : report.replies)
+        replies.push_back({{"sequence", reply.sequence}, {"time_to_live", reply.timeToLive},
+            {"round_trip_ms", reply.milliseconds}});
+    return {{"host", host}, {"address", orNull(report.address)}, {"transmitted", report.transmitted},
+        {"received", report.received}, {"round_trip_ms", jsonOf(report.roundTrip)}, {"replies", replies}};
+}
+
 void ping(Context& context, const std::string& host, int count)
 {
     const std::string text =
@@ -176,13 +203,14 @@ void ping(Context& context, const std::string& host, int count)
     if (text.empty())
         throw Failure(ExitCode::Nothing, "ping on the instrument printed nothing",
             "does the host \"" + host + "\" exist?");
-    if (context.json())
-        context.print({{"host", host}, {"text", text}});
-    else
+    if (!context.json())
         context.out() << text << std::flush;
-    if (text.find(" 0 received") != std::string::npos)
+    const PingReport report = parsePing(text);
+    if (report.received == 0)
         throw Failure(ExitCode::Nothing, host + " does not answer",
             "tessaryctl interface shows the instrument's address");
+    if (context.json())
+        context.print(jsonOf(host, report));
 }
 
 void runCommand(Context& context, const std::string& text)

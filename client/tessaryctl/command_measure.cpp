@@ -2,6 +2,7 @@
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/jsonvalue.h"
 #include "client/tessaryctl/plot.h"
 #include "client/tessaryctl/reading.h"
 #include "client/tessaryctl/serverspec.h"
@@ -13,7 +14,6 @@
 #include <ctime>
 #include <deque>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <thread>
 
 namespace tessary::ctl {
@@ -85,13 +85,14 @@ void measureOnce(Context& context, const MeasureOptions& options)
     Controller& controller = context.controller();
     setServerIfGiven(controller, options.server);
     const Measurement measurement = measureWholePeriod(controller, options.wait);
-    if (context.json())
-        context.print(jsonOf(measurement));
-    else if (measurement.present)
-        printMeasurement(context.out(), measurement);
     if (!measurement.present)
         throw Failure(
             ExitCode::Nothing, "no stream arrives (waited " + fixed(options.wait, 0) + " s)", absentRemedy);
+    if (!context.json())
+        return printMeasurement(context.out(), measurement);
+    Json value = jsonOfServer(context.memory());
+    value.update(jsonOf(measurement));
+    context.print(value);
 }
 
 /// Small bars, one for each of the last values, scaled to the largest.
@@ -195,9 +196,10 @@ void printWatchLine(std::ostream& out, const Watch& watch)
         out << "no stream" << std::endl;
 }
 
-Json jsonOfWatch(const Watch& watch, const std::vector<std::int64_t>& times)
+Json jsonOfWatch(
+    const InstrumentMemory& memory, const Watch& watch, const std::vector<std::int64_t>& times)
 {
-    Json value{{"time", std::time(nullptr)}};
+    Json value = jsonOfServer(memory);
     value.update(jsonOf(watch.figures));
     value["since_start"] = jsonOf(watch.periods.total());
     value["inter_arrival"] = jsonOf(statisticsOf(times));
@@ -219,7 +221,7 @@ void followUntil(Controller& controller, Watch& watch, std::chrono::steady_clock
 }
 
 /// Shows what has been read; false when there is nothing to show yet.
-bool show(const Context& context, Controller& controller, Watch& watch)
+bool show(Context& context, Controller& controller, Watch& watch)
 {
     const bool screen = outputIsTerminal() && !context.json();
     if (watch.settling() && !screen)
@@ -229,7 +231,7 @@ bool show(const Context& context, Controller& controller, Watch& watch)
     if (screen)
         drawScreen(context.out(), watch, readInterArrivalTimes(controller));
     else if (context.json())
-        context.printLine(jsonOfWatch(watch, readInterArrivalTimes(controller)));
+        context.printLine(jsonOfWatch(context.memory(), watch, readInterArrivalTimes(controller)));
     else
         printWatchLine(context.out(), watch);
     return !watch.settling();
@@ -294,7 +296,8 @@ void iat(Context& context, const IatOptions& options)
         writeSvg(plot, options.svg);
     const InterArrivalStatistics statistics = statisticsOf(times);
     if (context.json()) {
-        Json value = jsonOf(statistics);
+        Json value = jsonOfServer(context.memory());
+        value.update(jsonOf(statistics));
         value["times_us"] = times;
         Json histogram = Json::array();
         for (const auto& bin : histogramOf(times, options.bins))

@@ -164,14 +164,14 @@ Played playAndLook(Controller& controller, const std::string& text, double wait)
 void play(Context& context, const std::string& text, double wait)
 {
     const Played played = playAndLook(context.controller(), text, wait);
-    if (context.json())
-        context.print(jsonOfPlayed(played));
-    else if (played.program.has_value())
-        print(context.out(), played);
     if (!played.program.has_value())
         throw Failure(ExitCode::Nothing,
             "no program " + std::to_string(played.number) + " came in within " + fixed(wait, 0) + " s",
             "tessaryctl scan lists what is in the stream; tessaryctl measure tells whether it arrives");
+    if (context.json())
+        context.print(jsonOfPlayed(played));
+    else
+        print(context.out(), played);
 }
 
 } // namespace
@@ -186,10 +186,6 @@ void addPlay(CLI::App& app, Context& context)
     sub->add_option("--wait", *wait, "seconds to wait for the program's PMT, picture and sound")
         ->check(between(0.0, 3600.0))
         ->capture_default_str();
-    sub->footer(R"(With --json, "presentation" has "text", what is told without it; "picture" and
-"sound", each "decoded", "absent" (the service has none), "awaited" (not decoded
-so far), "undecodable" (no decoder) or "untold" (the instrument does not say);
-"video" and "audio", the codecs; "width" and "height" of a decoded picture.)");
     sub->callback([&context, program, wait] { play(context, *program, *wait); });
 }
 

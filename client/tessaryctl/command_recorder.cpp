@@ -25,10 +25,7 @@ double secondsSince(Clock::time_point start)
 void showSize(Context& context, std::uint64_t bytes, bool recording)
 {
     if (context.json()) {
-        Json value{{"recording_bytes", bytes}};
-        if (recording)
-            value["recording"] = true;
-        context.print(value);
+        context.print({{"recording_bytes", bytes}, {"recording", recording}});
     } else {
         context.out() << (bytes == 0 ? std::string("no recording")
                                      : byteCount(static_cast<double>(bytes)) + " recorded")
@@ -62,10 +59,10 @@ void startRecording(Context& context, double seconds)
         std::this_thread::sleep_for(Milliseconds(1500)); // until the first bytes are in the file
     }
     const std::uint64_t bytes = controller.recordingSize();
-    showSize(context, bytes, seconds <= 0);
     if (bytes == 0)
         throw Failure(ExitCode::Nothing, "nothing has been recorded",
             "is the memory card in, and does the stream come in (tessaryctl scan, tessaryctl measure)?");
+    showSize(context, bytes, seconds <= 0);
 }
 
 void exportRecording(Context& context, double wait)

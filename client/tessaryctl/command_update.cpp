@@ -100,14 +100,13 @@ void update(Context& context, const UpdateOptions& options)
         result = transfer.run(package, [&](std::size_t sent) { progress.update(sent); });
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    const bool installed = result == SoftwareUpdate::Result::Installed;
+    if (result != SoftwareUpdate::Result::Installed)
+        fail(result, options);
     if (context.json())
-        context.print({{"installed", installed}, {"bytes", package.size()}, {"seconds", seconds}});
-    else if (installed)
+        context.print({{"installed", true}, {"bytes", package.size()}, {"seconds", seconds}});
+    else
         context.out() << "update ok: " << byteCount(static_cast<double>(package.size()))
                       << " sent and installed in " << durationText(seconds) << std::endl;
-    if (!installed)
-        fail(result, options);
     context.note(offlineRemark);
 }
 

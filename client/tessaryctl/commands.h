@@ -30,6 +30,7 @@ void addT2miFrame(CLI::App& app, Context& context);
 void addEbs(CLI::App& app, Context& context);
 void addCommand(CLI::App& app, Context& context);
 void addRaw(CLI::App& app, Context& context);
+void addSchema(CLI::App& app, Context& context);
 
 /// A check for a number from `least` to `most`, which does not crowd the help.
 template <typename Number> CLI::Validator between(Number least, Number most)

@@ -1,5 +1,7 @@
 #include "client/tessaryctl/context.h"
 
+#include "client/tessaryctl/clocktime.h"
+
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
@@ -8,6 +10,17 @@
 namespace tessary::ctl {
 
 using client::Milliseconds;
+
+namespace {
+
+Json stamped(const Json& value)
+{
+    Json document{{"time", isoTime(std::chrono::system_clock::now())}};
+    document.update(value);
+    return document;
+}
+
+} // namespace
 
 std::string defaultPort()
 {
@@ -21,12 +34,13 @@ client::Controller& Session::open(const std::string& port, Milliseconds timeout)
         close();
         m_line = std::make_unique<client::SerialLine>(port);
         m_line->lock();
+        m_memory = std::make_unique<InstrumentMemory>(port);
     }
     // An answer that may not come is followed by the question whether the daemon lives, so the first wait can
     // be short.
     constexpr Milliseconds silence{300};
     m_controller = std::make_unique<client::Controller>(
-        *m_line, client::Patience{timeout, std::min(silence, timeout), timeout});
+        *m_line, client::Patience{timeout, std::min(silence, timeout), timeout}, m_memory.get());
     return *m_controller;
 }
 
@@ -53,14 +67,16 @@ client::SerialLine& Context::line(double usualSeconds)
     return m_session.line();
 }
 
-void Context::print(const Json& value) const
+void Context::print(const Json& value)
 {
-    out() << value.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
+    const int indent = m_lines ? -1 : 2;
+    out() << stamped(value).dump(indent, ' ', false, Json::error_handler_t::replace) << std::endl;
 }
 
-void Context::printLine(const Json& value) const
+void Context::printLine(const Json& value)
 {
-    out() << value.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+    m_lines = true;
+    print(value);
 }
 
 std::ostream& Context::out() const

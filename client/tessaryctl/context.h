@@ -2,6 +2,7 @@
 
 #include "client/controller.h"
 #include "client/serialline.h"
+#include "client/tessaryctl/memory.h"
 
 #include <iosfwd>
 #include <memory>
@@ -32,11 +33,14 @@ public:
     /// A controller on `port` that waits `timeout` for answers. Throws LineError.
     client::Controller& open(const std::string& port, client::Milliseconds timeout);
     client::SerialLine& line() { return *m_line; }
+    /// Of the port that was opened last.
+    InstrumentMemory& memory() { return *m_memory; }
     /// Forgets the line, after it hung up.
     void close();
 
 private:
     std::unique_ptr<client::SerialLine> m_line;
+    std::unique_ptr<InstrumentMemory> m_memory;
     std::unique_ptr<client::Controller> m_controller;
 };
 
@@ -57,16 +61,20 @@ public:
     client::SerialLine& line(double usualSeconds = 10);
     client::Milliseconds timeout(double usualSeconds) const;
     bool json() const { return options.json; }
+    /// What is known of the instrument's settings; once the controller has been asked for.
+    InstrumentMemory& memory() { return m_session.memory(); }
 
-    /// Standard output: one JSON value, indented; or in one line for values that keep coming.
-    void print(const Json& value) const;
-    void printLine(const Json& value) const;
+    /// Standard output: one JSON object, indented, with "time" (now, unless it has one) in front.
+    void print(const Json& value);
+    /// The same in one line, for objects that keep coming; then print() keeps to lines, too.
+    void printLine(const Json& value);
     std::ostream& out() const;
     /// A remark for the person, on standard error, so that it does not get into the data.
     void note(const std::string& text) const;
 
 private:
     Session& m_session;
+    bool m_lines = false; ///< objects are printed one a line
 };
 
 } // namespace tessary::ctl

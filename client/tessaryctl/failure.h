@@ -24,6 +24,9 @@ enum class ExitCode {
     UpdateUnconfirmed = 24, ///< everything was sent, and no answer came in time
 };
 
+/// The same as a word, "kind" of an error under --json: "timed-out", "no-link".
+const char* wordOf(ExitCode code);
+
 /// Ends a sub-command: what went wrong, and what the person at the bench can do about it.
 class Failure : public std::runtime_error
 {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 namespace tessary::ctl {
 
@@ -43,18 +44,32 @@ void addSharedOptions(CLI::App& app, Context& context)
     app.set_help_flag("-h,--help", "print this help and exit")->group("Shared options");
 }
 
-int say(ExitCode code, const std::string& cause, const std::string& remedy = {})
+/// A remedy is laid out for the terminal.
+std::string inOneLine(std::string text)
+{
+    for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n'))
+        text.replace(at, text.find_first_not_of("\n ", at) - at, " ");
+    return text;
+}
+
+/// On standard error for the person, with --json also on standard output for the program.
+int say(Context& context, const Failure& failure)
 {
     std::cout.flush();
-    std::cerr << "tessaryctl: " << cause << '\n';
-    if (!remedy.empty())
-        std::cerr << "    " << remedy << '\n';
+    std::cerr << "tessaryctl: " << failure.what() << '\n';
+    if (!failure.remedy().empty())
+        std::cerr << "    " << failure.remedy() << '\n';
     std::cerr.flush();
-    return static_cast<int>(code);
+    if (context.json()) {
+        const Json error{{"kind", wordOf(failure.code())}, {"cause", failure.what()},
+            {"remedy", inOneLine(failure.remedy())}};
+        context.print({{"error", error}});
+    }
+    return static_cast<int>(failure.code());
 }
 
 /// Line errors carry cause and remedy in one text, parted by a semicolon.
-int sayLineError(const client::LineError& error, const std::string& port)
+Failure failureOf(const client::LineError& error, const std::string& port)
 {
     using Kind = client::LineError::Kind;
     std::string cause = error.what();
@@ -66,30 +81,41 @@ int sayLineError(const client::LineError& error, const std::string& port)
     }
     switch (error.kind()) {
     case Kind::CannotOpen:
-        return say(ExitCode::NoInstrument, cause,
-            cause.find("No such") != std::string::npos ? howToStart(port) : remedy);
+        return {ExitCode::NoInstrument, cause,
+            cause.find("No such") != std::string::npos ? howToStart(port) : remedy};
     case Kind::NotATerminal:
-        return say(ExitCode::NoInstrument, cause, remedy);
+        return {ExitCode::NoInstrument, cause, remedy};
     case Kind::HungUp:
-        return say(ExitCode::HungUp, cause, remedy);
+        return {ExitCode::HungUp, cause, remedy};
     case Kind::TimedOut:
-        return say(ExitCode::TimedOut, cause, remedy);
+        return {ExitCode::TimedOut, cause, remedy};
     case Kind::Failed:
         break;
     }
-    return say(ExitCode::Internal, cause, remedy);
+    return {ExitCode::Internal, cause, remedy};
+}
+
+/// True when --json is among the words, whether the rest can be understood or not.
+bool asksForJson(const std::vector<std::string>& words)
+{
+    const auto end = std::find(words.begin(), words.end(), "--");
+    return std::any_of(
+        words.begin(), end, [](const std::string& word) { return word == "--json" || word == "-j"; });
 }
 
 /// No sub-command: what there is, and whether there is an instrument.
 void overview(CLI::App& app, Context& context)
 {
-    std::cout << app.help() << '\n';
+    if (!context.json())
+        std::cout << app.help() << '\n';
     context.controller();
     const std::string port = context.options.port.empty() ? defaultPort() : context.options.port;
+    if (context.json())
+        return context.print({{"port", port}});
     std::cout << "Instrument: port " << port << " is there.\n";
 }
 
-int usage(const CLI::App& app, const CLI::ParseError& error)
+Failure failureOf(const CLI::App& app, const CLI::ParseError& error)
 {
     const CLI::App* deepest = &app;
     std::string words = "tessaryctl";
@@ -97,7 +123,7 @@ int usage(const CLI::App& app, const CLI::ParseError& error)
         deepest = deepest->get_subcommands().front();
         words += " " + deepest->get_name();
     }
-    return say(ExitCode::Usage, error.what(), "see: " + words + " --help");
+    return {ExitCode::Usage, error.what(), "see: " + words + " --help"};
 }
 
 } // namespace
@@ -131,7 +157,7 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
     addSharedOptions(*app, context);
     for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addServer, addInterface,
              addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs, addDab, addUpdate, addVersion,
-             addCommand, addRaw})
+             addCommand, addRaw, addSchema})
         add(*app, context);
     addSubcommand(*app, context, "shell", "Type sub-commands one after another, with history and completion")
         ->callback([&context] {
@@ -160,17 +186,19 @@ int runCommandLine(Context& context, const std::vector<std::string>& words)
     } catch (const CLI::Success& success) { // --help
         return parser->exit(success);
     } catch (const CLI::ParseError& error) {
-        return usage(*parser, error);
+        context.options.json = context.options.json || asksForJson(words);
+        return say(context, failureOf(*parser, error));
     } catch (const Failure& failure) {
-        return say(failure.code(), failure.what(), failure.remedy());
+        return say(context, failure);
     } catch (const client::LineError& error) {
-        return sayLineError(error, port());
+        return say(context, failureOf(error, port()));
     } catch (const client::AnswerError& error) {
-        return say(ExitCode::BadAnswer, error.what(),
-            "ask again; if it stays so, look at the line's speed and wiring, and whether another program "
-            "uses the port");
+        return say(context,
+            {ExitCode::BadAnswer, error.what(),
+                "ask again; if it stays so, look at the line's speed and wiring, and whether another program "
+                "uses the port"});
     } catch (const std::exception& error) {
-        return say(ExitCode::Internal, error.what());
+        return say(context, {ExitCode::Internal, error.what()});
     }
 }
 

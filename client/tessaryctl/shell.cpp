@@ -3,10 +3,10 @@
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/program.h"
+#include "client/tessaryctl/statefolder.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <histedit.h>
 #include <iostream>
@@ -22,15 +22,10 @@ const char* promptText(EditLine* /*line*/)
     return "tessary> ";
 }
 
-/// Where the history is kept: the XDG state folder.
 std::filesystem::path historyFile()
 {
-    const char* state = std::getenv("XDG_STATE_HOME");
-    const char* home = std::getenv("HOME");
-    const std::filesystem::path base = state != nullptr && *state != '\0' ? std::filesystem::path(state)
-        : home != nullptr ? std::filesystem::path(home) / ".local/state"
-                          : std::filesystem::path();
-    return base.empty() ? base : base / "tessaryctl" / "history";
+    const auto folder = stateFolder();
+    return folder.empty() ? folder : folder / "history";
 }
 
 /// Words as a shell parts them: blanks, quotes, backslash. False when a quote is left open.

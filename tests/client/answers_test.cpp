@@ -130,6 +130,8 @@ TEST(VersionLine, TellsSoftwareFpgaAndWhetherItIsConfigured)
     EXPECT_EQ(info.fpgaConfigured, true);
     EXPECT_EQ(parseVersion("SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=NOK").fpgaConfigured, false);
     EXPECT_EQ(parseVersion("SV: mx8 1.4 FPGA: bitfile not found").fpgaConfigured, std::nullopt);
+    EXPECT_EQ(info.fpgaBuilt(), "2021-05-05T04:52:47");
+    EXPECT_EQ(parseVersion("SV: mx8 1.4 FPGA: bitfile not found").fpgaBuilt(), std::nullopt);
     EXPECT_THROW(parseVersion("HELLO !"), AnswerError);
 }
 

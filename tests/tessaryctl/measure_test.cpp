@@ -44,6 +44,8 @@ TEST_F(ToolMeasure, MeasureGivesTheFiguresOfTheStream)
     const RunningStream stream = send({"--cc-errors-per-second", "4"});
     const QJsonObject json = toolJson({"measure", "udp://239.0.0.1:1234"});
     EXPECT_TRUE(json["present"].toBool());
+    EXPECT_EQ(json["server"].toString(), "udp://239.0.0.1:1234");
+    EXPECT_EQ(toolJson({"measure"})["server_time"], json["server_time"]) << "nobody set it anew";
     EXPECT_NEAR(json["bit_rate"].toDouble(), frameBits / interval * 1e6, 3e5);
     EXPECT_GE(json["delay_factor_ms"].toInt(), 1);
     EXPECT_LT(json["delay_factor_ms"].toInt(), 900) << "the first period has nothing to drain by";

@@ -1,6 +1,7 @@
 #include "burstline.h"
 #include "toolsuite.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QRegularExpression>
 
@@ -23,7 +24,9 @@ TEST_F(ToolQueries, VersionTellsSoftwareAndFpga)
     const QJsonObject json = toolJson({"version"});
     EXPECT_EQ(json["software"].toString(), "1.4");
     EXPECT_TRUE(json["fpga_configured"].toBool());
-    EXPECT_EQ(json["line"].toString(), "SV: mx8 1.4 FPGA: " + json["fpga"].toString() + " done=OK");
+    EXPECT_TRUE(text.output.contains(
+        QDateTime::fromString(json["fpga_built"].toString(), Qt::ISODate).toString("d/M/yyyy h:m:s").toUtf8()))
+        << text.output.constData();
 }
 
 TEST_F(ToolQueries, StatusTellsPlayerEthernetAndRecording)
@@ -45,7 +48,12 @@ TEST_F(ToolQueries, InterfaceIsShownSetAndShownInFull)
     EXPECT_EQ(tool({"interface"}).output, instrument().ethernetAddress().toUtf8() + " 255.255.255.0\n");
     EXPECT_EQ(toolJson({"interface"})["mask"].toString(), "255.255.255.0");
     EXPECT_TRUE(tool({"interface", "status"}).output.contains("Speed: "));
-    EXPECT_TRUE(toolJson({"interface", "status"})["text"].toString().contains("Speed: "));
+    const QJsonObject status = toolJson({"interface", "status"});
+    EXPECT_EQ(status["address"].toString(), instrument().ethernetAddress());
+    EXPECT_TRUE(status["flags"].toArray().contains("RUNNING"));
+    EXPECT_EQ(status["speed_mbps"].toInt(), 10000); // a veth pair's
+    EXPECT_EQ(status["duplex"].toString(), "full");
+    EXPECT_TRUE(status["link_detected"].toBool());
 
     const CommandResult set = tool({"interface", "static", "192.168.77.42", "255.255.255.0"});
     EXPECT_TRUE(set.ok()) << set.errors.constData();
@@ -64,8 +72,8 @@ TEST_F(ToolQueries, AnUnpluggedNetworkCableHasAStatusOfItsOwn)
     expectFailure(tool({"interface"}), 7, "Ethernet is not connected");
     expectFailure(tool({"measure"}), 7, "Ethernet is not connected");
     expectFailure(tool({"iat"}), 7, "Ethernet is not connected");
-    const CommandResult json = tool({"interface", "--json"});
-    EXPECT_EQ(QJsonDocument::fromJson(json.output).object()["connected"], QJsonValue(false));
+    expectFailure(tool({"interface", "--json"}), 7, "Ethernet is not connected");
+    EXPECT_EQ(toolJson({"status"})["interface"].toObject()["connected"], QJsonValue(false));
     instrument().setLink(true);
     EXPECT_TRUE(waitUntil([] { return tool({"interface"}).output.startsWith("192.168.77."); }));
 }
@@ -84,7 +92,10 @@ TEST_F(ToolQueries, PingShowsWhatTheInstrumentsPingPrints)
 {
     EXPECT_TRUE(
         tool({"ping", "192.168.77.1", "-c", "1"}).output.contains("1 packets transmitted, 1 received"));
-    EXPECT_TRUE(toolJson({"ping", "192.168.77.1", "-c", "1"})["text"].toString().contains("1 received"));
+    const QJsonObject json = toolJson({"ping", "192.168.77.1", "-c", "2"});
+    EXPECT_EQ(json["received"].toInt(), 2);
+    EXPECT_EQ(json["replies"].toArray().size(), 2);
+    EXPECT_GT(json["round_trip_ms"]["mean"].toDouble(), 0);
     expectFailure(tool({"ping", "192.168.77.250", "-c", "1"}), 6, "does not answer");
 }
 
@@ -112,7 +123,7 @@ TEST_F(ToolQueries, EverySubcommandHasHelp)
 {
     for (const char* name : {"scan", "play", "info", "status", "measure", "iat", "server", "interface",
              "ping", "record", "export", "t2mi-frame", "send-ts", "ebs", "dab", "update", "version",
-             "command", "raw", "shell"}) {
+             "command", "raw", "schema", "shell"}) {
         const CommandResult help = tool({name, "--help"});
         EXPECT_TRUE(help.ok()) << name;
         EXPECT_TRUE(help.output.contains("--timeout")) << name;
@@ -127,6 +138,20 @@ TEST_F(ToolQueries, WrongArgumentsAreSaidAndEndWithTwo)
     expectFailure(tool({"measure", "--count", "2"}), 2, "--watch");
     expectFailure(tool({"measure", "--interval", "2"}), 2, "--watch");
     expectFailure(tool({"interface", "static", "1.2.3", "255.0.0.0"}), 2, "1.2.3");
+}
+
+TEST_F(ToolQueries, WithJsonAFailureIsAnObjectToo)
+{
+    const auto errorOf = [](const CommandResult& result) {
+        return QJsonDocument::fromJson(result.output).object()["error"].toObject();
+    };
+    const QJsonObject wrong = errorOf(tool({"measure", "--json", "--nosuch"}));
+    EXPECT_EQ(wrong["kind"].toString(), "usage");
+    EXPECT_TRUE(wrong["cause"].toString().contains("--nosuch"));
+    EXPECT_EQ(wrong["remedy"].toString(), "see: tessaryctl measure --help");
+    EXPECT_EQ(errorOf(tool({"server", "--json"}))["kind"].toString(), "nothing");
+    EXPECT_EQ(errorOf(toolOn("/nosuch", {"version", "--json"}))["kind"].toString(), "no-instrument");
+    EXPECT_EQ(toolJson({})["port"].toString(), port());
 }
 
 TEST_F(ToolQueries, WithoutInstrumentItSaysHowToStartOne)

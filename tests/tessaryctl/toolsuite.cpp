@@ -2,6 +2,7 @@
 
 #include "burstline.h"
 #include "daemonlog.h"
+#include "jsoncontract.h"
 
 namespace tessary::test {
 
@@ -21,6 +22,7 @@ QString toolPath()
 void ToolSuite::SetUpTestSuite()
 {
     s_instrument = std::make_unique<Instrument>(QStringList{"--card", "64M"});
+    qputenv("XDG_STATE_HOME", instrument().path("state").toLocal8Bit()); // what the tool remembers
     restartDaemon();
 }
 
@@ -51,7 +53,10 @@ void ToolSuite::restartDaemon()
 
 CommandResult ToolSuite::toolOn(const QString& port, const QStringList& arguments)
 {
-    return runCommand(toolPath(), QStringList{"--port", port} + arguments);
+    CommandResult result = runCommand(toolPath(), QStringList{"--port", port} + arguments);
+    if (arguments.contains("--json"))
+        expectContract(arguments, result);
+    return result;
 }
 
 CommandResult ToolSuite::tool(const QStringList& arguments)

@@ -23,7 +23,7 @@ protected:
     static Instrument& instrument() { return *s_instrument; }
     static QString port() { return instrument().path("controller"); }
 
-    /// Runs the tool on the instrument's port.
+    /// Runs the tool on the instrument's port. What it prints with --json must be as its schema says.
     static CommandResult tool(const QStringList& arguments);
     /// The same on another port.
     static CommandResult toolOn(const QString& port, const QStringList& arguments);

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "client/controller.h"
+
+#include <optional>
+#include <string>
+
+namespace tessary::ctl {
+
+/// What the instrument keeps to itself, concluded from the commands that this tool gave on the port: its
+/// stream server and its source. Kept in a file between two runs. Another controller, or a restart whose
+/// greeting nobody read, makes it wrong; a greeting that is read tells that the instrument is as after its
+/// start.
+class InstrumentMemory : public client::CommandWatcher
+{
+public:
+    enum class Source { Unknown, None, Ip, Fpga, Recording };
+
+    struct Server
+    {
+        std::string url; ///< as serverUrl() writes it
+        std::string time; ///< ISO 8601: when this tool set it, or noticed the start that did
+    };
+
+    explicit InstrumentMemory(std::string port);
+
+    void carriedOut(std::string_view command, bool surely) override;
+    void greeted() override;
+
+    /// Nothing when this tool has not set one.
+    const std::optional<Server>& server() const { return m_server; }
+    Source source() const { return m_source; }
+    /// The greeting has been read by this process.
+    bool sawStart() const { return m_sawStart; }
+
+private:
+    void load();
+    void save() const;
+    void setServer(std::string_view argument);
+    void setSource(std::string_view command, bool surely);
+
+    std::string m_port;
+    std::optional<Server> m_server;
+    Source m_source = Source::Unknown;
+    bool m_sawStart = false;
+};
+
+} // namespace tessary::ctl
