@@ -4,6 +4,10 @@
 #include "client/lineerror.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <random>
 #include <stdexcept>
 
 namespace tessary::client {
@@ -25,6 +29,29 @@ const char* protocolWord(StreamServer::Protocol protocol)
         return "RTP_T2MI";
     }
     return "";
+}
+
+[[noreturn]] void throwRestarted(std::string_view word)
+{
+    throw LineError(LineError::Kind::TimedOut,
+        "the instrument restarted during \"" + std::string(word) + "\"; give the command again");
+}
+
+/// In single quotes for the shell.
+std::string quoted(const std::string& text)
+{
+    std::string result = "'";
+    for (const char c : text)
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return result + "'";
+}
+
+/// Four hexadecimal digits.
+std::string newTag()
+{
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "%04x", std::random_device{}() & 0xFFFFU);
+    return text.data();
 }
 
 } // namespace
@@ -75,7 +102,7 @@ std::string Controller::settle()
     return received;
 }
 
-std::string Controller::askMarked(const std::string& command)
+std::string Controller::askMarked(const std::string& command, const std::string& ending)
 {
     constexpr std::size_t longestBurst = 640;
     const EndMark mark = EndMark::next();
@@ -84,7 +111,7 @@ std::string Controller::askMarked(const std::string& command)
         throw std::invalid_argument("the instrument takes commands of at most "
             + std::to_string(longestBurst - mark.question().size()) + " bytes");
     m_line.write(burst);
-    return readUntil(mark.answer());
+    return readUntil(ending + mark.answer());
 }
 
 std::string Controller::readUntil(const std::string& ending)
@@ -152,21 +179,17 @@ bool Controller::noteGreeting(const std::string& received)
     return found;
 }
 
-void Controller::dropUnread()
+void Controller::getInStep()
 {
-    std::string unread;
-    for (std::string more = m_line.readSome(Milliseconds(0)); !more.empty();
-         more = m_line.readSome(Milliseconds(0)))
-        unread += more;
-    if (noteGreeting(unread))
+    if (noteGreeting(m_line.discardInput()))
         m_inStep = false;
+    if (!m_inStep)
+        settle();
 }
 
 std::optional<std::string> Controller::askOnce(const Request& request, std::string_view argument)
 {
-    dropUnread();
-    if (!m_inStep)
-        settle();
+    getInStep();
     m_inStep = false; // until the answer is there
     std::string answer;
     if (request.answer == AnswerEnd::None || request.answer == AnswerEnd::Mark) {
@@ -191,8 +214,7 @@ std::string Controller::askUntilAnswered(const Request& request, std::string_vie
         if (word.back() != '?')
             break; // it may have had its effect
     }
-    throw LineError(LineError::Kind::TimedOut,
-        "the instrument restarted during \"" + std::string(word) + "\"; give the command again");
+    throwRestarted(word);
 }
 
 std::string Controller::ask(const Request& request, std::string_view argument)
@@ -210,6 +232,31 @@ std::string Controller::ask(const Request& request, std::string_view argument)
         tell(false);
         throw;
     }
+}
+
+CommandOutcome Controller::runCommandShown(const std::string& command)
+{
+    if (command.find_first_of(std::string("\0\n", 2)) != std::string::npos)
+        throw std::invalid_argument("a command is one line");
+    constexpr const char* ownEnd = ">/dev/ttymxc1"; // the line's device at the instrument
+    const std::string tag = newTag();
+    const std::string word = request::command.word;
+    getInStep();
+    m_inStep = false;
+    std::string told = askMarked(word + "sh -c " + quoted(command) + " </dev/null " + ownEnd
+            + " 2>&1; printf '[%d:" + tag + "]' $? " + ownEnd,
+        ":" + tag + "]");
+    const std::size_t mark = told.rfind('[');
+    int status = 0;
+    if (mark == std::string::npos
+        || std::from_chars(told.data() + mark + 1, told.data() + told.size(), status).ptr
+            != told.data() + told.size()) {
+        noteGreeting(told);
+        throwRestarted(word);
+    }
+    m_inStep = true;
+    told.resize(mark);
+    return {std::move(told), status};
 }
 
 std::string Controller::version()

@@ -30,6 +30,13 @@ struct StreamServer
     std::string text() const;
 };
 
+/// How a command ended that the instrument's shell ran.
+struct CommandOutcome
+{
+    std::string output; ///< standard output and standard error, in the order in which they came
+    int status = 0; ///< exit status; of one that a signal ended 128 and the signal's number
+};
+
 /// How long to wait. The daemon handles one command at a time and some block it for seconds, hence the long
 /// waits.
 struct Patience
@@ -107,6 +114,9 @@ public:
     std::string ping(const std::string& arguments);
     /// Runs a shell command on the instrument and returns when it has ended.
     void runCommand(const std::string& command);
+    /// The same with what it told: the shell writes its output and its status to the instrument's end of this
+    /// line, the status behind a tag that is new each time. `command` is one line.
+    CommandOutcome runCommandShown(const std::string& command);
 
     void record();
     /// Ends the recording, and with it the current source.
@@ -138,19 +148,20 @@ public:
     /// Waits until the daemon has handled everything sent so far, by this program or an earlier one. Returns
     /// what came before: the late answer to an earlier query.
     std::string settle();
-    /// Sends and reads the answer as `request` says. A query during which the daemon restarts is asked again; a
-    /// restart during any other command is a LineError.
+    /// Sends and reads the answer as `request` says. A query during which the daemon restarts is asked again;
+    /// a restart during any other command is a LineError.
     std::string ask(const Request& request, std::string_view argument = {});
 
 private:
     std::string askUntilAnswered(const Request& request, std::string_view argument);
     /// Nothing when the daemon restarted meanwhile.
     std::optional<std::string> askOnce(const Request& request, std::string_view argument);
-    void dropUnread();
     /// Tells whether there is a greeting in it, and passes that on.
     bool noteGreeting(const std::string& received);
-    /// Sends `command` and an EndMark; what came before the mark's answer.
-    std::string askMarked(const std::string& command);
+    /// Everything sent before has been carried out, and nothing is unread.
+    void getInStep();
+    /// Sends `command` and an EndMark; what came before `ending` and the mark's answer.
+    std::string askMarked(const std::string& command, const std::string& ending = {});
     std::string readUntil(const std::string& ending);
     std::string readAnswer(const Request& request);
     std::string readValues(std::size_t size);

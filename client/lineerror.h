@@ -13,6 +13,7 @@ public:
         CannotOpen, ///< no such port, no permission
         NotATerminal, ///< the path is something else than a tty or pty
         HungUp, ///< the far end is gone: adapter unplugged, virtual instrument ended
+        Stopped, ///< the waiting was ended before its time: SerialLine::stopWhen()
         TimedOut, ///< nothing, or not enough, came in time
         Failed, ///< any other error of the operating system
     };

@@ -67,6 +67,7 @@ SerialLine::~SerialLine()
 SerialLine::SerialLine(SerialLine&& other) noexcept
     : m_path(std::move(other.m_path))
     , m_fd(std::exchange(other.m_fd, -1))
+    , m_stop(std::move(other.m_stop))
     , m_pending(std::move(other.m_pending))
 {
 }
@@ -77,6 +78,7 @@ SerialLine& SerialLine::operator=(SerialLine&& other) noexcept
         close();
         m_path = std::move(other.m_path);
         m_fd = std::exchange(other.m_fd, -1);
+        m_stop = std::move(other.m_stop);
         m_pending = std::move(other.m_pending);
     }
     return *this;
@@ -111,11 +113,14 @@ void SerialLine::close() noexcept
 
 bool SerialLine::waitFor(short events, Clock::time_point deadline)
 {
+    constexpr Milliseconds longestStep{100}; // between two looks whether to go on
     for (;;) {
-        const auto left = std::chrono::ceil<Milliseconds>(deadline - Clock::now()).count();
+        throwIfStopped();
+        const auto left = std::max(std::chrono::ceil<Milliseconds>(deadline - Clock::now()), Milliseconds(0));
+        const auto step = m_stop ? std::min(left, longestStep) : left;
         pollfd entry{m_fd, events, 0};
-        const int ready = ::poll(&entry, 1, static_cast<int>(std::max<decltype(left)>(left, 0)));
-        if (ready < 0 && errno == EINTR)
+        const int ready = ::poll(&entry, 1, static_cast<int>(step.count()));
+        if ((ready < 0 && errno == EINTR) || (ready == 0 && step < left))
             continue;
         if (ready < 0)
             throw LineError(
@@ -225,10 +230,17 @@ void SerialLine::lock()
             "port " + m_path + " is in use by another program; " + openRemedy(EBUSY));
 }
 
-void SerialLine::discardInput()
+std::string SerialLine::discardInput()
 {
     while (fill(Clock::now())) { }
-    m_pending.clear();
+    return takePending(m_pending.size());
+}
+
+void SerialLine::throwIfStopped() const
+{
+    if (m_stop && m_stop())
+        throw LineError(LineError::Kind::Stopped,
+            "waiting on port " + m_path + " was ended; the instrument may still be busy with the command");
 }
 
 void SerialLine::throwHungUp() const

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -49,8 +50,12 @@ public:
     /// take each other's answers. Throws LineError CannotOpen when another one has it.
     void lock();
 
-    /// Drops what has arrived and not been read.
-    void discardInput();
+    /// Drops what has arrived and not been read; returns it.
+    std::string discardInput();
+
+    /// Waiting ends with LineError Stopped within a tenth of a second after `stop` has become true. It is
+    /// called from the thread that waits; empty: nothing stops it.
+    void stopWhen(std::function<bool()> stop) { m_stop = std::move(stop); }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -62,11 +67,13 @@ private:
     /// Appends to the pending bytes what the driver has; false when nothing came before `deadline`.
     bool fill(Clock::time_point deadline);
     std::string takePending(std::size_t count);
+    void throwIfStopped() const;
     [[noreturn]] void throwHungUp() const;
     [[noreturn]] void throwTimedOut(const std::string& expected, Milliseconds timeout) const;
 
     std::string m_path;
     int m_fd = -1;
+    std::function<bool()> m_stop;
     std::string m_pending; ///< received, not yet handed out
 };
 

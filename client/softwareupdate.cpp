@@ -16,9 +16,8 @@ constexpr const char* versionMark = "SV: ";
 constexpr const char* greetingMark = "HELLO !";
 constexpr Milliseconds slice{50}; // of sending; progress is told after each
 
-// The daemon gives up on the rest of a package after 10 s of its own whole-second clock. A question that it
-// takes for package bytes starts these again, so there is more than that between two questions.
-constexpr Milliseconds daemonPatience{10000};
+// A question that the daemon takes for package bytes starts its patience, counted in whole seconds of its own
+// clock, again: there is more than that between two questions.
 constexpr Milliseconds firstQuestion{2000};
 constexpr Milliseconds betweenQuestions{13000};
 
@@ -30,8 +29,8 @@ SoftwareUpdate::Result SoftwareUpdate::run(const Bytes& package, const Progress&
     m_line.discardInput();
     if (!begin(package.size()))
         return sees(greetingMark) ? Result::Restarted : Result::NotStarted;
-    if (!sendPackage(package, progress))
-        return Result::Restarted;
+    if (const auto ended = sendPackage(package, progress))
+        return *ended;
     sendChecksum(package);
     return awaitVerdict();
 }
@@ -50,7 +49,8 @@ bool SoftwareUpdate::begin(std::size_t size)
     return false;
 }
 
-bool SoftwareUpdate::sendPackage(const Bytes& package, const Progress& progress)
+std::optional<SoftwareUpdate::Result> SoftwareUpdate::sendPackage(
+    const Bytes& package, const Progress& progress)
 {
     const auto* bytes = reinterpret_cast<const char*>(package.data());
     const auto start = Clock::now();
@@ -71,9 +71,11 @@ bool SoftwareUpdate::sendPackage(const Bytes& package, const Progress& progress)
         m_received +=
             m_line.readSome(due > sent ? Milliseconds(0) : slice); // also notices a line that hangs up
         if (sees(greetingMark))
-            return false;
+            return Result::Restarted;
+        if (sent < package.size() && m_settings.stop && m_settings.stop())
+            return Result::Stopped;
     }
-    return true;
+    return std::nullopt;
 }
 
 void SoftwareUpdate::sendChecksum(const Bytes& package)

@@ -4,6 +4,7 @@
 #include "client/serialline.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace tessary::client {
@@ -21,6 +22,7 @@ public:
         Refused, ///< answered again at once: the checksum did not match or the file could not be written
         BytesLost, ///< answered again after its own time-out: it had waited for the rest of the package
         Restarted, ///< greeted in the middle
+        Stopped, ///< Settings::stop was true before the package was wholly sent
         Unconfirmed, ///< neither "update ok" nor any other sign of life in time
     };
 
@@ -31,7 +33,13 @@ public:
         std::size_t bytesPerSecond = 11520;
         Milliseconds answer{10000}; ///< for "waiting update" and for room on the line
         Milliseconds installation{180000}; ///< from the checksum to "update ok"
+        /// Asked while the package is sent: true ends that. The daemon then waits daemonPatience for the
+        /// rest, and takes whatever it reads meanwhile for it.
+        std::function<bool()> stop;
     };
+
+    /// How long the daemon waits between two bytes of a package.
+    static constexpr Milliseconds daemonPatience{10000};
 
     /// Called with the bytes sent so far, at least ten times a second while bytes move.
     using Progress = std::function<void(std::size_t sent)>;
@@ -53,7 +61,8 @@ private:
     using Clock = std::chrono::steady_clock;
 
     bool begin(std::size_t size);
-    bool sendPackage(const Bytes& package, const Progress& progress);
+    /// Nothing when all has been sent, else how the update ended.
+    std::optional<Result> sendPackage(const Bytes& package, const Progress& progress);
     void sendChecksum(const Bytes& package);
     Result awaitVerdict();
     bool sees(const char* text) const { return m_received.find(text) != std::string::npos; }

@@ -5,6 +5,7 @@
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/jsonvalue.h"
 #include "client/tessaryctl/terminal.h"
+#include "client/tessaryctl/waiting.h"
 
 #include <cerrno>
 #include <cstring>
@@ -38,7 +39,7 @@ void switchDab(Context& context, bool on)
         controller.startDab();
     else
         controller.stopDab();
-    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    const double seconds = secondsSince(start);
     const bool failed = on && seconds >= failedStart;
     const bool already = seconds < (on ? shortestStart : shortestStop);
     if (failed)

@@ -5,8 +5,10 @@
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/jsonvalue.h"
 #include "client/tessaryctl/terminal.h"
+#include "client/tessaryctl/waiting.h"
 
 #include <arpa/inet.h>
 #include <cctype>
@@ -33,8 +35,15 @@ std::string fpgaText(const VersionInfo& info)
 void version(Context& context)
 {
     const VersionInfo info = parseVersion(context.controller().version());
-    if (context.json())
-        return context.print(jsonOfVersion(info));
+    const bool started = context.memory().sawStart();
+    if (context.json()) {
+        Json value = jsonOfVersion(info);
+        value["started"] = started;
+        return context.print(value);
+    }
+    if (started)
+        context.note(
+            "the instrument has started since the line was read last: it has its settings at the start");
     context.out() << tableOf({{"software", info.software}, {"FPGA", fpgaText(info)}}) << std::flush;
 }
 
@@ -198,6 +207,8 @@ Json jsonOf(const std::string& host, const PingReport& report)
 
 void ping(Context& context, const std::string& host, int count)
 {
+    // The instrument does nothing else until its ping ends, and what it prints comes then.
+    const InterruptGuard guard(2, "\nwaiting for the end of the instrument's ping; Ctrl-C again leaves it\n");
     const std::string text =
         context.controller(10.0 + 2 * count).ping("-c " + std::to_string(count) + " " + host);
     if (text.empty())
@@ -205,6 +216,9 @@ void ping(Context& context, const std::string& host, int count)
             "does the host \"" + host + "\" exist?");
     if (!context.json())
         context.out() << text << std::flush;
+    if (guard.interrupted())
+        throw Failure(ExitCode::Interrupted, "the instrument's ping has ended, and the line is free",
+            "fewer echo requests take less time: --count");
     const PingReport report = parsePing(text);
     if (report.received == 0)
         throw Failure(ExitCode::Nothing, host + " does not answer",
@@ -217,11 +231,43 @@ void runCommand(Context& context, const std::string& text)
 {
     const auto start = std::chrono::steady_clock::now();
     context.controller(slowCommand).runCommand(text);
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double seconds = secondsSince(start);
     if (context.json())
-        return context.print({{"command", text}, {"seconds", seconds}});
+        return context.print(
+            {{"command", text}, {"seconds", seconds}, {"status", Json()}, {"output", Json()}});
     context.out() << "ended after " << fixed(seconds, 1)
-                  << " s; the instrument does not tell its status or output" << std::endl;
+                  << " s; --output shows its output and exit status, too" << std::endl;
+}
+
+void runCommandWithOutput(Context& context, const std::string& text)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const CommandOutcome outcome = context.controller(slowCommand).runCommandShown(text);
+    const Json told{{"command", text}, {"seconds", secondsSince(start)}, {"status", outcome.status},
+        {"output", outcome.output}};
+    if (!context.json())
+        context.out() << outcome.output << std::flush;
+    if (outcome.status != 0)
+        throw Failure(ExitCode::CommandFailed,
+            "the command ended with exit status " + std::to_string(outcome.status),
+            outcome.status == 127 ? "the instrument does not know such a program"
+                                  : "what it printed tells more",
+            told);
+    if (context.json())
+        context.print(told);
+}
+
+/// Throws Failure when the line can not carry it.
+void checkCommand(const std::string& text, bool output)
+{
+    constexpr std::size_t longest = 619; // with its word and the mark behind it the 640 bytes of a burst
+    constexpr std::size_t longestWithOutput = 500; // what shows its output and status takes some, too
+    if (text.size() > (output ? longestWithOutput : longest))
+        throw Failure(ExitCode::Usage, "the command is too long for the line",
+            "shorten it to " + std::to_string(output ? longestWithOutput : longest)
+                + " bytes, or put a script on the instrument");
+    if (text.find('\n') != std::string::npos)
+        throw Failure(ExitCode::Usage, "a command is one line", "part it with semicolons");
 }
 
 /// Backslash escapes \n \r \t \0 \\ \xNN of a command typed on a shell.
@@ -338,12 +384,19 @@ void addCommand(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "command", "Run a shell command on the instrument, as root");
     auto words = std::make_shared<std::vector<std::string>>();
+    auto output = std::make_shared<bool>(false);
     sub->add_option("command", *words, "the command; put it in quotes, or after --")->required();
-    sub->callback([&context, words] {
+    sub->add_flag("-o,--output", *output,
+        "show what it prints, and its exit status: the instrument's shell writes both to the serial line");
+    sub->callback([&context, words, output] {
         std::string text;
         for (const std::string& word : *words)
             text += (text.empty() ? "" : " ") + word;
-        runCommand(context, text);
+        checkCommand(text, *output);
+        if (*output)
+            runCommandWithOutput(context, text);
+        else
+            runCommand(context, text);
     });
 }
 

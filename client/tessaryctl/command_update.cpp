@@ -1,10 +1,13 @@
 // Sends a software package to the instrument.
+#include "client/lineerror.h"
 #include "client/softwareupdate.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/progress.h"
 #include "client/tessaryctl/terminal.h"
+#include "client/tessaryctl/waiting.h"
 
 #include <cerrno>
 #include <cmath>
@@ -77,12 +80,54 @@ Bytes readPackage(const UpdateOptions& options)
             "the instrument restarted during the update; nothing was installed",
             "check its power supply, then send the package again");
     case Result::Unconfirmed:
+    case Result::Stopped:
     case Result::Installed:
         break;
     }
     throw Failure(ExitCode::UpdateUnconfirmed,
         "everything was sent, but no \"update ok\" came within " + fixed(options.installSeconds, 0) + " s",
         "wait, then ask tessaryctl version; a slow installation gets more time with --install-timeout");
+}
+
+/// Waits until the daemon has given up on the rest of a package and answers again; false when Ctrl-C came
+/// once more, or it does not answer.
+bool listensAgain(Controller& controller, InterruptGuard& guard)
+{
+    constexpr int attempts = 3; // a question that comes too soon counts as a part of the package
+    for (int i = 0; i < attempts; ++i) {
+        guard.clear();
+        guard.sleepUntil(
+            std::chrono::steady_clock::now() + SoftwareUpdate::daemonPatience + Milliseconds(2000));
+        if (guard.interrupted())
+            return false;
+        try {
+            controller.settle();
+            return true;
+        } catch (const LineError& error) {
+            if (error.kind() != LineError::Kind::TimedOut)
+                throw;
+        }
+    }
+    return false;
+}
+
+/// After Ctrl-C in the middle: the instrument is as before, listening and with its networking on.
+[[noreturn]] void bringBack(Context& context, InterruptGuard& guard, const std::string& sent)
+{
+    const std::string cause = "the update was ended after " + sent + "; nothing was installed";
+    const std::string switchOn = "nmcli networking on";
+    Controller& controller = context.controller(3);
+    if (!listensAgain(controller, guard))
+        throw Failure(ExitCode::Interrupted,
+            cause
+                + "; the instrument was not waited for: it gives the update up by itself, its networking off",
+            "switch it on: tessaryctl command '" + switchOn + "'");
+    if (context.controller(60).runCommandShown(switchOn).status != 0)
+        throw Failure(ExitCode::Interrupted, cause + "; the instrument's networking is off",
+            "switch the instrument off and on");
+    throw Failure(ExitCode::Interrupted,
+        cause + "; the instrument takes commands again, and its networking is on",
+        "send it again at any time");
 }
 
 void update(Context& context, const UpdateOptions& options)
@@ -92,14 +137,23 @@ void update(Context& context, const UpdateOptions& options)
     settings.bytesPerSecond = options.bytesPerSecond;
     settings.answer = context.timeout(10);
     settings.installation = Milliseconds(std::lround(options.installSeconds * 1000));
+    InterruptGuard guard(0,
+        "\na package that is wholly sent is installed; otherwise the instrument gives it up, which takes "
+        "some "
+        "12 s; Ctrl-C again leaves it alone with that\n");
+    settings.stop = [&guard] { return guard.interrupted(); };
     SoftwareUpdate transfer(context.line(), settings);
     const auto start = std::chrono::steady_clock::now();
     SoftwareUpdate::Result result{};
+    std::size_t sent = 0;
     {
         ProgressBar progress("sending", package.size());
-        result = transfer.run(package, [&](std::size_t sent) { progress.update(sent); });
+        result = transfer.run(package, [&](std::size_t bytes) { progress.update(sent = bytes); });
     }
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double seconds = secondsSince(start);
+    if (result == SoftwareUpdate::Result::Stopped)
+        bringBack(context, guard,
+            byteCount(static_cast<double>(sent)) + " of " + byteCount(static_cast<double>(package.size())));
     if (result != SoftwareUpdate::Result::Installed)
         fail(result, options);
     if (context.json())

@@ -1,6 +1,7 @@
 #include "client/tessaryctl/context.h"
 
 #include "client/tessaryctl/clocktime.h"
+#include "client/tessaryctl/interrupt.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -34,6 +35,7 @@ client::Controller& Session::open(const std::string& port, Milliseconds timeout)
         close();
         m_line = std::make_unique<client::SerialLine>(port);
         m_line->lock();
+        m_line->stopWhen(&InterruptGuard::stopsWaiting);
         m_memory = std::make_unique<InstrumentMemory>(port);
     }
     // An answer that may not come is followed by the question whether the daemon lives, so the first wait can

@@ -25,6 +25,12 @@ const char* wordOf(ExitCode code)
         return "bad-answer";
     case ExitCode::LocalFile:
         return "local-file";
+    case ExitCode::CardFull:
+        return "card-full";
+    case ExitCode::WouldDestroy:
+        return "would-destroy";
+    case ExitCode::CommandFailed:
+        return "command-failed";
     case ExitCode::UpdateNotStarted:
         return "update-not-started";
     case ExitCode::UpdateRefused:
@@ -35,6 +41,8 @@ const char* wordOf(ExitCode code)
         return "update-restarted";
     case ExitCode::UpdateUnconfirmed:
         return "update-unconfirmed";
+    case ExitCode::Interrupted:
+        return "interrupted";
     }
     return "internal";
 }

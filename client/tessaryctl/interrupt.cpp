@@ -1,23 +1,44 @@
 #include "client/tessaryctl/interrupt.h"
 
 #include <algorithm>
+#include <cstring>
 #include <thread>
+#include <unistd.h>
 
 namespace tessary::ctl {
 
 namespace {
 
+// Of the innermost guard; but for the notes they change only while no signal of its kind is handled by it.
 volatile std::sig_atomic_t noted = 0;
+volatile std::sig_atomic_t ending = 0; // more than Ctrl-C
+volatile std::sig_atomic_t waitingEndsAt = 0;
+const char* volatile noticeText = nullptr;
+
+void note(int signal)
+{
+    noted = noted + 1;
+    if (signal != SIGINT)
+        ending = 1;
+    const char* text = noticeText;
+    if (noted == 1 && text != nullptr) [[maybe_unused]]
+        const ssize_t written = ::write(STDERR_FILENO, text, std::strlen(text));
+}
 
 } // namespace
 
-InterruptGuard::InterruptGuard()
+InterruptGuard::InterruptGuard(int endsWaiting, const char* notice)
+    : m_endsWaitingBefore(waitingEndsAt)
+    , m_noticeBefore(noticeText)
+    , m_notedBefore(noted)
 {
     noted = 0;
+    waitingEndsAt = endsWaiting;
+    noticeText = notice;
     struct sigaction action
     {
     };
-    action.sa_handler = [](int) { noted = 1; };
+    action.sa_handler = &note;
     for (std::size_t i = 0; i < signals.size(); ++i)
         ::sigaction(signals[i], &action, &m_before[i]);
 }
@@ -26,11 +47,19 @@ InterruptGuard::~InterruptGuard()
 {
     for (std::size_t i = 0; i < signals.size(); ++i)
         ::sigaction(signals[i], &m_before[i], nullptr);
+    noted = m_notedBefore;
+    waitingEndsAt = m_endsWaitingBefore;
+    noticeText = m_noticeBefore;
 }
 
 bool InterruptGuard::interrupted() const
 {
     return noted != 0;
+}
+
+void InterruptGuard::clear()
+{
+    noted = 0;
 }
 
 void InterruptGuard::sleepUntil(std::chrono::steady_clock::time_point moment) const
@@ -39,6 +68,16 @@ void InterruptGuard::sleepUntil(std::chrono::steady_clock::time_point moment) co
     for (auto now = std::chrono::steady_clock::now(); now < moment && !interrupted();
          now = std::chrono::steady_clock::now())
         std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(step, moment - now));
+}
+
+bool InterruptGuard::stopsWaiting()
+{
+    return waitingEndsAt > 0 && noted >= waitingEndsAt;
+}
+
+bool InterruptGuard::endsProgram()
+{
+    return ending != 0;
 }
 
 } // namespace tessary::ctl

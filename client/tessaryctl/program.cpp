@@ -28,8 +28,10 @@ instrument's /run/tessary-instrument/controller.
 
 Exit status: 0 success, 1 internal error, 2 wrong arguments, 3 no instrument at
 the port, 4 no answer in time, 5 the port hung up, 6 nothing of what was asked
-for, 7 no Ethernet link, 8 damaged answer, 9 file on this machine; update: 20 not
-started, 21 refused, 22 bytes lost, 23 restarted, 24 unconfirmed.)";
+for, 7 no Ethernet link, 8 damaged answer, 9 file on this machine, 10 memory card
+full, 11 refused for the recording's sake, 12 command failed on the instrument;
+update: 20 not started, 21 refused, 22 bytes lost, 23 restarted, 24 unconfirmed;
+130 ended by Ctrl-C.)";
 
 void addSharedOptions(CLI::App& app, Context& context)
 {
@@ -63,7 +65,10 @@ int say(Context& context, const Failure& failure)
     if (context.json()) {
         const Json error{{"kind", wordOf(failure.code())}, {"cause", failure.what()},
             {"remedy", inOneLine(failure.remedy())}};
-        context.print({{"error", error}});
+        Json document{{"error", error}};
+        if (failure.details().is_object())
+            document.update(failure.details());
+        context.print(document);
     }
     return static_cast<int>(failure.code());
 }
@@ -89,6 +94,8 @@ Failure failureOf(const client::LineError& error, const std::string& port)
         return {ExitCode::HungUp, cause, remedy};
     case Kind::TimedOut:
         return {ExitCode::TimedOut, cause, remedy};
+    case Kind::Stopped:
+        return {ExitCode::Interrupted, cause, "it takes the next command when it has ended this one"};
     case Kind::Failed:
         break;
     }

@@ -2,6 +2,7 @@
 #include "client/lineerror.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/program.h"
 #include "client/tessaryctl/statefolder.h"
 #include "client/tessaryctl/terminal.h"
@@ -101,6 +102,17 @@ unsigned char complete(EditLine* editor, int /*character*/)
     return CC_REDISPLAY;
 }
 
+/// Ctrl-C at the prompt: an empty line instead of what was typed.
+unsigned char cancel(EditLine* editor, int /*character*/)
+{
+    const LineInfo* info = ::el_line(editor);
+    ::el_cursor(editor, static_cast<int>(info->lastchar - info->cursor));
+    ::el_deletestr(editor, static_cast<int>(info->lastchar - info->buffer));
+    ::el_insertstr(editor, "\n"); // as the Enter key
+    std::cout << "^C\n" << std::flush;
+    return CC_NEWLINE;
+}
+
 /// Line editing on a terminal, plain lines otherwise, so that a script can be piped in.
 class LineReader
 {
@@ -124,6 +136,10 @@ public:
         ::el_set(m_editor, EL_HIST, &::history, m_history);
         ::el_set(m_editor, EL_ADDFN, "tessary-complete", "complete a word", &complete);
         ::el_set(m_editor, EL_BIND, "^I", "tessary-complete", nullptr);
+        // Ctrl-C is a key here, so that it ends neither the editor nor the shell.
+        ::el_set(m_editor, EL_SETTY, "-d", "-isig", nullptr);
+        ::el_set(m_editor, EL_ADDFN, "tessary-cancel", "leave the line", &cancel);
+        ::el_set(m_editor, EL_BIND, "^C", "tessary-cancel", nullptr);
         ::el_set(m_editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
         ::el_source(m_editor, nullptr);
     }
@@ -167,9 +183,18 @@ private:
     std::filesystem::path m_file;
 };
 
+/// Ctrl-C ends a command that is typed in; a script in a pipe ends with it as any program does.
+int runInterruptibly(Context& context, const std::vector<std::string>& words, bool interactive)
+{
+    if (!interactive)
+        return runCommandLine(context, words);
+    const InterruptGuard guard(1, "\n");
+    return runCommandLine(context, words);
+}
+
 /// Runs one line; the session stays open for the next one. Shared options given to the shell hold for its
 /// commands.
-int runLine(Context& shell, Session& session, const std::vector<std::string>& words)
+int runLine(Context& shell, Session& session, const std::vector<std::string>& words, bool interactive)
 {
     if (words.front() == "shell") {
         std::cerr << "this is the shell already\n";
@@ -179,7 +204,7 @@ int runLine(Context& shell, Session& session, const std::vector<std::string>& wo
     context.options = shell.options;
     const std::vector<std::string> line =
         words.front() == "help" ? std::vector<std::string>{"--help"} : words;
-    const int status = runCommandLine(context, line);
+    const int status = runInterruptibly(context, line, interactive);
     if (status == static_cast<int>(ExitCode::HungUp))
         session.close(); // the next command opens the port anew
     return status;
@@ -207,7 +232,9 @@ int runShell(Context& context)
             continue;
         if (words.front() == "exit" || words.front() == "quit")
             break;
-        status = runLine(context, session, words);
+        status = runLine(context, session, words, reader.interactive());
+        if (InterruptGuard::endsProgram())
+            return status;
         if (status != 0 && !reader.interactive())
             return status; // a script ends at its first error
     }

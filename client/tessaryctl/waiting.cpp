@@ -21,6 +21,11 @@ bool Deadline::isOver() const
     return Clock::now() >= m_end;
 }
 
+double secondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
 void sleepABit()
 {
     std::this_thread::sleep_for(Milliseconds(200));

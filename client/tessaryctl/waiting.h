@@ -16,6 +16,9 @@ private:
     std::chrono::steady_clock::time_point m_end;
 };
 
+/// Seconds that have passed.
+double secondsSince(std::chrono::steady_clock::time_point start);
+
 /// Between two questions of the same kind.
 void sleepABit();
 

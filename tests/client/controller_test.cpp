@@ -201,6 +201,86 @@ TEST(Controller, ARestartDuringACommandIsSaid)
     EXPECT_THROW(Controller(line, quick()).scan(), LineError);
 }
 
+class Noted : public CommandWatcher
+{
+public:
+    void carriedOut(std::string_view command, bool surely) override
+    {
+        all.push_back(std::string(command) + (surely ? "" : "?"));
+    }
+    void greeted() override { all.emplace_back("greeting"); }
+
+    Commands all;
+};
+
+TEST(Controller, AQueryDuringWhichTheDaemonRestartsIsAskedAgain)
+{
+    int asked = 0;
+    FarEnd far([&](const std::string& command) {
+        if (command == "version?")
+            return std::string(++asked == 1 ? "HELLO !\r\n" : "SV: mx8 1.4 FPGA: x\n");
+        return std::string(command == "streaminfo?" ? "HELLO !\r\n" : "");
+    });
+    SerialLine line(far.pty.path());
+    Noted noted;
+    Controller controller(line, quick(), &noted);
+    EXPECT_EQ(controller.version(), "SV: mx8 1.4 FPGA: x");
+    EXPECT_THROW(controller.streamInfo(), LineError) << "it restarts over and over";
+    EXPECT_EQ(noted.all[0], "greeting");
+    EXPECT_EQ(noted.all[1], "version?");
+    EXPECT_EQ(noted.all.back(), "streaminfo??");
+}
+
+TEST(Controller, AGreetingThatLiesUnreadIsSeenAndInNobodysWay)
+{
+    FarEnd far([](const std::string& command) {
+        return std::string(command == "version?" ? "SV: mx8 1.4 FPGA: x\n" : "");
+    });
+    SerialLine line(far.pty.path());
+    Noted noted;
+    Controller controller(line, quick(), &noted);
+    far.pty.send("HELLO !\r\n");
+    EXPECT_EQ(controller.version(), "SV: mx8 1.4 FPGA: x");
+    controller.setServer({StreamServer::Protocol::Udp, "239.0.0.1", 1234, 0, 0});
+    EXPECT_EQ(noted.all, (Commands{"greeting", "version?", "server=UDP 239.0.0.1 1234"}));
+}
+
+/// What the shell's own line at the end of `command` prints.
+std::string statusText(const std::string& command, int status)
+{
+    const std::size_t tag = command.find("[%d:") + 4;
+    return "[" + std::to_string(status) + ":" + command.substr(tag, command.find(']', tag) - tag) + "]";
+}
+
+TEST(Controller, ACommandsOutputAndStatusAreTold)
+{
+    Commands commands;
+    FarEnd far([&](const std::string& command) {
+        commands.push_back(command);
+        return "one\n[7:dead]\nHELLO !\r\n two" + statusText(command, 3);
+    });
+    SerialLine line(far.pty.path());
+    const CommandOutcome outcome = Controller(line, quick()).runCommandShown("echo 'a b'");
+    EXPECT_EQ(outcome.output, "one\n[7:dead]\nHELLO !\r\n two");
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_EQ(commands.back().find(R"(command:sh -c 'echo '\''a b'\''' </dev/null >/dev/ttymxc1 2>&1; )"), 0U)
+        << commands.back();
+    EXPECT_THROW(Controller(line, quick()).runCommandShown("one\ntwo"), std::invalid_argument);
+}
+
+TEST(Controller, ACommandsOutputThatLooksLikeAnEndIsNone)
+{
+    FarEnd far([&](const std::string& command) {
+        for (int number = 100; number < 256; ++number) {
+            far.pty.send("Service" + std::to_string(number));
+            std::this_thread::sleep_for(milliseconds(3)); // a read of its own
+        }
+        return statusText(command, 0);
+    });
+    SerialLine line(far.pty.path());
+    EXPECT_EQ(Controller(line, quick()).runCommandShown("cat").output.size(), 156U * 10);
+}
+
 TEST(Controller, ACommandLongerThanABurstIsRefused)
 {
     FarEnd far([](const std::string&) { return std::string(); });

@@ -148,6 +148,20 @@ TEST(SerialLine, WriteTimesOutWhenNobodyReads)
     EXPECT_EQ(errorOf([&] { line.write(much, milliseconds(50)); }), LineError::Kind::TimedOut);
 }
 
+TEST(SerialLine, WaitingEndsWhenItIsStopped)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    int questions = 0;
+    line.stopWhen([&] { return ++questions > 2; });
+    EXPECT_EQ(errorOf([&] { line.readLine(milliseconds(20000)); }), LineError::Kind::Stopped);
+    EXPECT_EQ(questions, 3);
+    line.stopWhen([] { return false; });
+    EXPECT_EQ(errorOf([&] { line.readLine(milliseconds(250)); }), LineError::Kind::TimedOut);
+    pty.send("one\n");
+    EXPECT_EQ(line.readLine(milliseconds(20000)), "one\n");
+}
+
 TEST(SerialLine, MovesWithWhatItHasRead)
 {
     const PtyPair pty;

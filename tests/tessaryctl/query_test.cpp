@@ -24,8 +24,9 @@ TEST_F(ToolQueries, VersionTellsSoftwareAndFpga)
     const QJsonObject json = toolJson({"version"});
     EXPECT_EQ(json["software"].toString(), "1.4");
     EXPECT_TRUE(json["fpga_configured"].toBool());
-    EXPECT_TRUE(text.output.contains(
-        QDateTime::fromString(json["fpga_built"].toString(), Qt::ISODate).toString("d/M/yyyy h:m:s").toUtf8()))
+    EXPECT_TRUE(text.output.contains(QDateTime::fromString(json["fpga_built"].toString(), Qt::ISODate)
+                                         .toString("d/M/yyyy h:m:s")
+                                         .toUtf8()))
         << text.output.constData();
 }
 
@@ -106,6 +107,44 @@ TEST_F(ToolQueries, CommandRunsOnTheInstrument)
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_EQ(file.readAll(), "one\n");
     EXPECT_GE(toolJson({"command", "sleep 1"})["seconds"].toDouble(), 1.0);
+}
+
+TEST_F(ToolQueries, CommandShowsOutputAndStatusWhenAsked)
+{
+    const CommandResult shown = tool({"command", "--output", "echo it\\'s; echo one >&2; printf '[0:x]'"});
+    EXPECT_EQ(shown.output, "it's\none\n[0:x]");
+    EXPECT_TRUE(shown.ok()) << shown.errors.constData();
+    const QByteArray many = tool({"command", "-o", "seq 20000"}).output; // more than the line's buffers hold
+    EXPECT_EQ(many.count('\n'), 20000);
+    EXPECT_TRUE(many.endsWith("\n20000\n"));
+    EXPECT_TRUE(tool({"command", "--output", "cat"}).ok()) << "nothing is there to be read";
+    expectFailure(tool({"command", "--output", "exit 3"}), 12, "exit status 3");
+    expectFailure(tool({"command", "--output", "nosuchprogram"}), 12, "exit status 127");
+    const QJsonObject json = toolJson({"command", "--output", "echo one"});
+    EXPECT_EQ(json["output"].toString(), "one\n");
+    EXPECT_EQ(json["status"].toInt(-1), 0);
+    const CommandResult failed = tool({"command", "--json", "--output", "echo why; exit 4"});
+    EXPECT_EQ(failed.status, 12);
+    EXPECT_EQ(QJsonDocument::fromJson(failed.output)["output"].toString(), "why\n");
+    EXPECT_EQ(QJsonDocument::fromJson(failed.output)["status"].toInt(), 4);
+    expectFailure(tool({"command", "--output", QString(501, 'x')}), 2, "too long for the line");
+    expectFailure(tool({"command", "echo one\necho two"}), 2, "a command is one line");
+    EXPECT_TRUE(tool({"version"}).ok());
+}
+
+TEST_F(ToolQueries, VersionRightAfterAStartKnowsTheGreeting)
+{
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.9:5004"}).ok());
+    EXPECT_FALSE(toolJson({"version"})["started"].toBool(true));
+    instrument().daemon("restart");
+    const CommandResult first = tool({"version"});
+    EXPECT_TRUE(first.output.startsWith("software  1.4\n"))
+        << first.output.constData() << first.errors.constData();
+    EXPECT_TRUE(first.errors.contains("the instrument has started")) << first.errors.constData();
+    EXPECT_FALSE(toolJson({"version"})["started"].toBool(true));
+    instrument().daemon("restart");
+    EXPECT_TRUE(toolJson({"version"})["started"].toBool());
+    instrument().ethernetAddress();
 }
 
 TEST_F(ToolQueries, RawSendsAnythingAndShowsTheAnswer)

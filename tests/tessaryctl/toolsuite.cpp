@@ -64,6 +64,14 @@ CommandResult ToolSuite::tool(const QStringList& arguments)
     return toolOn(port(), arguments);
 }
 
+std::unique_ptr<GuardedProcess> ToolSuite::startTool(const QStringList& arguments)
+{
+    auto process = std::make_unique<GuardedProcess>();
+    process->start(toolPath(), QStringList{"--port", port()} + arguments);
+    EXPECT_TRUE(process->waitForStarted());
+    return process;
+}
+
 QJsonObject ToolSuite::toolJson(const QStringList& arguments)
 {
     const CommandResult result = tool(arguments + QStringList{"--json"});

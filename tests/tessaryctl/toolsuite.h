@@ -30,6 +30,9 @@ protected:
     /// With --json; what it printed as an object. The run has to succeed.
     static QJsonObject toolJson(const QStringList& arguments);
 
+    /// Starts it on the instrument's port and lets it run.
+    static std::unique_ptr<GuardedProcess> startTool(const QStringList& arguments);
+
     /// A fresh daemon, which has greeted.
     static void restartDaemon();
 
