@@ -1,13 +1,15 @@
 // The recording on the memory card: record, export.
+#include "client/tessaryctl/card.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/terminal.h"
+#include "client/tessaryctl/waiting.h"
 
 #include <cmath>
 #include <iostream>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 namespace tessary::ctl {
 
@@ -17,52 +19,148 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double secondsSince(Clock::time_point start)
+std::string sizeText(std::uint64_t bytes)
 {
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return byteCount(static_cast<double>(bytes));
 }
 
 void showSize(Context& context, std::uint64_t bytes, bool recording)
 {
-    if (context.json()) {
+    if (context.json())
         context.print({{"recording_bytes", bytes}, {"recording", recording}});
-    } else {
-        context.out() << (bytes == 0 ? std::string("no recording")
-                                     : byteCount(static_cast<double>(bytes)) + " recorded")
+    else
+        context.out() << (bytes == 0 ? std::string("no recording") : sizeText(bytes) + " recorded")
                       << (recording ? ", goes on" : "") << std::endl;
-    }
 }
 
-/// Watches the recording grow, so that a card that takes nothing is noticed at once.
-void awaitEnd(Controller& controller, double seconds)
+[[noreturn]] void throwCardFull(std::uint64_t bytes)
+{
+    throw Failure(ExitCode::CardFull,
+        "the memory card is full: the recording ends at " + sizeText(bytes) + ", not when it was to end",
+        "make room on the card, or record for a shorter time", {{"recording_bytes", bytes}});
+}
+
+/// Why recording now would, or might, destroy the recording; empty when it would not.
+///
+/// A recording replaces the file that it is made into, and a source that reads this file reads nothing but
+/// what has just been written. The instrument does not tell its source. What is known: whether the file is
+/// being read, and what this tool did last. A file source that has come to its end, or was stopped, does not
+/// read: if another controller made it after this tool chose a stream, nobody can tell.
+std::string dangerToTheRecording(Context& context)
+{
+    using Source = InstrumentMemory::Source;
+    Controller& controller = context.controller();
+    if (controller.recordingSize() == 0)
+        return {};
+    if (recordingIsRead(controller))
+        return "the recording itself is the source (the instrument is reading it): recording would destroy "
+               "it";
+    const Source source = context.memory().source();
+    if (source == Source::Recording)
+        return "the recording itself is the source (it was scanned last): recording would destroy it";
+    const bool chosenHere = source == Source::Ip || source == Source::Fpga;
+    if (!chosenHere && controller.playerStatus() == "stopped")
+        return "the instrument has a source that tessaryctl did not choose and that has stopped: it may be "
+               "the "
+               "recording itself, which recording would destroy";
+    return {};
+}
+
+void refuseToDestroy(Context& context)
+{
+    const std::string danger = dangerToTheRecording(context);
+    if (!danger.empty())
+        throw Failure(ExitCode::WouldDestroy, danger,
+            "choose a source first: tessaryctl scan, or tessaryctl record stop for the FPGA's stream");
+}
+
+enum class End { InTime, Interrupted, CardFull };
+
+/// Watches the recording grow until the time is over, the card full, or Ctrl-C.
+End awaitEnd(Controller& controller, double seconds, const InterruptGuard& guard)
 {
     const auto start = Clock::now();
-    while (secondsSince(start) < seconds) {
-        std::this_thread::sleep_for(
-            Milliseconds(std::lround(std::min(1.0, seconds - secondsSince(start)) * 1000) + 1));
+    const auto end = start + Milliseconds(std::lround(seconds * 1000));
+    std::uint64_t before = 0;
+    for (auto next = start; next < end;) {
+        next = std::min<Clock::time_point>(next + Milliseconds(1000), end);
+        guard.sleepUntil(next);
+        if (guard.interrupted())
+            return End::Interrupted;
+        const std::uint64_t bytes = controller.recordingSize();
         if (errorIsTerminal())
-            std::cerr << "\rrecording " << durationText(secondsSince(start)) << ", "
-                      << byteCount(static_cast<double>(controller.recordingSize())) << "\033[K" << std::flush;
+            std::cerr << "\rrecording " << durationText(secondsSince(start)) << ", " << sizeText(bytes)
+                      << "\033[K" << std::flush;
+        if (bytes == before && bytes > 0 && cardIsFull(controller))
+            return End::CardFull;
+        before = bytes;
     }
-    if (errorIsTerminal())
-        std::cerr << "\r\033[K" << std::flush;
+    return End::InTime;
+}
+
+/// Records for a time; how long it went on, and why it ended.
+void recordFor(Context& context, double seconds)
+{
+    Controller& controller = context.controller();
+    const auto start = Clock::now();
+    End end = End::InTime;
+    {
+        const InterruptGuard guard(2, "\nending the recording; Ctrl-C again leaves it going on\n");
+        controller.record();
+        end = awaitEnd(controller, seconds, guard);
+        if (errorIsTerminal())
+            std::cerr << "\r\033[K" << std::flush;
+        controller.stopRecording();
+    }
+    const double passed = secondsSince(start);
+    const std::uint64_t bytes = controller.recordingSize();
+    if (end == End::Interrupted)
+        throw Failure(ExitCode::Interrupted,
+            "the recording was ended after " + fixed(passed, 1) + " s of " + fixed(seconds, 1) + " s; it has "
+                + sizeText(bytes),
+            "tessaryctl record start makes another", {{"recording_bytes", bytes}});
+    if (end == End::CardFull || (bytes > 0 && cardIsFull(controller)))
+        throwCardFull(bytes);
+    if (bytes > 0)
+        showSize(context, bytes, false);
+}
+
+/// Begins to record; returns when the first bytes should be in the file.
+void beginRecording(Context& context)
+{
+    constexpr Milliseconds firstBytes{1500};
+    Controller& controller = context.controller();
+    const InterruptGuard guard(2, "\n");
+    controller.record();
+    guard.sleepUntil(Clock::now() + firstBytes);
+    const std::uint64_t bytes = controller.recordingSize();
+    if (guard.interrupted())
+        throw Failure(ExitCode::Interrupted, "the recording has begun and goes on; it has " + sizeText(bytes),
+            "end it: tessaryctl record stop", {{"recording_bytes", bytes}});
+    if (bytes > 0)
+        showSize(context, bytes, true);
 }
 
 void startRecording(Context& context, double seconds)
 {
-    Controller& controller = context.controller();
-    controller.record();
-    if (seconds > 0) {
-        awaitEnd(controller, seconds);
-        controller.stopRecording();
-    } else {
-        std::this_thread::sleep_for(Milliseconds(1500)); // until the first bytes are in the file
-    }
-    const std::uint64_t bytes = controller.recordingSize();
-    if (bytes == 0)
+    refuseToDestroy(context);
+    if (seconds > 0)
+        recordFor(context, seconds);
+    else
+        beginRecording(context);
+    if (context.controller().recordingSize() == 0)
         throw Failure(ExitCode::Nothing, "nothing has been recorded",
             "is the memory card in, and does the stream come in (tessaryctl scan, tessaryctl measure)?");
-    showSize(context, bytes, seconds <= 0);
+}
+
+void stopRecording(Context& context)
+{
+    Controller& controller = context.controller();
+    controller.stopRecording();
+    const std::uint64_t bytes = controller.recordingSize();
+    if (bytes > 0 && cardIsFull(controller))
+        throwCardFull(bytes);
+    showSize(context, bytes, false);
 }
 
 void exportRecording(Context& context, double wait)
@@ -100,11 +198,7 @@ void addRecord(CLI::App& app, Context& context)
         ->check(between(0.1, 1000000.0));
     start->callback([&context, seconds] { startRecording(context, *seconds); });
     addSubcommand(*sub, context, "stop", "End the recording, and with it the current source")
-        ->callback([&context] {
-            Controller& controller = context.controller();
-            controller.stopRecording();
-            showSize(context, controller.recordingSize(), false);
-        });
+        ->callback([&context] { stopRecording(context); });
     addSubcommand(*sub, context, "status", "Tell the recording's size")->callback([&context] {
         showSize(context, context.controller().recordingSize(), false);
     });

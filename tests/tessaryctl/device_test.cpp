@@ -1,3 +1,4 @@
+#include "burstline.h"
 #include "toolsuite.h"
 
 #include <QFile>
@@ -59,6 +60,53 @@ TEST_F(ToolDevices, RecordingNothingIsAFailure)
     ASSERT_TRUE(tool({"server", "udp://239.0.0.55:5555"}).ok());
     tool({"scan", "--wait", "0"});
     expectFailure(tool({"record", "start", "--seconds", "1"}), 6, "nothing has been recorded");
+}
+
+TEST_F(ToolDevices, TheRecordingIsNotDestroyedByRecordingItself)
+{
+    const auto size = [] {
+        return instrument().shell("stat -c %s /run/media/mmcblk1p1/record.ts").trimmed().toLongLong();
+    };
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    ASSERT_TRUE(tool({"record", "start", "--seconds", "2"}).ok());
+    const qint64 recorded = size();
+    ASSERT_TRUE(tool({"scan", "--source", "recording", "--no-pids"}).ok());
+    expectFailure(tool({"record", "start", "--json"}), 11, "the recording itself is the source");
+    ASSERT_TRUE(tool({"play", "2"}).ok());
+    expectFailure(tool({"record", "start", "--seconds", "1"}), 11, "the instrument is reading it");
+    // Measuring stops playing, and the file is not read; the source is the same.
+    tool({"measure", "--wait", "0"});
+    expectFailure(tool({"record", "start"}), 11, "it was scanned last");
+    EXPECT_EQ(size(), recorded);
+
+    // Another controller makes it the source.
+    ASSERT_TRUE(tool({"record", "stop"}).ok());
+    BurstLine(instrument()).ask("PVR_scan\n");
+    expectFailure(tool({"record", "start"}), 11, "the recording itself");
+    EXPECT_TRUE(waitUntil([] { return tool({"status"}).output.contains("player     stopped"); })); // at its end
+    expectFailure(tool({"record", "start"}), 11, "that tessaryctl did not choose");
+    EXPECT_EQ(size(), recorded);
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    EXPECT_TRUE(tool({"record", "start", "--seconds", "1"}).ok());
+}
+
+TEST_F(ToolDevices, ACardThatFillsUpHasAStatusOfItsOwn)
+{
+    const RunningStream stream = sendStream(madeStream("demo.ts"), {"--bitrate", "20M"});
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    instrument().shell("head -c $(($(stat -f -c '%a*%S' /run/media/mmcblk1p1) - 4000000)) /dev/zero "
+                       "> /run/media/mmcblk1p1/other");
+    const CommandResult result = tool({"record", "start", "--seconds", "600", "--json"});
+    expectFailure(result, 10, "the memory card is full: the recording ends at ");
+    EXPECT_EQ(QJsonDocument::fromJson(result.output)["recording_bytes"].toDouble(),
+        instrument().shell("stat -c %s /run/media/mmcblk1p1/record.ts").trimmed().toDouble());
+
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    ASSERT_TRUE(tool({"record", "start"}).ok());
+    EXPECT_TRUE(waitUntil(
+        [] { return instrument().shell("stat -f -c '%a' /run/media/mmcblk1p1").trimmed().toInt() < 16; }));
+    expectFailure(tool({"record", "stop"}), 10, "the memory card is full");
 }
 
 TEST_F(ToolDevices, DabModeIsSwitchedAndTheReceiverAnswers)

@@ -1,0 +1,33 @@
+#include "client/tessaryctl/card.h"
+
+#include <sstream>
+
+namespace tessary::ctl {
+
+bool recordingIsRead(client::Controller& controller)
+{
+    // A descriptor that is open for reading only has "lr-x" in its listing; the recorder's is "l-wx".
+    return controller
+               .runCommandShown(
+                   "ls -l /proc/[0-9]*/fd 2>/dev/null | grep -q '^lr-.* /run/media/mmcblk1p1/record.ts$'")
+               .status
+        == 0;
+}
+
+std::optional<std::uint64_t> cardRoom(client::Controller& controller)
+{
+    std::istringstream told(controller.runCommandShown("stat -f -c '%a %S' /run/media/mmcblk1p1").output);
+    std::uint64_t blocks = 0;
+    std::uint64_t blockSize = 0;
+    if (!(told >> blocks >> blockSize))
+        return std::nullopt;
+    return blocks * blockSize;
+}
+
+bool cardIsFull(client::Controller& controller)
+{
+    constexpr std::uint64_t block = 65536;
+    return cardRoom(controller).value_or(block) < block;
+}
+
+} // namespace tessary::ctl
