@@ -13,16 +13,18 @@
 
 namespace tessary::ctl {
 
+// Not in the unnamed namespace, where the library would not find it.
+NLOHMANN_JSON_SERIALIZE_ENUM(InstrumentMemory::Source,
+    {{InstrumentMemory::Source::Unknown, "unknown"}, {InstrumentMemory::Source::None, "none"},
+        {InstrumentMemory::Source::Ip, "ip"}, {InstrumentMemory::Source::Fpga, "fpga"},
+        {InstrumentMemory::Source::Recording, "recording"}})
+
 namespace {
 
 using Source = InstrumentMemory::Source;
 namespace request = client::request;
 
 constexpr const char* serverAfterStart = "udp://239.0.0.1:1234";
-
-NLOHMANN_JSON_SERIALIZE_ENUM(Source,
-    {{Source::Unknown, "unknown"}, {Source::None, "none"}, {Source::Ip, "ip"}, {Source::Fpga, "fpga"},
-        {Source::Recording, "recording"}})
 
 std::filesystem::path memoryFile()
 {
@@ -102,6 +104,7 @@ void InstrumentMemory::load()
         if (found->contains("server"))
             m_server = Server{found->at("server"), found->at("server_time")};
         m_source = found->value("source", Source::Unknown);
+        m_services = found->value("services", std::vector<std::string>());
     } catch (const Json::exception&) { // a file that something else wrote
         m_server.reset();
     }
@@ -114,10 +117,18 @@ void InstrumentMemory::save() const
     all.erase(m_port);
     while (all.size() >= mostPorts)
         all.erase(all.begin());
-    Json& own = all[m_port] = {{"source", m_source}};
+    Json& own = all[m_port] = {{"source", m_source}, {"services", m_services}};
     if (m_server.has_value())
         own.update(Json{{"server", m_server->url}, {"server_time", m_server->time}});
     writeAll(all);
+}
+
+void InstrumentMemory::setServices(std::vector<std::string> names)
+{
+    if (names == m_services)
+        return;
+    m_services = std::move(names);
+    save();
 }
 
 void InstrumentMemory::setServer(std::string_view argument)

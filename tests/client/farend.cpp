@@ -12,8 +12,9 @@ const std::string nameQuery = "!0C_L_IX:";
 
 } // namespace
 
-FarEnd::FarEnd(Answer answer)
+FarEnd::FarEnd(Answer answer, std::function<void()> late)
     : m_answer(std::move(answer))
+    , m_late(std::move(late))
     , m_thread([this] { run(); })
 {
 }
@@ -52,6 +53,8 @@ void FarEnd::dispatch(const std::string& burst)
 
 void FarEnd::carryOut(const std::string& text)
 {
+    if (m_late)
+        m_late();
     if (text.compare(0, nameQuery.size(), nameQuery) == 0)
         pty.send("Service" + std::to_string(std::stoi(text.substr(nameQuery.size(), 2), nullptr, 16)));
     else if (!text.empty() && text != " ")

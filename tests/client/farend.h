@@ -18,7 +18,9 @@ class FarEnd
 public:
     using Answer = std::function<std::string(const std::string&)>;
 
-    explicit FarEnd(Answer answer);
+    /// `late` is called before anything is done about a text, a name of a service included, and may take its
+    /// time.
+    explicit FarEnd(Answer answer, std::function<void()> late = {});
     ~FarEnd();
     FarEnd(const FarEnd&) = delete;
     FarEnd& operator=(const FarEnd&) = delete;
@@ -32,6 +34,7 @@ private:
     void carryOut(const std::string& text);
 
     Answer m_answer;
+    std::function<void()> m_late;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };
