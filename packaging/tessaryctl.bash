@@ -3,16 +3,24 @@
 _tessaryctl()
 {
     COMPREPLY=()
-    local before=${COMP_WORDS[COMP_CWORD-1]}
+    local before=${COMP_WORDS[COMP_CWORD-1]} word=${COMP_WORDS[COMP_CWORD]} line=${COMP_LINE:0:COMP_POINT}
     case $before in
-        -p | --port | --png | --svg | -o | --out | update)
-            mapfile -t COMPREPLY < <(compgen -f -- "${COMP_WORDS[COMP_CWORD]}")
+        -p | --port | --png | --svg | --out | update)
+            mapfile -t COMPREPLY < <(compgen -f -- "$word")
             compopt -o filenames
             [ "$before" = update ] || return
             ;;
     esac
-    local words
-    mapfile -t words < <("${COMP_WORDS[0]}" __complete "${COMP_WORDS[@]:1:COMP_CWORD}" 2>/dev/null)
-    COMPREPLY+=("${words[@]}")
+    # Bash parts words at colons and equals signs, the tool does not: an address is one word.
+    local words=() part rest=
+    read -r -a words <<<"$line"
+    [[ $line != *[[:blank:]] ]] || words+=("")
+    part=${words[${#words[@]}-1]}
+    [ "$part" = "$word" ] || rest=${part%"$word"}
+    local found
+    while IFS= read -r found; do
+        printf -v found %q "${found#"$rest"}"
+        COMPREPLY+=("$found")
+    done < <("${words[0]}" __complete "${words[@]:1}" 2>/dev/null)
 }
 complete -F _tessaryctl tessaryctl

@@ -41,9 +41,18 @@ std::string packetText(const Measurement& m)
         : std::to_string(m.packetsPerDatagram) + " × " + std::to_string(m.packetSize) + " bytes";
 }
 
-void printMeasurement(std::ostream& out, const Measurement& m)
+/// The instrument does not tell it.
+std::string serverText(const InstrumentMemory& memory)
 {
-    out << tableOf({{"bit rate", bitRateText(m.bitRate) + "   (" + std::to_string(m.bitRate) + " bit/s)"},
+    const auto& server = memory.server();
+    return server.has_value() ? server->url
+                              : "not known: it was not set from here; tessaryctl server sets it";
+}
+
+void printMeasurement(std::ostream& out, const InstrumentMemory& memory, const Measurement& m)
+{
+    out << tableOf({{"stream", serverText(memory)},
+        {"bit rate", bitRateText(m.bitRate) + "   (" + std::to_string(m.bitRate) + " bit/s)"},
         {"delay factor", std::to_string(m.delayFactorMs) + " ms"},
         {"continuity errors", std::to_string(m.continuityErrors) + " in the last second"},
         {"datagram", packetText(m)}});
@@ -64,7 +73,7 @@ void measureOnce(Context& context, const MeasureOptions& options)
         throw Failure(
             ExitCode::Nothing, "no stream arrives (waited " + fixed(options.wait, 0) + " s)", absentRemedy);
     if (!context.json())
-        return printMeasurement(context.out(), measurement);
+        return printMeasurement(context.out(), context.memory(), measurement);
     Json value = jsonOfServer(context.memory());
     value.update(jsonOf(measurement));
     context.print(value);
@@ -275,7 +284,7 @@ void iat(Context& context, const IatOptions& options)
         value["histogram"] = histogram;
         return context.print(value);
     }
-    context.out() << statisticsLine(statistics) << '\n';
+    context.out() << serverText(context.memory()) << '\n' << statisticsLine(statistics) << '\n';
     if (options.plot)
         context.out() << '\n' << textHistogram(times, options.bins, terminalWidth());
     for (const auto& file : {options.png, options.svg}) {

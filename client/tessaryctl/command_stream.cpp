@@ -78,6 +78,17 @@ void collectPrograms(Controller& controller, StreamReport& report)
     controller.play(noProgram);
 }
 
+/// For completion.
+void rememberServices(Context& context, const StreamReport& report)
+{
+    std::vector<std::string> names;
+    if (report.services.has_value()) {
+        for (const auto& service : report.services->services.services)
+            names.push_back(printable(service.name));
+    }
+    context.memory().setServices(std::move(names));
+}
+
 void scan(Context& context, const ScanOptions& options)
 {
     Controller& controller = context.controller();
@@ -92,6 +103,7 @@ void scan(Context& context, const ScanOptions& options)
             "longer with --wait");
     if (report.services.has_value() && !options.noPids)
         collectPrograms(controller, report);
+    rememberServices(context, report);
     if (context.json())
         return context.print(jsonOf(report));
     printReport(context.out(), report);
@@ -108,6 +120,7 @@ void info(Context& context)
     StreamReport report;
     report.services = servicesNow(controller);
     report.network = networkNow(controller);
+    rememberServices(context, report);
     if (auto program = programNow(controller))
         report.programs.push_back(*std::move(program));
     if (context.json())

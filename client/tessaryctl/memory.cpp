@@ -117,9 +117,9 @@ void InstrumentMemory::save() const
     all.erase(m_port);
     while (all.size() >= mostPorts)
         all.erase(all.begin());
-    Json& own = all[m_port] = {{"source", m_source}, {"services", m_services}};
+    all[m_port] = {{"source", m_source}, {"services", m_services}};
     if (m_server.has_value())
-        own.update(Json{{"server", m_server->url}, {"server_time", m_server->time}});
+        all[m_port].update(Json{{"server", m_server->url}, {"server_time", m_server->time}});
     writeAll(all);
 }
 

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tessary::ctl {
 
@@ -30,6 +31,9 @@ public:
     /// Nothing when this tool has not set one.
     const std::optional<Server>& server() const { return m_server; }
     Source source() const { return m_source; }
+    /// Names of the services that were seen last, for completion.
+    const std::vector<std::string>& services() const { return m_services; }
+    void setServices(std::vector<std::string> names);
     /// The greeting has been read by this process.
     bool sawStart() const { return m_sawStart; }
 
@@ -42,6 +46,7 @@ private:
     std::string m_port;
     std::optional<Server> m_server;
     Source m_source = Source::Unknown;
+    std::vector<std::string> m_services;
     bool m_sawStart = false;
 };
 

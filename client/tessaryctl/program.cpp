@@ -5,6 +5,7 @@
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/guess.h"
 
 #include <algorithm>
 #include <iostream>
@@ -130,7 +131,9 @@ Failure failureOf(const CLI::App& app, const CLI::ParseError& error)
         deepest = deepest->get_subcommands().front();
         words += " " + deepest->get_name();
     }
-    return {ExitCode::Usage, error.what(), "see: " + words + " --help"};
+    const std::string meant = guessOf(*deepest, app.remaining(true));
+    return {ExitCode::Usage, error.what(),
+        (meant.empty() ? "" : "did you mean " + meant + "? ") + "see: " + words + " --help"};
 }
 
 } // namespace
@@ -141,6 +144,7 @@ CLI::App* addSubcommand(
     CLI::App* sub = app.add_subcommand(name, subDescription);
     addSharedOptions(*sub, context);
     sub->require_subcommand(0, 1);
+    sub->footer(""); // not that of the whole program
     return sub;
 }
 
@@ -160,6 +164,7 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
     auto app = std::make_unique<CLI::App>(description, "tessaryctl");
     app->require_subcommand(0, 1);
     app->footer(footer);
+    app->set_version_flag("--version", "tessaryctl " TESSARY_VERSION, "print the program's version and exit");
     app->get_formatter()->column_width(28);
     addSharedOptions(*app, context);
     for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addServer, addInterface,
@@ -190,7 +195,7 @@ int runCommandLine(Context& context, const std::vector<std::string>& words)
         return static_cast<int>(ExitCode::Success);
     } catch (const CLI::RuntimeError& error) {
         return error.get_exit_code();
-    } catch (const CLI::Success& success) { // --help
+    } catch (const CLI::Success& success) { // --help, --version
         return parser->exit(success);
     } catch (const CLI::ParseError& error) {
         context.options.json = context.options.json || asksForJson(words);
@@ -207,37 +212,6 @@ int runCommandLine(Context& context, const std::vector<std::string>& words)
     } catch (const std::exception& error) {
         return say(context, {ExitCode::Internal, error.what()});
     }
-}
-
-std::vector<std::string> completionsOf(const std::vector<std::string>& words)
-{
-    Session session;
-    Context context(session);
-    const auto parser = makeParser(context);
-    const CLI::App* app = parser.get();
-    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-        const auto children = app->get_subcommands([](const CLI::App*) { return true; });
-        const auto found = std::find_if(children.begin(), children.end(),
-            [&](const CLI::App* child) { return child->get_name() == words[i]; });
-        if (found != children.end())
-            app = *found;
-    }
-    const std::string last = words.empty() ? "" : words.back();
-    std::vector<std::string> found;
-    const auto offer = [&](const std::string& word) {
-        if (word.compare(0, last.size(), last) == 0)
-            found.push_back(word);
-    };
-    if (last.empty() || last.front() != '-') {
-        for (const CLI::App* child : app->get_subcommands([](const CLI::App*) { return true; }))
-            offer(child->get_name());
-        return found;
-    }
-    for (const CLI::Option* option : app->get_options()) {
-        for (const std::string& name : option->get_lnames())
-            offer("--" + name);
-    }
-    return found;
 }
 
 } // namespace tessary::ctl

@@ -19,7 +19,7 @@ std::unique_ptr<CLI::App> makeParser(Context& context);
 int runCommandLine(Context& context, const std::vector<std::string>& words);
 
 /// What can stand next after `words`, of which the last one is unfinished (perhaps empty): sub-commands,
-/// options, fixed choices.
+/// options, fixed choices; and from earlier runs on the same port the stream server and the services.
 std::vector<std::string> completionsOf(const std::vector<std::string>& words);
 
 /// How to get an instrument when there is none at `port`.

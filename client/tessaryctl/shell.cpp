@@ -68,17 +68,12 @@ std::string commonStart(const std::vector<std::string>& words)
     return start;
 }
 
-/// The Tab key.
-unsigned char complete(EditLine* editor, int /*character*/)
+/// What can stand in place of the last of `words`, which is unfinished, on the shell's port.
+std::vector<std::string> shellCompletionsOf(const std::vector<std::string>& words, const std::string& port)
 {
-    const LineInfo* info = ::el_line(editor);
-    const std::string before(info->buffer, info->cursor);
-    std::vector<std::string> words;
-    if (!splitWords(before, words))
-        return CC_REFRESH_BEEP;
-    if (before.empty() || before.back() == ' ')
-        words.emplace_back();
-    auto found = completionsOf(words);
+    std::vector<std::string> line = words;
+    line.insert(line.begin(), {"--port", port});
+    auto found = completionsOf(line);
     found.erase(std::remove(found.begin(), found.end(), "shell"), found.end());
     if (words.size() == 1) {
         for (const char* own : {"help", "exit"}) {
@@ -86,15 +81,42 @@ unsigned char complete(EditLine* editor, int /*character*/)
                 found.emplace_back(own);
         }
     }
+    return found;
+}
+
+/// Puts what all of `found` have in common in place of `typed`, behind a quotation mark when it has blanks
+/// and there is none yet; false when that changes nothing.
+bool insertCommonStart(
+    EditLine* editor, const std::vector<std::string>& found, const std::string& typed, bool quoteIsOpen)
+{
+    const std::string common = commonStart(found);
+    const bool quote = quoteIsOpen || common.find(' ') != std::string::npos;
+    const bool whole = found.size() == 1;
+    if (common == typed && quote == quoteIsOpen && !whole)
+        return false;
+    if (!typed.empty() || quoteIsOpen)
+        ::el_deletestr(editor, static_cast<int>(typed.size() + (quoteIsOpen ? 1 : 0)));
+    const std::string text = (quote ? "\"" : "") + common + (whole ? quote ? "\" " : " " : "");
+    ::el_insertstr(editor, text.c_str());
+    return true;
+}
+
+/// The Tab key.
+unsigned char complete(EditLine* editor, int /*character*/)
+{
+    const LineInfo* info = ::el_line(editor);
+    const std::string before(info->buffer, info->cursor);
+    std::vector<std::string> words;
+    const bool quoteIsOpen = !splitWords(before, words);
+    if (!quoteIsOpen && (before.empty() || before.back() == ' '))
+        words.emplace_back();
+    const std::string* port = nullptr; // the line reader's
+    ::el_get(editor, EL_CLIENTDATA, &port);
+    const auto found = shellCompletionsOf(words, *port);
     if (found.empty())
         return CC_REFRESH_BEEP;
-    std::string rest = commonStart(found).substr(words.back().size());
-    if (found.size() == 1)
-        rest += ' ';
-    if (!rest.empty()) {
-        ::el_insertstr(editor, rest.c_str());
+    if (insertCommonStart(editor, found, words.back(), quoteIsOpen))
         return CC_REFRESH;
-    }
     std::cout << '\n';
     for (const std::string& word : found)
         std::cout << word << "  ";
@@ -117,7 +139,8 @@ unsigned char cancel(EditLine* editor, int /*character*/)
 class LineReader
 {
 public:
-    LineReader()
+    /// `port`, for completion, must outlive it.
+    explicit LineReader(const std::string& port)
         : m_interactive(::isatty(STDIN_FILENO) == 1)
     {
         if (!m_interactive)
@@ -130,6 +153,7 @@ public:
         m_file = historyFile();
         if (!m_file.empty())
             ::history(m_history, &event, H_LOAD, m_file.c_str());
+        ::el_set(m_editor, EL_CLIENTDATA, &port);
         ::el_set(m_editor, EL_PROMPT, &promptText);
         ::el_set(m_editor, EL_EDITOR, "emacs");
         ::el_set(m_editor, EL_SIGNAL, 1);
@@ -215,10 +239,10 @@ int runLine(Context& shell, Session& session, const std::vector<std::string>& wo
 int runShell(Context& context)
 {
     Session session;
-    LineReader reader;
+    const std::string port = context.options.port.empty() ? defaultPort() : context.options.port;
+    LineReader reader(port);
     if (reader.interactive())
-        std::cout << "Port " << (context.options.port.empty() ? defaultPort() : context.options.port)
-                  << ". Tab completes, help lists the commands, exit ends.\n";
+        std::cout << "Port " << port << ". Tab completes, help lists the commands, exit ends.\n";
     std::string line;
     int status = 0;
     while (reader.read(line)) {

@@ -84,7 +84,8 @@ TEST_F(ToolDevices, TheRecordingIsNotDestroyedByRecordingItself)
     ASSERT_TRUE(tool({"record", "stop"}).ok());
     BurstLine(instrument()).ask("PVR_scan\n");
     expectFailure(tool({"record", "start"}), 11, "the recording itself");
-    EXPECT_TRUE(waitUntil([] { return tool({"status"}).output.contains("player     stopped"); })); // at its end
+    EXPECT_TRUE(
+        waitUntil([] { return tool({"status"}).output.contains("player     stopped"); })); // at its end
     expectFailure(tool({"record", "start"}), 11, "that tessaryctl did not choose");
     EXPECT_EQ(size(), recorded);
     ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());

@@ -54,7 +54,18 @@ TEST_F(ToolMeasure, MeasureGivesTheFiguresOfTheStream)
     EXPECT_EQ(json["packets_per_datagram"].toInt(), 7);
     const QByteArray text = tool({"measure"}).output;
     EXPECT_TRUE(text.contains("Mbit/s")) << text.constData();
+    EXPECT_TRUE(text.startsWith("stream             udp://239.0.0.1:1234\n")) << text.constData();
     EXPECT_TRUE(text.contains("7 × 188 bytes\n")) << text.constData();
+}
+
+TEST_F(ToolMeasure, MeasureSaysThatItDoesNotKnowTheStream)
+{
+    const RunningStream stream = send();
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.1:1234"}).ok());
+    ASSERT_TRUE(QFile::remove(instrument().path("state/tessaryctl/instruments.json")));
+    const QByteArray text = tool({"measure"}).output;
+    EXPECT_TRUE(text.startsWith("stream             not known: ")) << text.constData();
+    EXPECT_TRUE(toolJson({"measure"})["server"].isNull());
 }
 
 TEST_F(ToolMeasure, MeasureAfterAPauseIsNotSpoiltByThePause)

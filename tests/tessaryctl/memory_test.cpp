@@ -1,12 +1,13 @@
 #include "client/tessaryctl/memory.h"
+#include "ownstatefolder.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 
 using namespace tessary::ctl;
+using tessary::test::StateFolder;
 using Source = InstrumentMemory::Source;
 
 namespace {
@@ -16,16 +17,7 @@ constexpr const char* port = "/dev/ttyUSB0";
 class Memory : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        std::string form = "/tmp/tessaryctl-memory-XXXXXX";
-        ASSERT_NE(::mkdtemp(form.data()), nullptr);
-        m_folder = form;
-        ::setenv("XDG_STATE_HOME", form.c_str(), 1);
-    }
-    void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-    std::filesystem::path file() const { return m_folder / "tessaryctl" / "instruments.json"; }
+    std::filesystem::path file() const { return m_state.file("instruments.json"); }
 
     static std::string serverAfter(const char* command, bool surely = true)
     {
@@ -42,7 +34,7 @@ protected:
     }
 
 private:
-    std::filesystem::path m_folder;
+    const StateFolder m_state;
 };
 
 TEST_F(Memory, KnowsNothingOfAPortThatWasNotUsed)
@@ -96,6 +88,14 @@ TEST_F(Memory, AStartThatIsSeenPutsEverythingBack)
     EXPECT_TRUE(memory.sawStart());
     EXPECT_EQ(memory.server()->url, "udp://239.0.0.1:1234");
     EXPECT_EQ(InstrumentMemory(port).source(), Source::None);
+}
+
+TEST_F(Memory, TheFileCanBeRead)
+{
+    EXPECT_EQ(sourceAfter("PVR_scan"), Source::Recording);
+    std::ifstream in(file());
+    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    EXPECT_NE(text.find("\"source\": \"recording\""), std::string::npos) << text;
 }
 
 TEST_F(Memory, AFileOfAnythingElseIsNoObstacle)

@@ -169,8 +169,20 @@ TEST_F(ToolQueries, EverySubcommandHasHelp)
     }
 }
 
+TEST_F(ToolQueries, ASubcommandsHelpIsItsOwn)
+{
+    EXPECT_TRUE(tool({"--help"}).output.contains("Exit status: "));
+    EXPECT_FALSE(tool({"scan", "--help"}).output.contains("Exit status: "));
+    EXPECT_FALSE(tool({"interface", "static", "--help"}).output.contains("A first session"));
+    EXPECT_EQ(tool({"--version"}).output, "tessaryctl 1.4\n");
+}
+
 TEST_F(ToolQueries, WrongArgumentsAreSaidAndEndWithTwo)
 {
+    expectFailure(tool({"vresion"}), 2, "did you mean version? see: tessaryctl --help");
+    expectFailure(tool({"interface", "dchp"}), 2, "did you mean dhcp? see: tessaryctl interface --help");
+    expectFailure(tool({"measure", "--wathc"}), 2, "did you mean --watch? see: tessaryctl measure --help");
+    EXPECT_FALSE(tool({"elephant"}).errors.contains("did you mean"));
     expectFailure(tool({"nosuch"}), 2, "nosuch");
     expectFailure(tool({"play"}), 2, "program is required");
     expectFailure(tool({"version", "--nosuch"}), 2, "--nosuch");

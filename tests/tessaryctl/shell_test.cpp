@@ -80,6 +80,34 @@ TEST_F(ToolShell, APipedScriptEndsAtItsFirstError)
     EXPECT_FALSE(result.output.contains("Service7"));
 }
 
+TEST_F(ToolShell, ServicesOfTheLastScanAreCompletedInQuotes)
+{
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    EXPECT_EQ(runCommand(toolPath(), {"__complete", "--port", port(), "play", "Tessary G"}).output,
+        "Tessary Grün\n");
+    Terminal terminal;
+    ASSERT_TRUE(terminal.shows("tessary> ")) << terminal.seen().constData();
+    terminal.type("play --wait 30 Tess\tG\t\n"); // two services begin with the same word
+    EXPECT_TRUE(terminal.shows("running: program 2  Tessary Grün")) << terminal.seen().constData();
+    terminal.type("exit\n");
+}
+
+TEST_F(ToolShell, BashCompletesServersAndServicesAsOneWord)
+{
+    ASSERT_TRUE(tool({"server", "udp://239.0.0.1:1234"}).ok());
+    qputenv("TESSARY_PORT", port().toLocal8Bit());
+    const auto completed = [](const QString& line) {
+        return runCommand(TESSARY_SOURCE_DIR "/tests/tessaryctl/complete-with-bash",
+            {TESSARY_SOURCE_DIR "/packaging/tessaryctl.bash", line})
+            .output;
+    };
+    EXPECT_EQ(completed(toolPath() + " measure ud"), "udp://239.0.0.1:1234\n");
+    EXPECT_EQ(completed(toolPath() + " measure udp://239"), "//239.0.0.1:1234\n");
+    EXPECT_EQ(completed(toolPath() + " scan --source rec"), "recording\n");
+    qunsetenv("TESSARY_PORT");
+}
+
 TEST_F(ToolShell, CompletionForOtherShellsListsCommandsAndOptions)
 {
     EXPECT_EQ(runCommand(toolPath(), {"__complete", "me"}).output, "measure\n");
