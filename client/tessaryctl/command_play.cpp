@@ -1,7 +1,6 @@
 // A program on the instrument's display, and what is to be seen and heard of it: play.
 #include "client/answererror.h"
 #include "client/lineerror.h"
-#include "client/mpegtsnames.h"
 #include "client/presentation.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
@@ -111,7 +110,7 @@ Json jsonOfPresentation(const Presentation& presentation)
     return {{"text", textOf(presentation)}, {"picture", wordOf(presentation.picture.state)},
         {"video", codec(presentation.picture)}, {"width", presentation.width},
         {"height", presentation.height}, {"sound", wordOf(presentation.sound.state)},
-        {"audio", codec(presentation.sound)}};
+        {"audio", codec(presentation.sound)}, {"scrambled", wordOf(presentation.scrambling)}};
 }
 
 Json jsonOfPlayed(const Played& played)
@@ -156,8 +155,7 @@ Played playAndLook(Controller& controller, const std::string& text, double wait)
     if (!played.program.has_value())
         return played;
     const auto told = awaitDecoders(controller, *played.program, deadline);
-    const auto* service = played.service(); // known when there was a scan
-    played.presentation = presentationOf(*played.program, told, service != nullptr && isRadio(service->type));
+    played.presentation = presentationOf(*played.program, told, played.service());
     return played;
 }
 
@@ -168,10 +166,15 @@ void play(Context& context, const std::string& text, double wait)
         context.print(jsonOfPlayed(played));
     else if (played.program.has_value())
         print(context.out(), played);
-    if (!played.program.has_value())
-        throw Failure(ExitCode::Nothing,
-            "no program " + std::to_string(played.number) + " came in within " + fixed(wait, 0) + " s",
-            "tessaryctl scan lists what is in the stream; tessaryctl measure tells whether it arrives");
+    if (!played.program.has_value()) {
+        const bool linked = context.controller().interfaceAddress().has_value();
+        throw Failure(linked ? ExitCode::Nothing : ExitCode::NoLink,
+            "no program " + std::to_string(played.number) + " came in within " + fixed(wait, 0) + " s"
+                + (linked ? "" : ", and the instrument's Ethernet is not connected"),
+            linked
+                ? "tessaryctl scan lists what is in the stream; tessaryctl measure tells whether it arrives"
+                : "plug the cable in if the stream comes over IP; tessaryctl interface shows the state");
+    }
 }
 
 } // namespace
@@ -189,7 +192,9 @@ void addPlay(CLI::App& app, Context& context)
     sub->footer(R"(With --json, "presentation" has "text", what is told without it; "picture" and
 "sound", each "decoded", "absent" (the service has none), "awaited" (not decoded
 so far), "undecodable" (no decoder) or "untold" (the instrument does not say);
-"video" and "audio", the codecs; "width" and "height" of a decoded picture.)");
+"video" and "audio", the codecs; "width" and "height" of a decoded picture;
+"scrambled", "yes" (the SDT says so), "perhaps" (the PMT names a system of
+conditional access) or "no".)");
     sub->callback([&context, program, wait] { play(context, *program, *wait); });
 }
 

@@ -2,6 +2,7 @@
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/link.h"
 #include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/streamqueries.h"
 #include "client/tessaryctl/streamreport.h"
@@ -41,6 +42,8 @@ void startScan(Controller& controller, const ScanOptions& options)
         throw Failure(ExitCode::Usage, "a stream server goes with --source ip only", "leave one of them out");
     if (!options.server.empty())
         controller.setServer(parseServer(options.server));
+    if (options.source == "ip")
+        requireLink(controller);
     if (options.source == "fpga")
         controller.ebsScan();
     else if (options.source == "recording")
@@ -66,16 +69,81 @@ void awaitTables(Controller& controller, StreamReport& report, double seconds)
 }
 
 /// The daemon tells the PMT of the program played last and of no other: each is played for a moment.
-void collectPrograms(Controller& controller, StreamReport& report)
+void collectListedPrograms(Controller& controller, StreamReport& report)
 {
-    const WaitingFor shown("the programs' PIDs");
     for (const auto& service : report.services->services.services) {
         controller.play(service.id);
         auto program = programNow(controller);
         if (program.has_value() && program->programNumber == service.id)
             report.programs.push_back(*std::move(program));
     }
+}
+
+/// Without an SDT the PAT tells which programs there are. It is not to be had itself, but the EBS index
+/// counts its programs then. An index beyond the last is as silent as a program whose PMT does not come, so
+/// the end is taken to be where many in a row are silent.
+void collectUnlistedPrograms(Controller& controller, StreamReport& report)
+{
+    constexpr int lastIndex = 255;
+    constexpr int silentAtEnd = 16;
+    int silent = 0;
+    for (int index = 1; index <= lastIndex && silent < silentAtEnd; ++index) {
+        controller.ebsPlay(index);
+        auto program = programNow(controller);
+        silent = program.has_value() ? 0 : silent + 1;
+        if (program.has_value())
+            report.programs.push_back(*std::move(program));
+    }
+}
+
+void collectPrograms(Controller& controller, StreamReport& report)
+{
+    const WaitingFor shown("the programs' PIDs");
+    if (report.services.has_value())
+        collectListedPrograms(controller, report);
+    else
+        collectUnlistedPrograms(controller, report);
     controller.play(noProgram);
+}
+
+/// For an IP source of which nothing was found: datagrams of the stream server come in all the same.
+bool datagramsArrive(Controller& controller)
+{
+    const Deadline deadline(3); // the capture starts with the first question
+    for (;;) {
+        const auto measurement = controller.measurement();
+        if (!measurement.has_value())
+            throwNoLink();
+        if (measurement->present || deadline.isOver())
+            return measurement->present;
+        sleepABit();
+    }
+}
+
+[[noreturn]] void throwNothingFound(Controller& controller, const ScanOptions& options)
+{
+    const std::string cause =
+        "no service list, no network information and no program within " + fixed(options.wait, 0) + " s";
+    if (options.source != "ip")
+        throw Failure(ExitCode::Nothing, cause, "wait longer with --wait");
+    if (datagramsArrive(controller))
+        throw Failure(ExitCode::Nothing, cause + ", though datagrams arrive",
+            "check that the protocol is the sender's (udp or rtp, T2-MI with the right PID and PLP), or wait "
+            "longer with --wait");
+    throw Failure(ExitCode::Nothing, cause + ": no datagram arrives",
+        "check that the stream is sent, and that address and port are right");
+}
+
+void remarkOnWhatIsMissing(const Context& context, const StreamReport& report, const ScanOptions& options)
+{
+    const std::string within = " within " + fixed(options.wait, 0) + " s; --wait gives it longer";
+    if (!report.services.has_value())
+        context.note("no SDT" + within);
+    if (!report.network.has_value())
+        context.note("no NIT" + within);
+    const std::string silent = report.servicesWithoutProgram();
+    if (!silent.empty() && !options.noPids)
+        context.note("no PMT came of " + silent);
 }
 
 void scan(Context& context, const ScanOptions& options)
@@ -84,19 +152,15 @@ void scan(Context& context, const ScanOptions& options)
     startScan(controller, options);
     StreamReport report;
     awaitTables(controller, report, options.wait);
-    if (!report.services.has_value() && !report.network.has_value())
-        throw Failure(ExitCode::Nothing,
-            "no service list and no network information within " + fixed(options.wait, 0) + " s",
-            "check that the stream is on the air (tessaryctl measure), that address, port and protocol are "
-            "right, or wait "
-            "longer with --wait");
-    if (report.services.has_value() && !options.noPids)
+    const bool listed = report.services.has_value();
+    if (!options.noPids || (!listed && !report.network.has_value()))
         collectPrograms(controller, report);
+    if (!listed && !report.network.has_value() && report.programs.empty())
+        throwNothingFound(controller, options);
     if (context.json())
         return context.print(jsonOf(report));
     printReport(context.out(), report);
-    if (!report.network.has_value())
-        context.note("no NIT within " + fixed(options.wait, 0) + " s; --wait gives it longer");
+    remarkOnWhatIsMissing(context, report, options);
 }
 
 void info(Context& context)

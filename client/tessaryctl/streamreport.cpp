@@ -1,5 +1,6 @@
 #include "client/tessaryctl/streamreport.h"
 
+#include "client/conditionalaccess.h"
 #include "client/mpegtsnames.h"
 #include "client/streamkind.h"
 #include "client/tessaryctl/terminal.h"
@@ -17,6 +18,35 @@ namespace {
 std::string pidText(std::uint16_t pid)
 {
     return std::to_string(pid);
+}
+
+/// "0x0b00 Conax".
+std::string systemText(std::uint16_t systemId)
+{
+    const std::string name = conditionalAccessName(systemId);
+    return "0x" + hexText({static_cast<char>(systemId >> 8U), static_cast<char>(systemId)})
+        + (name.empty() ? "" : " " + name);
+}
+
+bool carries(const ProgramMap& program, StreamKind::Medium medium)
+{
+    return std::any_of(program.streams.begin(), program.streams.end(),
+        [&](const auto& stream) { return kindOf(program, stream).medium == medium; });
+}
+
+/// What is out of the ordinary of a program, for example "no picture, scrambled?"; empty for most.
+std::string remarkOn(const ProgramMap& program, const ServiceDescription::Service* service)
+{
+    const bool picture = carries(program, StreamKind::Medium::Picture);
+    const bool sound = carries(program, StreamKind::Medium::Sound);
+    std::string text = picture && sound ? ""
+        : picture                       ? "no sound"
+        : sound                         ? "no picture"
+                                        : "neither picture nor sound";
+    const bool sure = service != nullptr && service->scrambled;
+    if (sure || !conditionalAccessOf(program).empty())
+        text += std::string(text.empty() ? "" : ", ") + (sure ? "scrambled" : "scrambled?");
+    return text;
 }
 
 void printServices(std::ostream& out, const StreamReport& report)
@@ -42,7 +72,8 @@ void printPrograms(std::ostream& out, const StreamReport& report)
         out << "Program " << program.programNumber;
         if (service != nullptr && !service->name.empty())
             out << "  " << printable(service->name);
-        out << '\n';
+        const std::string remark = remarkOn(program, service);
+        out << (remark.empty() ? "" : "  (" + remark + ")") << '\n';
         printProgram(out, program, "  ");
     }
 }
@@ -115,6 +146,18 @@ const ServiceDescription::Service* StreamReport::serviceOf(std::uint16_t id) con
     return found != all.end() ? &*found : nullptr;
 }
 
+std::string StreamReport::servicesWithoutProgram() const
+{
+    std::string text;
+    if (!services.has_value())
+        return text;
+    for (const auto& service : services->services.services) {
+        if (programOf(service.id) == nullptr)
+            text += (text.empty() ? "" : ", ") + std::to_string(service.id);
+    }
+    return text;
+}
+
 void printProgram(std::ostream& out, const ProgramMap& program, const std::string& indent)
 {
     std::vector<std::vector<std::string>> rows{{"PID", "type", "stream", "language"}};
@@ -129,6 +172,9 @@ void printProgram(std::ostream& out, const ProgramMap& program, const std::strin
         [&](const auto& stream) { return stream.pid == program.pcrPid; });
     if (own)
         out << indent << pidText(program.pcrPid) << "  PCR\n";
+    for (const auto& system : conditionalAccessOf(program))
+        out << indent << "conditional access " << systemText(system.systemId) << ", ECM on PID "
+            << pidText(system.pid) << '\n';
 }
 
 void printReport(std::ostream& out, const StreamReport& report)
@@ -136,7 +182,7 @@ void printReport(std::ostream& out, const StreamReport& report)
     if (report.services.has_value())
         printServices(out, report);
     else
-        out << "No SDT: the stream names no services, or it does not come in.\n";
+        out << "No SDT: the stream names no services.\n";
     printPrograms(out, report);
     if (report.network.has_value())
         printNetwork(out, report);
@@ -158,7 +204,14 @@ Json jsonOf(const ProgramMap& program)
         value["descriptors"] = descriptors;
         streams.push_back(value);
     }
-    return {{"program", program.programNumber}, {"pcr_pid", program.pcrPid}, {"streams", streams}};
+    Json systems = Json::array();
+    for (const auto& system : conditionalAccessOf(program))
+        systems.push_back({{"system_id", system.systemId}, {"system", conditionalAccessName(system.systemId)},
+            {"ecm_pid", system.pid}});
+    return {{"program", program.programNumber}, {"pcr_pid", program.pcrPid},
+        {"picture", carries(program, StreamKind::Medium::Picture)},
+        {"sound", carries(program, StreamKind::Medium::Sound)}, {"conditional_access", systems},
+        {"streams", streams}};
 }
 
 Json jsonOf(const StreamReport& report)

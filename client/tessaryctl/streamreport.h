@@ -19,6 +19,8 @@ struct StreamReport
 
     const client::ProgramMap* programOf(std::uint16_t serviceId) const;
     const client::ServiceDescription::Service* serviceOf(std::uint16_t id) const;
+    /// Numbers of the services whose PMT is not known, "501, 502"; empty when there are none.
+    std::string servicesWithoutProgram() const;
 };
 
 void printReport(std::ostream& out, const StreamReport& report);

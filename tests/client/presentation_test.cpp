@@ -1,6 +1,7 @@
 #include "client/presentation.h"
 
 #include "client/bytes.h"
+#include "client/conditionalaccess.h"
 #include "client/streamkind.h"
 
 #include <gtest/gtest.h>
@@ -142,8 +143,16 @@ struct Case
     State sound;
     bool more; ///< worth to ask again
     bool radio = false;
-    bool scrambled = false;
+    bool scrambled = false; ///< as the PMT says
 };
+
+ServiceDescription::Service service(bool radio, bool scrambled = false)
+{
+    ServiceDescription::Service service;
+    service.type = radio ? 0x02 : 0x01;
+    service.scrambled = scrambled;
+    return service;
+}
 
 void expectPresentations(std::initializer_list<Case> cases)
 {
@@ -152,7 +161,8 @@ void expectPresentations(std::initializer_list<Case> cases)
         ProgramMap program = programOf(given.streams);
         if (given.scrambled)
             program.descriptors.push_back({conditionalAccessTag, {0x0B, 0x00, 0xE1, 0x00}});
-        const Presentation presentation = presentationOf(program, given.told, given.radio);
+        const auto described = service(given.radio);
+        const Presentation presentation = presentationOf(program, given.told, &described);
         EXPECT_EQ(wordOf(presentation.picture.state), wordOf(given.picture));
         EXPECT_EQ(wordOf(presentation.sound.state), wordOf(given.sound));
         EXPECT_EQ(textOf(presentation), given.text);
@@ -232,26 +242,57 @@ TEST(PresentationOf, WithoutDecoderInformation)
 TEST(PresentationOf, NamesTheCodecThatIsDecodedAndThePicturesSize)
 {
     const ProgramMap program = programOf({h264, ac3, aac, ac3});
-    const Presentation presentation = presentationOf(program, EbsDecoderInfo{2, 1280, 720, 1}, false);
+    const Presentation presentation = presentationOf(program, EbsDecoderInfo{2, 1280, 720, 1}, nullptr);
     EXPECT_EQ(presentation.picture.codec, "H.264");
     EXPECT_EQ(presentation.width, 1280);
     EXPECT_EQ(presentation.height, 720);
     EXPECT_EQ(presentation.sound.codec, "AAC");
     // The PMT does not tell the layer, and may be silent or older than what is played.
-    EXPECT_EQ(presentationOf(programOf({mpegAudio}), EbsDecoderInfo{0, 0, 0, 4}, true).sound.codec,
+    EXPECT_EQ(presentationOf(programOf({mpegAudio}), EbsDecoderInfo{0, 0, 0, 4}, nullptr).sound.codec,
         "MPEG-1 layer 2");
-    const Presentation other = presentationOf(program, EbsDecoderInfo{15, 1920, 1080, 7}, false);
+    const Presentation other = presentationOf(program, EbsDecoderInfo{15, 1920, 1080, 7}, nullptr);
     EXPECT_EQ(other.picture.codec, "HEVC");
     EXPECT_EQ(other.sound.codec, "E-AC-3");
-    EXPECT_EQ(presentationOf(programOf({avs}), EbsDecoderInfo{0, 352, 288, 0}, false).picture.codec, "AVS");
+    EXPECT_EQ(presentationOf(programOf({avs}), EbsDecoderInfo{0, 352, 288, 0}, nullptr).picture.codec, "AVS");
 }
 
 TEST(PresentationOf, NoticesConditionalAccessOfASingleStream)
 {
     Stream scrambled = h264;
     scrambled.descriptors.push_back({conditionalAccessTag, {0x0B, 0x00, 0xE1, 0x00}});
-    EXPECT_TRUE(presentationOf(programOf({mpegAudio, scrambled}), nothing, false).scrambled);
-    EXPECT_FALSE(presentationOf(programOf({mpegAudio, h264}), nothing, false).scrambled);
+    using Scrambling = Presentation::Scrambling;
+    EXPECT_EQ(
+        presentationOf(programOf({mpegAudio, scrambled}), nothing, nullptr).scrambling, Scrambling::Perhaps);
+    EXPECT_EQ(presentationOf(programOf({mpegAudio, h264}), nothing, nullptr).scrambling, Scrambling::No);
+}
+
+TEST(PresentationOf, SaysScrambledForSureWhenTheServiceListDoes)
+{
+    const auto paid = service(false, true);
+    const ProgramMap program = programOf({h264, aac});
+    const Presentation silent = presentationOf(program, nothing, &paid);
+    EXPECT_EQ(wordOf(silent.scrambling), "yes");
+    EXPECT_EQ(textOf(silent), "nothing decoded yet: scrambled");
+    EXPECT_EQ(textOf(presentationOf(program, EbsDecoderInfo{2, 1280, 720, 0}, &paid)),
+        "picture only so far: no sound decoded yet (scrambled)");
+    EXPECT_EQ(textOf(presentationOf(program, EbsDecoderInfo{2, 1280, 720, 1}, &paid)), "picture and sound");
+}
+
+// --- systems of conditional access ---
+
+TEST(ConditionalAccessOf, NamesEachSystemAndPidOnce)
+{
+    Stream both = h264;
+    both.descriptors = {{conditionalAccessTag, {0x0B, 0x00, 0xE1, 0x00}},
+        {conditionalAccessTag, {0x18, 0x33, 0xFF, 0xFE, 0x01}}, {conditionalAccessTag, {0x0B, 0x00, 0xE1}}};
+    const auto found =
+        conditionalAccessOf(programOf({both, both}, {{conditionalAccessTag, {0x0B, 0x00, 0xE1, 0x00}}}));
+    ASSERT_EQ(found.size(), 2U);
+    EXPECT_EQ(found[0].systemId, 0x0B00);
+    EXPECT_EQ(found[0].pid, 0x100);
+    EXPECT_EQ(found[1].pid, 0x1FFE);
+    EXPECT_EQ(conditionalAccessName(found[1].systemId), "Nagravision");
+    EXPECT_EQ(conditionalAccessName(0x7777), "");
 }
 
 } // namespace
