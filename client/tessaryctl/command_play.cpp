@@ -2,6 +2,7 @@
 #include "client/answererror.h"
 #include "client/lineerror.h"
 #include "client/presentation.h"
+#include "client/servicetext.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
@@ -36,12 +37,6 @@ struct Played
     }
 };
 
-std::string lowered(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
-
 int programNumberOf(
     Controller& controller, const std::string& text, const std::optional<ServiceTable>& services)
 {
@@ -54,7 +49,7 @@ int programNumberOf(
             ExitCode::Usage, "program numbers go up to 65535", "tessaryctl info lists the services");
     if (services.has_value()) {
         for (const auto& service : services->services.services) {
-            if (lowered(service.name) == lowered(text))
+            if (sameName(service.name, text))
                 return service.id;
         }
     }

@@ -170,7 +170,9 @@ void printProgram(std::ostream& out, const ProgramMap& program, const std::strin
     out << tableOf(rows, indent);
     const bool own = std::none_of(program.streams.begin(), program.streams.end(),
         [&](const auto& stream) { return stream.pid == program.pcrPid; });
-    if (own)
+    if (program.pcrPid == ProgramMap::noPcr)
+        out << indent << "no PCR\n";
+    else if (own)
         out << indent << pidText(program.pcrPid) << "  PCR\n";
     for (const auto& system : conditionalAccessOf(program))
         out << indent << "conditional access " << systemText(system.systemId) << ", ECM on PID "
@@ -208,7 +210,8 @@ Json jsonOf(const ProgramMap& program)
     for (const auto& system : conditionalAccessOf(program))
         systems.push_back({{"system_id", system.systemId}, {"system", conditionalAccessName(system.systemId)},
             {"ecm_pid", system.pid}});
-    return {{"program", program.programNumber}, {"pcr_pid", program.pcrPid},
+    return {{"program", program.programNumber},
+        {"pcr_pid", program.pcrPid != ProgramMap::noPcr ? Json(program.pcrPid) : Json()},
         {"picture", carries(program, StreamKind::Medium::Picture)},
         {"sound", carries(program, StreamKind::Medium::Sound)}, {"conditional_access", systems},
         {"streams", streams}};

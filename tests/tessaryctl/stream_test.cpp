@@ -114,6 +114,7 @@ TEST_F(ToolStream, CyrillicNamesComeOutRight)
     EXPECT_EQ(scan["services"][0]["provider"].toString(), QString::fromUtf8("ТЕЛЕКОМ"));
     expectServices(scan, oracleReport(file.toStdString()));
     EXPECT_TRUE(tool({"info"}).output.contains("Первый канал  ТЕЛЕКОМ"));
+    EXPECT_EQ(toolJson({"play", "ПЕРВЫЙ КАНАЛ ", "--wait", "1"})["program"].toInt(), 5);
 }
 
 TEST_F(ToolStream, PlayTakesNumbersAndNamesAndShowsThePids)
