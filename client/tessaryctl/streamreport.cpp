@@ -1,6 +1,7 @@
 #include "client/tessaryctl/streamreport.h"
 
 #include "client/conditionalaccess.h"
+#include "client/delivery.h"
 #include "client/mpegtsnames.h"
 #include "client/streamkind.h"
 #include "client/tessaryctl/terminal.h"
@@ -55,11 +56,18 @@ void printServices(std::ostream& out, const StreamReport& report)
     out << "Transport stream " << table.transportStreamId << ", original network " << table.originalNetworkId
         << ", " << table.services.size() << (table.services.size() == 1 ? " service" : " services")
         << (report.services->complete ? "" : " (the SDT is not complete yet)") << "\n\n";
+    const bool numbered = std::any_of(table.services.begin(), table.services.end(),
+        [&](const auto& service) { return report.channelOf(service.id).has_value(); });
     std::vector<std::vector<std::string>> rows{{"program", "service", "provider", "kind", "status"}};
+    if (numbered)
+        rows[0].insert(rows[0].begin() + 1, "channel");
     for (const auto& service : table.services) {
         rows.push_back({std::to_string(service.id), printable(service.name), printable(service.provider),
             serviceTypeName(service.type),
             runningStatusName(service.runningStatus) + (service.scrambled ? ", scrambled" : "")});
+        const auto channel = report.channelOf(service.id);
+        if (numbered)
+            rows.back().insert(rows.back().begin() + 1, channel.has_value() ? std::to_string(*channel) : "");
     }
     out << tableOf(rows);
 }
@@ -78,6 +86,17 @@ void printPrograms(std::ostream& out, const StreamReport& report)
     }
 }
 
+/// "1: 3401, 100: 3410 (hidden)".
+std::string textOf(const std::vector<LogicalChannel>& channels)
+{
+    std::string text;
+    for (const LogicalChannel& channel : channels)
+        text += (text.empty() ? "" : ", ") + std::to_string(channel.number) + ": "
+            + std::to_string(channel.serviceId) + (channel.visible ? "" : " (hidden)")
+            + (channel.simulcast ? " (HD)" : "");
+    return text;
+}
+
 void printNetwork(std::ostream& out, const StreamReport& report)
 {
     const NetworkInformation& network = report.network->network;
@@ -92,7 +111,38 @@ void printNetwork(std::ostream& out, const StreamReport& report)
                 out << ' ' << service.serviceId;
         }
         out << '\n';
+        for (const Delivery& delivery : deliveriesOf(stream.descriptors))
+            out << "    " << textOf(delivery) << '\n';
+        const auto channels = logicalChannelsOf(stream.descriptors);
+        if (!channels.empty())
+            out << "    logical channels " << textOf(channels) << '\n';
     }
+}
+
+Json jsonOf(const Delivery& delivery)
+{
+    const auto textOrNull = [](const std::string& text) { return text.empty() ? Json() : Json(text); };
+    const auto numberOrNull = [](std::uint64_t number) { return number == 0 ? Json() : Json(number); };
+    const auto valueOrNull = [](const std::optional<int>& value) { return value ? Json(*value) : Json(); };
+    return {{"system", delivery.system}, {"frequencies_hz", delivery.frequencies},
+        {"modulation", textOrNull(delivery.modulation)}, {"bandwidth_hz", numberOrNull(delivery.bandwidth)},
+        {"symbol_rate", numberOrNull(delivery.symbolRate)}, {"code_rate", textOrNull(delivery.codeRate)},
+        {"guard_interval", textOrNull(delivery.guardInterval)},
+        {"transmission_mode", textOrNull(delivery.transmissionMode)},
+        {"polarization", textOrNull(delivery.polarization)},
+        {"orbital_position", textOrNull(delivery.orbitalPosition)},
+        {"roll_off", textOrNull(delivery.rollOff)}, {"plp", valueOrNull(delivery.plpId)},
+        {"t2_system_id", valueOrNull(delivery.systemId)},
+        {"input_stream", valueOrNull(delivery.inputStream)}};
+}
+
+Json jsonOf(const std::vector<LogicalChannel>& channels)
+{
+    Json list = Json::array();
+    for (const LogicalChannel& channel : channels)
+        list.push_back({{"service_id", channel.serviceId}, {"number", channel.number},
+            {"visible", channel.visible}, {"simulcast", channel.simulcast}});
+    return list;
 }
 
 Json jsonOf(const ServiceDescription::Service& service)
@@ -116,8 +166,12 @@ Json jsonOf(const NetworkTable& table)
         Json services = Json::array();
         for (const auto& service : stream.services)
             services.push_back({{"service_id", service.serviceId}, {"type", service.type}});
+        Json deliveries = Json::array();
+        for (const Delivery& delivery : deliveriesOf(stream.descriptors))
+            deliveries.push_back(jsonOf(delivery));
         streams.push_back({{"transport_stream_id", stream.transportStreamId},
-            {"original_network_id", stream.originalNetworkId}, {"services", services}});
+            {"original_network_id", stream.originalNetworkId}, {"services", services},
+            {"delivery", deliveries}, {"logical_channels", jsonOf(logicalChannelsOf(stream.descriptors))}});
     }
     Json value;
     value["network_id"] = table.network.networkId;
@@ -144,6 +198,22 @@ const ServiceDescription::Service* StreamReport::serviceOf(std::uint16_t id) con
     const auto found =
         std::find_if(all.begin(), all.end(), [&](const auto& service) { return service.id == id; });
     return found != all.end() ? &*found : nullptr;
+}
+
+std::optional<int> StreamReport::channelOf(std::uint16_t serviceId) const
+{
+    if (!services.has_value() || !network.has_value())
+        return std::nullopt;
+    for (const auto& stream : network->network.transportStreams) {
+        if (stream.transportStreamId != services->services.transportStreamId
+            || stream.originalNetworkId != services->services.originalNetworkId)
+            continue;
+        for (const LogicalChannel& channel : logicalChannelsOf(stream.descriptors)) {
+            if (channel.serviceId == serviceId && !channel.simulcast)
+                return channel.number;
+        }
+    }
+    return std::nullopt;
 }
 
 std::string StreamReport::servicesWithoutProgram() const
@@ -229,6 +299,8 @@ Json jsonOf(const StreamReport& report)
         for (const auto& service : table.services) {
             Json entry = jsonOf(service);
             const ProgramMap* program = report.programOf(service.id);
+            const auto channel = report.channelOf(service.id);
+            entry["logical_channel"] = channel.has_value() ? Json(*channel) : Json();
             entry["program"] = program != nullptr ? jsonOf(*program) : Json();
             services.push_back(entry);
         }
