@@ -10,14 +10,6 @@ namespace tessary::client {
 
 namespace {
 
-/// Takes a string that GLib allocated.
-std::string takeText(gchar* text)
-{
-    std::string copy = text != nullptr ? text : "";
-    g_free(text);
-    return copy;
-}
-
 /// service_type as the stream carries it: all 256 values, of which the library's enumeration names some.
 std::uint8_t octetOf(const GstMpegtsDVBServiceType& type)
 {
@@ -68,16 +60,6 @@ std::vector<NetworkInformation::ListedService> listedServices(GPtrArray* list)
     }
     g_ptr_array_unref(items);
     return services;
-}
-
-std::string firstLanguage(GPtrArray* list)
-{
-    gchar* language = nullptr;
-    const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_ISO_639_LANGUAGE);
-    if (descriptor == nullptr || gst_mpegts_descriptor_parse_iso_639_language_nb(descriptor) == 0
-        || !gst_mpegts_descriptor_parse_iso_639_language_idx(descriptor, 0, &language, nullptr))
-        return {};
-    return takeText(language);
 }
 
 void readServiceDescriptor(

@@ -17,9 +17,6 @@ std::string networkName(GPtrArray* list, std::uint16_t networkId);
 /// The services of a service_list_descriptor; empty without one.
 std::vector<NetworkInformation::ListedService> listedServices(GPtrArray* list);
 
-/// The first language of an ISO_639_language_descriptor; empty without one.
-std::string firstLanguage(GPtrArray* list);
-
 /// Type, name and provider from a service_descriptor of this network; leaves `service` as it is without one.
 void readServiceDescriptor(
     GPtrArray* list, std::uint16_t originalNetworkId, ServiceDescription::Service& service);

@@ -27,8 +27,8 @@ struct StreamKind
 };
 
 /// The kind of a stream of `program`, by stream_type (ISO/IEC 13818-1, table 2-34), by the descriptors of
-/// private PES (ETSI EN 300 468, 6.1 and annex D), and where users of private types collide by their
-/// registration_descriptors.
+/// private PES and private sections (ETSI EN 300 468, 6.1 and annex D; SCTE 35; ARIB STD-B10), and where
+/// users of private types collide by their registration_descriptors.
 StreamKind kindOf(const ProgramMap& program, const ProgramMap::Stream& stream);
 
 } // namespace tessary::client

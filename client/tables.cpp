@@ -77,8 +77,7 @@ std::optional<ProgramMap> decodePmt(const Section& section)
     pmt.descriptors = copyDescriptors(table->descriptors);
     for (guint i = 0; i < table->streams->len; ++i) {
         const auto* stream = static_cast<const GstMpegtsPMTStream*>(g_ptr_array_index(table->streams, i));
-        pmt.streams.push_back({stream->stream_type, stream->pid, firstLanguage(stream->descriptors),
-            copyDescriptors(stream->descriptors)});
+        pmt.streams.push_back({stream->stream_type, stream->pid, copyDescriptors(stream->descriptors)});
     }
     return pmt;
 }

@@ -38,7 +38,6 @@ struct ProgramMap
     {
         std::uint8_t type = 0; ///< stream_type
         std::uint16_t pid = 0;
-        std::string language; ///< ISO 639-2 code of the first language descriptor, empty without one
         std::vector<Descriptor> descriptors;
     };
     std::uint16_t programNumber = 0;

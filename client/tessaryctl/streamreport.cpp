@@ -2,6 +2,7 @@
 
 #include "client/conditionalaccess.h"
 #include "client/delivery.h"
+#include "client/languages.h"
 #include "client/mpegtsnames.h"
 #include "client/streamkind.h"
 #include "client/tessaryctl/terminal.h"
@@ -159,6 +160,14 @@ Json jsonOf(const ServiceDescription::Service& service)
     return value;
 }
 
+Json jsonOf(const std::vector<Language>& languages)
+{
+    Json list = Json::array();
+    for (const Language& language : languages)
+        list.push_back({{"code", language.code}, {"use", language.use}});
+    return list;
+}
+
 Json jsonOf(const NetworkTable& table)
 {
     Json streams = Json::array();
@@ -235,7 +244,7 @@ void printProgram(std::ostream& out, const ProgramMap& program, const std::strin
         const std::string type = hexText(std::string(1, static_cast<char>(stream.type)));
         rows.push_back({pidText(stream.pid), "0x" + type,
             kindOf(program, stream).text + (stream.pid == program.pcrPid ? ", PCR" : ""),
-            printable(stream.language)});
+            printable(textOf(languagesOf(stream.descriptors)))});
     }
     out << tableOf(rows, indent);
     const bool own = std::none_of(program.streams.begin(), program.streams.end(),
@@ -272,7 +281,9 @@ Json jsonOf(const ProgramMap& program)
         value["pid"] = stream.pid;
         value["type"] = stream.type;
         value["type_name"] = kindOf(program, stream).text;
-        value["language"] = stream.language;
+        const auto languages = languagesOf(stream.descriptors);
+        value["language"] = languages.empty() ? "" : languages.front().code;
+        value["languages"] = jsonOf(languages);
         value["descriptors"] = descriptors;
         streams.push_back(value);
     }

@@ -23,7 +23,7 @@ Descriptor registration(const char* identifier)
 
 Stream stream(std::uint8_t type, std::vector<Descriptor> descriptors = {})
 {
-    return {type, 0x100, "", std::move(descriptors)};
+    return {type, 0x100, std::move(descriptors)};
 }
 
 ProgramMap programOf(std::vector<Stream> streams, std::vector<Descriptor> descriptors = {})
@@ -88,6 +88,29 @@ TEST(KindOf, TellsPrivatePesApartByDescriptors)
         Kind{"H.264 video", stream(0x1B, {registration("AC-4")}), {}, "H.264", told}});
 }
 
+TEST(KindOf, KnowsTheNewerStreamTypes)
+{
+    expectKinds({Kind{"H.266 video", stream(0x33), {}, "H.266", untold},
+        Kind{"H.266 video", stream(0x06, {registration("VVC ")}), {}, "H.266", untold},
+        Kind{"MPEG-H audio", stream(0x2D), {}, "MPEG-H", untold},
+        Kind{"H.265 video, temporal layer", stream(0x25), {}, "", untold},
+        Kind{"LCEVC enhancement", stream(0x36), {}, "", untold},
+        Kind{"AVS3 video", stream(0xD4), {}, "AVS3", untold},
+        Kind{"AV1 video", stream(0x06, {registration("AV01")}), {}, "AV1", untold},
+        Kind{"T2-MI", stream(0x06, {{0x7F, {0x11, 0, 0, 0}}}), {}, "", untold},
+        Kind{"TTML subtitles", stream(0x06, {{0x7F, {0x20, 'd', 'e', 'u'}}}), {}, "", untold},
+        Kind{"captions (ISDB)", stream(0x06, {{0xFD, {0x00, 0x08, 0x3D}}}), {}, "", untold}});
+}
+
+TEST(KindOf, TellsPrivateSectionsApartByDescriptors)
+{
+    expectKinds({Kind{"private sections", stream(0x05), {}, "", untold},
+        Kind{"application information (AIT)", stream(0x05, {{0x6F, {0x00, 0x10, 0xE0}}}), {}, "", untold},
+        Kind{"system software update", stream(0x05, {{0x66, {0x00, 0x0A, 0x00}}}), {}, "", untold},
+        Kind{"data broadcast", stream(0x05, {{0x66, {0x77}}}), {}, "", untold},
+        Kind{"splice information (SCTE-35)", stream(0x86, {{0x8A, {0x01}}}), {}, "", untold}});
+}
+
 // The demultiplexer hands DTS on in private PES with a registration, as type 0x8A, and from discs.
 TEST(KindOf, FindsDtsInAllItsForms)
 {
@@ -110,8 +133,8 @@ TEST(KindOf, LeavesTheSameTypesToOtherUsers)
     expectKinds({Kind{"subtitles", stream(0x82), {registration("SCTE")}, "", untold},
         Kind{"subtitles", stream(0x82), {registration("GA94")}, "", untold},
         Kind{"type 0x82", stream(0x82, {registration("XYZ1")}), {}, "", untold},
-        Kind{"splice information", stream(0x86), {registration("CUEI")}, "", untold},
-        Kind{"splice information", stream(0x86, {registration("CUEI")}), {}, "", untold},
+        Kind{"splice information (SCTE-35)", stream(0x86), {registration("CUEI")}, "", untold},
+        Kind{"splice information (SCTE-35)", stream(0x86, {registration("CUEI")}), {}, "", untold},
         Kind{"type 0x86", stream(0x86), {}, "", untold}, Kind{"type 0x85", stream(0x85), {}, "", untold},
         Kind{"LPCM audio", stream(0x80), {registration("HDMV")}, "LPCM", untold},
         Kind{"type 0x80", stream(0x80), {}, "", untold}});

@@ -21,7 +21,7 @@ ProgramMap programWithPcr(std::uint16_t pcrPid)
     ProgramMap program;
     program.programNumber = 1;
     program.pcrPid = pcrPid;
-    program.streams.push_back({0x1B, 0x101, "", {}});
+    program.streams.push_back({0x1B, 0x101, {}});
     return program;
 }
 
