@@ -169,7 +169,7 @@ constexpr Row<std::uint8_t> byExtension[] = {
     {0x0e, unheard("DTS-HD audio", "DTS-HD")},
     {0x15, unheard("AC-4 audio", "AC-4")},
     {0x0f, unheard("DTS Neural audio", "DTS")},
-    {0x11, other("T2-MI")},
+    {0x11, other(StreamKind::t2miText)},
     {0x20, other("TTML subtitles")},
     {0x21, unheard("DTS-UHD audio", "DTS-UHD")},
 };

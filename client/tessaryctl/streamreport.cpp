@@ -17,11 +17,6 @@ using namespace client;
 
 namespace {
 
-std::string pidText(std::uint16_t pid)
-{
-    return std::to_string(pid);
-}
-
 /// "0x0b00 Conax".
 std::string systemText(std::uint16_t systemId)
 {
@@ -207,6 +202,17 @@ const ServiceDescription::Service* StreamReport::serviceOf(std::uint16_t id) con
     const auto found =
         std::find_if(all.begin(), all.end(), [&](const auto& service) { return service.id == id; });
     return found != all.end() ? &*found : nullptr;
+}
+
+std::optional<std::uint16_t> StreamReport::t2miPid() const
+{
+    for (const ProgramMap& program : programs) {
+        for (const auto& stream : program.streams) {
+            if (kindOf(program, stream).carriesT2mi())
+                return stream.pid;
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<int> StreamReport::channelOf(std::uint16_t serviceId) const
