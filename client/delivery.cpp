@@ -1,6 +1,7 @@
 #include "client/delivery.h"
 
 #include "client/bitreader.h"
+#include "client/t2names.h"
 
 #include <algorithm>
 #include <array>
@@ -31,8 +32,6 @@ constexpr const char* ofdmModulations[] = {"QPSK", "16-QAM", "64-QAM"};
 constexpr const char* ofdmCodeRates[] = {"1/2", "2/3", "3/4", "5/6", "7/8"};
 constexpr const char* ofdmGuards[] = {"1/32", "1/16", "1/8", "1/4"};
 constexpr const char* ofdmModes[] = {"2k", "8k", "4k"};
-constexpr const char* ofdm2Guards[] = {"1/32", "1/16", "1/8", "1/4", "1/128", "19/128", "19/256"};
-constexpr const char* ofdm2Modes[] = {"2k", "8k", "4k", "1k", "16k", "32k"};
 constexpr const char* isdbModes[] = {"mode 1 (2k)", "mode 2 (4k)", "mode 3 (8k)"};
 constexpr const char* polarizations[] = {"horizontal", "vertical", "left", "right"};
 constexpr const char* satelliteModulations[] = {"", "QPSK", "8PSK", "16-QAM"};
@@ -145,8 +144,8 @@ Delivery terrestrial2(BitReader bits)
     bits.take(2); // SISO or MISO
     delivery.bandwidth = bandwidthOf(terrestrial2Bandwidths, bits.take(4));
     bits.take(2);
-    delivery.guardInterval = valueOf(ofdm2Guards, bits.take(3));
-    delivery.transmissionMode = valueOf(ofdm2Modes, bits.take(3));
+    delivery.guardInterval = t2GuardInterval(bits.take(3));
+    delivery.transmissionMode = t2TransmissionMode(bits.take(3));
     bits.take(1); // other frequencies are in use
     const bool frequencySlicing = bits.take(1) != 0;
     addCells(delivery, bits, frequencySlicing);

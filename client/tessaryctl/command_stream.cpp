@@ -6,6 +6,7 @@
 #include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/streamqueries.h"
 #include "client/tessaryctl/streamreport.h"
+#include "client/tessaryctl/t2misurvey.h"
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 
@@ -36,12 +37,18 @@ void scanRecording(Controller& controller)
     controller.scanRecording();
 }
 
+/// The one that is set on this command line.
+std::optional<StreamServer> serverOf(const ScanOptions& options)
+{
+    return options.server.empty() ? std::nullopt : std::optional(parseServer(options.server));
+}
+
 void startScan(Controller& controller, const ScanOptions& options)
 {
     if (options.source != "ip" && !options.server.empty())
         throw Failure(ExitCode::Usage, "a stream server goes with --source ip only", "leave one of them out");
-    if (!options.server.empty())
-        controller.setServer(parseServer(options.server));
+    if (const auto server = serverOf(options))
+        controller.setServer(*server);
     if (options.source == "ip")
         requireLink(controller);
     if (options.source == "fpga")
@@ -120,16 +127,53 @@ bool datagramsArrive(Controller& controller)
     }
 }
 
+/// What is amiss with the PLP that was asked for, or is set from before.
+std::string wrongPlp(const T2miSurvey& survey, const std::optional<StreamServer>& server)
+{
+    const std::string list = textOf(survey.plps());
+    if (!server.has_value())
+        return "nothing comes out of the PLP that is set; the T2-MI stream has PLP " + list;
+    const std::string asked = std::to_string(server->t2miPlpId);
+    if (survey.plps().count(server->t2miPlpId) != 0)
+        return "PLP " + asked + " is in the T2-MI stream, but no table in it; there are PLP " + list;
+    return survey.signalling.has_value()
+        ? "PLP " + asked + " is not in the T2-MI stream, which has PLP " + list
+        : "no frame of PLP " + asked + " in the T2-MI stream, only of PLP " + list;
+}
+
+/// Throws when T2-MI packets come in on the PID, but nothing out of the PLP.
+void refuseWrongPlp(Controller& controller, const std::optional<StreamServer>& server)
+{
+    constexpr double longEnough = 5; // L1 comes with every T2 frame, at least four times a second
+    const bool asked = server.has_value() && carriesT2mi(*server);
+    if (controller.t2miFrame().empty() && !asked)
+        return;
+    const T2miSurvey survey = surveyT2mi(controller, longEnough, true);
+    if (!survey.plps().empty())
+        throw Failure(ExitCode::Nothing, wrongPlp(survey, server),
+            "take one of these: tessaryctl scan 'udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP', or wait longer "
+            "with "
+            "--wait");
+}
+
 [[noreturn]] void throwNothingFound(Controller& controller, const ScanOptions& options)
 {
     const std::string cause =
         "no service list, no network information and no program within " + fixed(options.wait, 0) + " s";
     if (options.source != "ip")
         throw Failure(ExitCode::Nothing, cause, "wait longer with --wait");
-    if (datagramsArrive(controller))
+    const auto server = serverOf(options);
+    refuseWrongPlp(controller, server);
+    const bool arrives = datagramsArrive(controller);
+    if (arrives && server.has_value() && carriesT2mi(*server))
+        throw Failure(ExitCode::Nothing,
+            "no T2-MI packet on PID " + pidText(server->t2miPid) + ", though datagrams arrive",
+            "scan the stream as plain udp or rtp: its programs tell which PID carries T2-MI");
+    if (arrives)
         throw Failure(ExitCode::Nothing, cause + ", though datagrams arrive",
-            "check that the protocol is the sender's (udp or rtp, T2-MI with the right PID and PLP), or wait "
-            "longer with --wait");
+            "check that the protocol is the sender's (udp or rtp, with or without T2-MI), or wait longer "
+            "with "
+            "--wait");
     throw Failure(ExitCode::Nothing, cause + ": no datagram arrives",
         "check that the stream is sent, and that address and port are right");
 }
@@ -144,6 +188,11 @@ void remarkOnWhatIsMissing(const Context& context, const StreamReport& report, c
     const std::string silent = report.servicesWithoutProgram();
     if (!silent.empty() && !options.noPids)
         context.note("no PMT came of " + silent);
+    if (const auto pid = report.t2miPid())
+        context.note("PID " + pidText(*pid)
+            + " carries T2-MI; to get at what is in it: tessaryctl scan "
+              "'udp+t2mi://ADDRESS:PORT?pid="
+            + std::to_string(*pid) + "&plp=PLP'");
 }
 
 void scan(Context& context, const ScanOptions& options)
@@ -181,6 +230,14 @@ void info(Context& context)
         context.note("PIDs are known of the program that is played: tessaryctl play NUMBER");
 }
 
+/// " (PID 64 (0x40), PLP 102)", for T2-MI.
+std::string t2miText(const StreamServer& server)
+{
+    return carriesT2mi(server)
+        ? " (PID " + pidText(server.t2miPid) + ", PLP " + std::to_string(server.t2miPlpId) + ")"
+        : "";
+}
+
 void setServer(Context& context, const std::vector<std::string>& words)
 {
     if (words.empty()) {
@@ -193,7 +250,7 @@ void setServer(Context& context, const std::vector<std::string>& words)
     if (context.json())
         context.print({{"server", serverUrl(server)}, {"command", "server=" + server.text()}});
     else
-        context.out() << "stream server " << serverUrl(server)
+        context.out() << "stream server " << serverUrl(server) << t2miText(server)
                       << "; taken by the next scan, play or measurement" << std::endl;
 }
 

@@ -1,3 +1,4 @@
+#include "../client/oracle.h"
 #include "../client/sectionbuilder.h"
 #include "tablestream.h"
 #include "toolsuite.h"
@@ -16,11 +17,12 @@ class ToolTables : public ToolSuite
 protected:
     void SetUp() override { restartDaemon(); }
 
-    static RunningStream sendTables(const std::vector<CarriedSection>& sections)
+    static RunningStream sendTables(
+        const std::vector<CarriedSection>& sections, const QStringList& options = {"--bitrate", "1M"})
     {
         const QString file = instrument().path("tables.ts");
         writeTableStream(file, sections);
-        return sendStream(file, {"--bitrate", "1M"});
+        return sendStream(file, options, 10 * 188);
     }
 
     static QJsonArray programNumbers(const QJsonObject& scan)
@@ -97,7 +99,7 @@ TEST_F(ToolTables, ScrambledProgramsAreSaidToBe)
     EXPECT_EQ(system["ecm_pid"].toInt(), 0x102);
     const QByteArray text = tool(scanned).output;
     EXPECT_TRUE(text.contains("Program 5  Paid  (no sound, scrambled)\n")) << text.constData();
-    EXPECT_TRUE(text.contains("conditional access 0x0b00 Conax, ECM on PID 258")) << text.constData();
+    EXPECT_TRUE(text.contains("conditional access 0x0b00 Conax, ECM on PID 258 (0x102)")) << text.constData();
     const QJsonObject told = toolJson({"play", "paid", "--wait", "1"})["presentation"].toObject();
     EXPECT_EQ(told["text"].toString(), "nothing decoded yet: scrambled");
     EXPECT_EQ(told["scrambled"].toString(), "yes");
@@ -116,6 +118,68 @@ TEST_F(ToolTables, AScanTellsWhetherDatagramsArrive)
     // Null packets alone: a stream, but nothing in it.
     const RunningStream stream = sendTables({{0x1FFF, Bytes(183, 0xFF)}});
     expectFailure(tool({"scan", "udp://239.0.0.1:1234", "--wait", "1"}), 6, "though datagrams arrive");
+}
+
+// A recorded T2-MI stream: PID 64, PLP 102.
+TEST_F(ToolTables, T2miIsFoundAndAWrongPlpIsSaidToBeThat)
+{
+    const auto path = samplePath("t2mi-plp102.ts");
+    if (!path.has_value())
+        GTEST_SKIP() << missingSample("t2mi-plp102.ts");
+    const RunningStream stream = sendStream(QString::fromStdString(*path), {"--bitrate", "8M"});
+    const CommandResult plain = tool({"scan", "udp://239.0.0.1:1234", "--wait", "2"});
+    EXPECT_TRUE(plain.output.contains("64 (0x40)")) << plain.output.constData();
+    EXPECT_TRUE(plain.output.contains("T2-MI")) << plain.output.constData();
+    EXPECT_TRUE(plain.errors.contains("PID 64 (0x40) carries T2-MI")) << plain.errors.constData();
+    expectFailure(tool({"scan", "udp+t2mi://239.0.0.1:1234?pid=0x40&plp=5", "--wait", "2"}), 6,
+        "no frame of PLP 5 in the T2-MI stream, only of PLP 102");
+    expectFailure(tool({"scan", "udp+t2mi://239.0.0.1:1234?pid=65&plp=102", "--wait", "2"}), 6,
+        "no T2-MI packet on PID 65 (0x41), though datagrams arrive");
+}
+
+TEST_F(ToolTables, T2miIsSurveyed)
+{
+    const auto path = samplePath("t2mi-plp102.ts");
+    if (!path.has_value())
+        GTEST_SKIP() << missingSample("t2mi-plp102.ts");
+    const RunningStream stream = sendStream(QString::fromStdString(*path), {"--bitrate", "1M"});
+    tool({"scan", "udp+t2mi://239.0.0.1:1234?pid=64&plp=102", "--wait", "2", "--no-pids"});
+    const QByteArray frame = tool({"t2mi-frame", "--type", "baseband", "--wait", "60"}).output;
+    EXPECT_TRUE(frame.contains("high efficiency, CRC-8 right")) << frame.constData();
+    const QJsonObject survey = toolJson({"t2mi-frame", "--survey", "--wait", "5"});
+    EXPECT_EQ(survey["plps"].toArray(), QJsonArray{102}) << QJsonDocument(survey).toJson().constData();
+    EXPECT_EQ(survey["crc_wrong"].toInt(), 0);
+    EXPECT_TRUE(tool({"t2mi-frame", "--survey", "--wait", "2"}).output.contains("PLPs: 102\n"));
+    expectFailure(tool({"t2mi-frame", "--type", "fef-null", "--wait", "1"}), 6, "no T2-MI packet of type");
+}
+
+// Signalling and timestamp of that stream, each in a packet of its own; there they share one with a third,
+// which then is the last.
+TEST_F(ToolTables, T2miPacketsAreChosenByType)
+{
+    const auto bytes = [](const char* hex) {
+        const QByteArray raw = QByteArray::fromHex(hex);
+        return Bytes(raw.begin(), raw.end());
+    };
+    const Bytes l1Current = bytes("10fbf0000228010000882020005e0013e200000030033003020290208f00bf0002020000"
+                                  "00000001988c00008920a00810fff47ffffffe007f0100000000000001fecc00000029"
+                                  "fffe0000c3c8bf97");
+    const Bytes timestamp = bytes("20faf00000580200000000005949eaa0004bc1fcff");
+    const RunningStream stream =
+        sendTables({{64, l1Current}, {64, timestamp}}, {"--bitrate", "50k", "--packets", "1"});
+    tool({"scan", "udp+t2mi://239.0.0.1:1234?pid=64&plp=7", "--wait", "1"});
+    const QJsonObject l1 = toolJson({"t2mi-frame", "--type", "l1-current", "--wait", "60"})["l1"].toObject();
+    EXPECT_EQ(l1["transmission_mode"].toString(), "16k");
+    EXPECT_EQ(l1["plps"][0]["id"].toInt(), 102);
+    const QJsonObject stamp =
+        toolJson({"t2mi-frame", "--type", "timestamp", "--wait", "60"})["timestamp"].toObject();
+    EXPECT_EQ(stamp["kind"].toString(), "relative");
+    EXPECT_EQ(stamp["bandwidth_hz"].toDouble(), 6e6);
+    // L1 alone tells the PLPs, too.
+    const CommandResult survey = tool({"t2mi-frame", "--survey", "--wait", "3"});
+    EXPECT_TRUE(survey.output.contains("102 (data, type 1, TS")) << survey.output.constData();
+    expectFailure(tool({"scan", "udp+t2mi://239.0.0.1:1234?pid=64&plp=7", "--wait", "1"}), 6,
+        "PLP 7 is not in the T2-MI stream, which has PLP 102");
 }
 
 class ToolLink : public ToolTables

@@ -1,6 +1,7 @@
 #include "tablestream.h"
 
 #include <gtest/gtest.h>
+#include <map>
 #include <QFile>
 
 namespace tessary::test {
@@ -27,9 +28,10 @@ void writeTableStream(const QString& path, const std::vector<CarriedSection>& se
     constexpr int repetitions = 400;
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    std::map<int, int> counters; // continuity_counter of each PID
     for (int i = 0; i < repetitions; ++i) {
         for (const CarriedSection& carried : sections) {
-            const Bytes bytes = packetOf(carried, i);
+            const Bytes bytes = packetOf(carried, counters[carried.pid]++);
             file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<qint64>(bytes.size()));
         }
     }

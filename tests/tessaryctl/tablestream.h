@@ -7,7 +7,7 @@
 
 namespace tessary::test {
 
-/// A section of at most 183 bytes on its PID.
+/// A section, or a T2-MI packet, of at most 183 bytes on its PID.
 struct CarriedSection
 {
     int pid = 0;
