@@ -2,6 +2,7 @@
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/groups.h"
 #include "client/tessaryctl/link.h"
 #include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/streamqueries.h"
@@ -43,12 +44,12 @@ std::optional<StreamServer> serverOf(const ScanOptions& options)
     return options.server.empty() ? std::nullopt : std::optional(parseServer(options.server));
 }
 
-void startScan(Controller& controller, const ScanOptions& options)
+void startScan(Context& context, Controller& controller, const ScanOptions& options)
 {
     if (options.source != "ip" && !options.server.empty())
         throw Failure(ExitCode::Usage, "a stream server goes with --source ip only", "leave one of them out");
     if (const auto server = serverOf(options))
-        controller.setServer(*server);
+        changeServer(context, controller, *server);
     if (options.source == "ip")
         requireLink(controller);
     if (options.source == "fpga")
@@ -198,7 +199,7 @@ void remarkOnWhatIsMissing(const Context& context, const StreamReport& report, c
 void scan(Context& context, const ScanOptions& options)
 {
     Controller& controller = context.controller();
-    startScan(controller, options);
+    startScan(context, controller, options);
     StreamReport report;
     awaitTables(controller, report, options.wait);
     const bool listed = report.services.has_value();
@@ -238,6 +239,24 @@ std::string t2miText(const StreamServer& server)
         : "";
 }
 
+struct ServerOptions
+{
+    std::vector<std::string> server;
+    std::vector<std::string> left; ///< groups
+    int vlan = 0;
+};
+
+void leaveGroups(Context& context, const ServerOptions& options)
+{
+    for (const std::string& group : options.left)
+        leaveGroup(context, group, options.vlan != 0 ? std::optional(options.vlan) : std::nullopt);
+    if (context.json())
+        context.print({{"left", options.left}});
+    else
+        context.out() << "the instrument was told to leave " << options.left.size()
+                      << (options.left.size() == 1 ? " group" : " groups") << std::endl;
+}
+
 void setServer(Context& context, const std::vector<std::string>& words)
 {
     if (words.empty()) {
@@ -246,12 +265,17 @@ void setServer(Context& context, const std::vector<std::string>& words)
             "set it: tessaryctl server udp://239.0.0.1:1234");
     }
     const StreamServer server = parseServer(words);
-    context.controller().setServer(server);
+    const bool known = !context.joinedGroup().empty();
+    changeServer(context, context.controller(), server);
     if (context.json())
         context.print({{"server", serverUrl(server)}, {"command", "server=" + server.text()}});
     else
         context.out() << "stream server " << serverUrl(server) << t2miText(server)
                       << "; taken by the next scan, play or measurement" << std::endl;
+    if (!known && isGroup(server.address))
+        context.note(
+            "remark: groups of earlier stream servers stay joined until the link goes down; to leave "
+            "one: tessaryctl server --leave GROUP");
 }
 
 } // namespace
@@ -259,12 +283,23 @@ void setServer(Context& context, const std::vector<std::string>& words)
 void addServer(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "server", "Set the stream server");
-    auto words = std::make_shared<std::vector<std::string>>();
-    sub->add_option("server", *words,
-           "udp://ADDRESS:PORT, rtp://..., udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP, or the same in words: "
-           "udp ADDRESS PORT")
-        ->expected(0, 5);
-    sub->callback([&context, words] { setServer(context, *words); });
+    auto options = std::make_shared<ServerOptions>();
+    auto* server = sub->add_option("server", options->server,
+        "udp://ADDRESS:PORT, rtp://..., udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP, or the same in words: "
+        "udp ADDRESS PORT");
+    server->expected(0, 5);
+    auto* left = sub->add_option("--leave", options->left,
+        "have the instrument leave this multicast group, which it joined for an earlier server");
+    left->type_name("GROUP")->excludes(server);
+    sub->add_option("--vlan", options->vlan, "the VLAN that the group was joined on")
+        ->needs(left)
+        ->check(between(1, 4094));
+    sub->callback([&context, options] {
+        if (options->left.empty())
+            setServer(context, options->server);
+        else
+            leaveGroups(context, *options);
+    });
 }
 
 void addScan(CLI::App& app, Context& context)

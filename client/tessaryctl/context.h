@@ -35,6 +35,9 @@ public:
     /// Forgets the line, after it hung up.
     void close();
 
+    /// Group of the stream server that this program has set last; empty when it has set none.
+    std::string joinedGroup;
+
 private:
     std::unique_ptr<client::SerialLine> m_line;
     std::unique_ptr<client::Controller> m_controller;
@@ -51,12 +54,15 @@ public:
 
     Options options;
 
-    /// The controller, its time-out that of --timeout or `usualSeconds`.
+    /// The controller, its time-out that of --timeout or `usualSeconds`. Another one each time: those before
+    /// are gone.
     client::Controller& controller(double usualSeconds = 10);
     /// The bare line of the same port.
     client::SerialLine& line(double usualSeconds = 10);
     client::Milliseconds timeout(double usualSeconds) const;
     bool json() const { return options.json; }
+    /// The session's, to be read and set.
+    std::string& joinedGroup() const { return m_session.joinedGroup; }
 
     /// Standard output: one JSON value, indented; or in one line for values that keep coming.
     void print(const Json& value) const;
