@@ -76,14 +76,32 @@ void awaitTables(Controller& controller, StreamReport& report, double seconds)
     }
 }
 
-/// The daemon tells the PMT of the program played last and of no other: each is played for a moment.
+/// The daemon tells the PMT of the program played last and of no other: each is played for a moment, until
+/// its PMT is there or the time is over.
+void collectProgram(
+    Controller& controller, StreamReport& report, std::uint16_t number, const Deadline& deadline)
+{
+    controller.play(number);
+    for (;;) {
+        auto program = programNow(controller);
+        if (program.has_value() && program->programNumber == number)
+            return report.programs.push_back(*std::move(program));
+        if (deadline.isOver())
+            return;
+        sleepABit();
+    }
+}
+
 void collectListedPrograms(Controller& controller, StreamReport& report)
 {
-    for (const auto& service : report.services->services.services) {
-        controller.play(service.id);
-        auto program = programNow(controller);
-        if (program.has_value() && program->programNumber == service.id)
-            report.programs.push_back(*std::move(program));
+    const auto& services = report.services->services.services;
+    for (const auto& service : services)
+        collectProgram(controller, report, service.id, Deadline(0));
+    // The service list may have been faster than a PMT, which comes at least twice a second.
+    const Deadline all(3);
+    for (const auto& service : services) {
+        if (report.programOf(service.id) == nullptr && !all.isOver())
+            collectProgram(controller, report, service.id, Deadline(0.6));
     }
 }
 
