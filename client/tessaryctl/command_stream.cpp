@@ -44,7 +44,7 @@ std::optional<StreamServer> serverOf(const ScanOptions& options)
     return options.server.empty() ? std::nullopt : std::optional(parseServer(options.server));
 }
 
-void startScan(Context& context, Controller& controller, const ScanOptions& options)
+void startScan(const Context& context, Controller& controller, const ScanOptions& options)
 {
     if (options.source != "ip" && !options.server.empty())
         throw Failure(ExitCode::Usage, "a stream server goes with --source ip only", "leave one of them out");
@@ -135,12 +135,15 @@ void collectPrograms(Controller& controller, StreamReport& report)
 /// For an IP source of which nothing was found: datagrams of the stream server come in all the same.
 bool datagramsArrive(Controller& controller)
 {
-    const Deadline deadline(3); // the capture starts with the first question
+    // The first question starts the capture; a stream that was captured before counts as present for two
+    // seconds more.
+    const Deadline settled(2.5);
     for (;;) {
+        const bool last = settled.isOver();
         const auto measurement = controller.measurement();
         if (!measurement.has_value())
             throwNoLink();
-        if (measurement->present || deadline.isOver())
+        if (last)
             return measurement->present;
         sleepABit();
     }

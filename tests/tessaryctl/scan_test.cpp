@@ -118,6 +118,9 @@ TEST_F(ToolTables, AScanTellsWhetherDatagramsArrive)
     // Null packets alone: a stream, but nothing in it.
     const RunningStream stream = sendTables({{0x1FFF, Bytes(183, 0xFF)}});
     expectFailure(tool({"scan", "udp://239.0.0.1:1234", "--wait", "1"}), 6, "though datagrams arrive");
+    // What was measured just before is not taken for the server's.
+    ASSERT_TRUE(tool({"measure", "udp://239.0.0.1:1234"}).ok());
+    expectFailure(tool({"scan", "rtp://239.0.0.77:7777", "--wait", "0"}), 6, "no datagram arrives");
 }
 
 // A recorded T2-MI stream: PID 64, PLP 102.
