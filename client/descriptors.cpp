@@ -1,5 +1,7 @@
 #include "client/descriptors.h"
 
+#include "client/servicetext.h"
+
 #define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
 #include <cstring>
 #include <gst/mpegts/mpegts.h>
@@ -7,14 +9,6 @@
 namespace tessary::client {
 
 namespace {
-
-/// Takes a string that GLib allocated.
-std::string takeText(gchar* text)
-{
-    std::string copy = text != nullptr ? text : "";
-    g_free(text);
-    return copy;
-}
 
 /// service_type as the stream carries it: all 256 values, of which the library's enumeration names some.
 std::uint8_t octetOf(const GstMpegtsDVBServiceType& type)
@@ -32,28 +26,6 @@ const GstMpegtsDescriptor* find(GPtrArray* list, guint8 tag)
 
 constexpr std::size_t descriptorHeader = 2; // descriptor_tag and descriptor_length
 
-// The library's text functions believe what a stream says; what they do not check is checked here.
-
-/// A text that begins with 0x10 names its character table in the two bytes behind it (ETSI EN 300 468, A.2).
-bool namesItsTable(const guint8* text, std::size_t length)
-{
-    constexpr std::size_t tableBytes = 3;
-    return length == 0 || text[0] != 0x10 || length >= tableBytes;
-}
-
-/// Both texts of a service_descriptor (ETSI EN 300 468, 6.2.33) end inside it.
-bool hasSoundTexts(const GstMpegtsDescriptor& service)
-{
-    const guint8* data = service.data;
-    const std::size_t end = descriptorHeader + service.length;
-    const std::size_t provider = descriptorHeader + 1; // behind service_type
-    if (provider >= end)
-        return false;
-    const std::size_t name = provider + 1 + data[provider];
-    return name < end && name + 1 + data[name] <= end && namesItsTable(data + provider + 1, data[provider])
-        && namesItsTable(data + name + 1, data[name]);
-}
-
 } // namespace
 
 std::vector<Descriptor> copyDescriptors(const GPtrArray* list)
@@ -67,14 +39,12 @@ std::vector<Descriptor> copyDescriptors(const GPtrArray* list)
     return copies;
 }
 
-std::string networkName(GPtrArray* list)
+std::string networkName(GPtrArray* list, std::uint16_t networkId)
 {
-    gchar* name = nullptr;
     const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_DVB_NETWORK_NAME);
-    if (descriptor == nullptr || !namesItsTable(descriptor->data + descriptorHeader, descriptor->length)
-        || !gst_mpegts_descriptor_parse_dvb_network_name(descriptor, &name))
+    if (descriptor == nullptr)
         return {};
-    return takeText(name);
+    return servicesText(descriptor->data + descriptorHeader, descriptor->length, networkId);
 }
 
 std::vector<NetworkInformation::ListedService> listedServices(GPtrArray* list)
@@ -92,28 +62,25 @@ std::vector<NetworkInformation::ListedService> listedServices(GPtrArray* list)
     return services;
 }
 
-std::string firstLanguage(GPtrArray* list)
-{
-    gchar* language = nullptr;
-    const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_ISO_639_LANGUAGE);
-    if (descriptor == nullptr || gst_mpegts_descriptor_parse_iso_639_language_nb(descriptor) == 0
-        || !gst_mpegts_descriptor_parse_iso_639_language_idx(descriptor, 0, &language, nullptr))
-        return {};
-    return takeText(language);
-}
-
-void readServiceDescriptor(GPtrArray* list, ServiceDescription::Service& service)
+void readServiceDescriptor(
+    GPtrArray* list, std::uint16_t originalNetworkId, ServiceDescription::Service& service)
 {
     const GstMpegtsDescriptor* descriptor = find(list, GST_MTS_DESC_DVB_SERVICE);
-    GstMpegtsDVBServiceType type{};
-    gchar* name = nullptr;
-    gchar* provider = nullptr;
-    if (descriptor == nullptr || !hasSoundTexts(*descriptor)
-        || !gst_mpegts_descriptor_parse_dvb_service(descriptor, &type, &name, &provider))
+    if (descriptor == nullptr)
         return;
-    service.type = octetOf(type);
-    service.name = takeText(name);
-    service.provider = takeText(provider);
+    // ETSI EN 300 468, 6.2.33: service_type, and two texts with their lengths in front, which have to end
+    // inside.
+    const guint8* data = descriptor->data + descriptorHeader;
+    const std::size_t end = descriptor->length;
+    constexpr std::size_t provider = 1;
+    if (provider >= end)
+        return;
+    const std::size_t name = provider + 1 + data[provider];
+    if (name >= end || name + 1 + data[name] > end)
+        return;
+    service.type = data[0];
+    service.provider = servicesText(data + provider + 1, data[provider], originalNetworkId);
+    service.name = servicesText(data + name + 1, data[name], originalNetworkId);
 }
 
 } // namespace tessary::client

@@ -1,5 +1,7 @@
 #include "client/presentation.h"
 
+#include "client/conditionalaccess.h"
+#include "client/mpegtsnames.h"
 #include "client/streamkind.h"
 
 #include <algorithm>
@@ -11,10 +13,9 @@ namespace {
 
 using Medium = StreamKind::Medium;
 using Decoding = StreamKind::Decoding;
+using Scrambling = Presentation::Scrambling;
 using State = Presentation::State;
 using Kinds = std::vector<StreamKind>;
-
-constexpr std::uint8_t conditionalAccessDescriptor = 0x09;
 
 Kinds kindsOf(const ProgramMap& program, Medium medium)
 {
@@ -86,15 +87,26 @@ Presentation::Part soundOf(const Kinds& kinds, const std::optional<EbsDecoderInf
     return {tells ? State::Awaited : State::Untold, codecs};
 }
 
-bool hasConditionalAccess(const ProgramMap& program)
+Scrambling scramblingOf(const ProgramMap& program, const ServiceDescription::Service* service)
 {
-    const auto in = [](const std::vector<Descriptor>& descriptors) {
-        return std::any_of(descriptors.begin(), descriptors.end(),
-            [](const Descriptor& descriptor) { return descriptor.tag == conditionalAccessDescriptor; });
-    };
-    return in(program.descriptors)
-        || std::any_of(program.streams.begin(), program.streams.end(),
-            [&](const ProgramMap::Stream& stream) { return in(stream.descriptors); });
+    if (service != nullptr && service->scrambled)
+        return Scrambling::Yes;
+    return conditionalAccessOf(program).empty() ? Scrambling::No : Scrambling::Perhaps;
+}
+
+/// Why something is not decoded, put between `before` and `after`; empty when nothing is known to be
+/// scrambled.
+std::string scrambledText(const Presentation& presentation, const char* before, const char* after)
+{
+    switch (presentation.scrambling) {
+    case Scrambling::No:
+        return {};
+    case Scrambling::Perhaps:
+        return std::string(before) + "scrambled?" + after;
+    case Scrambling::Yes:
+        return std::string(before) + "scrambled" + after;
+    }
+    return {};
 }
 
 std::string whyNoSound(const Presentation& presentation)
@@ -105,7 +117,7 @@ std::string whyNoSound(const Presentation& presentation)
     case State::Undecodable:
         return ": no decoder for the sound (" + presentation.sound.codec + ")";
     default:
-        return std::string(" so far: no sound decoded yet") + (presentation.scrambled ? " (scrambled?)" : "");
+        return " so far: no sound decoded yet" + scrambledText(presentation, " (", ")");
     }
 }
 
@@ -113,7 +125,7 @@ std::string whyNoPicture(const Presentation& presentation)
 {
     if (presentation.picture.state == State::Absent)
         return presentation.radio ? ": radio" : ": the service has no picture";
-    return std::string(" so far: no picture decoded yet") + (presentation.scrambled ? " (scrambled?)" : "");
+    return " so far: no picture decoded yet" + scrambledText(presentation, " (", ")");
 }
 
 std::string textOfNeither(const Presentation& presentation)
@@ -123,7 +135,7 @@ std::string textOfNeither(const Presentation& presentation)
         return "neither picture nor sound: the service has none";
     if (absent && presentation.sound.state == State::Undecodable)
         return "neither picture nor sound" + whyNoSound(presentation);
-    std::string text = std::string("nothing decoded yet") + (presentation.scrambled ? ": scrambled?" : "");
+    std::string text = "nothing decoded yet" + scrambledText(presentation, ": ", "");
     if (presentation.sound.state == State::Undecodable)
         text += "; no decoder for the sound (" + presentation.sound.codec + ")";
     return text;
@@ -144,7 +156,8 @@ std::string textOfPicture(const Presentation& presentation)
 
 } // namespace
 
-Presentation presentationOf(const ProgramMap& program, const std::optional<EbsDecoderInfo>& told, bool radio)
+Presentation presentationOf(const ProgramMap& program, const std::optional<EbsDecoderInfo>& told,
+    const ServiceDescription::Service* service)
 {
     Presentation presentation;
     presentation.picture = pictureOf(kindsOf(program, Medium::Picture), told);
@@ -153,8 +166,8 @@ Presentation presentationOf(const ProgramMap& program, const std::optional<EbsDe
         presentation.width = told->width;
         presentation.height = told->height;
     }
-    presentation.radio = radio;
-    presentation.scrambled = hasConditionalAccess(program);
+    presentation.radio = service != nullptr && isRadio(service->type);
+    presentation.scrambling = scramblingOf(program, service);
     return presentation;
 }
 
@@ -204,6 +217,19 @@ std::string wordOf(Presentation::State state)
         return "undecodable";
     case State::Untold:
         return "untold";
+    }
+    return "";
+}
+
+std::string wordOf(Presentation::Scrambling scrambling)
+{
+    switch (scrambling) {
+    case Scrambling::No:
+        return "no";
+    case Scrambling::Perhaps:
+        return "perhaps";
+    case Scrambling::Yes:
+        return "yes";
     }
     return "";
 }

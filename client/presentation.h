@@ -20,6 +20,13 @@ struct Presentation
         Untold, ///< the instrument does not tell
     };
 
+    /// Whether some of the program's streams need a system of conditional access.
+    enum class Scrambling {
+        No, ///< nothing says so
+        Perhaps, ///< the PMT names a system, which a program in the clear may do, too
+        Yes, ///< free_CA_mode in the SDT
+    };
+
     struct Part
     {
         State state = State::Absent;
@@ -31,11 +38,13 @@ struct Presentation
     int width = 0; ///< pixels, of a decoded picture
     int height = 0; ///< pixels, of a decoded picture
     bool radio = false; ///< by its service_type
-    bool scrambled = false; ///< parts of it may be: the PMT names a system of conditional access
+    Scrambling scrambling = Scrambling::No;
 };
 
 /// `told` is the decoder information since the program was chosen; nothing when the instrument gave none.
-Presentation presentationOf(const ProgramMap& program, const std::optional<EbsDecoderInfo>& told, bool radio);
+/// `service` is the program's entry in the SDT; null when there is none.
+Presentation presentationOf(const ProgramMap& program, const std::optional<EbsDecoderInfo>& told,
+    const ServiceDescription::Service* service);
 
 /// True when asking for the decoder information again may tell more.
 bool mayTellMore(const ProgramMap& program, const EbsDecoderInfo& told);
@@ -45,5 +54,7 @@ std::string textOf(const Presentation& presentation);
 
 /// One word for programs: "absent", "decoded", "awaited", "undecodable", "untold".
 std::string wordOf(Presentation::State state);
+/// "no", "perhaps", "yes".
+std::string wordOf(Presentation::Scrambling scrambling);
 
 } // namespace tessary::client

@@ -56,6 +56,8 @@ template <typename Key> struct Row
     Kind kind;
 };
 
+constexpr const char* spliceText = "splice information (SCTE-35)";
+
 // stream_type. From 0x80 on each organisation has its own; these are the most used.
 constexpr Row<std::uint8_t> byType[] = {
     {0x01, picture("MPEG-1 video", "MPEG-1", 1)},
@@ -64,26 +66,51 @@ constexpr Row<std::uint8_t> byType[] = {
     {0x04, mpegSound("MPEG-2 audio")},
     {0x05, other("private sections")},
     {0x06, other("private PES")},
+    {0x07, other("MHEG")},
+    {0x08, other("DSM-CC")},
+    {0x0a, other("multiprotocol encapsulation")},
     {0x0b, other("DSM-CC U-N")},
     {0x0c, other("DSM-CC stream descriptors")},
     {0x0d, other("DSM-CC sections")},
     {0x0f, sound("AAC audio", "AAC", 1)},
     {0x10, picture("MPEG-4 video", "MPEG-4 Visual", 3)},
     {0x11, sound("AAC LATM audio", "AAC", 1)},
+    {0x12, other("MPEG-4 systems PES")},
+    {0x13, other("MPEG-4 systems sections")},
+    {0x14, other("DSM-CC synchronized download")},
     {0x15, other("metadata PES")},
+    {0x16, other("metadata sections")},
+    {0x17, other("metadata data carousel")},
+    {0x18, other("metadata object carousel")},
+    {0x19, other("metadata synchronized download")},
     {0x1b, picture("H.264 video", "H.264", 2)},
     {0x1c, sound("MPEG-4 audio", "MPEG-4 audio")},
+    {0x1d, other("MPEG-4 timed text")},
+    {0x1e, other("auxiliary video")},
+    {0x1f, other("H.264 video, scalable layer")},
+    {0x20, other("H.264 video, further view")},
     {0x21, picture("JPEG 2000 video", "JPEG 2000")},
+    {0x22, other("MPEG-2 video, further view")},
+    {0x23, other("H.264 video, further view")},
     {0x24, picture("H.265 video", "H.265", 15)},
+    {0x25, other("H.265 video, temporal layer")},
+    {0x27, other("timeline and external media (TEMI)")},
     {0x2d, sound("MPEG-H audio", "MPEG-H")},
     {0x2e, sound("MPEG-H audio, auxiliary", "MPEG-H")},
+    {0x32, picture("JPEG XS video", "JPEG XS")},
     {0x33, picture("H.266 video", "H.266")},
+    {0x34, other("H.266 video, temporal layer")},
+    {0x35, picture("EVC video", "EVC")},
+    {0x36, other("LCEVC enhancement")},
     {0x42, picture("AVS video", "AVS")},
     {0x81, sound("AC-3 audio (ATSC)", "AC-3", 2)},
     {0x82, unheard("DTS audio", "DTS")},
     {0x87, sound("E-AC-3 audio (ATSC)", "E-AC-3", 7)},
     {0x8a, sound("DTS audio", "DTS")},
+    {0x95, other("ATSC data service")},
     {0xd1, picture("Dirac video", "Dirac")},
+    {0xd2, picture("AVS2 video", "AVS2")},
+    {0xd4, picture("AVS3 video", "AVS3")},
     {0xea, picture("VC-1 video", "VC-1")},
 };
 
@@ -114,8 +141,15 @@ constexpr Row<std::string_view> byRegistration[] = {
     {"HEVC", picture("H.265 video", "H.265", 15)},
     {"VC-1", picture("VC-1 video", "VC-1")},
     {"drac", picture("Dirac video", "Dirac")},
-    {"CUEI", other("splice information")},
+    {"VVC ", picture("H.266 video", "H.266")},
+    {"AV01", picture("AV1 video", "AV1")},
+    {"AVSV", picture("AVS video", "AVS")},
+    {"dra1", sound("DRA audio", "DRA")},
+    {"mlpa", sound("TrueHD audio", "TrueHD")},
+    {"CUEI", other(spliceText)},
     {"KLVA", other("metadata")},
+    {"ID3 ", other("ID3 metadata")},
+    {"VANC", other("ancillary data (SMPTE ST 2038)")},
 };
 
 // Private PES by descriptor_tag.
@@ -134,16 +168,43 @@ constexpr Row<std::uint8_t> byDescriptor[] = {
 constexpr Row<std::uint8_t> byExtension[] = {
     {0x0e, unheard("DTS-HD audio", "DTS-HD")},
     {0x15, unheard("AC-4 audio", "AC-4")},
+    {0x0f, unheard("DTS Neural audio", "DTS")},
+    {0x11, other(StreamKind::t2miText)},
+    {0x20, other("TTML subtitles")},
     {0x21, unheard("DTS-UHD audio", "DTS-UHD")},
 };
 
+// Private sections by descriptor_tag.
+constexpr Row<std::uint8_t> bySectionDescriptor[] = {
+    {0x6f, other("application information (AIT)")},
+    {0x71, other("service identifier")},
+    {0x66, other("data broadcast")},
+};
+
+// data_broadcast_id of private sections' data_broadcast_id_descriptor (ETSI TS 101 162).
+constexpr Row<std::uint16_t> byDataBroadcast[] = {
+    {0x0005, other("multiprotocol encapsulation")},
+    {0x000a, other("system software update")},
+    {0x000b, other("IP/MAC notification (INT)")},
+};
+
+// Private PES by data_component_id of ISDB's descriptor 0xFD (ARIB STD-B10, part 2).
+constexpr Row<std::uint16_t> byDataComponent[] = {
+    {0x0008, other("captions (ISDB)")},
+    {0x0012, other("captions (ISDB)")},
+};
+
+constexpr std::uint8_t privateSections = 0x05;
 constexpr std::uint8_t privatePes = 0x06;
 constexpr std::uint8_t firstUserType = 0x80;
 constexpr std::uint8_t cableSubtitlesOrDts = 0x82;
 constexpr std::uint8_t spliceInformation = 0x86;
 constexpr std::uint8_t dtsOfPrograms = 0x8a;
 constexpr std::uint8_t registrationDescriptor = 0x05;
+constexpr std::uint8_t dataBroadcastDescriptor = 0x66;
 constexpr std::uint8_t extensionDescriptor = 0x7f;
+constexpr std::uint8_t cueIdentifierDescriptor = 0x8a;
+constexpr std::uint8_t dataComponentDescriptor = 0xfd;
 
 template <typename Table, typename Key> const Kind* lookUp(const Table& table, const Key& key)
 {
@@ -192,14 +253,54 @@ std::optional<Kind> byDescriptors(const ProgramMap::Stream& stream)
     return std::nullopt;
 }
 
+/// By the 16 bits that begin a descriptor with this tag.
+template <std::size_t size>
+std::optional<Kind> byIdentifier(
+    const ProgramMap::Stream& stream, std::uint8_t tag, const Row<std::uint16_t> (&table)[size])
+{
+    for (const Descriptor& descriptor : stream.descriptors) {
+        if (descriptor.tag != tag || descriptor.data.size() < 2)
+            continue;
+        const auto identifier = static_cast<std::uint16_t>(descriptor.data[0] << 8U | descriptor.data[1]);
+        if (const Kind* row = lookUp(table, identifier))
+            return *row;
+    }
+    return std::nullopt;
+}
+
+std::optional<Kind> ofPrivatePes(const ProgramMap::Stream& stream)
+{
+    if (const auto kind = byDescriptors(stream))
+        return kind;
+    return byIdentifier(stream, dataComponentDescriptor, byDataComponent);
+}
+
+std::optional<Kind> ofPrivateSections(const ProgramMap::Stream& stream)
+{
+    if (const auto kind = byIdentifier(stream, dataBroadcastDescriptor, byDataBroadcast))
+        return kind;
+    for (const Descriptor& descriptor : stream.descriptors) {
+        if (const Kind* row = lookUp(bySectionDescriptor, descriptor.tag))
+            return *row;
+    }
+    return std::nullopt;
+}
+
+/// A cue_identifier_descriptor (SCTE 35, 8.2).
+bool carriesCues(const ProgramMap::Stream& stream)
+{
+    return std::any_of(stream.descriptors.begin(), stream.descriptors.end(),
+        [](const Descriptor& descriptor) { return descriptor.tag == cueIdentifierDescriptor; });
+}
+
 /// Cable television has given two types another meaning, and says so in its programs' registration.
 std::optional<Kind> ofCable(const ProgramMap::Stream& stream, const std::string& program)
 {
     const bool cable = program == "SCTE" || program == "CUEI" || program == "GA94";
     if (cable && stream.type == cableSubtitlesOrDts)
         return other("subtitles");
-    if (cable && stream.type == spliceInformation)
-        return other("splice information");
+    if (stream.type == spliceInformation && (cable || carriesCues(stream)))
+        return other(spliceText);
     return std::nullopt;
 }
 
@@ -214,7 +315,11 @@ std::optional<Kind> kindIn(const ProgramMap& program, const ProgramMap::Stream& 
     if (const auto kind = byOwnRegistration(stream, own))
         return kind;
     if (stream.type == privatePes) {
-        if (const auto kind = byDescriptors(stream))
+        if (const auto kind = ofPrivatePes(stream))
+            return kind;
+    }
+    if (stream.type == privateSections) {
+        if (const auto kind = ofPrivateSections(stream))
             return kind;
     }
     if (const auto kind = ofCable(stream, programs))

@@ -24,11 +24,15 @@ struct StreamKind
     Decoding decoding = Decoding::Untold; ///< of picture and sound
     int code =
         0; ///< in the decoder information; 0 without one, and for MPEG audio, whose code tells the layer
+
+    /// A T2-MI_descriptor announces it (ETSI EN 300 468, 6.4.14).
+    bool carriesT2mi() const { return text == t2miText; }
+    static constexpr const char* t2miText = "T2-MI";
 };
 
 /// The kind of a stream of `program`, by stream_type (ISO/IEC 13818-1, table 2-34), by the descriptors of
-/// private PES (ETSI EN 300 468, 6.1 and annex D), and where users of private types collide by their
-/// registration_descriptors.
+/// private PES and private sections (ETSI EN 300 468, 6.1 and annex D; SCTE 35; ARIB STD-B10), and where
+/// users of private types collide by their registration_descriptors.
 StreamKind kindOf(const ProgramMap& program, const ProgramMap::Stream& stream);
 
 } // namespace tessary::client

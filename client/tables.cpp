@@ -1,12 +1,12 @@
 #include "client/tables.h"
 
 #include "client/descriptors.h"
+#include "client/mpegtslibrary.h"
 #include "client/sectionloops.h"
 
 #define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
 #include <gst/mpegts/mpegts.h>
 #include <memory>
-#include <mutex>
 
 namespace tessary::client {
 
@@ -35,11 +35,7 @@ using SectionHandle = std::unique_ptr<GstMpegtsSection, SectionRelease>;
 /// bytes.
 SectionHandle parse(const Section& section, guint16 pid)
 {
-    static std::once_flag initialised;
-    std::call_once(initialised, [] {
-        gst_init(nullptr, nullptr);
-        gst_mpegts_initialize();
-    });
+    initialiseMpegTsLibrary();
     if (!section.crcCorrect || !loopsFit(section))
         return nullptr;
     auto* copy = static_cast<guint8*>(g_memdup2(section.bytes.data(), section.bytes.size()));
@@ -81,8 +77,7 @@ std::optional<ProgramMap> decodePmt(const Section& section)
     pmt.descriptors = copyDescriptors(table->descriptors);
     for (guint i = 0; i < table->streams->len; ++i) {
         const auto* stream = static_cast<const GstMpegtsPMTStream*>(g_ptr_array_index(table->streams, i));
-        pmt.streams.push_back({stream->stream_type, stream->pid, firstLanguage(stream->descriptors),
-            copyDescriptors(stream->descriptors)});
+        pmt.streams.push_back({stream->stream_type, stream->pid, copyDescriptors(stream->descriptors)});
     }
     return pmt;
 }
@@ -96,7 +91,7 @@ std::optional<NetworkInformation> decodeNit(const Section& section)
         return std::nullopt;
     NetworkInformation nit;
     nit.networkId = section.tableIdExtension();
-    nit.networkName = networkName(table->descriptors);
+    nit.networkName = networkName(table->descriptors, nit.networkId);
     for (guint i = 0; i < table->streams->len; ++i) {
         const auto* stream = static_cast<const GstMpegtsNITStream*>(g_ptr_array_index(table->streams, i));
         nit.transportStreams.push_back({stream->transport_stream_id, stream->original_network_id,
@@ -123,7 +118,7 @@ std::optional<ServiceDescription> decodeSdt(const Section& section)
         service.scrambled = entry->free_CA_mode != FALSE;
         service.eitSchedule = entry->EIT_schedule_flag != FALSE;
         service.eitPresentFollowing = entry->EIT_present_following_flag != FALSE;
-        readServiceDescriptor(entry->descriptors, service);
+        readServiceDescriptor(entry->descriptors, sdt.originalNetworkId, service);
         sdt.services.push_back(std::move(service));
     }
     return sdt;

@@ -32,15 +32,16 @@ struct ProgramAssociation
 /// TS_program_map_section, ISO/IEC 13818-1, 2.4.4.8.
 struct ProgramMap
 {
+    static constexpr std::uint16_t noPcr = 0x1FFF;
+
     struct Stream
     {
         std::uint8_t type = 0; ///< stream_type
         std::uint16_t pid = 0;
-        std::string language; ///< ISO 639-2 code of the first language descriptor, empty without one
         std::vector<Descriptor> descriptors;
     };
     std::uint16_t programNumber = 0;
-    std::uint16_t pcrPid = 0;
+    std::uint16_t pcrPid = 0; ///< noPcr without one
     std::vector<Descriptor> descriptors;
     std::vector<Stream> streams;
 };
@@ -85,8 +86,8 @@ struct ServiceDescription
 };
 
 /// Decoders. Each returns nothing when the section is of another table, its CRC_32 is wrong or its body does
-/// not parse. Text is decoded after ETSI EN 300 468 annex A. Safe to call from one thread at a time; the
-/// first call initialises GStreamer.
+/// not parse. Text is decoded as servicesText() does. Safe to call from one thread at a time; the first call
+/// initialises GStreamer.
 std::optional<ProgramAssociation> decodePat(const Section& section);
 std::optional<ProgramMap> decodePmt(const Section& section);
 std::optional<NetworkInformation> decodeNit(const Section& section);

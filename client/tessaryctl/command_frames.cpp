@@ -1,5 +1,4 @@
-// Frames and blocks: dab, t2mi-frame, ebs.
-#include "client/t2mipacket.h"
+// Frames and blocks: dab, ebs.
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
@@ -7,9 +6,6 @@
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <iostream>
 
 namespace tessary::ctl {
@@ -74,66 +70,6 @@ void sendDab(Context& context, const std::vector<std::string>& words, bool hex)
         context.print({{"text", bytes.substr(0, bytes.find('\0'))}, {"hex", hexText(bytes)}});
     else
         context.out() << hexDump(bytes) << std::flush;
-}
-
-Json jsonOf(const T2miPacket& packet, std::size_t size)
-{
-    Json value{{"packet_type", packet.type}, {"packet_type_name", t2miTypeName(packet.type)},
-        {"packet_count", packet.count}, {"superframe_index", packet.superframeIndex},
-        {"stream_id", packet.streamId}, {"payload_bits", packet.payloadBits}, {"bytes", size},
-        {"crc_correct", packet.crcCorrect}};
-    if (packet.basebandFrame.has_value())
-        value["baseband_frame"] = {{"frame_index", packet.basebandFrame->frameIndex},
-            {"plp_id", packet.basebandFrame->plpId},
-            {"interleaving_frame_start", packet.basebandFrame->interleavingFrameStart},
-            {"bytes", packet.basebandFrame->bytes}};
-    return value;
-}
-
-void printPacket(std::ostream& out, const T2miPacket& packet, std::size_t size)
-{
-    std::vector<std::vector<std::string>> rows{
-        {"packet type", std::to_string(packet.type) + ", " + t2miTypeName(packet.type)},
-        {"packet count", std::to_string(packet.count)},
-        {"superframe", std::to_string(packet.superframeIndex)},
-        {"T2-MI stream", std::to_string(packet.streamId)},
-        {"size", std::to_string(size) + " bytes, payload " + std::to_string(packet.payloadBits) + " bits"},
-        {"CRC-32", packet.crcCorrect ? "right" : "WRONG"}};
-    if (packet.basebandFrame.has_value()) {
-        rows.push_back({"T2 frame",
-            std::to_string(packet.basebandFrame->frameIndex)
-                + (packet.basebandFrame->interleavingFrameStart ? ", first of an interleaving frame" : "")});
-        rows.push_back({"PLP", std::to_string(packet.basebandFrame->plpId)});
-    }
-    out << tableOf(rows);
-}
-
-void t2miFrame(Context& context, const std::string& file, bool dump)
-{
-    const Bytes bytes = context.controller().t2miFrame();
-    if (bytes.empty())
-        throw Failure(ExitCode::Nothing, "no T2-MI frame",
-            "set a T2-MI server and scan: tessaryctl scan udp+t2mi 239.0.0.1 1234 4096 0");
-    const auto packet = decodeT2miPacket(bytes);
-    if (!packet.has_value())
-        throw Failure(ExitCode::BadAnswer, std::to_string(bytes.size()) + " bytes that are no T2-MI packet",
-            "ask again");
-    if (!file.empty()) {
-        std::ofstream out(file, std::ios::binary);
-        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        if (!out.flush())
-            throw Failure(ExitCode::LocalFile, "cannot write " + file + ": " + std::strerror(errno),
-                "name another file");
-    }
-    if (context.json()) {
-        Json value = jsonOf(*packet, bytes.size());
-        value["hex"] = hexText(textOf(bytes));
-        return context.print(value);
-    }
-    printPacket(context.out(), *packet, bytes.size());
-    if (dump)
-        context.out() << '\n' << hexDump(textOf(bytes));
-    context.out() << std::flush;
 }
 
 void ebsStatus(Context& context)
@@ -227,16 +163,6 @@ void addDab(CLI::App& app, Context& context)
     send->add_option("block", *words, "the block; \"dab\" is put before it when it is missing")->required();
     send->add_flag("--hex", *hex, "the block is bytes in hexadecimal");
     send->callback([&context, words, hex] { sendDab(context, *words, *hex); });
-}
-
-void addT2miFrame(CLI::App& app, Context& context)
-{
-    auto* sub = addSubcommand(app, context, "t2mi-frame", "Fetch the last T2-MI packet and take it apart");
-    auto file = std::make_shared<std::string>();
-    auto dump = std::make_shared<bool>(false);
-    sub->add_option("-o,--out", *file, "write the packet's bytes there")->type_name("FILE");
-    sub->add_flag("--dump", *dump, "show the bytes, too");
-    sub->callback([&context, file, dump] { t2miFrame(context, *file, *dump); });
 }
 
 void addEbs(CLI::App& app, Context& context)

@@ -7,10 +7,10 @@
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/jsonvalue.h"
+#include "client/tessaryctl/netmask.h"
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 
-#include <arpa/inet.h>
 #include <cctype>
 #include <iostream>
 #include <sstream>
@@ -121,33 +121,15 @@ void showIpStatus(Context& context)
     context.out() << text << std::flush;
 }
 
-std::uint32_t dottedDecimal(const std::string& text, const char* what)
-{
-    in_addr address{};
-    if (::inet_pton(AF_INET, text.c_str(), &address) != 1)
-        throw Failure(ExitCode::Usage,
-            std::string(what) + " \"" + text + "\" is not written like 192.168.1.20",
-            "tessaryctl interface static ADDRESS MASK");
-    return ntohl(address.s_addr);
-}
-
-/// The instrument counts the mask's bits octet by octet and takes an octet between 0 and 255 for more than it
-/// is.
-void remarkOnMask(const Context& context, std::uint32_t mask)
-{
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-        const std::uint32_t octet = mask >> shift & 0xFFU;
-        if (octet != 0 && octet != 0xFFU && octet != 0xFEU)
-            context.note("remark: the instrument counts masks by whole octets; look at what tessaryctl "
-                         "interface says");
-    }
-}
-
-void setInterface(Context& context, const InterfaceSettings& settings)
+void setInterface(Context& context, InterfaceSettings settings)
 {
     if (!settings.dhcp) {
-        dottedDecimal(settings.address, "address");
-        remarkOnMask(context, dottedDecimal(settings.mask, "mask"));
+        const InterfaceAddress given = parseAddressAndMask(settings.address, settings.mask);
+        settings.address = given.address;
+        settings.mask = given.mask;
+        if (isMiscounted(settings.mask))
+            context.note("remark: the instrument counts masks by whole octets; look at what tessaryctl "
+                         "interface says");
     }
     if (!settings.ethtoolCommand.empty() && settings.ethtoolCommand.rfind("ethtool ", 0) != 0)
         throw Failure(ExitCode::Usage, "--ethtool takes a whole command",
@@ -174,8 +156,10 @@ void addInterfaceSettings(CLI::App& app, Context& context, const char* name, con
     settings->dhcp = dhcp;
     auto* sub = addSubcommand(app, context, name, text);
     if (!dhcp) {
-        sub->add_option("address", settings->address, "such as 192.168.1.20")->required();
-        sub->add_option("mask", settings->mask, "such as 255.255.255.0")->required();
+        sub->add_option(
+               "address", settings->address, "such as 192.168.1.20, or with the mask: 192.168.1.20/24")
+            ->required();
+        sub->add_option("mask", settings->mask, "such as 255.255.255.0, or /24");
     }
     sub->add_option("--vlan", *vlan, "use this VLAN; without it none is used")->check(between(1, 4094));
     sub->add_option("--ethtool", settings->ethtoolCommand, "run this ethtool command on the instrument first")

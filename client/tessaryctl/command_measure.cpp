@@ -5,7 +5,9 @@
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/jsonvalue.h"
+#include "client/tessaryctl/groups.h"
 #include "client/tessaryctl/plot.h"
+#include "client/tessaryctl/portload.h"
 #include "client/tessaryctl/reading.h"
 #include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/terminal.h"
@@ -58,25 +60,41 @@ void printMeasurement(std::ostream& out, const InstrumentMemory& memory, const M
         {"datagram", packetText(m)}});
 }
 
-void setServerIfGiven(Controller& controller, const std::vector<std::string>& words)
+void setServerIfGiven(Context& context, Controller& controller, const std::vector<std::string>& words)
 {
     if (!words.empty())
-        controller.setServer(parseServer(words));
+        changeServer(context, controller, parseServer(words));
+}
+
+void remarkOnOtherTraffic(const Context& context, double received, const Measurement& measurement)
+{
+    if (hasOtherTraffic(received, measurement.bitRate))
+        context.note("remark: eth0 receives " + bitRateText(received)
+            + " in all, so something comes in beside this stream. Groups joined for earlier stream servers "
+              "stay "
+              "joined until the link goes down; tessaryctl server --leave GROUP leaves one");
 }
 
 void measureOnce(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    setServerIfGiven(controller, options.server);
+    setServerIfGiven(context, controller, options.server);
+    const PortLoad load(controller);
     const Measurement measurement = measureWholePeriod(controller, options.wait);
     if (!measurement.present)
         throw Failure(
             ExitCode::Nothing, "no stream arrives (waited " + fixed(options.wait, 0) + " s)", absentRemedy);
-    if (!context.json())
-        return printMeasurement(context.out(), context.memory(), measurement);
-    Json value = jsonOfServer(context.memory());
-    value.update(jsonOf(measurement));
-    context.print(value);
+    const std::optional<double> received = load.bitRate();
+    if (context.json()) {
+        Json value = jsonOfServer(context.memory());
+        value.update(jsonOf(measurement));
+        value["received_bit_rate"] = received.has_value() ? Json(std::llround(*received)) : Json();
+        context.print(value);
+    } else {
+        printMeasurement(context.out(), context.memory(), measurement);
+    }
+    if (received.has_value())
+        remarkOnOtherTraffic(context, *received, measurement);
 }
 
 /// Small bars, one for each of the last values, scaled to the largest.
@@ -219,7 +237,7 @@ bool show(Context& context, Controller& controller, Watch& watch)
 void watchMeasurement(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    setServerIfGiven(controller, options.server);
+    setServerIfGiven(context, controller, options.server);
     const InterruptGuard guard;
     Watch watch;
     int shown = 0;
@@ -263,7 +281,7 @@ std::vector<std::int64_t> gatherTimes(Controller& controller, double wait)
 void iat(Context& context, const IatOptions& options)
 {
     Controller& controller = context.controller();
-    setServerIfGiven(controller, options.server);
+    setServerIfGiven(context, controller, options.server);
     const auto times = gatherTimes(controller, options.wait);
     if (times.empty())
         throw Failure(

@@ -1,8 +1,8 @@
 // A program on the instrument's display, and what is to be seen and heard of it: play.
 #include "client/answererror.h"
 #include "client/lineerror.h"
-#include "client/mpegtsnames.h"
 #include "client/presentation.h"
+#include "client/servicetext.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
@@ -37,12 +37,6 @@ struct Played
     }
 };
 
-std::string lowered(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
-
 int programNumberOf(
     Controller& controller, const std::string& text, const std::optional<ServiceTable>& services)
 {
@@ -55,7 +49,7 @@ int programNumberOf(
             ExitCode::Usage, "program numbers go up to 65535", "tessaryctl info lists the services");
     if (services.has_value()) {
         for (const auto& service : services->services.services) {
-            if (lowered(service.name) == lowered(text))
+            if (sameName(service.name, text))
                 return service.id;
         }
     }
@@ -111,7 +105,7 @@ Json jsonOfPresentation(const Presentation& presentation)
     return {{"text", textOf(presentation)}, {"picture", wordOf(presentation.picture.state)},
         {"video", codec(presentation.picture)}, {"width", presentation.width},
         {"height", presentation.height}, {"sound", wordOf(presentation.sound.state)},
-        {"audio", codec(presentation.sound)}};
+        {"audio", codec(presentation.sound)}, {"scrambled", wordOf(presentation.scrambling)}};
 }
 
 Json jsonOfPlayed(const Played& played)
@@ -156,18 +150,22 @@ Played playAndLook(Controller& controller, const std::string& text, double wait)
     if (!played.program.has_value())
         return played;
     const auto told = awaitDecoders(controller, *played.program, deadline);
-    const auto* service = played.service(); // known when there was a scan
-    played.presentation = presentationOf(*played.program, told, service != nullptr && isRadio(service->type));
+    played.presentation = presentationOf(*played.program, told, played.service());
     return played;
 }
 
 void play(Context& context, const std::string& text, double wait)
 {
     const Played played = playAndLook(context.controller(), text, wait);
-    if (!played.program.has_value())
-        throw Failure(ExitCode::Nothing,
-            "no program " + std::to_string(played.number) + " came in within " + fixed(wait, 0) + " s",
-            "tessaryctl scan lists what is in the stream; tessaryctl measure tells whether it arrives");
+    if (!played.program.has_value()) {
+        const bool linked = context.controller().interfaceAddress().has_value();
+        throw Failure(linked ? ExitCode::Nothing : ExitCode::NoLink,
+            "no program " + std::to_string(played.number) + " came in within " + fixed(wait, 0) + " s"
+                + (linked ? "" : ", and the instrument's Ethernet is not connected"),
+            linked
+                ? "tessaryctl scan lists what is in the stream; tessaryctl measure tells whether it arrives"
+                : "plug the cable in if the stream comes over IP; tessaryctl interface shows the state");
+    }
     if (context.json())
         context.print(jsonOfPlayed(played));
     else

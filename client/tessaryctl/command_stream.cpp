@@ -2,9 +2,12 @@
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/groups.h"
+#include "client/tessaryctl/link.h"
 #include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/streamqueries.h"
 #include "client/tessaryctl/streamreport.h"
+#include "client/tessaryctl/t2misurvey.h"
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 
@@ -35,12 +38,20 @@ void scanRecording(Controller& controller)
     controller.scanRecording();
 }
 
-void startScan(Controller& controller, const ScanOptions& options)
+/// The one that is set on this command line.
+std::optional<StreamServer> serverOf(const ScanOptions& options)
+{
+    return options.server.empty() ? std::nullopt : std::optional(parseServer(options.server));
+}
+
+void startScan(Context& context, Controller& controller, const ScanOptions& options)
 {
     if (options.source != "ip" && !options.server.empty())
         throw Failure(ExitCode::Usage, "a stream server goes with --source ip only", "leave one of them out");
-    if (!options.server.empty())
-        controller.setServer(parseServer(options.server));
+    if (const auto server = serverOf(options))
+        changeServer(context, controller, *server);
+    if (options.source == "ip")
+        requireLink(controller);
     if (options.source == "fpga")
         controller.ebsScan();
     else if (options.source == "recording")
@@ -65,16 +76,59 @@ void awaitTables(Controller& controller, StreamReport& report, double seconds)
     }
 }
 
-/// The daemon tells the PMT of the program played last and of no other: each is played for a moment.
+/// The daemon tells the PMT of the program played last and of no other: each is played for a moment, until
+/// its PMT is there or the time is over.
+void collectProgram(
+    Controller& controller, StreamReport& report, std::uint16_t number, const Deadline& deadline)
+{
+    controller.play(number);
+    for (;;) {
+        auto program = programNow(controller);
+        if (program.has_value() && program->programNumber == number)
+            return report.programs.push_back(*std::move(program));
+        if (deadline.isOver())
+            return;
+        sleepABit();
+    }
+}
+
+void collectListedPrograms(Controller& controller, StreamReport& report)
+{
+    const auto& services = report.services->services.services;
+    for (const auto& service : services)
+        collectProgram(controller, report, service.id, Deadline(0));
+    // The service list may have been faster than a PMT, which comes at least twice a second.
+    const Deadline all(3);
+    for (const auto& service : services) {
+        if (report.programOf(service.id) == nullptr && !all.isOver())
+            collectProgram(controller, report, service.id, Deadline(0.6));
+    }
+}
+
+/// Without an SDT the PAT tells which programs there are. It is not to be had itself, but the EBS index
+/// counts its programs then. An index beyond the last is as silent as a program whose PMT does not come, so
+/// the end is taken to be where many in a row are silent.
+void collectUnlistedPrograms(Controller& controller, StreamReport& report)
+{
+    constexpr int lastIndex = 255;
+    constexpr int silentAtEnd = 16;
+    int silent = 0;
+    for (int index = 1; index <= lastIndex && silent < silentAtEnd; ++index) {
+        controller.ebsPlay(index);
+        auto program = programNow(controller);
+        silent = program.has_value() ? 0 : silent + 1;
+        if (program.has_value())
+            report.programs.push_back(*std::move(program));
+    }
+}
+
 void collectPrograms(Controller& controller, StreamReport& report)
 {
     const WaitingFor shown("the programs' PIDs");
-    for (const auto& service : report.services->services.services) {
-        controller.play(service.id);
-        auto program = programNow(controller);
-        if (program.has_value() && program->programNumber == service.id)
-            report.programs.push_back(*std::move(program));
-    }
+    if (report.services.has_value())
+        collectListedPrograms(controller, report);
+    else
+        collectUnlistedPrograms(controller, report);
     controller.play(noProgram);
 }
 
@@ -89,26 +143,107 @@ void rememberServices(Context& context, const StreamReport& report)
     context.memory().setServices(std::move(names));
 }
 
+/// For an IP source of which nothing was found: datagrams of the stream server come in all the same.
+bool datagramsArrive(Controller& controller)
+{
+    // The first question starts the capture; a stream that was captured before counts as present for two
+    // seconds more.
+    const Deadline settled(2.5);
+    for (;;) {
+        const bool last = settled.isOver();
+        const auto measurement = controller.measurement();
+        if (!measurement.has_value())
+            throwNoLink();
+        if (last)
+            return measurement->present;
+        sleepABit();
+    }
+}
+
+/// What is amiss with the PLP that was asked for, or is set from before.
+std::string wrongPlp(const T2miSurvey& survey, const std::optional<StreamServer>& server)
+{
+    const std::string list = textOf(survey.plps());
+    if (!server.has_value())
+        return "nothing comes out of the PLP that is set; the T2-MI stream has PLP " + list;
+    const std::string asked = std::to_string(server->t2miPlpId);
+    if (survey.plps().count(server->t2miPlpId) != 0)
+        return "PLP " + asked + " is in the T2-MI stream, but no table in it; there are PLP " + list;
+    return survey.signalling.has_value()
+        ? "PLP " + asked + " is not in the T2-MI stream, which has PLP " + list
+        : "no frame of PLP " + asked + " in the T2-MI stream, only of PLP " + list;
+}
+
+/// Throws when T2-MI packets come in on the PID, but nothing out of the PLP.
+void refuseWrongPlp(Controller& controller, const std::optional<StreamServer>& server)
+{
+    constexpr double longEnough = 5; // L1 comes with every T2 frame, at least four times a second
+    const bool asked = server.has_value() && carriesT2mi(*server);
+    if (controller.t2miFrame().empty() && !asked)
+        return;
+    const T2miSurvey survey = surveyT2mi(controller, longEnough, true);
+    if (!survey.plps().empty())
+        throw Failure(ExitCode::Nothing, wrongPlp(survey, server),
+            "take one of these: tessaryctl scan 'udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP', or wait longer "
+            "with "
+            "--wait");
+}
+
+[[noreturn]] void throwNothingFound(Controller& controller, const ScanOptions& options)
+{
+    const std::string cause =
+        "no service list, no network information and no program within " + fixed(options.wait, 0) + " s";
+    if (options.source != "ip")
+        throw Failure(ExitCode::Nothing, cause, "wait longer with --wait");
+    const auto server = serverOf(options);
+    refuseWrongPlp(controller, server);
+    const bool arrives = datagramsArrive(controller);
+    if (arrives && server.has_value() && carriesT2mi(*server))
+        throw Failure(ExitCode::Nothing,
+            "no T2-MI packet on PID " + pidText(server->t2miPid) + ", though datagrams arrive",
+            "scan the stream as plain udp or rtp: its programs tell which PID carries T2-MI");
+    if (arrives)
+        throw Failure(ExitCode::Nothing, cause + ", though datagrams arrive",
+            "check that the protocol is the sender's (udp or rtp, with or without T2-MI), or wait longer "
+            "with "
+            "--wait");
+    throw Failure(ExitCode::Nothing, cause + ": no datagram arrives",
+        "check that the stream is sent, and that address and port are right");
+}
+
+void remarkOnWhatIsMissing(const Context& context, const StreamReport& report, const ScanOptions& options)
+{
+    const std::string within = " within " + fixed(options.wait, 0) + " s; --wait gives it longer";
+    if (!report.services.has_value())
+        context.note("no SDT" + within);
+    if (!report.network.has_value())
+        context.note("no NIT" + within);
+    const std::string silent = report.servicesWithoutProgram();
+    if (!silent.empty() && !options.noPids)
+        context.note("no PMT came of " + silent);
+    if (const auto pid = report.t2miPid())
+        context.note("PID " + pidText(*pid)
+            + " carries T2-MI; to get at what is in it: tessaryctl scan "
+              "'udp+t2mi://ADDRESS:PORT?pid="
+            + std::to_string(*pid) + "&plp=PLP'");
+}
+
 void scan(Context& context, const ScanOptions& options)
 {
     Controller& controller = context.controller();
-    startScan(controller, options);
+    startScan(context, controller, options);
     StreamReport report;
     awaitTables(controller, report, options.wait);
-    if (!report.services.has_value() && !report.network.has_value())
-        throw Failure(ExitCode::Nothing,
-            "no service list and no network information within " + fixed(options.wait, 0) + " s",
-            "check that the stream is on the air (tessaryctl measure), that address, port and protocol are "
-            "right, or wait "
-            "longer with --wait");
-    if (report.services.has_value() && !options.noPids)
+    const bool listed = report.services.has_value();
+    if (!options.noPids || (!listed && !report.network.has_value()))
         collectPrograms(controller, report);
+    if (!listed && !report.network.has_value() && report.programs.empty())
+        throwNothingFound(controller, options);
     rememberServices(context, report);
     if (context.json())
         return context.print(jsonOf(report));
     printReport(context.out(), report);
-    if (!report.network.has_value())
-        context.note("no NIT within " + fixed(options.wait, 0) + " s; --wait gives it longer");
+    remarkOnWhatIsMissing(context, report, options);
 }
 
 void info(Context& context)
@@ -130,6 +265,32 @@ void info(Context& context)
         context.note("PIDs are known of the program that is played: tessaryctl play NUMBER");
 }
 
+/// " (PID 64 (0x40), PLP 102)", for T2-MI.
+std::string t2miText(const StreamServer& server)
+{
+    return carriesT2mi(server)
+        ? " (PID " + pidText(server.t2miPid) + ", PLP " + std::to_string(server.t2miPlpId) + ")"
+        : "";
+}
+
+struct ServerOptions
+{
+    std::vector<std::string> server;
+    std::vector<std::string> left; ///< groups
+    int vlan = 0;
+};
+
+void leaveGroups(Context& context, const ServerOptions& options)
+{
+    for (const std::string& group : options.left)
+        leaveGroup(context, group, options.vlan != 0 ? std::optional(options.vlan) : std::nullopt);
+    if (context.json())
+        context.print({{"left", options.left}});
+    else
+        context.out() << "the instrument was told to leave " << options.left.size()
+                      << (options.left.size() == 1 ? " group" : " groups") << std::endl;
+}
+
 void setServer(Context& context, const std::vector<std::string>& words)
 {
     if (words.empty()) {
@@ -138,12 +299,18 @@ void setServer(Context& context, const std::vector<std::string>& words)
             "set it: tessaryctl server udp://239.0.0.1:1234");
     }
     const StreamServer server = parseServer(words);
-    context.controller().setServer(server);
+    Controller& controller = context.controller();
+    const bool known = context.memory().server().has_value();
+    changeServer(context, controller, server);
     if (context.json())
         context.print({{"server", serverUrl(server)}, {"command", "server=" + server.text()}});
     else
-        context.out() << "stream server " << serverUrl(server)
+        context.out() << "stream server " << serverUrl(server) << t2miText(server)
                       << "; taken by the next scan, play or measurement" << std::endl;
+    if (!known && isGroup(server.address))
+        context.note(
+            "remark: groups of earlier stream servers stay joined until the link goes down; to leave "
+            "one: tessaryctl server --leave GROUP");
 }
 
 } // namespace
@@ -151,12 +318,23 @@ void setServer(Context& context, const std::vector<std::string>& words)
 void addServer(CLI::App& app, Context& context)
 {
     auto* sub = addSubcommand(app, context, "server", "Set the stream server");
-    auto words = std::make_shared<std::vector<std::string>>();
-    sub->add_option("server", *words,
-           "udp://ADDRESS:PORT, rtp://..., udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP, or the same in words: "
-           "udp ADDRESS PORT")
-        ->expected(0, 5);
-    sub->callback([&context, words] { setServer(context, *words); });
+    auto options = std::make_shared<ServerOptions>();
+    auto* server = sub->add_option("server", options->server,
+        "udp://ADDRESS:PORT, rtp://..., udp+t2mi://ADDRESS:PORT?pid=PID&plp=PLP, or the same in words: "
+        "udp ADDRESS PORT");
+    server->expected(0, 5);
+    auto* left = sub->add_option("--leave", options->left,
+        "have the instrument leave this multicast group, which it joined for an earlier server");
+    left->type_name("GROUP")->excludes(server);
+    sub->add_option("--vlan", options->vlan, "the VLAN that the group was joined on")
+        ->needs(left)
+        ->check(between(1, 4094));
+    sub->callback([&context, options] {
+        if (options->left.empty())
+            setServer(context, options->server);
+        else
+            leaveGroups(context, *options);
+    });
 }
 
 void addScan(CLI::App& app, Context& context)

@@ -55,7 +55,8 @@ public:
 
     Options options;
 
-    /// The controller, its time-out that of --timeout or `usualSeconds`.
+    /// The controller, its time-out that of --timeout or `usualSeconds`. Another one each time: those before
+    /// are gone.
     client::Controller& controller(double usualSeconds = 10);
     /// The bare line of the same port.
     client::SerialLine& line(double usualSeconds = 10);

@@ -1,6 +1,7 @@
 #include "client/tessaryctl/reading.h"
 
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/link.h"
 
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -9,17 +10,6 @@
 namespace tessary::ctl {
 
 using namespace client;
-
-namespace {
-
-[[noreturn]] void throwNoLink()
-{
-    throw Failure(ExitCode::NoLink, "the instrument's Ethernet is not connected",
-        "plug the cable in (virtual instrument: bench/instrument link up); tessaryctl interface shows the "
-        "state");
-}
-
-} // namespace
 
 PeriodWatch::Reading readMeasurement(Controller& controller)
 {

@@ -166,6 +166,13 @@ std::string fixed(double value, int decimals)
     return text.data();
 }
 
+std::string pidText(std::uint16_t pid)
+{
+    char text[24] = {};
+    std::snprintf(text, sizeof text, "%u (0x%x)", static_cast<unsigned>(pid), static_cast<unsigned>(pid));
+    return text;
+}
+
 std::string byteCount(double bytes)
 {
     return withUnit(bytes, {"bytes", "kB", "MB", "GB", "TB"});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,8 @@ std::string tableOf(const std::vector<std::vector<std::string>>& rows, const std
 /// A bar of eighth blocks, `share` (0 to 1) of `width` columns.
 std::string bar(double share, std::size_t width);
 
+/// "257 (0x101)".
+std::string pidText(std::uint16_t pid);
 /// "12.3 kB", "1.50 MB": decimal units.
 std::string byteCount(double bytes);
 /// "10.32 Mbit/s".

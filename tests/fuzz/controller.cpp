@@ -5,7 +5,10 @@
 // number of bars (1) stands in front. For converse see there.
 #include "client/controller.h"
 #include "client/answererror.h"
+#include "client/conditionalaccess.h"
 #include "client/crc32.h"
+#include "client/delivery.h"
+#include "client/languages.h"
 #include "client/lineerror.h"
 #include "client/mpegtsnames.h"
 #include "client/softwareupdate.h"
@@ -25,6 +28,17 @@ namespace {
 
 constexpr std::size_t longestSection = 4096;
 
+std::size_t describe(const NetworkInformation& network)
+{
+    std::size_t letters = 0;
+    for (const auto& stream : network.transportStreams) {
+        for (const Delivery& delivery : deliveriesOf(stream.descriptors))
+            letters += textOf(delivery).size();
+        letters += logicalChannelsOf(stream.descriptors).size();
+    }
+    return letters;
+}
+
 /// What a person is told of the tables.
 std::size_t describe(const std::vector<Section>& sections)
 {
@@ -33,11 +47,12 @@ std::size_t describe(const std::vector<Section>& sections)
         if (const auto pat = decodePat(section))
             letters += pat->programs.size();
         if (const auto pmt = decodePmt(section)) {
+            letters += conditionalAccessOf(*pmt).size();
             for (const ProgramMap::Stream& stream : pmt->streams)
-                letters += kindOf(*pmt, stream).text.size() + stream.language.size();
+                letters += kindOf(*pmt, stream).text.size() + textOf(languagesOf(stream.descriptors)).size();
         }
         if (const auto nit = decodeNit(section))
-            letters += nit->networkName.size() + nit->transportStreams.size();
+            letters += nit->networkName.size() + describe(*nit);
         if (const auto sdt = decodeSdt(section)) {
             for (const auto& service : sdt->services)
                 letters += serviceTypeName(service.type).size()

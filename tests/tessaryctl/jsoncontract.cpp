@@ -48,8 +48,10 @@ QString documentOf(const QStringList& arguments)
     const auto command = std::find_if(arguments.begin(), arguments.end(), isCommand);
     if (command == arguments.end())
         return "overview";
-    if (*command == "measure" && arguments.contains("--watch"))
-        return "measure-watch";
+    for (const char* option : {"--watch", "--survey", "--leave"}) {
+        if (arguments.contains(option))
+            return *command + QString(option).mid(1);
+    }
     const QString longer = std::next(command) != arguments.end() ? *command + "-" + *std::next(command) : "";
     return names.contains(longer) ? longer : *command;
 }

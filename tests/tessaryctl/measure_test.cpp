@@ -131,6 +131,45 @@ TEST_F(ToolMeasure, TheStreamThatIsSetIsMeasuredAndNotTheOneBefore)
     }
 }
 
+TEST_F(ToolMeasure, WhatComesInBesideTheStreamIsSaid)
+{
+    const RunningStream stream = send({"--bitrate", "4M"});
+    const CommandResult alone = tool({"measure", "udp://239.0.0.1:1234"});
+    EXPECT_FALSE(alone.errors.contains("beside this stream")) << alone.errors.constData();
+    const RunningStream other = instrument().send({madeStream("demo.ts"), "udp://239.0.0.2:1234", "--loop",
+        "--interface", "uplink", "--bitrate", "12M"});
+    const CommandResult both = tool({"measure"});
+    EXPECT_TRUE(both.ok());
+    EXPECT_TRUE(both.errors.contains("something comes in beside this stream")) << both.errors.constData();
+    const QJsonObject json = toolJson({"measure"});
+    EXPECT_NEAR(json["received_bit_rate"].toDouble(), 16e6 * 1358 / 1316, 2e6);
+}
+
+TEST_F(ToolMeasure, GroupsOfEarlierServersAreLeftOnDemand)
+{
+    const auto joined = [](const char* group) { // as the kernel writes it, its bytes turned round
+        return instrument().shell("cat /proc/net/igmp").contains(group);
+    };
+    const QString script = instrument().path("servers");
+    ASSERT_EQ(
+        runCommand("/bin/sh",
+            {"-c",
+                QString("printf 'server udp://239.0.0.7:1234\\nserver udp://239.0.0.8:1234\\n' > ") + script})
+            .status,
+        0);
+    const CommandResult shell =
+        runCommand("/bin/sh", {"-c", QString("%1 --port %2 shell < %3").arg(toolPath(), port(), script)});
+    EXPECT_TRUE(shell.errors.contains("groups of earlier stream servers stay joined"))
+        << shell.errors.constData();
+    EXPECT_TRUE(shell.errors.contains("the instrument stays in group 239.0.0.7")) << shell.errors.constData();
+    EXPECT_TRUE(waitUntil([&] { return joined("080000EF"); }));
+    EXPECT_TRUE(joined("070000EF"));
+    EXPECT_TRUE(tool({"server", "--leave", "239.0.0.7"}).output.contains("told to leave 1 group"));
+    EXPECT_TRUE(waitUntil([&] { return !joined("070000EF"); }));
+    EXPECT_TRUE(joined("080000EF"));
+    expectFailure(tool({"server", "--leave", "10.0.0.1"}), 2, "is no multicast group");
+}
+
 TEST_F(ToolMeasure, WithoutStreamItEndsWithSix)
 {
     expectFailure(tool({"measure", "udp://239.0.0.99:999", "--wait", "1"}), 6, "no stream arrives");
