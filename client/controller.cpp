@@ -102,10 +102,14 @@ std::string Controller::readUntil(const std::string& ending)
                       "on, "
                       "or restart the virtual instrument");
         received += more;
-        if (endsWith(received, greeting)) // nothing more comes to what was asked before a start
+        if (endsWith(received, greeting)) { // nothing more comes to what was asked before a start
+            ++m_startsSeen;
             return received;
+        }
     }
     received.resize(received.size() - ending.size());
+    if (received.find(greeting) != std::string::npos)
+        ++m_startsSeen;
     return received;
 }
 
@@ -145,7 +149,8 @@ std::string Controller::readAnswer(const Request& request)
 
 std::string Controller::ask(const Request& request, std::string_view argument)
 {
-    m_line.discardInput();
+    if (m_line.discardInput().find(greeting) != std::string::npos)
+        ++m_startsSeen;
     if (!m_inStep)
         settle();
     m_inStep = false; // until the answer is there

@@ -225,10 +225,10 @@ void SerialLine::lock()
             "port " + m_path + " is in use by another program; " + openRemedy(EBUSY));
 }
 
-void SerialLine::discardInput()
+std::string SerialLine::discardInput()
 {
     while (fill(Clock::now())) { }
-    m_pending.clear();
+    return takePending(m_pending.size());
 }
 
 void SerialLine::throwHungUp() const

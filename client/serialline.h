@@ -49,8 +49,8 @@ public:
     /// take each other's answers. Throws LineError CannotOpen when another one has it.
     void lock();
 
-    /// Drops what has arrived and not been read.
-    void discardInput();
+    /// Drops what has arrived and not been read; returns it.
+    std::string discardInput();
 
 private:
     using Clock = std::chrono::steady_clock;

@@ -5,10 +5,10 @@ _tessaryctl()
     COMPREPLY=()
     local before=${COMP_WORDS[COMP_CWORD-1]}
     case $before in
-        -p | --port | --png | --svg | -o | --out | update)
+        -p | --port | --png | --svg | -o | --out | --output | --html | update | report)
             mapfile -t COMPREPLY < <(compgen -f -- "${COMP_WORDS[COMP_CWORD]}")
             compopt -o filenames
-            [ "$before" = update ] || return
+            [ "$before" = update ] || [ "$before" = report ] || return
             ;;
     esac
     local words

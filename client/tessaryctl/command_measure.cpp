@@ -1,7 +1,9 @@
 // How the stream arrives: measure (once or as a live screen) and iat.
+#include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/plot.h"
 #include "client/tessaryctl/reading.h"
 #include "client/tessaryctl/serverspec.h"
@@ -9,7 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
 #include <ctime>
 #include <deque>
 #include <iostream>
@@ -24,31 +25,6 @@ namespace {
 
 constexpr const char* absentRemedy =
     "check that the stream is sent, and that tessaryctl server has its address, port and protocol";
-
-volatile std::sig_atomic_t interrupted = 0;
-
-/// While it lives, Ctrl-C ends the screen instead of the program, so that the terminal is left in order.
-class InterruptGuard
-{
-public:
-    InterruptGuard()
-    {
-        interrupted = 0;
-        struct sigaction action
-        {
-        };
-        action.sa_handler = [](int) { interrupted = 1; };
-        ::sigaction(SIGINT, &action, &m_before);
-    }
-    ~InterruptGuard() { ::sigaction(SIGINT, &m_before, nullptr); }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-private:
-    struct sigaction m_before
-    {
-    };
-};
 
 struct MeasureOptions
 {
@@ -124,12 +100,7 @@ struct Course
 
 std::string clockText()
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    ::localtime_r(&now, &parts);
-    char text[16] = {};
-    std::strftime(text, sizeof text, "%H:%M:%S", &parts);
-    return text;
+    return localTime(std::chrono::system_clock::now(), "%H:%M:%S");
 }
 
 /// What --watch knows at the moment.
@@ -205,16 +176,17 @@ Json jsonOfWatch(const Watch& watch, const std::vector<std::int64_t>& times)
 }
 
 /// Reads on, as often as the periods need it, until `moment` or Ctrl-C; at least once.
-void followUntil(Controller& controller, Watch& watch, std::chrono::steady_clock::time_point moment)
+void followUntil(Controller& controller, Watch& watch, std::chrono::steady_clock::time_point moment,
+    const InterruptGuard& guard)
 {
     for (;;) {
         const auto now = std::chrono::steady_clock::now();
         const auto reading = readMeasurement(controller);
         watch.periods.add(reading);
         watch.figures = reading.figures;
-        if (interrupted != 0 || now >= moment)
+        if (guard.interrupted() || now >= moment)
             return;
-        std::this_thread::sleep_until(std::min(moment, now + readingInterval));
+        guard.sleepUntil(std::min<std::chrono::steady_clock::time_point>(moment, now + readingInterval));
     }
 }
 
@@ -245,8 +217,8 @@ void watchMeasurement(Context& context, const MeasureOptions& options)
     auto next = std::chrono::steady_clock::now();
     while (options.count == 0 || shown < options.count) {
         next += Milliseconds(std::lround(options.interval * 1000));
-        followUntil(controller, watch, next);
-        if (interrupted != 0)
+        followUntil(controller, watch, next, guard);
+        if (guard.interrupted())
             break;
         if (show(context, controller, watch))
             ++shown;

@@ -28,7 +28,8 @@ instrument's /run/tessary-instrument/controller.
 Exit status: 0 success, 1 internal error, 2 wrong arguments, 3 no instrument at
 the port, 4 no answer in time, 5 the port hung up, 6 nothing of what was asked
 for, 7 no Ethernet link, 8 damaged answer, 9 file on this machine; update: 20 not
-started, 21 refused, 22 bytes lost, 23 restarted, 24 unconfirmed.)";
+started, 21 refused, 22 bytes lost, 23 restarted, 24 unconfirmed; log: 30 a
+limit was crossed.)";
 
 void addSharedOptions(CLI::App& app, Context& context)
 {
@@ -129,9 +130,9 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
     app->footer(footer);
     app->get_formatter()->column_width(28);
     addSharedOptions(*app, context);
-    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addServer, addInterface,
-             addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs, addDab, addUpdate, addVersion,
-             addCommand, addRaw})
+    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addLog, addReport,
+             addServer, addInterface, addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs,
+             addDab, addUpdate, addVersion, addCommand, addRaw})
         add(*app, context);
     addSubcommand(*app, context, "shell", "Type sub-commands one after another, with history and completion")
         ->callback([&context] {

@@ -120,7 +120,10 @@ std::string SerialLine::readUntilSilence(Milliseconds first, Milliseconds quiet)
 
 void SerialLine::drain() { }
 
-void SerialLine::discardInput() { }
+std::string SerialLine::discardInput()
+{
+    return {};
+}
 
 void SerialLine::throwHungUp() const
 {
