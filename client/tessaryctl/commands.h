@@ -22,6 +22,7 @@ void addMeasure(CLI::App& app, Context& context);
 void addIat(CLI::App& app, Context& context);
 void addLog(CLI::App& app, Context& context);
 void addReport(CLI::App& app, Context& context);
+void addView(CLI::App& app, Context& context);
 void addInterface(CLI::App& app, Context& context);
 void addPing(CLI::App& app, Context& context);
 void addRecord(CLI::App& app, Context& context);

@@ -131,7 +131,7 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
     app->get_formatter()->column_width(28);
     addSharedOptions(*app, context);
     for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addLog, addReport,
-             addServer, addInterface, addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs,
+             addView, addServer, addInterface, addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs,
              addDab, addUpdate, addVersion, addCommand, addRaw})
         add(*app, context);
     addSubcommand(*app, context, "shell", "Type sub-commands one after another, with history and completion")
