@@ -130,10 +130,14 @@ std::string Controller::readUntil(const std::string& ending)
                       "on, "
                       "or restart the virtual instrument");
         received += more;
-        if (endsWith(received, greeting)) // nothing more comes to what was asked before a start
+        if (endsWith(received, greeting)) { // nothing more comes to what was asked before a start
+            ++m_startsSeen;
             return received;
+        }
     }
     received.resize(received.size() - ending.size());
+    if (received.find(greeting) != std::string::npos)
+        ++m_startsSeen;
     return received;
 }
 
@@ -174,9 +178,12 @@ std::string Controller::readAnswer(const Request& request)
 bool Controller::noteGreeting(const std::string& received)
 {
     const bool found = received.find(greeting) != std::string::npos;
-    if (found && m_watcher != nullptr)
+    if (!found)
+        return false;
+    ++m_startsSeen;
+    if (m_watcher != nullptr)
         m_watcher->greeted();
-    return found;
+    return true;
 }
 
 void Controller::getInStep()

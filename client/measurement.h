@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,11 @@ struct Measurement
 /// Seven signed 32-bit values, least significant byte first. Throws AnswerError unless `bytes` are 28 bytes
 /// whose first value is 0 or 1.
 Measurement decodeMeasurement(const std::string& bytes);
+
+/// Bits per second of the transport stream itself, in packets of 188 bytes, as far as all datagrams of the
+/// period were like the last one: the bit rate without the headers of Ethernet, IPv4, UDP and, with `rtp`,
+/// RTP, and without the parity of packets of 204 bytes. Nothing when the datagram holds no whole packets.
+std::optional<std::int64_t> transportRate(const Measurement& measurement, bool rtp);
 
 /// The answer to "getiat?", such as "998;1002;1000;": microseconds between frames, oldest first. Throws
 /// AnswerError for anything but decimal numbers, each with its semicolon.

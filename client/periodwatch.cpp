@@ -143,8 +143,10 @@ void PeriodWatch::endPeriods(const Reading& reading)
     const double leastApart = between(m_endedBefore, m_last->asked);
     const long most = std::max(1L, wholeParts(apart, shortest));
     const bool pause = reading.figures.bitRate < paused * shown.bitRate;
-    const long least = pause ? 1 : std::clamp(static_cast<long>(std::ceil(leastApart / longest)), 1L, most);
-    const long likely = pause ? 1 : std::clamp(std::lround((apart + leastApart) / 2), least, most);
+    const long told = 1 + surelyEnded(); // by the total so far, which takes nothing back
+    const long least =
+        pause ? told : std::clamp(static_cast<long>(std::ceil(leastApart / longest)), told, most);
+    const long likely = pause ? told : std::clamp(std::lround((apart + leastApart) / 2), least, most);
     if (m_started) {
         count(likely - 1, shown);
         count(1, reading.figures);

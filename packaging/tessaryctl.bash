@@ -5,10 +5,10 @@ _tessaryctl()
     COMPREPLY=()
     local before=${COMP_WORDS[COMP_CWORD-1]} word=${COMP_WORDS[COMP_CWORD]} line=${COMP_LINE:0:COMP_POINT}
     case $before in
-        -p | --port | --png | --svg | --out | update)
+        -p | --port | --png | --svg | -o | --out | --output | --html | update | report)
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
             compopt -o filenames
-            [ "$before" = update ] || return
+            [ "$before" = update ] || [ "$before" = report ] || return
             ;;
     esac
     # Bash parts words at colons and equals signs, the tool does not: an address is one word.

@@ -44,6 +44,8 @@ Faults:
   --cc-errors-per-second N put in N continuity errors a second, evenly spread: the counter of a PID that carries PES
                            packets (any PID when none does) jumps by 2 once and goes on from there. A check for
                            "previous + 1" finds exactly one error each; no packet is lost. Not with --no-restamp
+  --cc-errors-from SECONDS begin with them after so much stream time
+  --cc-errors-for SECONDS  and end after so much more
 
   --json                   print the count as one line of JSON
   --help                   print this text

@@ -28,6 +28,8 @@ enum Option {
     Count,
     StopFile,
     CcErrors,
+    CcErrorsFrom,
+    CcErrorsFor,
     Json,
     Help
 };
@@ -49,6 +51,8 @@ const option longOptions[] = {
     {"count", required_argument, nullptr, Count},
     {"stop-file", required_argument, nullptr, StopFile},
     {"cc-errors-per-second", required_argument, nullptr, CcErrors},
+    {"cc-errors-from", required_argument, nullptr, CcErrorsFrom},
+    {"cc-errors-for", required_argument, nullptr, CcErrorsFor},
     {"json", no_argument, nullptr, Json},
     {"help", no_argument, nullptr, Help},
     {nullptr, 0, nullptr, 0},
@@ -78,12 +82,12 @@ void parseTarget(const std::string& text, Options& options)
     options.port = static_cast<std::uint16_t>(parseNumber(text.substr(colon + 1), "port", 1, 65535));
 }
 
-std::int64_t parseDuration(const std::string& text)
+std::int64_t parseDuration(const std::string& text, const char* what)
 {
     char* end = nullptr;
     const double seconds = std::strtod(text.c_str(), &end);
     if (text.empty() || *end != '\0' || !std::isfinite(seconds) || seconds <= 0 || seconds > 1e8)
-        throw UsageError("--duration: '" + text + "' is no number of seconds above 0");
+        throw UsageError(what + std::string(": '") + text + "' is no number of seconds above 0");
     return std::llround(seconds * 1e9);
 }
 
@@ -138,7 +142,7 @@ void applyRunOption(int which, const std::optional<std::string>& value, Options&
         options.restamp = false;
         break;
     case Duration:
-        options.durationNs = parseDuration(*value);
+        options.durationNs = parseDuration(*value, "--duration");
         break;
     case Count:
         options.datagramLimit = parseNumber(*value, "--count", 1, Unlimited);
@@ -149,6 +153,12 @@ void applyRunOption(int which, const std::optional<std::string>& value, Options&
     case CcErrors:
         options.errorsPerSecond =
             static_cast<unsigned>(parseNumber(*value, "--cc-errors-per-second", 0, 10000));
+        break;
+    case CcErrorsFrom:
+        options.errorsFromNs = parseDuration(*value, "--cc-errors-from");
+        break;
+    case CcErrorsFor:
+        options.errorsForNs = parseDuration(*value, "--cc-errors-for");
         break;
     case Json:
         options.json = true;

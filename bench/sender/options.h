@@ -39,6 +39,8 @@ struct Options
     std::uint64_t datagramLimit = 0; ///< 0: no limit
     std::string stopFile; ///< sending ends when this file is there; empty: none
     unsigned errorsPerSecond = 0;
+    std::int64_t errorsFromNs = 0; ///< stream time
+    std::int64_t errorsForNs = 0; ///< 0: to the end
     bool restamp = true; ///< from the second pass on
 
     bool json = false;

@@ -68,7 +68,7 @@ StreamDatagrams::StreamDatagrams(const Options& options, const TsFile& file, con
     , m_rtpBytes(options.rtp ? RtpHeader::Bytes : 0)
     , m_packetsPerDatagram(options.packetsPerDatagram)
     , m_source(file, settingsOf(options, file, facts))
-    , m_errors(options.errorsPerSecond)
+    , m_errors(options.errorsPerSecond, options.errorsFromNs, options.errorsForNs)
     , m_rtp(randomNumber(), static_cast<std::uint16_t>(randomNumber()), randomNumber())
     , m_datagram(m_rtpBytes + m_packetsPerDatagram * m_packetSize)
 {

@@ -54,7 +54,7 @@ double secondsOf(WallTime time)
 
 WallTime wallTimeOf(double seconds)
 {
-    return WallTime(std::chrono::duration_cast<WallTime::duration>(std::chrono::duration<double>(seconds)));
+    return WallTime(std::chrono::round<std::chrono::milliseconds>(std::chrono::duration<double>(seconds)));
 }
 
 std::string localTime(WallTime time, const char* pattern)

@@ -20,6 +20,7 @@ std::string localTime(WallTime time, const char* pattern);
 
 /// Seconds since 1970.
 double secondsOf(WallTime time);
+/// To the millisecond.
 WallTime wallTimeOf(double seconds);
 
 } // namespace tessary::ctl

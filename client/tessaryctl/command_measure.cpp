@@ -3,9 +3,9 @@
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/groups.h"
 #include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/jsonvalue.h"
-#include "client/tessaryctl/groups.h"
 #include "client/tessaryctl/plot.h"
 #include "client/tessaryctl/portload.h"
 #include "client/tessaryctl/reading.h"
@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
 #include <deque>
 #include <iostream>
 #include <thread>

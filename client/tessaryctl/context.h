@@ -60,6 +60,8 @@ public:
     client::Controller& controller(double usualSeconds = 10);
     /// The bare line of the same port.
     client::SerialLine& line(double usualSeconds = 10);
+    /// Forgets the line, so that the next controller() opens the port anew.
+    void closeLine() { m_session.close(); }
     client::Milliseconds timeout(double usualSeconds) const;
     bool json() const { return options.json; }
     /// What is known of the instrument's settings; once the controller has been asked for.

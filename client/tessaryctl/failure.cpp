@@ -41,6 +41,8 @@ const char* wordOf(ExitCode code)
         return "update-restarted";
     case ExitCode::UpdateUnconfirmed:
         return "update-unconfirmed";
+    case ExitCode::LimitCrossed:
+        return "limit-crossed";
     case ExitCode::Interrupted:
         return "interrupted";
     }

@@ -29,6 +29,7 @@ enum class ExitCode {
     UpdateBytesLost = 22, ///< the instrument waited in vain for the rest of the package
     UpdateRestarted = 23, ///< the instrument restarted in the middle
     UpdateUnconfirmed = 24, ///< everything was sent, and no answer came in time
+    LimitCrossed = 30, ///< log: a limit was crossed
     Interrupted = 130, ///< ended by Ctrl-C, SIGTERM or SIGHUP before its time
 };
 

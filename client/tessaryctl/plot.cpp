@@ -1,6 +1,7 @@
 #include "client/tessaryctl/plot.h"
 
 #include "client/tessaryctl/failure.h"
+#include "client/tessaryctl/marks.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>
@@ -37,21 +38,6 @@ void write(cairo_t* canvas, double x, double y, const std::string& text, double 
     cairo_text_extents(canvas, text.c_str(), &extents);
     cairo_move_to(canvas, x - extents.x_advance * align, y);
     cairo_show_text(canvas, text.c_str());
-}
-
-/// A round distance between marks: 1, 2 or 5 times a power of ten, about `count` of them.
-double markDistance(double span, int count)
-{
-    const double raw = std::max(span, 1e-9) / count;
-    const double power = std::pow(10, std::floor(std::log10(raw)));
-    const double factor = raw / power;
-    return power * (factor < 1.5 ? 1 : factor < 3.5 ? 2 : factor < 7.5 ? 5 : 10);
-}
-
-/// Number of the first mark at or after `from`.
-long firstMark(double from, double step)
-{
-    return std::lround(std::ceil(from / step));
 }
 
 void drawAxes(cairo_t* canvas, const Frame& frame, bool xIsTime)

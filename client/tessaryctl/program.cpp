@@ -32,7 +32,7 @@ the port, 4 no answer in time, 5 the port hung up, 6 nothing of what was asked
 for, 7 no Ethernet link, 8 damaged answer, 9 file on this machine, 10 memory card
 full, 11 refused for the recording's sake, 12 command failed on the instrument;
 update: 20 not started, 21 refused, 22 bytes lost, 23 restarted, 24 unconfirmed;
-130 ended by Ctrl-C.)";
+log: 30 a limit was crossed; 130 ended by Ctrl-C.)";
 
 void addSharedOptions(CLI::App& app, Context& context)
 {
@@ -167,9 +167,9 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
     app->set_version_flag("--version", "tessaryctl " TESSARY_VERSION, "print the program's version and exit");
     app->get_formatter()->column_width(28);
     addSharedOptions(*app, context);
-    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addServer, addInterface,
-             addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs, addDab, addUpdate, addVersion,
-             addCommand, addRaw, addSchema})
+    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addLog, addReport,
+             addView, addServer, addInterface, addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs,
+             addDab, addUpdate, addVersion, addCommand, addRaw, addSchema})
         add(*app, context);
     addSubcommand(*app, context, "shell", "Type sub-commands one after another, with history and completion")
         ->callback([&context] {

@@ -54,4 +54,18 @@ void ProgressBar::update(std::size_t done)
     std::cerr << text(done) << std::endl;
 }
 
+StatusLine::~StatusLine()
+{
+    if (m_shown)
+        std::cerr << "\r\033[K" << std::flush;
+}
+
+void StatusLine::show(const std::string& text)
+{
+    if (!errorIsTerminal())
+        return;
+    m_shown = true;
+    std::cerr << '\r' << cutToWidth(text, terminalWidth() - 1) << "\033[K" << std::flush;
+}
+
 } // namespace tessary::ctl

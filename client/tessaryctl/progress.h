@@ -30,4 +30,21 @@ private:
     bool m_drawn = false;
 };
 
+/// What goes on at the moment, in one line on standard error that is written over by the next; nothing where
+/// that is no terminal.
+class StatusLine
+{
+public:
+    StatusLine() = default;
+    /// Takes the line away.
+    ~StatusLine();
+    StatusLine(const StatusLine&) = delete;
+    StatusLine& operator=(const StatusLine&) = delete;
+
+    void show(const std::string& text);
+
+private:
+    bool m_shown = false;
+};
+
 } // namespace tessary::ctl

@@ -38,17 +38,22 @@ Measurement measureWholePeriod(Controller& controller, double wait)
     }
 }
 
+std::vector<std::int64_t> intervalsIn(std::vector<std::int64_t> times)
+{
+    // The first frame since the capture's start came after the last one of the capture before.
+    constexpr std::size_t kept = 1024;
+    if (!times.empty() && times.size() < kept)
+        times.erase(times.begin());
+    removeAbsoluteTimes(times);
+    return times;
+}
+
 std::vector<std::int64_t> readInterArrivalTimes(Controller& controller)
 {
     auto times = controller.interArrivalTimes();
     if (!times.has_value())
         throwNoLink();
-    // The first frame since the capture's start came after the last one of the capture before.
-    constexpr std::size_t kept = 1024;
-    if (!times->empty() && times->size() < kept)
-        times->erase(times->begin());
-    removeAbsoluteTimes(*times);
-    return *std::move(times);
+    return intervalsIn(*std::move(times));
 }
 
 Json jsonOf(const Measurement& measurement)

@@ -21,6 +21,10 @@ inline constexpr client::Milliseconds readingInterval{200};
 /// Throws Failure Nothing when it comes and goes.
 client::Measurement measureWholePeriod(client::Controller& controller, double wait);
 
+/// Of an answer to "getiat?" those that are intervals: without one that reaches back before the capture's
+/// start.
+std::vector<std::int64_t> intervalsIn(std::vector<std::int64_t> times);
+
 /// The inter-arrival times that the instrument has, but for one that reaches back before the capture's start;
 /// throws Failure NoLink.
 std::vector<std::int64_t> readInterArrivalTimes(client::Controller& controller);

@@ -25,6 +25,22 @@ std::string values(std::initializer_list<std::int32_t> list)
     return bytes;
 }
 
+TEST(Measurement, TheTransportStreamsRateIsThatOfItsPacketsOf188Bytes)
+{
+    const auto rateOf = [](int frame, int size, int count) {
+        Measurement m;
+        m.bitRate = frame * 8 * 100; // 100 datagrams a second
+        m.packetSize = size;
+        m.packetsPerDatagram = count;
+        return m;
+    };
+    EXPECT_EQ(transportRate(rateOf(1358, 188, 7), false), 1316 * 8 * 100);
+    EXPECT_EQ(transportRate(rateOf(1370, 188, 7), true), 1316 * 8 * 100);
+    EXPECT_EQ(transportRate(rateOf(42 + 204, 204, 1), false), 188 * 8 * 100) << "without the parity";
+    EXPECT_FALSE(transportRate(rateOf(1358, 0, 0), false).has_value());
+    EXPECT_FALSE(transportRate(rateOf(42, 188, 0), false).has_value());
+}
+
 TEST(Measurement, IsSevenValuesLeastSignificantByteFirst)
 {
     const Measurement m = decodeMeasurement(values({1, 8000000, 7, -1, 188, 7, 10}));

@@ -40,6 +40,25 @@ TEST(Controller, WaitsForTheGreetingAndSkipsWhatCameBefore)
     EXPECT_EQ(line.readLine(milliseconds(20000)), "SV: next\n");
 }
 
+TEST(Controller, SeesTheDaemonsStarts)
+{
+    FarEnd far([](const std::string& command) {
+        return command == "version?" ? "SV: mx8 1.4 FPGA: x\n"
+            : command == "getpmt?"   ? std::string("half a tab") + Controller::greeting
+                                     : "";
+    });
+    SerialLine line(far.pty.path());
+    Controller controller(line, quick());
+    controller.version();
+    EXPECT_EQ(controller.startsSeen(), 0);
+    far.pty.send(Controller::greeting); // between two commands
+    while (controller.startsSeen() == 0)
+        controller.version();
+    EXPECT_EQ(controller.startsSeen(), 1);
+    EXPECT_THROW(controller.programMap(), LineError);
+    EXPECT_EQ(controller.startsSeen(), 2);
+}
+
 TEST(Controller, SaysThatNoGreetingCame)
 {
     const PtyPair pty;

@@ -212,6 +212,21 @@ TEST(PeriodWatch, ASilenceInTheMiddleCountsItsErrorsAndHidesTheFigures)
     EXPECT_GT(watch.total().unsure, 0) << "the last one before the silence may have been two that look alike";
 }
 
+TEST(PeriodWatch, TheTotalTakesNothingBack)
+{
+    // Long alike, and then one with a pause in it.
+    const Steps steps{{0, 0}, {1, 20, 1, 40}, {2.01, 10'000'000, 970, 30}, {3.02, 10'000'001, 1, 3},
+        {15, 3'900'000, 1500, 9}, {16.01, 10'000'002, 1, 0}};
+    PeriodWatch watch;
+    PeriodWatch::Total before;
+    for (double moment = 0; moment < 17; moment += 0.2) {
+        watch.add({at(moment), at(moment + 0.02), shownAt(steps, moment + 0.01)});
+        EXPECT_GE(watch.total().periods, before.periods) << moment;
+        EXPECT_GE(watch.total().errors, before.errors) << moment;
+        before = watch.total();
+    }
+}
+
 TEST(PeriodWatch, APeriodWithAPauseIsOne)
 {
     const Steps steps{{0, 0}, {1, 20, 1, 40}, {2.01, 10'000'000, 970, 30}, {3.02, 10'000'001, 1, 3},

@@ -291,6 +291,15 @@ TEST_F(Loopback, ErrorsPutInAreFoundToTheUnit)
     EXPECT_EQ(strictErrors(joined(receiver.datagrams())), 18U);
 }
 
+TEST_F(Loopback, ErrorsKeepToTheirTime)
+{
+    Sending sending({file, receiver.target("udp"), "--loop", "--duration", "2", "--cc-errors-per-second", "8",
+        "--cc-errors-from", "0.5", "--cc-errors-for", "1", "--json"});
+    ASSERT_EQ(sending.wait(), 0) << sending.output();
+    EXPECT_EQ(sending.figure("injected_cc_errors"), 8);
+    EXPECT_EQ(strictErrors(joined(receiver.datagrams())), 8U);
+}
+
 TEST_F(Loopback, TheCountLimitEndsInTheMiddleOfAFile)
 {
     Sending sending({file, receiver.target("udp"), "--loop", "--count", "500", "--packets", "1",

@@ -31,7 +31,8 @@ TEST(Options, AllCanBeGiven)
 {
     const Options options = parse({"--bitrate=1.5M", "--packets", "1", "--packet-size", "204", "--ttl", "16",
         "--interface", "eth9", "a.ts", "rtp://10.0.0.5:5004", "--loop=3", "--duration", "2.5", "--count", "9",
-        "--stop-file", "/s", "--cc-errors-per-second", "12", "--json", "--multicast-loop"});
+        "--stop-file", "/s", "--cc-errors-per-second", "12", "--cc-errors-from", "3", "--cc-errors-for=1.5",
+        "--json", "--multicast-loop"});
     EXPECT_TRUE(options.rtp);
     EXPECT_EQ(options.bitRate, 1'500'000);
     EXPECT_EQ(options.packetsPerDatagram, 1U);
@@ -43,6 +44,8 @@ TEST(Options, AllCanBeGiven)
     EXPECT_EQ(options.datagramLimit, 9U);
     EXPECT_EQ(options.stopFile, "/s");
     EXPECT_EQ(options.errorsPerSecond, 12U);
+    EXPECT_EQ(options.errorsFromNs, 3'000'000'000);
+    EXPECT_EQ(options.errorsForNs, 1'500'000'000);
     EXPECT_TRUE(options.json);
     EXPECT_TRUE(options.multicastLoop);
 }

@@ -76,6 +76,15 @@ TEST(ErrorSchedule, WholeSecondsHoldExactlyTheRate)
     }
 }
 
+TEST(ErrorSchedule, ErrorsKeepToTheirTime)
+{
+    const ErrorSchedule schedule(2, 3'000'000'000, 5'000'000'000);
+    EXPECT_EQ(schedule.dueUntil(3'249'999'999), 0U);
+    EXPECT_EQ(schedule.dueUntil(3'250'000'000), 1U);
+    EXPECT_EQ(schedule.dueUntil(8'000'000'000), 10U);
+    EXPECT_EQ(schedule.dueUntil(900'000'000'000), 10U);
+}
+
 TEST(ErrorSchedule, NoRateMeansNoErrors)
 {
     EXPECT_EQ(ErrorSchedule(0).dueUntil(std::int64_t{1} << 60), 0U);

@@ -92,7 +92,7 @@ QString kindOf(int status)
         {4, "timed-out"}, {5, "hung-up"}, {6, "nothing"}, {7, "no-link"}, {8, "bad-answer"},
         {9, "local-file"}, {10, "card-full"}, {11, "would-destroy"}, {12, "command-failed"},
         {130, "interrupted"}, {20, "update-not-started"}, {21, "update-refused"}, {22, "update-bytes-lost"},
-        {23, "update-restarted"}, {24, "update-unconfirmed"}};
+        {23, "update-restarted"}, {24, "update-unconfirmed"}, {30, "limit-crossed"}};
     const auto found = kinds.find(status);
     return found != kinds.end() ? found->second : "none";
 }
