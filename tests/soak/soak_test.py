@@ -62,6 +62,12 @@ class Replies(unittest.TestCase):
         self.assertEqual(self.check(b"\x01\0\0\0" + b"v" * 19 + b"\x0a\0\0\0", replies.MEASUREMENT), 0)
         self.assertEqual(self.check(b"", replies.MEASUREMENT), 0)
 
+    def test_a_status_ends_with_two_digits_whatever_follows(self):
+        status = b"*17_a.FL:02_NS:03$_DS:00"
+        self.assertIsNone(self.check(status + b"17327055;2665;", replies.STATUS_FRAME, replies.ARRIVALS))
+        self.assertIsNone(self.check(status, replies.STATUS_FRAME))
+        self.assertEqual(self.check(status[:-1], replies.STATUS_FRAME), 0)
+
     def test_a_t2mi_packet_has_the_length_of_its_header(self):
         packet = b"\0\x2a\0\0\0\x09" + b"pp" + b"crc!"
         self.assertIsNone(self.check(packet, replies.t2mi_packet))
