@@ -21,28 +21,28 @@ struct Options
     std::string host;
     std::uint16_t port = 0;
     bool rtp = false;
+    bool multicastLoop = false;
+    int ttl = 4;
 
     double bitRate = 0; ///< transport stream bits per second; 0: from the file's PCRs
     double datagramRate = 0; ///< datagrams per second instead of bitRate; 0: not given
     std::size_t packetsPerDatagram = 7;
-    bool packetsAreSet = false; ///< by the command line
     std::size_t packetSize = 0; ///< bytes as sent, 188 or 204; 0: as in the file
-    int ttl = 4;
     std::string interface; ///< name or IPv4 address for multicast; empty: the system's choice
-    bool multicastLoop = false;
 
     std::string flow; ///< of a capture: "ADDRESS:PORT"; empty: the only one
-    bool keepVlan = false; ///< of a capture: with the datagrams' VLAN tags
 
     std::uint64_t passes = 1; ///< 0: without end
     std::int64_t durationNs = 0; ///< stream time; 0: no limit
     std::uint64_t datagramLimit = 0; ///< 0: no limit
     std::string stopFile; ///< sending ends when this file is there; empty: none
-    unsigned errorsPerSecond = 0;
     std::int64_t errorsFromNs = 0; ///< stream time
     std::int64_t errorsForNs = 0; ///< 0: to the end
+    unsigned errorsPerSecond = 0;
     bool restamp = true; ///< from the second pass on
 
+    bool keepVlan = false; ///< of a capture: with the datagrams' VLAN tags
+    bool packetsAreSet = false; ///< packetsPerDatagram, by the command line
     bool json = false;
     bool help = false;
 };
