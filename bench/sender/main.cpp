@@ -100,8 +100,7 @@ int sendFile(const Options& options)
 
 int sendCapture(const Options& options)
 {
-    const CaptureFlow flow =
-        chooseFlow(options.file, findFlows(options.file), options.flow);
+    const CaptureFlow flow = chooseFlow(options.file, findFlows(options.file), options.flow);
     if (flow.rtp != options.rtp)
         throw UsageError(options.file + ": the datagrams to " + flow.name() + " are "
             + (flow.rtp ? "RTP; write rtp://" : "without RTP; write udp://") + "HOST:PORT");

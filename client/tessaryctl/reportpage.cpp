@@ -353,8 +353,13 @@ std::string table(const std::vector<Cells>& rows, std::size_t numbers)
         const std::string tag = row == 0 ? "th" : "td";
         html += "<tr>";
         for (std::size_t i = 0; i < rows[row].size(); ++i)
-            html +=
-                "<" + tag + (i >= numbers ? " class=\"n\">" : ">") + escaped(rows[row][i]) + "</" + tag + ">";
+            html.append("<")
+                .append(tag)
+                .append(i >= numbers ? " class=\"n\">" : ">")
+                .append(escaped(rows[row][i]))
+                .append("</")
+                .append(tag)
+                .append(">");
         html += "</tr>\n";
     }
     return html + "</table></div>\n";

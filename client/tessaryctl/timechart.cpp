@@ -114,8 +114,9 @@ std::vector<double> marksOf(const Scale& scale)
 {
     std::vector<double> marks;
     if (scale.logarithmic) {
-        for (double mark = scale.from; mark < scale.to * 1.01; mark *= 10)
-            marks.push_back(mark);
+        const auto decades = std::lround(std::log10(scale.to / scale.from));
+        for (long i = 0; i <= decades; ++i)
+            marks.push_back(scale.from * std::pow(10, i));
         return marks;
     }
     const double step = markDistance(scale.to, 4);
@@ -139,7 +140,8 @@ double zoneAt(double time)
 {
     const std::string zone = localTime(wallTimeOf(time), "%z");
     const int hoursAndMinutes = std::atoi(zone.c_str());
-    return hoursAndMinutes / 100 * 3600 + hoursAndMinutes % 100 * 60;
+    const int minutes = hoursAndMinutes / 100 * 60 + hoursAndMinutes % 100;
+    return minutes * 60.0;
 }
 
 std::string timeMarks(const TimeAxis& axis, double bottom, bool labels)
@@ -148,7 +150,10 @@ std::string timeMarks(const TimeAxis& axis, double bottom, bool labels)
     const double zone = zoneAt(axis.from);
     const char* pattern = step >= 86400 ? "%d %b" : step >= 60 ? "%H:%M" : "%H:%M:%S";
     std::string svg;
-    for (double mark = std::ceil((axis.from + zone) / step) * step - zone; mark <= axis.to; mark += step) {
+    const double first = std::ceil((axis.from + zone) / step) * step - zone;
+    const auto count = static_cast<long>(std::floor((axis.to - first) / step)) + 1;
+    for (long i = 0; i < count; ++i) {
+        const double mark = first + static_cast<double>(i) * step;
         const double x = xOf(axis, mark);
         svg += line("grid", x, top, x, bottom);
         if (labels)

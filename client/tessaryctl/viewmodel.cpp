@@ -6,6 +6,7 @@
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tessary::ctl {
 
@@ -218,10 +219,47 @@ std::optional<ViewOrder> ViewModel::toggleRecording()
     return order({ViewOrder::Kind::StartRecording, 0});
 }
 
-std::optional<ViewOrder> ViewModel::press(ViewKey key)
+/// The keys that move about in the list, and open and close its lines; false for the others.
+bool ViewModel::browse(ViewKey key)
 {
     const auto line = static_cast<std::ptrdiff_t>(m_cursor);
     const auto page = static_cast<std::ptrdiff_t>(std::max<std::size_t>(m_page, 2) - 1);
+    const auto all = lines();
+    switch (key) {
+    case ViewKey::Up:
+        moveTo(line - 1);
+        return true;
+    case ViewKey::Down:
+        moveTo(line + 1);
+        return true;
+    case ViewKey::PageUp:
+        moveTo(line - page);
+        return true;
+    case ViewKey::PageDown:
+        moveTo(line + page);
+        return true;
+    case ViewKey::First:
+        moveTo(0);
+        return true;
+    case ViewKey::Last:
+        moveTo(static_cast<std::ptrdiff_t>(all.size()));
+        return true;
+    case ViewKey::Open:
+        openLine(true);
+        return true;
+    case ViewKey::Close:
+        openLine(false);
+        return true;
+    case ViewKey::Toggle:
+        openLine(m_cursor >= all.size() || !all[m_cursor].open);
+        return true;
+    default:
+        return false;
+    }
+}
+
+std::optional<ViewOrder> ViewModel::press(ViewKey key)
+{
     const bool overwrite = std::exchange(m_asksToOverwrite, false);
     if (overwrite || (message.rfind("wait for it", 0) == 0 && busy.empty()))
         message.clear();
@@ -229,36 +267,9 @@ std::optional<ViewOrder> ViewModel::press(ViewKey key)
         help = false;
         return std::nullopt;
     }
+    if (browse(key))
+        return std::nullopt;
     switch (key) {
-    case ViewKey::Up:
-        moveTo(line - 1);
-        break;
-    case ViewKey::Down:
-        moveTo(line + 1);
-        break;
-    case ViewKey::PageUp:
-        moveTo(line - page);
-        break;
-    case ViewKey::PageDown:
-        moveTo(line + page);
-        break;
-    case ViewKey::First:
-        moveTo(0);
-        break;
-    case ViewKey::Last:
-        moveTo(static_cast<std::ptrdiff_t>(lines().size()));
-        break;
-    case ViewKey::Open:
-        openLine(true);
-        break;
-    case ViewKey::Close:
-        openLine(false);
-        break;
-    case ViewKey::Toggle: {
-        const auto all = lines();
-        openLine(m_cursor >= all.size() || !all[m_cursor].open);
-        break;
-    }
     case ViewKey::Scan:
         return order({ViewOrder::Kind::Scan, 0});
     case ViewKey::Play:
@@ -277,7 +288,7 @@ std::optional<ViewOrder> ViewModel::press(ViewKey key)
     case ViewKey::Quit:
         quit = true;
         break;
-    case ViewKey::Other:
+    default:
         break;
     }
     return std::nullopt;

@@ -113,6 +113,7 @@ private:
     void openLine(bool open);
     std::optional<ViewOrder> order(ViewOrder order);
     std::optional<ViewOrder> play();
+    bool browse(ViewKey key);
     std::optional<ViewOrder> toggleMeasuring();
     std::optional<ViewOrder> toggleRecording();
     void addPids(std::vector<ViewLine>& lines, int program) const;
