@@ -6,7 +6,7 @@
 
 namespace tessary::client {
 
-/// A text in the 8-bit character code of ARIB STD-B24, volume 1, part 2, 7.2, as UTF-8. Of its sets these are
+/// A text in the 8-bit character code of Japanese broadcasting (ARIB STD-B24) as UTF-8. Of its sets these are
 /// known: kanji, alphanumeric, hiragana, katakana; characters of others become U+FFFD. Control codes are left
 /// out.
 std::string aribText(const std::uint8_t* text, std::size_t length);

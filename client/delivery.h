@@ -40,7 +40,7 @@ struct LogicalChannel
 
 /// What the descriptors of a transport stream in the NIT tell of its delivery: terrestrial, satellite, S2,
 /// cable, T2 and frequency list (ETSI EN 300 468, 6.2.13, 6.2.17 and 6.4), and the terrestrial one of ISDB
-/// (ARIB STD-B10, part 2). Descriptors that are too short are passed over.
+/// (ARIB STD-B10). Descriptors that are too short are passed over.
 std::vector<Delivery> deliveriesOf(const std::vector<Descriptor>& descriptors);
 
 /// The logical channel numbers: descriptor 0x83 as EACEM, the United Kingdom, Australia and NorDig have it,

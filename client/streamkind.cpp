@@ -188,7 +188,7 @@ constexpr Row<std::uint16_t> byDataBroadcast[] = {
     {0x000b, other("IP/MAC notification (INT)")},
 };
 
-// Private PES by data_component_id of ISDB's descriptor 0xFD (ARIB STD-B10, part 2).
+// Private PES by data_component_id of ISDB's descriptor 0xFD (ARIB STD-B10).
 constexpr Row<std::uint16_t> byDataComponent[] = {
     {0x0008, other("captions (ISDB)")},
     {0x0012, other("captions (ISDB)")},
