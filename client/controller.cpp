@@ -130,14 +130,10 @@ std::string Controller::readUntil(const std::string& ending)
                       "on, "
                       "or restart the virtual instrument");
         received += more;
-        if (endsWith(received, greeting)) { // nothing more comes to what was asked before a start
-            ++m_startsSeen;
+        if (endsWith(received, greeting)) // nothing more comes to what was asked before a start
             return received;
-        }
     }
     received.resize(received.size() - ending.size());
-    if (received.find(greeting) != std::string::npos)
-        ++m_startsSeen;
     return received;
 }
 
@@ -178,12 +174,9 @@ std::string Controller::readAnswer(const Request& request)
 bool Controller::noteGreeting(const std::string& received)
 {
     const bool found = received.find(greeting) != std::string::npos;
-    if (!found)
-        return false;
-    ++m_startsSeen;
-    if (m_watcher != nullptr)
+    if (found && m_watcher != nullptr)
         m_watcher->greeted();
-    return true;
+    return found;
 }
 
 void Controller::getInStep()

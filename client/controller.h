@@ -80,11 +80,6 @@ public:
     /// Waits for the greeting. What came before it (of an earlier run of the daemon) is dropped.
     void waitForGreeting(Milliseconds timeout);
 
-    /// Starts of the daemon since the controller was made: it has its settings at the start again, such as
-    /// the stream server. Those are seen whose greeting came before a command or within what was read for one
-    /// with an EndMark.
-    int startsSeen() const { return m_startsSeen; }
-
     /// "SV: mx8 1.4 FPGA: ...", without the line feed.
     std::string version();
 
@@ -177,7 +172,6 @@ private:
     SerialLine& m_line;
     Patience m_patience;
     CommandWatcher* m_watcher;
-    int m_startsSeen = 0;
     bool m_inStep = false; ///< everything sent has been carried out, and its answers have been read
 };
 

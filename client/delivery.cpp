@@ -1,6 +1,7 @@
 #include "client/delivery.h"
 
 #include "client/bitreader.h"
+#include "client/codedtext.h"
 #include "client/t2names.h"
 
 #include <algorithm>
@@ -21,12 +22,6 @@ constexpr std::uint8_t satellite2Tag = 0x79;
 constexpr std::uint8_t extensionTag = 0x7F;
 constexpr std::uint8_t terrestrial2Extension = 0x04;
 constexpr std::uint8_t isdbTerrestrialTag = 0xFA;
-
-/// The text of a coded value; empty for one that is reserved.
-template <std::size_t size> std::string valueOf(const char* const (&names)[size], std::uint64_t code)
-{
-    return code < size ? names[code] : "";
-}
 
 constexpr const char* ofdmModulations[] = {"QPSK", "16-QAM", "64-QAM"};
 constexpr const char* ofdmCodeRates[] = {"1/2", "2/3", "3/4", "5/6", "7/8"};
@@ -75,14 +70,14 @@ Delivery terrestrial(BitReader bits)
     addFrequency(delivery, bits.take(32) * terrestrialUnit);
     delivery.bandwidth = bandwidthOf(terrestrialBandwidths, bits.take(3));
     bits.take(5); // priority, time slicing, MPE-FEC, reserved
-    delivery.modulation = valueOf(ofdmModulations, bits.take(2));
+    delivery.modulation = codedText(ofdmModulations, bits.take(2));
     const bool hierarchical = (bits.take(3) & 3U) != 0; // the upper bit tells the interleaver
-    delivery.codeRate = valueOf(ofdmCodeRates, bits.take(3));
-    const std::string lowPriority = valueOf(ofdmCodeRates, bits.take(3));
+    delivery.codeRate = codedText(ofdmCodeRates, bits.take(3));
+    const std::string lowPriority = codedText(ofdmCodeRates, bits.take(3));
     if (hierarchical)
         delivery.codeRate += ", " + lowPriority;
-    delivery.guardInterval = valueOf(ofdmGuards, bits.take(2));
-    delivery.transmissionMode = valueOf(ofdmModes, bits.take(2));
+    delivery.guardInterval = codedText(ofdmGuards, bits.take(2));
+    delivery.transmissionMode = codedText(ofdmModes, bits.take(2));
     return delivery;
 }
 
@@ -94,14 +89,14 @@ Delivery satellite(BitReader bits)
     const bool east = bits.take(1) != 0;
     delivery.orbitalPosition =
         std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + "° " + (east ? "east" : "west");
-    delivery.polarization = valueOf(polarizations, bits.take(2));
-    const std::string rollOff = valueOf(rollOffs, bits.take(2));
+    delivery.polarization = codedText(polarizations, bits.take(2));
+    const std::string rollOff = codedText(rollOffs, bits.take(2));
     const bool second = bits.take(1) != 0;
     delivery.system = second ? "DVB-S2" : "DVB-S";
     delivery.rollOff = second ? rollOff : "";
-    delivery.modulation = valueOf(satelliteModulations, bits.take(2));
+    delivery.modulation = codedText(satelliteModulations, bits.take(2));
     delivery.symbolRate = decimal(bits, 7) * symbolUnit;
-    delivery.codeRate = valueOf(innerCodeRates, bits.take(4));
+    delivery.codeRate = codedText(innerCodeRates, bits.take(4));
     return delivery;
 }
 
@@ -111,9 +106,9 @@ Delivery cable(BitReader bits)
     delivery.system = "DVB-C";
     addFrequency(delivery, decimal(bits, 8) * cableUnit);
     bits.take(16); // reserved, outer code
-    delivery.modulation = valueOf(cableModulations, bits.take(8));
+    delivery.modulation = codedText(cableModulations, bits.take(8));
     delivery.symbolRate = decimal(bits, 7) * symbolUnit;
-    delivery.codeRate = valueOf(innerCodeRates, bits.take(4));
+    delivery.codeRate = codedText(innerCodeRates, bits.take(4));
     return delivery;
 }
 
@@ -144,8 +139,8 @@ Delivery terrestrial2(BitReader bits)
     bits.take(2); // SISO or MISO
     delivery.bandwidth = bandwidthOf(terrestrial2Bandwidths, bits.take(4));
     bits.take(2);
-    delivery.guardInterval = t2GuardInterval(bits.take(3));
-    delivery.transmissionMode = t2TransmissionMode(bits.take(3));
+    delivery.guardInterval = codedText(t2GuardIntervals, bits.take(3));
+    delivery.transmissionMode = codedText(t2TransmissionModes, bits.take(3));
     bits.take(1); // other frequencies are in use
     const bool frequencySlicing = bits.take(1) != 0;
     addCells(delivery, bits, frequencySlicing);
@@ -157,8 +152,8 @@ Delivery isdbTerrestrial(BitReader bits)
     Delivery delivery;
     delivery.system = "ISDB-T";
     bits.take(12); // area_code
-    delivery.guardInterval = valueOf(ofdmGuards, bits.take(2));
-    delivery.transmissionMode = valueOf(isdbModes, bits.take(2));
+    delivery.guardInterval = codedText(ofdmGuards, bits.take(2));
+    delivery.transmissionMode = codedText(isdbModes, bits.take(2));
     constexpr std::uint64_t million = 1000000;
     while (bits.left() >= 16)
         addFrequency(delivery, bits.take(16) * million / 7); // counted in sevenths

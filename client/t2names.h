@@ -1,16 +1,12 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-
 namespace tessary::client {
 
-// Values that DVB-T2's own signalling (ETSI EN 302 755, 7.2) and the NIT's T2 delivery system descriptor
-// (ETSI EN 300 468, 6.4.6.3) code alike. Empty for reserved codes.
+// Codes that L1 signalling and the NIT's T2 descriptor have in common (ETSI EN 302 755, 7.2.2 and 7.2.3.1; ETSI EN
+// 300 468, 6.4.6.3), for codedText().
 
-/// GUARD_INTERVAL, for example "19/128".
-std::string t2GuardInterval(std::uint64_t code);
-/// The size of the FFT, of transmission_mode and of S2's first three bits: "16k".
-std::string t2TransmissionMode(std::uint64_t code);
+inline constexpr const char* t2GuardIntervals[] = {"1/32", "1/16", "1/8", "1/4", "1/128", "19/128", "19/256"};
+/// Size of the FFT. The last two are L1's alone, for the guard intervals that DVB-T has not.
+inline constexpr const char* t2TransmissionModes[] = {"2k", "8k", "4k", "1k", "16k", "32k", "8k", "32k"};
 
 } // namespace tessary::client

@@ -1,6 +1,7 @@
 #include "client/t2signalling.h"
 
 #include "client/bitreader.h"
+#include "client/codedtext.h"
 #include "client/t2names.h"
 
 namespace tessary::client {
@@ -10,48 +11,13 @@ namespace {
 constexpr std::size_t preSize = 21; // bytes of L1-pre without its CRC
 constexpr std::size_t beforePre = 2; // frame_idx and reserved bits
 
-std::string preambleName(std::uint64_t s1)
-{
-    constexpr const char* names[] = {
-        "T2, SISO", "T2, MISO", "not T2", "T2-Lite, SISO", "T2-Lite, MISO", "", "", ""};
-    return names[s1 & 7U];
-}
-
-std::string plpType(std::uint64_t code)
-{
-    constexpr const char* names[] = {"common", "data, type 1", "data, type 2", "", "", "", "", ""};
-    return names[code & 7U];
-}
-
-std::string payloadType(std::uint64_t code)
-{
-    constexpr const char* names[] = {"GFPS", "GCS", "GSE", "TS"};
-    return code < 4 ? names[code] : "";
-}
-
-std::string plpCodeRate(std::uint64_t code)
-{
-    constexpr const char* names[] = {"1/2", "3/5", "2/3", "3/4", "4/5", "5/6", "1/3", "2/5"};
-    return names[code & 7U];
-}
-
-std::string plpModulation(std::uint64_t code)
-{
-    constexpr const char* names[] = {"QPSK", "16-QAM", "64-QAM", "256-QAM", "", "", "", ""};
-    return names[code & 7U];
-}
-
-std::string l1Modulation(std::uint64_t code)
-{
-    constexpr const char* names[] = {"BPSK", "QPSK", "16-QAM", "64-QAM"};
-    return code < 4 ? names[code] : "";
-}
-
-std::string plpMode(std::uint64_t code)
-{
-    constexpr const char* names[] = {"", "normal", "high efficiency", ""};
-    return names[code & 3U];
-}
+constexpr const char* preambles[] = {"T2, SISO", "T2, MISO", "not T2", "T2-Lite, SISO", "T2-Lite, MISO"};
+constexpr const char* l1Modulations[] = {"BPSK", "QPSK", "16-QAM", "64-QAM"};
+constexpr const char* plpTypes[] = {"common", "data, type 1", "data, type 2"};
+constexpr const char* plpPayloads[] = {"GFPS", "GCS", "GSE", "TS"};
+constexpr const char* plpCodeRates[] = {"1/2", "3/5", "2/3", "3/4", "4/5", "5/6", "1/3", "2/5"};
+constexpr const char* plpModulations[] = {"QPSK", "16-QAM", "64-QAM", "256-QAM"};
+constexpr const char* plpModes[] = {"", "normal", "high efficiency"};
 
 int number(BitReader& bits, std::size_t width)
 {
@@ -63,13 +29,13 @@ std::uint64_t readPre(BitReader& bits, T2Signalling& l1)
 {
     l1.type = number(bits, 8);
     l1.bandwidthExtended = bits.flag();
-    l1.preamble = preambleName(bits.take(3));
-    l1.transmissionMode = t2TransmissionMode(bits.take(3));
+    l1.preamble = codedText(preambles, bits.take(3));
+    l1.transmissionMode = codedText(t2TransmissionModes, bits.take(3));
     l1.futureExtensionFrames = bits.flag();
     bits.take(1); // L1_REPETITION_FLAG
-    l1.guardInterval = t2GuardInterval(bits.take(3));
+    l1.guardInterval = codedText(t2GuardIntervals, bits.take(3));
     bits.take(4); // PAPR
-    l1.l1Modulation = l1Modulation(bits.take(4));
+    l1.l1Modulation = codedText(l1Modulations, bits.take(4));
     bits.take(2 + 2 + 18 + 18); // L1_COD, L1_FEC_TYPE, L1_POST_SIZE, L1_POST_INFO_SIZE
     const int pattern = number(bits, 4);
     l1.pilotPattern = pattern < 8 ? pattern + 1 : 0;
@@ -91,16 +57,16 @@ T2Signalling::Plp readPlp(BitReader& bits)
 {
     T2Signalling::Plp plp;
     plp.id = number(bits, 8);
-    plp.type = plpType(bits.take(3));
-    plp.payload = payloadType(bits.take(5));
+    plp.type = codedText(plpTypes, bits.take(3));
+    plp.payload = codedText(plpPayloads, bits.take(5));
     bits.take(1 + 3 + 8); // FF_FLAG, FIRST_RF_IDX, FIRST_FRAME_IDX
     plp.group = number(bits, 8);
-    plp.codeRate = plpCodeRate(bits.take(3));
-    plp.modulation = plpModulation(bits.take(3));
+    plp.codeRate = codedText(plpCodeRates, bits.take(3));
+    plp.modulation = codedText(plpModulations, bits.take(3));
     plp.rotated = bits.flag();
     bits.take(2 + 10 + 8 + 8); // PLP_FEC_TYPE, PLP_NUM_BLOCKS_MAX, FRAME_INTERVAL, TIME_IL_LENGTH
     bits.take(1 + 1 + 1 + 11); // TIME_IL_TYPE, IN_BAND_A_FLAG, IN_BAND_B_FLAG, RESERVED_1
-    plp.mode = plpMode(bits.take(2));
+    plp.mode = codedText(plpModes, bits.take(2));
     bits.take(1 + 1); // STATIC_FLAG, STATIC_PADDING_FLAG
     return plp;
 }

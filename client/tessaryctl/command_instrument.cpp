@@ -35,7 +35,7 @@ std::string fpgaText(const VersionInfo& info)
 void version(Context& context)
 {
     const VersionInfo info = parseVersion(context.controller().version());
-    const bool started = context.memory().sawStart();
+    const bool started = context.memory().startsSeen() > 0;
     if (context.json()) {
         Json value = jsonOfVersion(info);
         value["started"] = started;

@@ -60,7 +60,7 @@ public:
     {
         if (m_controller == nullptr) {
             m_controller = &m_context.controller(answerSeconds);
-            m_starts = 0;
+            m_starts = m_context.memory().startsSeen();
         }
         m_controller->settle();
         if (m_server.has_value())
@@ -68,7 +68,11 @@ public:
     }
 
     /// Tells once that the instrument has started anew; it may have done so between two questions.
-    bool restarted() { return std::exchange(m_starts, m_controller->startsSeen()) != m_starts; }
+    bool restarted()
+    {
+        const int before = std::exchange(m_starts, m_context.memory().startsSeen());
+        return m_starts != before;
+    }
 
     /// After a failure; a line that has not just been silent has to be opened anew.
     void fail(bool silent)
@@ -138,8 +142,6 @@ private:
         try {
             if (m_lost)
                 m_connection.open();
-            if (m_connection.restarted())
-                restarted();
             m_lost = false;
             read(*m_connection.controller());
             return true;
@@ -162,8 +164,7 @@ private:
     void restarted()
     {
         m_log.lost(Loss::Answer, MeasurementLog::Moment::now(), "the instrument has restarted");
-        if (!m_lost)
-            m_connection.open(); // so shortly away that only its greeting tells
+        m_connection.open();
     }
 
     void read(Controller& controller)
@@ -171,6 +172,8 @@ private:
         const auto asked = Clock::now();
         const auto figures = controller.measurement();
         const auto now = MeasurementLog::Moment::now();
+        if (m_connection.restarted()) // figures of another server, perhaps, which it has at the start
+            return restarted();
         if (!figures.has_value())
             return m_log.lost(Loss::Link, now, "");
         if (!m_log.add({asked, now.steady, *figures}, now.wall))

@@ -168,7 +168,7 @@ void InstrumentMemory::carriedOut(std::string_view command, bool surely)
 
 void InstrumentMemory::greeted()
 {
-    m_sawStart = true;
+    ++m_startsSeen;
     m_server = Server{serverAfterStart, isoTime(std::chrono::system_clock::now())};
     m_source = Source::None;
     save();

@@ -34,8 +34,8 @@ public:
     /// Names of the services that were seen last, for completion.
     const std::vector<std::string>& services() const { return m_services; }
     void setServices(std::vector<std::string> names);
-    /// The greeting has been read by this process.
-    bool sawStart() const { return m_sawStart; }
+    /// How many greetings this process has read.
+    int startsSeen() const { return m_startsSeen; }
 
 private:
     void load();
@@ -47,7 +47,7 @@ private:
     std::optional<Server> m_server;
     Source m_source = Source::Unknown;
     std::vector<std::string> m_services;
-    bool m_sawStart = false;
+    int m_startsSeen = 0;
 };
 
 } // namespace tessary::ctl

@@ -83,9 +83,9 @@ TEST_F(Memory, AStartThatIsSeenPutsEverythingBack)
     EXPECT_EQ(serverAfter("server=UDP 239.0.0.9 999"), "udp://239.0.0.9:999");
     EXPECT_EQ(sourceAfter("PVR_scan"), Source::Recording);
     InstrumentMemory memory(port);
-    EXPECT_FALSE(memory.sawStart());
+    EXPECT_EQ(memory.startsSeen(), 0);
     memory.greeted();
-    EXPECT_TRUE(memory.sawStart());
+    EXPECT_EQ(memory.startsSeen(), 1);
     EXPECT_EQ(memory.server()->url, "udp://239.0.0.1:1234");
     EXPECT_EQ(InstrumentMemory(port).source(), Source::None);
 }
