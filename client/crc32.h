@@ -1,3 +1,4 @@
+// The controller's own: it shares nothing with the daemon, whose update receiver compares this checksum.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 // Looks and listens whether what comes out of the virtual instrument is what a program should show and sound.
 
-#include "demo/picture.h"
+#include "demo/judge.h"
 #include "demo/sound.h"
 
 #include <chrono>
@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iomanip>
 #include <iostream>
 #include <optional>
 #include <regex>
@@ -23,9 +22,6 @@ using namespace tessary;
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr int colourTolerance = 40; // levels; the picture went through a lossy coder and a colour conversion
-constexpr double hertzTolerance = 5;
-constexpr double pureShare = 0.8;
 constexpr double cleanSeconds = 3; // of sound that the tone must have filled, so that it is no mere beginning
 
 constexpr const char* usage =
@@ -108,16 +104,10 @@ Options parse(int argc, char** argv)
     return options;
 }
 
-/// What was found, in words, and whether it is as it should be.
-struct Finding
+observe::Judgement withVerdict(observe::Judgement found)
 {
-    bool right = false;
-    std::string words;
-};
-
-std::string verdict(bool right)
-{
-    return right ? ": right" : ": WRONG";
+    found.words += found.right ? ": right" : ": WRONG";
+    return found;
 }
 
 /// Pictures that the display has shown since the program was chosen.
@@ -131,45 +121,19 @@ unsigned long framesShown(const Options& options)
     return std::regex_search(report, found, std::regex(R"("frames":([0-9]+))")) ? std::stoul(found[1]) : 0;
 }
 
-Finding lookForNone(const Options& options)
+observe::Judgement lookAtPicture(const Options& options)
 {
+    if (options.colour.has_value())
+        return withVerdict(
+            observe::judgePicture((options.runDir / "io/display.ppm").string(), *options.colour));
     const unsigned long frames = framesShown(options);
-    return {frames == 0, std::to_string(frames) + " pictures shown, none expected" + verdict(frames == 0)};
+    return withVerdict({frames == 0, std::to_string(frames) + " pictures shown, none expected"});
 }
 
-Finding lookAtPicture(const Options& options)
+observe::Judgement listenToSound(const Options& options)
 {
-    const observe::Picture picture = observe::readPpm((options.runDir / "io/display.ppm").string());
-    double share = 0;
-    const observe::Rgb colour = observe::dominantColour(picture, &share);
-    const bool right = observe::isNear(colour, *options.colour, colourTolerance) && share > 0.5;
-    std::ostringstream words;
-    words << picture.width << 'x' << picture.height << ", " << std::lround(share * 100) << " % of it "
-          << observe::colourText(colour) << ", expected " << observe::colourText(*options.colour)
-          << verdict(right);
-    return {right, words.str()};
-}
-
-Finding listenToSound(const Options& options)
-{
-    const observe::Sound sound = observe::readWav((options.runDir / "io/sound.wav").string());
-    const observe::Tone tone = observe::strongestTone(sound);
-    const bool right = std::abs(tone.hertz - options.hertz) <= hertzTolerance && tone.share > pureShare
-        && sound.seconds() >= cleanSeconds;
-    std::ostringstream words;
-    words << std::fixed << std::setprecision(1) << sound.seconds() << " s, tone of " << tone.hertz
-          << " Hz, expected " << options.hertz << " Hz" << verdict(right);
-    return {right, words.str()};
-}
-
-/// A file that is not there yet, or is none yet, is a finding too.
-template <typename Look> Finding tried(Look look, const Options& options)
-{
-    try {
-        return look(options);
-    } catch (const std::runtime_error& error) {
-        return {false, error.what() + verdict(false)};
-    }
+    return withVerdict(
+        observe::judgeSound((options.runDir / "io/sound.wav").string(), options.hertz, 1.0, cleanSeconds));
 }
 
 /// The picture as the display shows it, as PNG where ffmpeg can make one. Nothing without a picture.
@@ -201,11 +165,11 @@ fs::path keepSound(const Options& options)
 bool lookAndListen(const Options& options)
 {
     const auto deadline = Clock::now() + std::chrono::duration<double>(options.wait);
-    Finding heard;
-    Finding seen;
+    observe::Judgement heard;
+    observe::Judgement seen;
     do {
-        heard = tried(listenToSound, options);
-        seen = tried(options.colour.has_value() ? lookAtPicture : lookForNone, options);
+        heard = listenToSound(options);
+        seen = lookAtPicture(options);
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
     } while (!(heard.right && seen.right) && Clock::now() < deadline);
     std::cout << "\npicture  " << keepPicture(options).string() << "\n    " << seen.words << "\nsound    "

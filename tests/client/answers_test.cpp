@@ -1,11 +1,11 @@
 #include "client/answererror.h"
-#include "client/crc32.h"
 #include "client/ebs.h"
 #include "client/instrumentsettings.h"
 #include "client/measurement.h"
 #include "client/streamtables.h"
 #include "client/t2mipacket.h"
-#include "sectionbuilder.h"
+#include "kit/crc.h"
+#include "kit/sections.h"
 
 #include <gtest/gtest.h>
 #include <limits>
@@ -163,11 +163,7 @@ TEST(InterfaceSettings, AStaticAddressStandsFirst)
 
 Bytes basebandPacket()
 {
-    Bytes bytes{0x00, 0x2a, 0x30, 0x05, 0x00, 0x20, 0x07, 0x66, 0x80, 0x11};
-    const std::uint32_t crc = crc32Mpeg(bytes.data(), bytes.size());
-    for (unsigned shift = 32; shift > 0; shift -= 8)
-        bytes.push_back(static_cast<std::uint8_t>(crc >> (shift - 8)));
-    return bytes;
+    return withCrc32({0x00, 0x2a, 0x30, 0x05, 0x00, 0x20, 0x07, 0x66, 0x80, 0x11});
 }
 
 TEST(T2miPacket, HeaderAndBasebandFrameAreTakenApart)
@@ -201,15 +197,11 @@ TEST(T2miPacket, SizeIsThatOfTheHeaderAndDamageShows)
 
 Bytes sdtSection(std::uint8_t number, std::uint8_t last, std::uint16_t id, const std::string& name)
 {
-    Bytes loop = makeLoop(serviceDescriptor(1, "", name));
-    const Bytes body = join(
-        {{0x20, 0x01, 0xFF, static_cast<std::uint8_t>(id >> 8U), static_cast<std::uint8_t>(id), 0xFC}, loop});
-    Bytes section = makeSection(0x42, 1, body, number);
-    section[7] = last;
-    const std::uint32_t crc = crc32Mpeg(section.data(), section.size() - 4);
-    for (std::size_t i = 0; i < 4; ++i)
-        section[section.size() - 4 + i] = static_cast<std::uint8_t>(crc >> (24 - 8 * i));
-    return section;
+    Bytes body{0x20, 0x01, 0xFF};
+    append16(body, id);
+    body.push_back(0xFC);
+    append(body, makeLoop(serviceDescriptor(1, "", name)));
+    return makeSection(0x42, 1, body, {number, last});
 }
 
 TEST(ServiceTable, SectionsThatAccumulatedCountOnce)

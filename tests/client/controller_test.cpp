@@ -1,7 +1,7 @@
 #include "client/controller.h"
 #include "client/lineerror.h"
 #include "farend.h"
-#include "sectionbuilder.h"
+#include "kit/sections.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "client/delivery.h"
 
 #include "client/sections.h"
-#include "oracle.h"
+#include "kit/oracle.h"
 
 #include <gtest/gtest.h>
 

@@ -29,7 +29,7 @@ TEST(Requests, AreTheRowsOfTheProtocolPageInItsOrder)
     std::vector<std::string> words;
     for (const Request* request : request::all)
         words.emplace_back(request->word);
-    EXPECT_EQ(words.size(), 34U);
+    ASSERT_FALSE(words.empty());
     EXPECT_EQ(words, wordsOfThePage());
 }
 

@@ -1,6 +1,6 @@
 #include "client/sections.h"
 #include "client/tables.h"
-#include "oracle.h"
+#include "kit/oracle.h"
 
 #include <gtest/gtest.h>
 #include <QJsonArray>

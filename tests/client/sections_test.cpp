@@ -1,5 +1,5 @@
 #include "client/sections.h"
-#include "sectionbuilder.h"
+#include "kit/sections.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -36,7 +36,7 @@ TEST(SplitSections, GivesNothingForNothing)
 TEST(SplitSections, CutsAChainByTheSectionsOwnLengths)
 {
     const Bytes longer = makeSection(0x42, 7, Bytes(300, 0xAA));
-    const Bytes shorter = makeSection(0x42, 7, Bytes(20, 0xBB), 1);
+    const Bytes shorter = makeSection(0x42, 7, Bytes(20, 0xBB), {1, 1});
     const Bytes nit = makeSection(0x40, 9, {0xF0, 0x00, 0xF0, 0x00});
     const SplitResult result = splitSections(join({longer, shorter, nit}));
     ASSERT_EQ(result.sections.size(), 3U);

@@ -1,33 +1,16 @@
-#include "client/crc32.h"
 #include "client/t2mipacket.h"
-#include "sectionbuilder.h"
+#include "kit/t2mi.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace tessary::client;
-using tessary::test::join;
+using namespace tessary::test;
 
-/// A packet of this type with header and CRC-32 around the payload.
 Bytes packetOf(std::uint8_t type, const Bytes& payload)
 {
-    const std::size_t bits = 8 * payload.size();
-    Bytes bytes = join(
-        {{type, 0x07, 0x10, 0x00, static_cast<std::uint8_t>(bits >> 8U), static_cast<std::uint8_t>(bits)},
-            payload});
-    const std::uint32_t crc = crc32Mpeg(bytes.data(), bytes.size());
-    for (const unsigned shift : {24U, 16U, 8U, 0U})
-        bytes.push_back(static_cast<std::uint8_t>(crc >> shift));
-    return bytes;
-}
-
-Bytes fromHex(const std::string& hex)
-{
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-    return bytes;
+    return t2miPacket(type, 7, payload);
 }
 
 // A whole L1-current packet of a recorded modulator with the one PLP 102.

@@ -1,6 +1,6 @@
 #include "client/mpegtsnames.h"
 #include "client/tables.h"
-#include "sectionbuilder.h"
+#include "kit/sections.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,12 @@ using namespace tessary::test;
 
 namespace {
 
-Bytes sdtBody(std::initializer_list<Bytes> services)
+Section onlySection(const Bytes& bytes)
+{
+    return splitSections(bytes).sections.at(0);
+}
+
+Bytes sdtBody(const std::vector<Bytes>& services)
 {
     return join({{0x20, 0x01, 0xFF}, join(services)});
 }

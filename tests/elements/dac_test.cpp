@@ -1,6 +1,6 @@
 // The sound converter's ALSA device, alone and below GStreamer's alsasink.
+#include "kit/samples.h"
 #include "platform.h"
-#include "samples.h"
 
 #include <alsa/asoundlib.h>
 #include <gtest/gtest.h>
@@ -90,7 +90,7 @@ protected:
 /// Monotonic time at which the converter's report says that the first sound came out; 0 without a report.
 std::int64_t reportedSoundNs()
 {
-    const auto bytes = readFile(scratchFolder() + "/sound.json");
+    const auto bytes = tessary::test::bytesOfFile(scratchFolder() + "/sound.json");
     const std::string text(bytes.begin(), bytes.end());
     std::int64_t ns = 0;
     return std::sscanf(text.c_str(), "{\"first_sound_ns\":%" SCNd64 "}", &ns) == 1 ? ns : 0;
@@ -118,7 +118,7 @@ std::uint32_t little(const std::vector<std::uint8_t>& bytes, std::size_t at, uns
 
 Sound readSound()
 {
-    const auto bytes = readFile(scratchFolder() + "/sound.wav");
+    const auto bytes = tessary::test::bytesOfFile(scratchFolder() + "/sound.wav");
     Sound sound;
     if (bytes.size() < 44)
         return sound;

@@ -1,6 +1,6 @@
 // The display and the video decoder.
+#include "kit/samples.h"
 #include "platform.h"
-#include "samples.h"
 
 #include <gst/check/gstharness.h>
 #include <gst/video/video.h>
@@ -24,7 +24,7 @@ std::string display()
 /// The report beside the picture, as text.
 std::string report()
 {
-    const auto bytes = readFile(scratchFolder() + "/display.json");
+    const auto bytes = tessary::test::bytesOfFile(scratchFolder() + "/display.json");
     return {bytes.begin(), bytes.end()};
 }
 
@@ -52,7 +52,7 @@ struct Picture
 
 Picture readPicture()
 {
-    const auto bytes = readFile(picturePath());
+    const auto bytes = tessary::test::bytesOfFile(picturePath());
     const std::string text(bytes.begin(), bytes.end());
     Picture picture;
     int headBytes = 0;
@@ -83,11 +83,12 @@ void linkToQueue(GstElement*, GstPad* pad, gpointer queue)
 
 void expectThirtyPicturesOf(const std::string& sample, int width, int height)
 {
-    if (readSample(sample).empty())
-        GTEST_SKIP() << "no recorded streams in " << samplesFolder();
+    const auto path = tessary::test::samplePath(sample);
+    if (!path.has_value())
+        GTEST_SKIP() << tessary::test::missingSample(sample);
     loadPlugins({"typefindfunctions", "playback", "mpegtsdemux", "videoparsersbad", "libav"});
-    Pipeline pipeline("filesrc location=" + samplesFolder() + "/" + sample
-        + " ! queue ! decodebin name=decoder queue name=decoded ! " + display() + " sync=false");
+    Pipeline pipeline("filesrc location=" + *path + " ! queue ! decodebin name=decoder queue name=decoded ! "
+        + display() + " sync=false");
     g_signal_connect(
         pipeline.element("decoder"), "pad-added", G_CALLBACK(linkToQueue), pipeline.element("decoded"));
     g_signal_connect(pipeline.element("decoder"), "autoplug-select", G_CALLBACK(skipParsers), nullptr);

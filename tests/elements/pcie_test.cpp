@@ -1,6 +1,6 @@
+#include "kit/packets.h"
+#include "kit/t2mi.h"
 #include "platform.h"
-#include "samples.h"
-#include "t2mibuilder.h"
 
 #include "streampace.h"
 
@@ -17,20 +17,16 @@
 #include <cstdio>
 
 using tessary::test::Bytes;
+using tessary::test::bytesOfFile;
 using tessary::test::join;
 using tessary::test::userPacket;
+using tessary::test::writeBytes;
 
 namespace {
 
 std::string place(const std::string& name)
 {
     return scratchFolder() + "/" + name;
-}
-
-void writeFile(const std::string& path, const Bytes& bytes)
-{
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 Bytes somePackets(unsigned count, unsigned first = 0)
@@ -48,15 +44,8 @@ std::string source(const std::string& path, const std::string& properties)
 
 Bytes pcrPacket(std::uint64_t pcr27MHz, int pid = 0x100)
 {
-    Bytes packet = tessary::test::nullPacket();
-    const std::uint64_t base = pcr27MHz / 300;
-    const std::uint64_t extension = pcr27MHz % 300;
-    const auto byte = [](std::uint64_t value) { return static_cast<std::uint8_t>(value & 0xFFU); };
-    const Bytes head{0x47, byte(static_cast<std::uint64_t>(pid) >> 8), byte(static_cast<std::uint64_t>(pid)),
-        0x20, 183, 0x10, byte(base >> 25), byte(base >> 17), byte(base >> 9), byte(base >> 1),
-        byte(base << 7 | 0x7E | extension >> 8), byte(extension)};
-    std::copy(head.begin(), head.end(), packet.begin());
-    return packet;
+    const Bytes pcr = tessary::test::pcrField(pcr27MHz / 300, static_cast<unsigned>(pcr27MHz % 300));
+    return tessary::test::makePacket(static_cast<unsigned>(pid), 0, {tessary::test::adaptationOnly, pcr});
 }
 
 // A clock reference every tenth packet, `step` units of 27 MHz apart, from `start` on.
@@ -130,7 +119,7 @@ TEST(PcieSrc, IsALiveSourceWithThePlatformsProperties)
 TEST(PcieSrc, PlaysAFileUnchangedInBlocks)
 {
     const Bytes stream = somePackets(250);
-    writeFile(place("in.ts"), stream);
+    writeBytes(place("in.ts"), stream);
     Pipeline pipeline(source(place("in.ts"), "loop=false blocksize=18800 bitrate=20000000"));
     const Collector collector(pipeline);
     EXPECT_EQ(pipeline.playToEnd(), "");
@@ -146,7 +135,7 @@ TEST(PcieSrc, PlaysAFileUnchangedInBlocks)
 // 25,000 bytes at 400 kbit/s last half a second.
 TEST(PcieSrc, KeepsTheBitRate)
 {
-    writeFile(place("in.ts"), Bytes(25000, 0x47));
+    writeBytes(place("in.ts"), Bytes(25000, 0x47));
     Pipeline pipeline(source(place("in.ts"), "loop=false blocksize=1000 bitrate=400000"));
     const Collector collector(pipeline);
     const auto begin = std::chrono::steady_clock::now();
@@ -159,7 +148,7 @@ TEST(PcieSrc, KeepsTheBitRate)
 TEST(PcieSrc, KeepsThePaceOfTheClockReferences)
 {
     const Bytes stream = clockedStream(5000, 270000, 10);
-    writeFile(place("in.ts"), stream);
+    writeBytes(place("in.ts"), stream);
     Pipeline pipeline(source(place("in.ts"), "blocksize=1880"));
     const Collector collector(pipeline);
     const auto begin = std::chrono::steady_clock::now();
@@ -171,7 +160,7 @@ TEST(PcieSrc, KeepsThePaceOfTheClockReferences)
 TEST(PcieSrc, StartsAgainAtTheEndAndMarksIt)
 {
     const Bytes stream = somePackets(20);
-    writeFile(place("in.ts"), stream);
+    writeBytes(place("in.ts"), stream);
     Pipeline pipeline(source(place("in.ts"), "blocksize=1880 bitrate=50000000"));
     const Collector collector(pipeline);
     pipeline.setState(GST_STATE_PLAYING);
@@ -205,7 +194,7 @@ TEST(PcieSrc, PlaysAFileThatAppearsLater)
     const Collector collector(pipeline);
     pipeline.setState(GST_STATE_PLAYING);
     EXPECT_FALSE(collector.waitForBytes(1, std::chrono::milliseconds(200)));
-    writeFile(place("part.ts"), stream);
+    writeBytes(place("part.ts"), stream);
     std::rename(place("part.ts").c_str(), place("later.ts").c_str());
     EXPECT_TRUE(collector.waitForBytes(stream.size()));
     EXPECT_EQ(collector.bytes(), stream);
@@ -213,13 +202,13 @@ TEST(PcieSrc, PlaysAFileThatAppearsLater)
 
 TEST(PcieSrc, FollowsAFileThatIsReplacedAndOneThatIsTakenAway)
 {
-    writeFile(place("in.ts"), somePackets(20));
+    writeBytes(place("in.ts"), somePackets(20));
     Pipeline pipeline(source(place("in.ts"), "blocksize=188 bitrate=1000000"));
     const Collector collector(pipeline);
     pipeline.setState(GST_STATE_PLAYING);
     ASSERT_TRUE(collector.waitForBytes(188));
     const Bytes other = userPacket(1000);
-    writeFile(place("part.ts"), other);
+    writeBytes(place("part.ts"), other);
     std::rename(place("part.ts").c_str(), place("in.ts").c_str());
     EXPECT_TRUE(waitFor([&] {
         const auto blocks = collector.blocks();
@@ -262,7 +251,7 @@ TEST(PcieSrc, DeliversAFifosBytesAsTheyComeFromOneWriterAfterTheOther)
 TEST(PcieSrc, PlaysAgainAfterItWasStopped)
 {
     const Bytes stream = somePackets(10);
-    writeFile(place("in.ts"), stream);
+    writeBytes(place("in.ts"), stream);
     Pipeline pipeline(source(place("in.ts"), "loop=false bitrate=50000000"));
     for (int round = 0; round < 2; ++round) {
         const Collector collector(pipeline);
@@ -274,7 +263,7 @@ TEST(PcieSrc, PlaysAgainAfterItWasStopped)
 TEST(PcieSink, HasEachBufferInTheFileAtOnce)
 {
     const std::string path = place("out.ts");
-    writeFile(path, Bytes(100000, 1)); // of an earlier run: emptied at the start
+    writeBytes(path, Bytes(100000, 1)); // of an earlier run: emptied at the start
     GstHarness* harness = gst_harness_new_parse(("pciesink location=" + path).c_str());
     gst_harness_set_src_caps_str(harness, "video/mpegts");
     Bytes sent;
@@ -284,7 +273,7 @@ TEST(PcieSink, HasEachBufferInTheFileAtOnce)
         gst_buffer_fill(buffer, 0, packet.data(), packet.size());
         ASSERT_EQ(gst_harness_push(harness, buffer), GST_FLOW_OK);
         sent.insert(sent.end(), packet.begin(), packet.end());
-        EXPECT_EQ(readFile(path), sent);
+        EXPECT_EQ(bytesOfFile(path), sent);
     }
     gst_harness_teardown(harness);
 }

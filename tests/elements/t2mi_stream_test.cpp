@@ -1,6 +1,7 @@
 // The T2-MI extractor against a recorded stream, and against damaged input.
-#include "samples.h"
-#include "t2mibuilder.h"
+#include "kit/packets.h"
+#include "kit/samples.h"
+#include "kit/t2mi.h"
 
 #include "t2mi/crc.h"
 #include "t2mi/extractor.h"
@@ -34,10 +35,10 @@ Bytes extractInChunks(const Bytes& stream, std::size_t chunk, t2mi::Extractor& e
 
 TEST(RecordedT2Mi, HoldsTheReferenceStreamFromItsStartToTheEnd)
 {
-    const Bytes outer = readSample("t2mi-plp102.ts");
-    const Bytes reference = readSample("t2mi-plp102.inner.ts");
+    const Bytes outer = bytesOfSample("t2mi-plp102.ts");
+    const Bytes reference = bytesOfSample("t2mi-plp102.inner.ts");
     if (outer.empty() || reference.empty())
-        GTEST_SKIP() << "no recorded streams in " << samplesFolder();
+        GTEST_SKIP() << missingSample("t2mi-plp102.ts");
     t2mi::Extractor extractor(kSamplePid, kSamplePlp);
     const Bytes inner = extractInChunks(outer, 7 * 188, extractor);
     ASSERT_EQ(inner.size(), kInnerPackets * 188);
@@ -55,9 +56,9 @@ TEST(RecordedT2Mi, HoldsTheReferenceStreamFromItsStartToTheEnd)
 
 TEST(RecordedT2Mi, GivesTheSameInChunksOfAnySize)
 {
-    const Bytes outer = readSample("t2mi-plp102.ts");
+    const Bytes outer = bytesOfSample("t2mi-plp102.ts");
     if (outer.empty())
-        GTEST_SKIP() << "no recorded streams in " << samplesFolder();
+        GTEST_SKIP() << missingSample("t2mi-plp102.ts");
     t2mi::Extractor whole(kSamplePid, kSamplePlp);
     const Bytes expected = extractInChunks(outer, outer.size(), whole);
     for (const std::size_t chunk : {101U, 188U, 1000U, 4096U}) {
@@ -68,9 +69,9 @@ TEST(RecordedT2Mi, GivesTheSameInChunksOfAnySize)
 
 TEST(RecordedT2Mi, HasNothingForAnotherPlpOrPid)
 {
-    const Bytes outer = readSample("t2mi-plp102.ts");
+    const Bytes outer = bytesOfSample("t2mi-plp102.ts");
     if (outer.empty())
-        GTEST_SKIP() << "no recorded streams in " << samplesFolder();
+        GTEST_SKIP() << missingSample("t2mi-plp102.ts");
     t2mi::Extractor otherPlp(kSamplePid, kSamplePlp + 1);
     EXPECT_TRUE(extractInChunks(outer, 1316, otherPlp).empty());
     EXPECT_FALSE(otherPlp.lastPacket().empty());

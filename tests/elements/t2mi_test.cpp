@@ -1,5 +1,6 @@
 // The T2-MI extractor without GStreamer, against streams made after the standards' text.
-#include "t2mibuilder.h"
+#include "kit/packets.h"
+#include "kit/t2mi.h"
 
 #include "t2mi/crc.h"
 #include "t2mi/extractor.h"
@@ -299,10 +300,7 @@ TEST(T2MiDemux, IgnoresPacketsWithoutPayload)
 {
     const auto packets = somePackets(10);
     auto ts = tsPackets(t2miFrames(basebandFrames(packets, ModeOptions(), 600)));
-    Bytes adaptationOnly(188, 0xFF);
-    const Bytes head{0x47, 0x00, kPid, 0x20, 183, 0x00};
-    std::copy(head.begin(), head.end(), adaptationOnly.begin());
-    ts.insert(ts.begin() + 2, adaptationOnly);
+    ts.insert(ts.begin() + 2, packetWithoutPayload(kPid, 0));
     EXPECT_EQ(extract(join(ts)), join(packets));
 }
 

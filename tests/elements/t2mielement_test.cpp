@@ -1,6 +1,7 @@
+#include "kit/packets.h"
+#include "kit/samples.h"
+#include "kit/t2mi.h"
 #include "platform.h"
-#include "samples.h"
-#include "t2mibuilder.h"
 
 #include <gst/check/gstharness.h>
 #include <gtest/gtest.h>
@@ -158,11 +159,11 @@ TEST(T2MiElement, IsNotSeekableAndKnowsNoLengthInBytes)
 
 TEST(T2MiElement, ExtractsTheRecordedStreamAgainOnASecondStart)
 {
-    const Bytes reference = readSample("t2mi-plp102.inner.ts");
+    const Bytes reference = bytesOfSample("t2mi-plp102.inner.ts");
     if (reference.empty())
-        GTEST_SKIP() << "no recorded streams in " << samplesFolder();
-    Pipeline pipeline("filesrc blocksize=1316 location=" + samplesFolder()
-        + "/t2mi-plp102.ts ! t2mi pid=64 plpid=102 ! fakesink name=out");
+        GTEST_SKIP() << missingSample("t2mi-plp102.inner.ts");
+    Pipeline pipeline("filesrc blocksize=1316 location=" + samplePath("t2mi-plp102.ts").value()
+        + " ! t2mi pid=64 plpid=102 ! fakesink name=out");
     for (int round = 0; round < 2; ++round) {
         const Collector collector(pipeline);
         EXPECT_EQ(pipeline.playToEnd(), "");

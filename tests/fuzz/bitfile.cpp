@@ -1,8 +1,8 @@
 // GetFpgaVersion: a bitstream file of any bytes.
 //
 // Input: the file. An empty input stands for no file at all.
-#include "support/containment.h"
 #include "support/input.h"
+#include "support/quiet.h"
 #include "system/system_config.h"
 
 #include <cstdio>
@@ -13,8 +13,6 @@
 namespace {
 
 constexpr const char* bitfile = "/home/ondrak/Tessary/Tessary.bit";
-
-void silent(QtMsgType, const QMessageLogContext&, const QString&) { }
 
 void store(const std::uint8_t* bytes, std::size_t size)
 {
@@ -39,8 +37,7 @@ bool isKnown(const std::string& text)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    requireContainment();
-    qInstallMessageHandler(silent);
+    startQuietly();
     return 0;
 }
 

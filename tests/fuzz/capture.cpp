@@ -4,8 +4,8 @@
 // wire (4, else as captured), by flag 2 a time stamp (8 + 4, else microseconds since the frame before, 4),
 // the bytes. Flag 4: the UDP length field is made to fit the captured bytes.
 #include "measure/ethernetmeasurement.h"
-#include "support/containment.h"
 #include "support/input.h"
+#include "support/quiet.h"
 
 #include <new>
 #include <QtGlobal>
@@ -15,8 +15,6 @@ namespace {
 constexpr std::size_t maxRecords = 1024;
 constexpr std::size_t udpLengthOffset = 38;
 constexpr std::size_t ipHeaders = 34;
-
-void silent(QtMsgType, const QMessageLogContext&, const QString&) { }
 
 /// Time stamp of the next frame. Sums wrap: what a clock may not show is part of the input.
 timeval timeStamp(Input& input, bool absolute, timeval before)
@@ -58,8 +56,7 @@ void check(ETHERNETMeasurement& measurement)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    requireContainment();
-    qInstallMessageHandler(silent);
+    startQuietly();
     return 0;
 }
 

@@ -6,7 +6,6 @@
 #include "client/controller.h"
 #include "client/answererror.h"
 #include "client/conditionalaccess.h"
-#include "client/crc32.h"
 #include "client/delivery.h"
 #include "client/languages.h"
 #include "client/lineerror.h"
@@ -15,6 +14,7 @@
 #include "client/streamkind.h"
 #include "client/streamtables.h"
 #include "client/t2mipacket.h"
+#include "kit/sections.h"
 #include "support/containment.h"
 #include "support/input.h"
 #include "support/scriptedline.h"
@@ -92,15 +92,9 @@ void decodeSoundSections(const Bytes& bytes)
     while (!input.empty()) {
         const std::uint8_t table = tables[input.byte() % tables.size()];
         Bytes section = input.bytes(input.number(2) % (longestSection - 4));
-        section.resize(std::max<std::size_t>(section.size(), 8));
-        const std::size_t length = section.size() + 4 - 3;
+        section.resize(std::max<std::size_t>(section.size(), 1));
         section[0] = table;
-        section[1] = static_cast<std::uint8_t>(0xB0U | length >> 8);
-        section[2] = static_cast<std::uint8_t>(length);
-        const std::uint32_t crc = crc32Mpeg(section.data(), section.size());
-        chain.insert(chain.end(), section.begin(), section.end());
-        for (unsigned shift = 32; shift > 0; shift -= 8)
-            chain.push_back(static_cast<std::uint8_t>(crc >> (shift - 8)));
+        tessary::test::append(chain, tessary::test::soundSection(section));
     }
     FUZZ_REQUIRE(splitSections(chain).whole());
     decodeSections(chain);

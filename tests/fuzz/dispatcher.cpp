@@ -4,25 +4,27 @@
 // Input: surroundings (1 byte, see below), then what the controller sends. Not real are the serial line, the
 // shell and the programs behind it, the interface's state, the DAB receiver's socket and the passing of time.
 #include "app/worker.h"
+#include "kit/packets.h"
+#include "kit/sections.h"
 #include "link/serialport.h"
-#include "madesections.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/filesource.h"
-#include "support/containment.h"
 #include "support/fakeline.h"
 #include "support/fakemachine.h"
 #include "support/fakereceiver.h"
 #include "support/gstreamer.h"
 #include "support/input.h"
+#include "support/quiet.h"
 #include "system/mydata.h"
 #include "system/network.h"
 #include "tests/unit/support/virtualtime.h"
 
 #include <cstdio>
 #include <poll.h>
-#include <QCoreApplication>
 
 namespace {
+
+using namespace tessary::test;
 
 enum Surroundings : unsigned {
     linkDown = 1, ///< the wired interface has no link
@@ -40,26 +42,12 @@ constexpr int mostTableWaits = 100; // of 2 ms
 
 Worker* worker = nullptr;
 
-void silent(QtMsgType, const QMessageLogContext&, const QString&) { }
-
-/// The transport stream packet that holds one section.
-std::string packetOf(unsigned pid, const madesections::Bytes& section)
-{
-    std::string packet{'\x47', static_cast<char>(0x40U | pid >> 8), static_cast<char>(pid), '\x10', '\0'};
-    packet.append(section.begin(), section.end());
-    packet.resize(188, '\xFF');
-    return packet;
-}
-
 /// A recording on the card, for the commands that read it: the tables of two programs, over and over.
 void makeRecording()
 {
-    std::string tables;
-    tables += packetOf(0, madesections::pat({0, 1, 2}));
-    tables += packetOf(0x101, madesections::pmt(1));
-    tables += packetOf(0x102, madesections::pmt(2, 0x300));
-    tables += packetOf(0x10, madesections::nit(0, "Desk network"));
-    tables += packetOf(0x11, madesections::sdt({1, 2}, 60));
+    const Bytes tables = join(
+        {packetsOf(0, makePat({0, 1, 2})), packetsOf(0x101, makePmt(1)), packetsOf(0x102, makePmt(2, 0x300)),
+            packetsOf(0x10, makeNit(0, "Desk network")), packetsOf(0x11, makeSdt({1, 2}, 60))});
     std::FILE* file = std::fopen(recordingFile, "w");
     if (file == nullptr)
         return;
@@ -135,11 +123,8 @@ void end()
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments)
 {
-    requireContainment();
-    qInstallMessageHandler(silent);
-    prepareGStreamer();
-    [[maybe_unused]] static const auto* application =
-        new QCoreApplication(*argumentCount, *arguments); // ends with the process
+    startQuietly();
+    prepareGStreamer(*argumentCount, *arguments);
     makeRecording();
     const virtualtime::Scope waitsPassAtOnce;
     worker = new Worker;

@@ -5,27 +5,24 @@
 // Bit 0 set: sections: PID (2), flags (1), length (2), the bytes. Flag 1: table_id 0x00, 0x02, 0x40, 0x42,
 // 0x4E, 0x70 or 0x73 by the flags' upper bits, else as it stands. Each section gets its section_length and
 // CRC_32 and its transport stream packets.
-#include "client/crc32.h"
+#include "kit/packets.h"
+#include "kit/sections.h"
 #include "media/gstimpl.h"
-#include "support/containment.h"
 #include "support/gstreamer.h"
 #include "support/input.h"
+#include "support/quiet.h"
 
 #include <array>
 #include <map>
-#include <QCoreApplication>
 #include <sanitizer/lsan_interface.h>
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using namespace tessary::test;
 
-constexpr std::size_t packetBytes = 188;
 constexpr std::size_t longestSection = 4096;
 
 gstImpl* tables = nullptr;
-
-void silent(QtMsgType, const QMessageLogContext&, const QString&) { }
 
 /// As the bus loop hands sections on.
 GstBusSyncReply takeMessage(GstBus*, GstMessage* message, gpointer)
@@ -118,44 +115,24 @@ private:
     GstPad* m_sink;
 };
 
-void makeSound(Bytes& section, unsigned flags)
+Bytes madeSound(Bytes section, unsigned flags)
 {
     static constexpr std::array<std::uint8_t, 8> ids{0x00, 0x02, 0x40, 0x42, 0x4E, 0x70, 0x73, 0x46};
-    section.resize(std::max<std::size_t>(section.size() + 4, 12));
-    const std::size_t length = section.size() - 3;
+    section.resize(std::max<std::size_t>(section.size(), 1));
     if (flags & 1U)
         section[0] = ids[flags >> 5 & 7U];
-    section[1] = static_cast<std::uint8_t>((section[1] & 0x40U) | 0xB0U | length >> 8);
-    section[2] = static_cast<std::uint8_t>(length);
-    const std::uint32_t crc = tessary::client::crc32Mpeg(section.data(), section.size() - 4);
-    for (std::size_t i = 0; i < 4; ++i)
-        section[section.size() - 4 + i] = static_cast<std::uint8_t>(crc >> (24 - 8 * i));
+    return soundSection(section);
 }
 
 Bytes streamOfSections(Input& input)
 {
-    Bytes stream;
-    for (std::size_t i = 0; i < 10; ++i) { // null packets, so that the parser finds its step
-        stream.insert(stream.end(), {0x47, 0x1F, 0xFF, 0x10});
-        stream.resize((i + 1) * packetBytes, 0xFF);
-    }
+    Bytes stream = nullPackets(10); // so that the parser finds its step
     std::map<unsigned, unsigned> counters;
     while (!input.empty()) {
         const auto pid = static_cast<unsigned>(input.number(2) & 0x1FFFU);
         const unsigned flags = input.byte();
-        Bytes section = input.bytes(input.number(2) % (longestSection - 4));
-        makeSound(section, flags);
-        section.insert(section.begin(), 0); // pointer_field
-        for (std::size_t at = 0; at < section.size(); at += packetBytes - 4) {
-            const std::size_t begin = stream.size();
-            const std::size_t end = std::min(at + packetBytes - 4, section.size());
-            for (const unsigned byte :
-                {0x47U, (at == 0 ? 0x40U : 0U) | pid >> 8, pid & 0xFFU, 0x10U | (counters[pid]++ & 0x0FU)})
-                stream.push_back(static_cast<std::uint8_t>(byte));
-            stream.insert(stream.end(), section.begin() + static_cast<std::ptrdiff_t>(at),
-                section.begin() + static_cast<std::ptrdiff_t>(end));
-            stream.resize(begin + packetBytes, 0xFF);
-        }
+        const Bytes section = madeSound(input.bytes(input.number(2) % (longestSection - 4)), flags);
+        append(stream, packetsOf(pid, section, counters[pid]));
     }
     return stream;
 }
@@ -164,13 +141,8 @@ Bytes streamOfSections(Input& input)
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments)
 {
-    requireContainment();
-    qInstallMessageHandler(silent);
-    prepareGStreamer();
-    [[maybe_unused]] static const auto* application =
-        new QCoreApplication(*argumentCount, *arguments); // ends with the process
-    gst_init(nullptr, nullptr);
-    gst_mpegts_initialize();
+    startQuietly();
+    prepareGStreamer(*argumentCount, *arguments);
     loadElements();
     tables = new gstImpl(gst_bin_new("my_bin")); // ends with the process
     return 0;

@@ -3,14 +3,13 @@
 // Input: sections: kind (1 byte), length (2), the bytes. Kind, modulo 8: 0 PAT, 1 PMT, 2 NIT, 3 SDT, each
 // with its table_id, section_length and CRC_32 made right; 4 to 7 the same tables' PIDs with the bytes as
 // they stand. Kind 0x80: the tables are read in between; kind 0x40: they are emptied.
-#include "client/crc32.h"
+#include "kit/sections.h"
 #include "media/gstimpl.h"
-#include "support/containment.h"
 #include "support/gstreamer.h"
 #include "support/input.h"
+#include "support/quiet.h"
 
 #include <array>
-#include <QCoreApplication>
 
 namespace {
 
@@ -31,21 +30,6 @@ const std::array<Table, 4> tables{{
 
 constexpr std::size_t longestSection = 4096;
 constexpr std::size_t longestPsiSection = 1024;
-
-void silent(QtMsgType, const QMessageLogContext&, const QString&) { }
-
-/// Header and CRC_32 of a long-form section around what is there.
-void makeSound(std::vector<std::uint8_t>& section, const Table& table)
-{
-    section.resize(std::max<std::size_t>(section.size() + 4, 12));
-    const std::size_t length = section.size() - 3;
-    section[0] = table.id;
-    section[1] = static_cast<std::uint8_t>(0xB0U | length >> 8);
-    section[2] = static_cast<std::uint8_t>(length);
-    const std::uint32_t crc = tessary::client::crc32Mpeg(section.data(), section.size() - 4);
-    for (std::size_t i = 0; i < 4; ++i)
-        section[section.size() - 4 + i] = static_cast<std::uint8_t>(crc >> (24 - 8 * i));
-}
 
 /// As the bus loop hands sections on: by the library's type and the table_id.
 void deliver(gstImpl& impl, const std::vector<std::uint8_t>& bytes, const Table& table)
@@ -84,13 +68,8 @@ void readTables(gstImpl& impl)
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments)
 {
-    requireContainment();
-    qInstallMessageHandler(silent);
-    prepareGStreamer();
-    [[maybe_unused]] static const auto* application =
-        new QCoreApplication(*argumentCount, *arguments); // ends with the process
-    gst_init(nullptr, nullptr);
-    gst_mpegts_initialize();
+    startQuietly();
+    prepareGStreamer(*argumentCount, *arguments);
     loadElements();
     return 0;
 }
@@ -105,8 +84,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         const bool sound = (kind & 4U) == 0;
         const std::size_t longest = table.id >= 0x40 || !sound ? longestSection : longestPsiSection;
         std::vector<std::uint8_t> section = input.bytes(input.number(2) % (longest - 3));
-        if (sound)
-            makeSound(section, table);
+        if (sound) {
+            section.resize(std::max<std::size_t>(section.size(), 1));
+            section[0] = table.id;
+            section = tessary::test::soundSection(section);
+        }
         deliver(impl, section, table);
         if (kind & 0x80U)
             readTables(impl);

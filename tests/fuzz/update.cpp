@@ -3,12 +3,12 @@
 // Input: flags (1 byte), length of the argument (1), the argument, then the bytes on the line. Flag 1: the
 // argument is the number of bytes there are, and the right CRC follows them. Flag 2: pauses behind line
 // feeds. Flag 4: the right CRC with one bit changed.
-#include "client/crc32.h"
 #include "commands/uart_command.h"
-#include "support/containment.h"
+#include "kit/crc.h"
 #include "support/fakeline.h"
 #include "support/fakemachine.h"
 #include "support/input.h"
+#include "support/quiet.h"
 #include "tests/unit/support/virtualtime.h"
 
 #include <algorithm>
@@ -20,8 +20,6 @@
 namespace {
 
 constexpr const char* packageFile = "/tmp/Tessary.deb";
-
-void silent(QtMsgType, const QMessageLogContext&, const QString&) { }
 
 void appendCrc(std::vector<std::uint8_t>& line, std::uint32_t crc)
 {
@@ -61,8 +59,7 @@ void check(const std::string& image, bool sound, bool mustNotInstall)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    requireContainment();
-    qInstallMessageHandler(silent);
+    startQuietly();
     return 0;
 }
 
@@ -78,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const bool whole = (flags & 1U) != 0 && !image.empty();
     if (whole) {
         argument = std::to_string(image.size()) + "\n";
-        const std::uint32_t crc = tessary::client::crc32Mpeg(line.data(), line.size());
+        const std::uint32_t crc = tessary::test::crc32Mpeg2(line);
         appendCrc(line, flags & 4U ? crc ^ 0x00010000U : crc);
     }
     fakemachine::set({});

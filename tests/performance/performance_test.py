@@ -80,6 +80,7 @@ class Zapping(unittest.TestCase):
         self.packets = streams.tables_module(REPOSITORY)
 
     def packet(self, pid, payload, starts=True, flags=None, clock=0):
+        """With adaptation flags and a clock, which bench/streams does not make."""
         field = b""
         if flags is not None:
             reference = (clock << 15).to_bytes(6, "big") if flags & 0x10 else b""
@@ -91,8 +92,7 @@ class Zapping(unittest.TestCase):
         return self.now
 
     def section(self, pid, table_id, extension, body):
-        data = bytes([table_id, 0xB0, 5 + len(body) + 4]) + extension.to_bytes(2, "big") + b"\xc1\x00\x00" + body
-        return self.packet(pid, b"\x00" + data + self.packets.crc32(data).to_bytes(4, "big"))
+        return self.packet(pid, b"\x00" + self.packets.section(table_id, extension, body, private=0))
 
     def tables(self):
         self.section(0, 0x00, 1, (7).to_bytes(2, "big") + (0xE000 | 0x30).to_bytes(2, "big"))

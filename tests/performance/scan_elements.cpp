@@ -1,13 +1,11 @@
 // The bare elements of a scan with the same settings, and a bus loop that looks at each section's kind:
 // scan-elements PROGRAMS file|udp PIPELINE...
+#include "kit/gstreamer.h"
 #include "sectionclock.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <gst/gst.h>
-#define GST_USE_UNSTABLE_API
-#include <gst/mpegts/mpegts.h>
 #include <string>
 
 namespace {
@@ -60,8 +58,7 @@ int main(int argc, char** argv)
     std::string description;
     for (int i = 3; i < argc; ++i)
         description += std::string(argv[i]) + " ";
-    gst_init(nullptr, nullptr);
-    gst_mpegts_initialize();
+    tessary::test::startGStreamer();
     GError* error = nullptr;
     if (GstElement* warm = gst_parse_launch(description.c_str(), &error)) // loads the plug-ins
         gst_object_unref(warm);

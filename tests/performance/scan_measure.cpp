@@ -1,5 +1,6 @@
 // The daemon's own scan, as its handlers start it: scan-measure file PATH PROGRAMS, scan-measure udp ADDRESS
-// PORT PROGRAMS What a scan has found is told by what it prints.
+// PORT PROGRAMS. What a scan has found shows in what it prints.
+#include "kit/gstreamer.h"
 #include "media/filesource.h"
 #include "media/udpsource.h"
 #include "sectionclock.h"
@@ -54,8 +55,7 @@ int main(int argc, char** argv)
     }
     QCoreApplication application(argc, argv);
     qInstallMessageHandler(keepQuiet);
-    gst_init(nullptr, nullptr);
-    gst_mpegts_initialize();
+    tessary::test::startGStreamer();
     g_set_print_handler(hear);
     loadPlugins();
     sections.begin(static_cast<unsigned>(std::atoi(argv[argc - 1])));

@@ -1,5 +1,7 @@
 #include "streamframes.h"
 
+#include "kit/packets.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstddef>
@@ -7,19 +9,14 @@
 
 namespace {
 
-using Frame = std::vector<unsigned char>;
+using namespace tessary::test;
+using Frame = Bytes;
 
 constexpr std::size_t ethernetBytes = 14;
 constexpr unsigned ipBytes = 20;
 constexpr unsigned udpBytes = 8;
 constexpr unsigned rtpBytes = 12;
 constexpr unsigned firstPid = 0x100;
-
-void append16(Frame& frame, unsigned value)
-{
-    frame.push_back(static_cast<unsigned char>(value >> 8));
-    frame.push_back(static_cast<unsigned char>(value & 0xff));
-}
 
 void appendAddress(Frame& frame, const std::string& text)
 {
@@ -65,12 +62,8 @@ void appendHeaders(Frame& frame, const FrameOptions& options, unsigned payload)
 
 void appendPackets(Frame& frame, unsigned packets, unsigned counter)
 {
-    for (unsigned i = 0; i < packets; ++i) {
-        frame.push_back(0x47);
-        append16(frame, firstPid + i);
-        frame.push_back(static_cast<unsigned char>(0x10 | counter)); // payload only
-        frame.insert(frame.end(), tsPacketBytes - 4, static_cast<unsigned char>(0xa5 + i));
-    }
+    for (unsigned i = 0; i < packets; ++i)
+        append(frame, packet(firstPid + i, counter, lowByte(0xa5 + i)));
 }
 
 } // namespace

@@ -9,17 +9,6 @@ namespace tessary::test {
 
 namespace {
 
-void put16(Bytes& out, std::size_t value)
-{
-    out.push_back(static_cast<std::uint8_t>(value >> 8));
-    out.push_back(static_cast<std::uint8_t>(value));
-}
-
-void append(Bytes& out, const Bytes& more)
-{
-    out.insert(out.end(), more.begin(), more.end());
-}
-
 /// pcapng's numbers have the writer's byte order.
 void putNative(Bytes& out, std::uint32_t value)
 {
@@ -79,19 +68,18 @@ Bytes frameOf(const Captured& datagram)
 {
     Bytes frame{0x01, 0x00, 0x5E, 1, 2, 3, 2, 0, 0, 0, 0, 1};
     append(frame, datagram.tags);
-    put16(frame, 0x0800);
-    put16(frame, 0x4600); // with a word of options
-    put16(frame, 24 + 8 + datagram.payload.size());
-    put16(frame, 7);
-    put16(frame, datagram.fragment);
+    append16(frame, 0x0800);
+    append16(frame, 0x4600); // with a word of options
+    append16(frame, 24 + 8 + datagram.payload.size());
+    append16(frame, 7);
+    append16(frame, datagram.fragment);
     append(frame, {4, 17, 0, 0, 10, 0, 0, 1});
-    put16(frame, datagram.address >> 16);
-    put16(frame, datagram.address & 0xFFFFU);
+    append32(frame, datagram.address);
     append(frame, {1, 1, 1, 0});
-    put16(frame, 40000);
-    put16(frame, datagram.port);
-    put16(frame, 8 + datagram.payload.size());
-    put16(frame, 0);
+    append16(frame, 40000);
+    append16(frame, datagram.port);
+    append16(frame, 8 + datagram.payload.size());
+    append16(frame, 0);
     append(frame, datagram.payload);
     return frame;
 }

@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "captures.h"
+#include "kit/samples.h"
 
 namespace {
 
@@ -189,11 +190,12 @@ private:
     pid_t m_process = -1;
 };
 
+/// The datagrams one after another, each without its header.
 Bytes joined(const std::vector<Bytes>& datagrams, std::size_t headerBytes = 0)
 {
     Bytes all;
     for (const Bytes& datagram : datagrams)
-        all.insert(all.end(), datagram.begin() + static_cast<std::ptrdiff_t>(headerBytes), datagram.end());
+        append(all, {datagram.begin() + static_cast<std::ptrdiff_t>(headerBytes), datagram.end()});
     return all;
 }
 
@@ -325,12 +327,11 @@ TEST_F(Loopback, PacketsGrowTo204BytesOnDemand)
 
 TEST_F(Loopback, ARecordingWith204BytePacketsArrivesUnchanged)
 {
-    std::ifstream sample(std::string(TESSARY_SAMPLES) + "/isdbt-204-b.ts", std::ios::binary);
-    if (!sample)
-        GTEST_SKIP() << "no recorded streams at " << TESSARY_SAMPLES;
-    const Bytes bytes{std::istreambuf_iterator<char>(sample), std::istreambuf_iterator<char>()};
-    Sending sending(
-        {std::string(TESSARY_SAMPLES) + "/isdbt-204-b.ts", receiver.target("udp"), "--bitrate", "4M"});
+    const auto sample = samplePath("isdbt-204-b.ts");
+    if (!sample.has_value())
+        GTEST_SKIP() << missingSample("isdbt-204-b.ts");
+    const Bytes bytes = bytesOfFile(*sample);
+    Sending sending({*sample, receiver.target("udp"), "--bitrate", "4M"});
     ASSERT_EQ(sending.wait(), 0) << sending.output();
     const auto& datagrams = receiver.datagrams();
     ASSERT_EQ(datagrams.size(), 47U);

@@ -1,59 +1,12 @@
 #pragma once
 
-#include <array>
-#include <cstdint>
+#include "kit/packets.h"
+
 #include <map>
 #include <string>
-#include <vector>
 
-/// Packets made by hand for the sender's tests, and an independent reading of what was sent.
+/// A small stream for the sender's tests, and an independent reading of what was sent.
 namespace tessary::test {
-
-using Bytes = std::vector<std::uint8_t>;
-
-/// A 188-byte packet with payload only, filled with `fill`.
-inline Bytes packet(unsigned pid, unsigned counter, std::uint8_t fill = 0xAA)
-{
-    Bytes bytes(188, fill);
-    bytes[0] = 0x47;
-    bytes[1] = static_cast<std::uint8_t>(pid >> 8);
-    bytes[2] = static_cast<std::uint8_t>(pid);
-    bytes[3] = static_cast<std::uint8_t>(0x10U | (counter & 15U));
-    return bytes;
-}
-
-/// The same with an adaptation field of one flag byte before the payload.
-inline Bytes packetWithFlags(unsigned pid, unsigned counter, std::uint8_t flags)
-{
-    Bytes bytes = packet(pid, counter);
-    bytes[3] = static_cast<std::uint8_t>(0x30U | (counter & 15U));
-    bytes[4] = 1;
-    bytes[5] = flags;
-    return bytes;
-}
-
-/// Adaptation field only (no payload).
-inline Bytes packetWithoutPayload(unsigned pid, unsigned counter)
-{
-    Bytes bytes = packet(pid, counter, 0xFF);
-    bytes[3] = static_cast<std::uint8_t>(0x20U | (counter & 15U));
-    bytes[4] = 183;
-    bytes[5] = 0;
-    return bytes;
-}
-
-/// Adaptation field with a PCR of `base` 90 kHz periods and `extension` 27 MHz periods, and payload.
-inline Bytes packetWithPcr(unsigned pid, unsigned counter, std::uint64_t base, unsigned extension)
-{
-    Bytes bytes = packet(pid, counter);
-    bytes[3] = static_cast<std::uint8_t>(0x30U | (counter & 15U));
-    bytes[4] = 7;
-    bytes[5] = 0x10;
-    const std::uint64_t field = (base << 15) | (std::uint64_t{0x3F} << 9) | extension;
-    for (unsigned i = 0; i < 6; ++i)
-        bytes[6 + i] = static_cast<std::uint8_t>(field >> (40 - 8 * i));
-    return bytes;
-}
 
 /// PCR in 27 MHz periods of a packet made as above.
 inline std::uint64_t pcrOf(const std::uint8_t* packet)

@@ -12,7 +12,7 @@ import tempfile
 FOLDER = os.path.dirname(os.path.realpath(__file__))
 REPOSITORY = os.path.dirname(os.path.dirname(FOLDER))
 sys.dont_write_bytecode = os.stat(FOLDER).st_uid != os.geteuid()  # nothing of root's in a user's checkout
-sys.path[:0] = [FOLDER, os.path.join(REPOSITORY, "bench")]
+sys.path[:0] = [FOLDER, os.path.join(REPOSITORY, "bench"), os.path.join(REPOSITORY, "bench", "streams")]
 
 from instrumentlib.errors import BenchError  # noqa: E402  (the path must be set first)
 from soaklib import evidence, report, run, unit as units  # noqa: E402

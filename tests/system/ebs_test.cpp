@@ -1,10 +1,9 @@
 #include "hardwaresuite.h"
 
-#include "demo/picture.h"
+#include "demo/judge.h"
 
 #include <ostream>
 #include <QFile>
-#include <stdexcept>
 
 namespace {
 
@@ -62,22 +61,6 @@ protected:
         waitUntil([&] { return (frame = ask("!07_E_&\n")) == expected; });
         return frame;
     }
-
-    /// True when most of the displayed picture has this colour; `seen` is the colour it has, or why there is
-    /// none.
-    static bool shows(observe::Rgb colour, std::string* seen)
-    {
-        try {
-            double share = 0;
-            const observe::Rgb shown = observe::dominantColour(
-                observe::readPpm(instrument().sharedFile("display.ppm").toStdString()), &share);
-            *seen = observe::colourText(shown);
-            return observe::isNear(shown, colour, 40) && share > 0.5;
-        } catch (const std::runtime_error& error) {
-            *seen = error.what();
-            return false;
-        }
-    }
 };
 
 class EbsStream : public Ebs, public testing::WithParamInterface<Case>
@@ -129,8 +112,10 @@ TEST_F(Ebs, EachProgramOfTheDemoIsPlayedAndDescribedByItsIndex)
         EXPECT_EQ(ask("!0C_D_IX:" + std::string(program.index) + "\n"), "*0C_d.SX");
         EXPECT_EQ(ask("!07_A_&\n"), "*17_a.FL:02_NS:03$_DS:" + std::string(program.index));
         EXPECT_EQ(information(frame), frame);
-        std::string seen;
-        EXPECT_TRUE(waitUntil([&] { return shows(program.colour, &seen); })) << seen;
+        const std::string display = instrument().sharedFile("display.ppm").toStdString();
+        observe::Judgement seen;
+        EXPECT_TRUE(waitUntil([&] { return (seen = observe::judgePicture(display, program.colour)).right; }))
+            << seen.words;
     }
 }
 

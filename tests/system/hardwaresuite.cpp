@@ -108,12 +108,6 @@ QByteArray HardwareSuite::hardwareFile(const QString& name)
     return contentOf(instrument().path("hardware/" + name));
 }
 
-int HardwareSuite::framesShown()
-{
-    const QByteArray report = contentOf(instrument().sharedFile("display.json"));
-    return QJsonDocument::fromJson(report).object()["frames"].toInt();
-}
-
 QByteArray HardwareSuite::makeBitfile(const QStringList& options)
 {
     const QString file = instrument().sharedFile("Tessary.bit");
@@ -123,12 +117,6 @@ QByteArray HardwareSuite::makeBitfile(const QStringList& options)
     instrument().shell(
         "rm -rf /home/ondrak/Tessary/Tessary.bit && cp /run/bench/Tessary.bit /home/ondrak/Tessary/");
     return contentOf(file);
-}
-
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 void writeContent(const QString& path, const QByteArray& bytes)

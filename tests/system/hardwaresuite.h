@@ -43,9 +43,6 @@ protected:
     QList<QByteArray> notes(const QByteArray& what) const;
     static QByteArray hardwareFile(const QString& name);
 
-    /// Pictures that the display has got since the player was started, 0 before the first.
-    static int framesShown();
-
     /// Makes the bitstream file of the instrument with these options of make-bitfile; returns its bytes.
     static QByteArray makeBitfile(const QStringList& options = {});
 
@@ -57,7 +54,6 @@ private:
     std::int64_t m_started = 0;
 };
 
-QByteArray contentOf(const QString& path);
 void writeContent(const QString& path, const QByteArray& bytes);
 
 } // namespace tessary::test

@@ -30,12 +30,6 @@ const QString buildFolder = QStringLiteral(TESSARY_BUILD_DIR);
     throw std::runtime_error((what + ": " + QString::fromUtf8(words).trimmed()).toStdString());
 }
 
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QString daemonUnderTest()
 {
     return qEnvironmentVariable("TESSARY_SYSTEM_DAEMON", buildFolder + "/src/tessary");
@@ -167,6 +161,11 @@ void Instrument::waitUntilReady()
         fail("the virtual instrument did not start", contentOf(path("runner.log")));
 }
 
+int Instrument::framesShown() const
+{
+    return QJsonDocument::fromJson(contentOf(sharedFile("display.json"))).object()["frames"].toInt();
+}
+
 QString Instrument::daemonsTerminal() const
 {
     const QJsonObject state = QJsonDocument::fromJson(contentOf(path("state.json"))).object();
@@ -285,6 +284,12 @@ bool Instrument::waitUntilDaemonRests() const
 QByteArray Instrument::daemonLog() const
 {
     return contentOf(path("daemon.log"));
+}
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 bool waitUntil(const std::function<bool()>& condition, int milliseconds)

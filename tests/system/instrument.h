@@ -59,6 +59,9 @@ public:
     /// A file of the folder that the instrument shows as /run/bench.
     QString sharedFile(const QString& file) const { return path("io/" + file); }
 
+    /// Pictures that the display has got since the player was started, 0 before the first.
+    int framesShown() const;
+
     /// The daemon's end of the serial line as a path on the host.
     QString daemonsTerminal() const;
 
@@ -103,6 +106,9 @@ private:
     QTemporaryDir m_folder;
     std::unique_ptr<GuardedProcess> m_runner;
 };
+
+/// A whole file; empty when it can not be read.
+QByteArray contentOf(const QString& path);
 
 /// Asks every 20 ms until `condition` holds or the time is over; tells whether it holds.
 bool waitUntil(const std::function<bool()>& condition, int milliseconds = patienceMilliseconds);

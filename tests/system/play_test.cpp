@@ -80,8 +80,9 @@ TEST_F(Play, TheLinkMayGoDownAndComeBack)
     instrument().setLink(false);
     expectOnlyVersionAnswers();
     instrument().setLink(true);
-    const int frames = framesShown();
-    EXPECT_TRUE(waitUntil([&] { return framesShown() > frames + 25; })) << "the picture did not come back";
+    const int frames = instrument().framesShown();
+    EXPECT_TRUE(waitUntil([&] { return instrument().framesShown() > frames + 25; }))
+        << "the picture did not come back";
 }
 
 TEST_F(Play, ARecordingPlaysAsASourceLikeAnyOther)

@@ -1,13 +1,7 @@
 #include "playsuite.h"
 
-#include "demo/sound.h"
-
-#include <cmath>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <sstream>
 #include <thread>
 
 namespace tessary::test {
@@ -46,48 +40,6 @@ void PlaySuite::selectRecording(const QString& name, qint64 packets)
     EXPECT_TRUE(waitUntil([] { return controller().playerStatus() == "stopped"; }));
 }
 
-bool PlaySuite::shows(const Program& program, std::string* seen)
-{
-    try {
-        double share = 0;
-        const observe::Rgb colour = observe::dominantColour(
-            observe::readPpm(instrument().sharedFile("display.ppm").toStdString()), &share);
-        if (seen != nullptr)
-            *seen = observe::colourText(colour);
-        return observe::isNear(colour, program.colour, 40) && share > 0.5;
-    } catch (const std::runtime_error& error) {
-        if (seen != nullptr)
-            *seen = error.what();
-        return false;
-    }
-}
-
-bool PlaySuite::sounds(const Program& program, std::string* heard)
-{
-    try {
-        const auto sound = observe::readWav(instrument().sharedFile("sound.wav").toStdString());
-        const observe::Tone tone = observe::strongestTone(sound, 0.5);
-        if (heard != nullptr) {
-            std::ostringstream words;
-            words << tone.hertz << " Hz, share " << tone.share << ", " << sound.seconds() << " s of sound";
-            *heard = words.str();
-        }
-        return std::abs(tone.hertz - program.hertz) <= 5 && tone.share > 0.8;
-    } catch (const std::runtime_error& error) {
-        if (heard != nullptr)
-            *heard = error.what();
-        return false;
-    }
-}
-
-int PlaySuite::framesShown()
-{
-    QFile file(instrument().sharedFile("display.json"));
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    return QJsonDocument::fromJson(file.readAll()).object()["frames"].toInt();
-}
-
 qint64 PlaySuite::bytesOfSound()
 {
     return QFileInfo(instrument().sharedFile("sound.wav")).size();
@@ -95,16 +47,22 @@ qint64 PlaySuite::bytesOfSound()
 
 void PlaySuite::expectPictures(const Program& program)
 {
-    std::string seen;
-    EXPECT_TRUE(waitUntil([&] { return shows(program, &seen); })) << seen;
-    const int frames = framesShown();
-    EXPECT_TRUE(waitUntil([&] { return framesShown() > frames + 25; })) << "the picture stands still";
+    const std::string display = instrument().sharedFile("display.ppm").toStdString();
+    observe::Judgement seen;
+    EXPECT_TRUE(waitUntil([&] { return (seen = observe::judgePicture(display, program.colour)).right; }))
+        << seen.words;
+    const int frames = instrument().framesShown();
+    EXPECT_TRUE(waitUntil([&] { return instrument().framesShown() > frames + 25; }))
+        << "the picture stands still";
 }
 
 void PlaySuite::expectTone(const Program& program)
 {
-    std::string heard;
-    EXPECT_TRUE(waitUntil([&] { return sounds(program, &heard); })) << heard;
+    const std::string loudspeaker = instrument().sharedFile("sound.wav").toStdString();
+    observe::Judgement heard;
+    EXPECT_TRUE(waitUntil([&] {
+        return (heard = observe::judgeSound(loudspeaker, program.hertz, 0.5)).right;
+    })) << heard.words;
     const qint64 bytes = bytesOfSound();
     EXPECT_TRUE(waitUntil([&] { return bytesOfSound() > bytes + 50000; })) << "the sound has ended";
 }
@@ -118,7 +76,7 @@ void PlaySuite::expectProgram(const Program& program)
 
 void PlaySuite::expectNoPicture()
 {
-    EXPECT_EQ(framesShown(), 0);
+    EXPECT_EQ(instrument().framesShown(), 0);
 }
 
 void PlaySuite::expectNoSound()
@@ -130,9 +88,9 @@ void PlaySuite::expectNoSound()
 
 void PlaySuite::expectStandStill()
 {
-    const int frames = framesShown();
+    const int frames = instrument().framesShown();
     expectNoSound();
-    EXPECT_EQ(framesShown(), frames);
+    EXPECT_EQ(instrument().framesShown(), frames);
 }
 
 } // namespace tessary::test

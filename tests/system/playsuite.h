@@ -1,6 +1,6 @@
 #pragma once
 
-#include "demo/picture.h"
+#include "demo/judge.h"
 #include "systemsuite.h"
 
 #include <string>
@@ -30,9 +30,6 @@ protected:
     /// waits for the scan's end.
     static void selectRecording(const QString& name, qint64 packets = 0);
 
-    static bool shows(const Program& program, std::string* seen = nullptr);
-    static bool sounds(const Program& program, std::string* heard = nullptr);
-    static int framesShown();
     static qint64 bytesOfSound();
 
     /// Pictures of the program come, one after another.

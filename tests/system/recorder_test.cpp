@@ -1,5 +1,7 @@
 #include "hardwaresuite.h"
 
+#include "kit/packets.h"
+
 #include <chrono>
 #include <climits>
 #include <fcntl.h>
@@ -15,30 +17,20 @@ namespace {
 using namespace tessary::test;
 
 const QString recording = "/run/media/mmcblk1p1/record.ts";
-constexpr int packetBytes = 188;
+constexpr int packetSize = packetBytes;
 
-/// A transport stream packet of PID 256 that carries its own number.
-void appendPacket(QByteArray& stream, quint32 number)
-{
-    QByteArray packet(packetBytes, '\xFF');
-    packet[0] = 0x47;
-    packet[1] = 0x01;
-    packet[2] = 0x00;
-    packet[3] = static_cast<char>(0x10 | (number & 0x0F));
-    for (int i = 0; i < 46; ++i) {
-        const quint32 word = number * 2654435761U + static_cast<quint32>(i);
-        for (int byte = 0; byte < 4; ++byte)
-            packet[4 + 4 * i + byte] = static_cast<char>(word >> (8 * byte) & 0xFF);
-    }
-    stream += packet;
-}
-
+/// So many transport stream packets, each of which carries its own number.
 QByteArray packets(quint32 first, quint32 count)
 {
     QByteArray stream;
-    stream.reserve(static_cast<int>(count) * packetBytes);
-    for (quint32 i = 0; i < count; ++i)
-        appendPacket(stream, first + i);
+    stream.reserve(static_cast<int>(count) * packetSize);
+    for (quint32 number = first; number < first + count; ++number) {
+        Bytes payload;
+        for (quint32 word = number * 2654435761U; payload.size() < packetBytes - 4; ++word)
+            append32(payload, word);
+        const Bytes made = makePacket(256, number, {payloadOnly, {}, payload});
+        stream.append(reinterpret_cast<const char*>(made.data()), static_cast<int>(made.size()));
+    }
     return stream;
 }
 
@@ -111,7 +103,7 @@ private:
 };
 
 constexpr int piecesPerSecond = 100;
-constexpr quint32 packetsPerPiece = 100000000 / 8 / piecesPerSecond / packetBytes;
+constexpr quint32 packetsPerPiece = 100000000 / 8 / piecesPerSecond / packetSize;
 
 /// Hands out numbered packets at 100 Mbit/s for `seconds`, in pieces of 10 ms. Returns how many were taken.
 quint32 sendPaced(const FpgaStream& stream, int seconds)
@@ -131,12 +123,12 @@ quint32 sendPaced(const FpgaStream& stream, int seconds)
 bool holdsPackets(const QString& path, quint32 count)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() != qint64{count} * packetBytes)
+    if (!file.open(QIODevice::ReadOnly) || file.size() != qint64{count} * packetSize)
         return false;
     constexpr quint32 piece = 10000;
     for (quint32 first = 0; first < count; first += piece) {
         const quint32 now = std::min(piece, count - first);
-        if (file.read(qint64{now} * packetBytes) != packets(first, now))
+        if (file.read(qint64{now} * packetSize) != packets(first, now))
             return false;
     }
     return true;
@@ -152,7 +144,7 @@ TEST_F(Recorder, AnFpgaStreamOf100MbitIsRecordedWithoutLoss)
     const double before = instrument().daemonResources().processorSeconds;
     const quint32 sent = sendPaced(stream, seconds);
     EXPECT_EQ(sent, packetsPerPiece * piecesPerSecond * static_cast<quint32>(seconds));
-    waitUntilRecorded(qint64{sent} * packetBytes);
+    waitUntilRecorded(qint64{sent} * packetSize);
     // The pipe makes the stream wait for a recorder that does not get its turn; one that had it all the time
     // would follow.
     const double used = instrument().daemonResources().processorSeconds - before;
@@ -160,12 +152,12 @@ TEST_F(Recorder, AnFpgaStreamOf100MbitIsRecordedWithoutLoss)
     EXPECT_LT(used, Instrument::daemonIsSlow() ? 100 : 0.5 * seconds);
     EXPECT_EQ(ask("PVR_stop\n"), "");
     EXPECT_TRUE(holdsPackets(recordingOnHost(), sent));
-    EXPECT_EQ(ask("PVR_reclist\n"), "reclist file:" + std::to_string(qint64{sent} * packetBytes) + " Bytes");
+    EXPECT_EQ(ask("PVR_reclist\n"), "reclist file:" + std::to_string(qint64{sent} * packetSize) + " Bytes");
 }
 
 TEST_F(Recorder, AnIpStreamOf100MbitIsRecordedWithoutLoss)
 {
-    const quint32 count = (Instrument::daemonIsSlow() ? 3 : 30) * (100000000 / 8 / packetBytes) / 7 * 7;
+    const quint32 count = (Instrument::daemonIsSlow() ? 3 : 30) * (100000000 / 8 / packetSize) / 7 * 7;
     const QString file = instrument().path("numbered.ts");
     writeContent(file, packets(0, count));
     const std::string address = instrument().ethernetAddress().toStdString();
@@ -175,7 +167,7 @@ TEST_F(Recorder, AnIpStreamOf100MbitIsRecordedWithoutLoss)
     RunningStream stream = instrument().send({file, QString::fromStdString("udp://" + address + ":5040"),
         "--bitrate", "100M", "--interface", "uplink"});
     ASSERT_TRUE(stream.waitUntilSent()) << stream.errors().constData();
-    waitUntilRecorded(qint64{count} * packetBytes);
+    waitUntilRecorded(qint64{count} * packetSize);
     ask("PVR_stop\n");
     EXPECT_TRUE(holdsPackets(recordingOnHost(), count));
     QFile::remove(file);
@@ -192,7 +184,7 @@ TEST_F(Recorder, AnIpStreamIsRecordedWhileItIsPlayed)
     RunningStream stream =
         instrument().send({madeStream("demo.ts"), QString::fromStdString("udp://" + address + ":5040"),
             "--count", QString::number(datagrams), "--interface", "uplink"});
-    EXPECT_TRUE(waitUntil([] { return framesShown() > 0; }));
+    EXPECT_TRUE(waitUntil([] { return instrument().framesShown() > 0; }));
     EXPECT_EQ(ask("PVR_record\n"), "");
     EXPECT_EQ(ask("videostatus?\n"), "running");
     ASSERT_TRUE(stream.waitUntilSent()) << stream.errors().constData();
@@ -201,8 +193,8 @@ TEST_F(Recorder, AnIpStreamIsRecordedWhileItIsPlayed)
     const QByteArray recorded = contentOf(recordingOnHost());
     EXPECT_GT(recorded.size(), 1000000);
     // From some datagram on to the last one that was sent, without a gap.
-    EXPECT_TRUE(demo.left(datagrams * 7 * packetBytes).endsWith(recorded));
-    EXPECT_EQ(recorded.size() % packetBytes, 0);
+    EXPECT_TRUE(demo.left(datagrams * 7 * packetSize).endsWith(recorded));
+    EXPECT_EQ(recorded.size() % packetSize, 0);
 }
 
 TEST_F(Recorder, ARecordingIsScannedAndPlayed)
@@ -214,7 +206,7 @@ TEST_F(Recorder, ARecordingIsScannedAndPlayed)
     EXPECT_TRUE(waitUntil([this] { return ask("streaminfo?\n").substr(0, 5) == "<SDT>"; }));
     EXPECT_EQ(ask("play=2\n"), "");
     EXPECT_EQ(ask("videostatus?\n"), "running");
-    EXPECT_TRUE(waitUntil([] { return framesShown() > 0; }));
+    EXPECT_TRUE(waitUntil([] { return instrument().framesShown() > 0; }));
     ask("PVR_stop\n");
 }
 
@@ -242,7 +234,7 @@ TEST_F(Recorder, ExportsOfAllSizesArriveByteForByte)
 
 TEST_F(Recorder, AFiftyMegabyteExportArrivesByteForByte)
 {
-    const quint32 count = 50000000 / packetBytes;
+    const quint32 count = 50000000 / packetSize;
     putRecording(packets(0, count));
     exportRecording();
     EXPECT_TRUE(holdsPackets(instrument().path("hardware/export.bin"), count));
@@ -295,7 +287,7 @@ TEST_F(Recorder, AFullCardKeepsWhatFittedAndRecordsAgainOnceThereIsRoom)
     EXPECT_GT(kept, 1000000);
     EXPECT_LT(kept, 37000000);
     EXPECT_EQ(contentOf(recordingOnHost()),
-        packets(0, static_cast<quint32>(kept / packetBytes + 1)).left(static_cast<int>(kept)));
+        packets(0, static_cast<quint32>(kept / packetSize + 1)).left(static_cast<int>(kept)));
     ask("PVR_stop\n");
 
     instrument().shell("rm /run/media/mmcblk1p1/filler");

@@ -1,4 +1,4 @@
-#include "oracle.h"
+#include "kit/oracle.h"
 #include "systemsuite.h"
 
 #include <algorithm>

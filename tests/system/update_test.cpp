@@ -1,5 +1,5 @@
-#include "client/crc32.h"
 #include "hardwaresuite.h"
+#include "kit/crc.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -54,8 +54,7 @@ protected:
 
     static std::string crcOf(const QByteArray& image)
     {
-        const std::uint32_t crc = tessary::client::crc32Mpeg(
-            reinterpret_cast<const std::uint8_t*>(image.constData()), static_cast<std::size_t>(image.size()));
+        const std::uint32_t crc = crc32Mpeg2({image.begin(), image.end()});
         std::string bytes;
         for (int shift = 0; shift < 32; shift += 8)
             bytes += static_cast<char>(crc >> shift & 0xFF);

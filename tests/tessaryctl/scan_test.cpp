@@ -1,5 +1,5 @@
-#include "../client/oracle.h"
-#include "../client/sectionbuilder.h"
+#include "kit/oracle.h"
+#include "kit/sections.h"
 #include "tablestream.h"
 #include "toolsuite.h"
 
@@ -8,7 +8,6 @@
 namespace {
 
 using namespace tessary::test;
-using tessary::client::Bytes;
 
 // What the tool says of streams that lack something, made of tables alone.
 

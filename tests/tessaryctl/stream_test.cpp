@@ -1,6 +1,6 @@
-#include "../client/oracle.h"
-#include "../client/sectionbuilder.h"
 #include "client/t2mipacket.h"
+#include "kit/oracle.h"
+#include "kit/sections.h"
 #include "lineproxy.h"
 #include "tablestream.h"
 #include "toolsuite.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/bytes.h"
+#include "kit/bytes.h"
 
 #include <QString>
 #include <vector>
@@ -11,7 +11,7 @@ namespace tessary::test {
 struct CarriedSection
 {
     int pid = 0;
-    client::Bytes section;
+    Bytes section;
 };
 
 /// Writes a transport stream of nothing but these sections, over and over, one in each packet.

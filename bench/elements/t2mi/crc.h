@@ -1,3 +1,4 @@
+// The virtual instrument's own: it shares nothing with the daemon and the controller that it tests.
 #pragma once
 
 #include <cstddef>

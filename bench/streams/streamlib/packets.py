@@ -1,4 +1,7 @@
-"""Transport stream packets (ISO/IEC 13818-1, 2.4.3): reading, sections, CRC, and a check of a finished multiplex."""
+"""Transport stream packets (ISO/IEC 13818-1, 2.4.3): reading, sections, CRC, and a check of a finished multiplex.
+
+The tests' Python takes its CRC and its sections from here; C++ tests, and what they compare with, have those of tests/kit.
+"""
 import zlib
 
 PACKET_BYTES = 188
@@ -20,6 +23,18 @@ def crc32(data):
     """
     mirrored = zlib.crc32(bytes(data).translate(_REVERSED)) ^ 0xFFFFFFFF
     return int(f"{mirrored:032b}"[::-1], 2)
+
+
+def with_crc(data):
+    """The bytes with their CRC-32 behind them."""
+    return data + crc32(data).to_bytes(4, "big")
+
+
+def section(table_id, extension, body, *, number=0, last=0, private=0x40):
+    """A current section of version 0 in long form, with its CRC; `private` is the bit that PAT and PMT have as 0."""
+    length = 5 + len(body) + 4
+    head = bytes([table_id, 0x80 | private | 0x30 | length >> 8, length & 0xFF])
+    return with_crc(head + extension.to_bytes(2, "big") + bytes([0xC1, number, last]) + body)
 
 
 def packets(data):
@@ -53,12 +68,12 @@ def single_packet_section(packet):
     return data[:length]
 
 
-def section_packet(header, section):
-    """A packet with the four header bytes `header` that carries just `section`, padded with 0xFF."""
-    body = b"\x00" + section
+def section_packet(header, table):
+    """A packet with the four header bytes `header` that carries just the section `table`, padded with 0xFF."""
+    body = b"\x00" + table
     room = PACKET_BYTES - 4
     if len(body) > room:
-        raise StreamError(f"a section of {len(section)} bytes does not fit one packet")
+        raise StreamError(f"a section of {len(table)} bytes does not fit one packet")
     plain = bytes(header[:3]) + bytes([0x10 | (header[3] & 0x0F)])  # payload only, counter kept
     return plain + body + b"\xff" * (room - len(body))
 
@@ -96,11 +111,11 @@ def _sections_by_pid(data, wanted):
     found = {}
     for _, pid, packet in packets(data):
         if pid in wanted:
-            section = single_packet_section(packet)
-            if section is not None:
-                if crc32(section):
+            table = single_packet_section(packet)
+            if table is not None:
+                if crc32(table):
                     raise StreamError(f"a section on PID {pid} has a wrong CRC")
-                found.setdefault(pid, set()).add(bytes(section))
+                found.setdefault(pid, set()).add(bytes(table))
     return found
 
 
@@ -124,6 +139,6 @@ def check(data, programs):
         raise StreamError(f"the PAT lists programs {sorted(map_pids)}, wanted {sorted(programs)}")
     maps = _sections_by_pid(data, set(map_pids.values()))
     for number, pid in map_pids.items():
-        types = [elementary_stream_types(section) for section in maps.get(pid, ())]
+        types = [elementary_stream_types(table) for table in maps.get(pid, ())]
         if types != [programs[number]]:
             raise StreamError(f"program {number} has stream types {types}, wanted {[programs[number]]}")

@@ -68,7 +68,7 @@ def t2mi_packets(frames, plp):
         start = 0x80 if number % _FRAMES_PER_T2_FRAME == 0 else 0
         body = bytes([t2_frame & 0xFF, plp, start]) + frame
         packet = bytes([0x00, number & 0xFF, (t2_frame >> 8 & 0x0F) << 4, 0]) + (len(body) * 8).to_bytes(2, "big") + body
-        yield packet + packets.crc32(packet).to_bytes(4, "big")
+        yield packets.with_crc(packet)
 
 
 def _carriers(chain):
@@ -97,10 +97,8 @@ def _stuffing(size):
 
 
 def _section_packet(pid, table_id, extension, body):
-    length = 5 + len(body) + 4
-    data = bytes([table_id, 0xB0 | length >> 8, length & 0xFF]) + extension.to_bytes(2, "big") + b"\xc1\0\0" + body
     head = bytes([packets.SYNC_BYTE, 0x40 | pid >> 8, pid & 0xFF, 0x10])
-    return packets.section_packet(head, data + packets.crc32(data).to_bytes(4, "big"))
+    return packets.section_packet(head, packets.section(table_id, extension, body, private=0))
 
 
 def _clock_packet(ticks):

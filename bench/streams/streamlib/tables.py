@@ -32,14 +32,6 @@ def _descriptor(tag, body):
     return bytes([tag, len(body)]) + body
 
 
-def _section(table_id, extension, body, reserved_bit):
-    """A long section of version 0, current, number 0 of 0, with its CRC."""
-    length = 5 + len(body) + 4
-    head = bytes([table_id, 0x80 | reserved_bit | 0x30 | (length >> 8), length & 0xFF])
-    data = head + extension.to_bytes(2, "big") + b"\xc1\x00\x00" + body
-    return data + packets.crc32(data).to_bytes(4, "big")
-
-
 def _loop(data):
     """A 12-bit length with four reserved bits, and the data."""
     return (0xF000 | len(data)).to_bytes(2, "big") + data
@@ -57,7 +49,7 @@ def nit(network, services):
     stream = (network["stream_id"].to_bytes(2, "big") + network["original_id"].to_bytes(2, "big")
               + _loop(_descriptor(_SERVICE_LIST, listed) + _terrestrial_delivery()))
     name = _descriptor(_NETWORK_NAME, encode_text(network["name"], network["coding"]))
-    return _section(0x40, network["id"], _loop(name) + _loop(stream), 0x40)
+    return packets.section(0x40, network["id"], _loop(name) + _loop(stream))
 
 
 def sdt(network, services, provider=None):
@@ -71,7 +63,7 @@ def sdt(network, services, provider=None):
                                  + bytes([len(name)]) + name)
         status = (_RUNNING << 13) | len(descriptor)
         body += service["number"].to_bytes(2, "big") + b"\xfc" + status.to_bytes(2, "big") + descriptor
-    return _section(0x42, network["stream_id"], body, 0x40)
+    return packets.section(0x42, network["stream_id"], body)
 
 
 def replace(data, network, services, provider=None):
@@ -95,8 +87,7 @@ def announced(section, stream_type, descriptor):
     entry = bytes([stream_type]) + section[last + 1:last + 3] + _loop(descriptor)
     body = section[3:last] + entry
     length = 0xB000 | (len(body) + 4)
-    data = section[:1] + length.to_bytes(2, "big") + body
-    return data + packets.crc32(data).to_bytes(4, "big")
+    return packets.with_crc(section[:1] + length.to_bytes(2, "big") + body)
 
 
 def announce(data, kinds):

@@ -1,10 +1,11 @@
 #include "support/gstreamer.h"
 
+#include "kit/gstreamer.h"
 #include "standins.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <gst/gst.h>
+#include <QCoreApplication>
 #include <string>
 
 namespace {
@@ -20,8 +21,9 @@ void endOnMisuse(const gchar* domain, GLogLevelFlags level, const gchar* text, g
 
 } // namespace
 
-void prepareGStreamer()
+void prepareGStreamer(int& argumentCount, char** arguments)
 {
+    new QCoreApplication(argumentCount, arguments); // ends with the process
     setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
     setenv("GST_PLUGIN_PATH_1_0", "", 1);
     setenv("GST_REGISTRY", "/tmp/gstreamer-registry.bin", 1);
@@ -30,6 +32,7 @@ void prepareGStreamer()
 
 void loadElements()
 {
+    tessary::test::startGStreamer();
     for (const char* name :
         {"coreelements", "typefindfunctions", "udp", "rtp", "mpegtsdemux", "playback", "audioconvert"}) {
         const std::string file = std::string(GST_PLUGINS) + "/libgst" + name + ".so";

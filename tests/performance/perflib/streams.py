@@ -18,13 +18,6 @@ def tables_module(repository):
     return packets
 
 
-def _section(packets, table_id, extension, body, *, number=0, last=0, private=0x40):
-    length = 5 + len(body) + 4
-    data = (bytes([table_id, 0x80 | private | 0x30 | length >> 8, length & 0xFF]) + extension.to_bytes(2, "big")
-            + bytes([0xC1, number, last]) + body)
-    return data + packets.crc32(data).to_bytes(4, "big")
-
-
 def _split(items, most):
     """Groups of at most so many."""
     return [items[at:at + most] for at in range(0, len(items), most)] or [[]]
@@ -32,14 +25,14 @@ def _split(items, most):
 
 def _pat(packets, services):
     groups = _split(list(range(1, services + 1)), LARGEST_PAT)
-    return [_section(packets, 0x00, 1, b"".join(n.to_bytes(2, "big") + (0xE000 | 0x100 + n).to_bytes(2, "big") for n in group),
+    return [packets.section(0x00, 1, b"".join(n.to_bytes(2, "big") + (0xE000 | 0x100 + n).to_bytes(2, "big") for n in group),
                      number=index, last=len(groups) - 1, private=0) for index, group in enumerate(groups)]
 
 
 def _pmt(packets, number):
     pid = 0x1000 + number
     streams = b"".join(bytes([kind]) + (0xE000 | pid).to_bytes(2, "big") + b"\xf0\x00" for kind in (0x1B, 0x0F))
-    return _section(packets, 0x02, number, (0xE000 | pid).to_bytes(2, "big") + b"\xf0\x00" + streams, private=0)
+    return packets.section(0x02, number, (0xE000 | pid).to_bytes(2, "big") + b"\xf0\x00" + streams, private=0)
 
 
 def _sdt(packets, services):
@@ -49,12 +42,12 @@ def _sdt(packets, services):
         return number.to_bytes(2, "big") + b"\xfc" + (0x8000 | len(descriptor)).to_bytes(2, "big") + descriptor
 
     groups = _split([entry(number) for number in range(1, services + 1)], 35)
-    return [_section(packets, 0x42, 1, b"\xff\x01\xff" + b"".join(group), number=index, last=len(groups) - 1)
+    return [packets.section(0x42, 1, b"\xff\x01\xff" + b"".join(group), number=index, last=len(groups) - 1)
             for index, group in enumerate(groups)]
 
 
 class _Writer:
-    """Packets with running continuity counters."""
+    """Packets with running continuity counters, for sections of any length: those of bench/streams fit one packet."""
 
     def __init__(self):
         self._counters = {}

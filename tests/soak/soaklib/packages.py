@@ -4,6 +4,8 @@ import dataclasses
 import os
 import subprocess
 
+from streamlib import packets
+
 from .unit import REPOSITORY
 
 _MAKER = os.path.join(REPOSITORY, "bench", "counterparts", "make-package")
@@ -56,14 +58,4 @@ class Packages:
 
 
 def _crc_bytes(image):
-    return crc32_mpeg(image).to_bytes(4, "little")
-
-
-def crc32_mpeg(image):
-    """CRC-32/MPEG-2: polynomial 0x04C11DB7, initial value all ones, not reflected, not inverted."""
-    crc = 0xFFFFFFFF
-    for byte in image:
-        crc ^= byte << 24
-        for _ in range(8):
-            crc = (crc << 1 ^ (0x04C11DB7 if crc & 0x80000000 else 0)) & 0xFFFFFFFF
-    return crc
+    return packets.crc32(image).to_bytes(4, "little")

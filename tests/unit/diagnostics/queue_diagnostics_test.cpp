@@ -1,4 +1,5 @@
 // Queue diagnostics: what they log, and for which queues.
+#include "kit/gstreamer.h"
 #include "media/gstimpl.h"
 #include "support/ttyfixture.h"
 
@@ -12,8 +13,7 @@ const std::string closingLine = std::string(85, '-') + "\r\n";
 
 std::unique_ptr<gstImpl> makePipeline()
 {
-    gst_init(nullptr, nullptr);
-    gst_mpegts_initialize();
+    tessary::test::startGStreamer();
     GstElement* silent = gst_element_factory_make("fakesrc", nullptr);
     g_object_set(silent, "num-buffers", 0, nullptr);
     return std::make_unique<gstImpl>(silent);
@@ -81,7 +81,7 @@ TEST(QueueDiagnostics, PlayReportsItsTwoQueuesFirst)
 
 TEST(QueueDiagnostics, EventsNameTheQueueOnStandardOutput)
 {
-    gst_init(nullptr, nullptr);
+    tessary::test::startGStreamer();
     GstElement* queue = gst_element_factory_make("queue", "queueVideo");
     gst_object_ref_sink(queue);
     testing::internal::CaptureStdout();
@@ -94,7 +94,7 @@ TEST(QueueDiagnostics, EventsNameTheQueueOnStandardOutput)
 
 TEST(QueueDiagnostics, CallbacksFitTheQueuesSignals)
 {
-    gst_init(nullptr, nullptr);
+    tessary::test::startGStreamer();
     GstElement* queue = gst_element_factory_make("queue", "queueRecord");
     gst_object_ref_sink(queue);
     g_signal_connect(queue, "underrun", G_CALLBACK(gstImpl::cb_underrun_queue), nullptr);

@@ -1,6 +1,8 @@
 // The codes of the decoder information frame, by the caps of the decoded elementary streams.
 #include "commands/decoderinfo.h"
 
+#include "kit/gstreamer.h"
+
 #include <gtest/gtest.h>
 #include <memory>
 #include <ostream>
@@ -21,7 +23,7 @@ std::ostream& operator<<(std::ostream& out, const CapsCode& row)
 /// The code of a caps text; 999 when GStreamer does not take the text.
 unsigned codeOf(unsigned (*code)(const GstCaps*), const char* text)
 {
-    gst_init(nullptr, nullptr);
+    tessary::test::startGStreamer();
     GstCaps* caps = gst_caps_from_string(text);
     if (!caps)
         return 999;
@@ -74,7 +76,7 @@ INSTANTIATE_TEST_SUITE_P(Codings, AudioCode,
 
 TEST(DecoderInfo, NoCapsAndNoVideoOrAudioGiveZero)
 {
-    gst_init(nullptr, nullptr);
+    tessary::test::startGStreamer();
     int misuses = 0; // the library would tell them in the daemon's log
     const GLogFunc earlier = g_log_set_default_handler(
         [](const gchar*, GLogLevelFlags, const gchar*, gpointer count) { ++*static_cast<int*>(count); },
@@ -91,7 +93,7 @@ TEST(DecoderInfo, NoCapsAndNoVideoOrAudioGiveZero)
 
 TEST(DecoderInfo, AFieldThatHasNoTextFormCountsAsAbsent)
 {
-    gst_init(nullptr, nullptr);
+    tessary::test::startGStreamer();
     GstCaps* video = gst_caps_new_simple("video/mpeg", "mpegversion", G_TYPE_POINTER, nullptr, nullptr);
     EXPECT_EQ(videoCode(video), 0u);
     gst_caps_unref(video);

@@ -1,12 +1,12 @@
 // The framed commands of the EBS functions, byte for byte, on sources whose tables the test fills.
 #include "commands/uart_command.h"
+#include "kit/handlertest.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/gstimpl.h"
 #include "media/gstsource.h"
 #include "media/pciesource.h"
 #include "mediatest.h"
 #include "support/privatemachine.h"
-#include "support/ttyfixture.h"
 #include "system/mydata.h"
 
 namespace {
@@ -65,31 +65,14 @@ private:
     bool* m_deleted;
 };
 
-class EbsCommands : public ControllerLine
+class EbsCommands : public HandlerTest
 {
 protected:
-    void SetUp() override
+    void prepare() override
     {
-        ControllerLine::SetUp();
-        if (IsSkipped())
-            return;
         ASSERT_EQ(privatemachine::coverWithEmpty("/home"), "");
-        gst_init(nullptr, nullptr);
-        gst_mpegts_initialize();
-        data = MyData();
-        if (!ethMes)
-            ethMes = new ETHERNETMeasurement;
         log.forget();
     }
-
-    void TearDown() override
-    {
-        delete instance;
-        instance = nullptr;
-        ControllerLine::TearDown();
-    }
-
-    std::string reply() { return controller().readUntilQuiet(); }
 
     RecordedPrograms programs;
     LogCapture log;
@@ -99,11 +82,9 @@ protected:
 class EbsInfo : public EbsCommands
 {
 protected:
-    void SetUp() override
+    void prepare() override
     {
-        EbsCommands::SetUp();
-        if (IsSkipped())
-            return;
+        EbsCommands::prepare();
         instance = new TableSource;
         instance->play(1);
         m_decoder = gst_bin_get_by_name(GST_BIN(m_watch.pipeline()), "decodebin1");

@@ -6,6 +6,7 @@
 //   a reply longer than the buffer              several writes, nothing is lost
 #include "commands/reply.h"
 #include "commands/uart_command.h"
+#include "kit/gstreamer.h"
 #include "link/serialport.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/udpsource.h"
@@ -170,8 +171,7 @@ class T2miReplies : public Replies
 protected:
     T2miReplies()
     {
-        gst_init(nullptr, nullptr);
-        gst_mpegts_initialize();
+        tessary::test::startGStreamer();
         standins::add();
         data.serverProtocol = protocolUdpT2mi;
         T2MI_Config_Struct config{64, 0};

@@ -1,9 +1,9 @@
 // The maintenance commands: ping (or what begins with it), versions, console commands.
 #include "commands/uart_command.h"
+#include "kit/handlertest.h"
 #include "link/serialport.h"
 #include "support/privatemachine.h"
 #include "support/testfiles.h"
-#include "support/ttyfixture.h"
 #include "system/system_config.h"
 
 #include <cstdlib>
@@ -11,19 +11,15 @@
 
 namespace {
 
-class MaintenanceCommands : public ControllerLine
+class MaintenanceCommands : public HandlerTest
 {
 protected:
-    void SetUp() override
+    void prepare() override
     {
-        ControllerLine::SetUp();
-        if (IsSkipped())
-            return;
         ASSERT_EQ(privatemachine::coverWithEmpty("/home"), "");
         programs.add("ping");
+        log.forget();
     }
-
-    std::string reply() { return controller().readUntilQuiet(); }
 
     RecordedPrograms programs;
     LogCapture log;

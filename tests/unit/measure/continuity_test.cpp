@@ -71,7 +71,7 @@ TEST_F(Continuity, PayloadOfEachTransportBeginsBehindItsHeader)
 {
     for (const protocol transport : {protocolUdp, protocolRtp, protocolUdpT2mi, protocolRtpT2mi}) {
         ReceptionStatistics own;
-        const Bytes frame = datagram(transport, joined({tsPacket(300, 4), tsPacket(301, 9)}));
+        const Bytes frame = datagram(transport, join({tsPacket(300, 4), tsPacket(301, 9)}));
         const TsPacketLayout layout = own.addFrame(transport, headerOf(frame, start), frame.data()).layout;
         expectLayout(layout, 188, 2);
         EXPECT_EQ(own.tab_continuity_counter[300], 0x84) << transport;

@@ -24,7 +24,7 @@ Bytes datagram(protocol transport, const Bytes& payload)
     };
     static const Bytes rtpHeader{0x80, 33, 0, 1, 0, 0, 0, 1, 0x12, 0x34, 0x56, 0x78}; // payload type MP2T
     const bool rtp = transport == protocolRtp || transport == protocolRtpT2mi;
-    Bytes frame = joined({headers, rtp ? rtpHeader : Bytes(), payload});
+    Bytes frame = join({headers, rtp ? rtpHeader : Bytes(), payload});
     put16(frame, 16, frame.size() - ethernetSize);
     put16(frame, ethernetSize + ipSize + 4, frame.size() - ethernetSize - ipSize);
     return frame;
@@ -38,25 +38,8 @@ void setUdpLength(Bytes& frame, unsigned length)
 Bytes tsPacket(
     unsigned pid, unsigned continuityCounter, AdaptationFieldControl control, bool discontinuityIndicator)
 {
-    Bytes packet(188, 0xff);
-    packet[0] = 0x47;
-    put16(packet, 1, pid);
-    packet[3] = static_cast<unsigned char>(control << 4 | (continuityCounter & 0x0f));
-    // Without an adaptation field the flag bit's place is payload, all ones here: it must not be taken for
-    // the flag.
-    if (control & adaptationOnly) {
-        packet[4] = control == adaptationOnly ? 183 : 1;
-        packet[5] = discontinuityIndicator ? 0x80 : 0x00;
-    }
-    return packet;
-}
-
-Bytes joined(const std::vector<Bytes>& parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
+    const std::uint8_t flags = discontinuityIndicator ? 0x80 : 0x00;
+    return makePacket(pid, continuityCounter, {control, {flags}});
 }
 
 pcap_pkthdr headerOf(const Bytes& frame, std::int64_t microseconds)

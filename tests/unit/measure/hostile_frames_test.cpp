@@ -146,7 +146,7 @@ TEST(HostileFrames, MutatedByTheMillionPassTheCallbackWithoutAFault)
         std::vector<Bytes> packets;
         for (unsigned i = 0; i < 3; ++i)
             packets.push_back(tsPacket(100 + i, i, adaptationAndPayload));
-        seeds[transport] = datagram(transport, joined(packets));
+        seeds[transport] = datagram(transport, join(packets));
     }
     ETHERNETMeasurement measurement;
     std::int64_t packets = 0;

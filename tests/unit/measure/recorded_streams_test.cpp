@@ -1,20 +1,12 @@
 // Whole recordings as datagrams: the errors of all periods together are those of a strict reading of the
 // file.
 #include "frames.h"
+#include "kit/samples.h"
 #include "measure/receptionstatistics.h"
 
-#include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 
 namespace {
-
-std::string samplesFolder()
-{
-    const char* const folder = std::getenv("TESSARY_SAMPLES");
-    return folder ? folder : TESSARY_SAMPLES;
-}
 
 struct Recording
 {
@@ -69,11 +61,9 @@ class RecordedStream : public ::testing::TestWithParam<Recording>
 TEST_P(RecordedStream, ErrorsOfAllPeriodsAreThoseOfTheFile)
 {
     const Recording& recording = GetParam();
-    const std::string path = samplesFolder() + "/" + recording.file;
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        GTEST_SKIP() << path << " is absent; TESSARY_SAMPLES names the folder of recorded streams";
-    const Bytes stream{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const Bytes stream = bytesOfSample(recording.file);
+    if (stream.empty())
+        GTEST_SKIP() << missingSample(recording.file);
     for (const protocol transport : {protocolUdp, protocolRtp}) {
         const Totals totals = measure(stream, recording.packetSize, transport);
         EXPECT_EQ(totals.packets, recording.packets) << "transport " << transport;

@@ -1,7 +1,8 @@
 // The bus loop on a thread of its own: what becomes of each kind of message, and how the loop ends.
 #include "media/gstmsghandler.h"
 
-#include "madesections.h"
+#include "kit/gstreamer.h"
+#include "kit/sections.h"
 #include "mediaenvironment.h"
 #include "mediatest.h"
 
@@ -21,7 +22,7 @@
 namespace {
 
 using Names = std::vector<std::string>;
-using madesections::Bytes;
+using namespace tessary::test;
 
 /// The receiving end of the loop's signals; notes what came and on which thread.
 class Receiver : public QObject
@@ -96,7 +97,7 @@ protected:
     /// Posts a section and tells how many references are left of it once everything was taken.
     int referencesAfter(const Bytes& bytes)
     {
-        GstMpegtsSection* section = madesections::delivered(bytes);
+        GstMpegtsSection* section = delivered(bytes);
         post(gst_message_new_mpegts_section(GST_OBJECT(pipeline), section));
         postEnd();
         waitForEnds(1);
@@ -127,10 +128,10 @@ protected:
 TEST_F(BusLoop, EachTableOfTheActualStreamHasItsSignal)
 {
     thread.start();
-    madesections::post(pipeline, madesections::pat({1}));
-    madesections::post(pipeline, madesections::sdt({1}, 60));
-    madesections::post(pipeline, madesections::nit(0, "n"));
-    madesections::post(pipeline, madesections::pmt(1));
+    postSection(pipeline, makePat({1}));
+    postSection(pipeline, makeSdt({1}, 60));
+    postSection(pipeline, makeNit(0, "n"));
+    postSection(pipeline, makePmt(1));
     postEnd();
     waitForEnds(1);
     EXPECT_EQ(receiver.pat, 1);
@@ -143,21 +144,21 @@ TEST_F(BusLoop, EachTableOfTheActualStreamHasItsSignal)
 TEST_F(BusLoop, AnotherNetworksNitIsReleasedWithoutASignal)
 {
     thread.start();
-    EXPECT_EQ(referencesAfter(madesections::nit(0, "other", 0x41)), 1);
+    EXPECT_EQ(referencesAfter(makeNit(0, "other", 0x41)), 1);
     EXPECT_EQ(receiver.nit, 0);
 }
 
 TEST_F(BusLoop, AnotherStreamsSdtIsReleasedWithoutASignal)
 {
     thread.start();
-    EXPECT_EQ(referencesAfter(madesections::sdt({5}, 60, 0, 0x46)), 1);
+    EXPECT_EQ(referencesAfter(makeSdt({5}, 60, 0, 0x46)), 1);
     EXPECT_EQ(receiver.sdt, 0);
 }
 
 TEST_F(BusLoop, TablesThatNobodyNeedsAreReleasedWithoutASignal)
 {
     thread.start();
-    EXPECT_EQ(referencesAfter(madesections::section(0x4E, 1, Bytes(6, 0))), 1); // EIT
+    EXPECT_EQ(referencesAfter(makeSection(0x4E, 1, Bytes(6, 0))), 1); // EIT
     EXPECT_EQ(receiver.pat + receiver.sdt + receiver.nit + receiver.pmt, 0);
 }
 
@@ -190,7 +191,7 @@ TEST_F(BusLoop, TheLoopGoesOnAfterTheEndOfAStream)
     waitForEnds(1);
     ASSERT_TRUE(reachesNull());
     gst_element_set_state(pipeline, GST_STATE_READY); // the next mode
-    madesections::post(pipeline, madesections::pat({1}));
+    postSection(pipeline, makePat({1}));
     postEnd();
     waitForEnds(2);
     EXPECT_EQ(receiver.pat, 1);
@@ -205,7 +206,7 @@ TEST_F(BusLoop, AnErrorStopsNothing)
     GError* error = g_error_new_literal(GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_OPEN_WRITE, "no such device");
     post(gst_message_new_error(GST_OBJECT(pipeline), error, "opened for the display"));
     g_error_free(error);
-    madesections::post(pipeline, madesections::pat({1}));
+    postSection(pipeline, makePat({1}));
     eventually([this] { return receiver.pat > 0; });
     EXPECT_EQ(receiver.pat, 1); // what came behind the error was taken
     EXPECT_EQ(GST_STATE(pipeline), GST_STATE_READY);
@@ -219,7 +220,7 @@ TEST_F(BusLoop, InterruptionWhileNoMessageArrivesEndsTheLoopWithinASecond)
     double shortest = patienceMs;
     for (int attempt = 0; attempt < 5 && shortest > atMost; ++attempt) { // a busy machine makes some longer
         thread.start();
-        madesections::post(pipeline, madesections::pat({1}));
+        postSection(pipeline, makePat({1}));
         ASSERT_TRUE(
             eventually([&] { return receiver.pat > attempt; })); // the loop runs, and goes into its wait
         const auto start = std::chrono::steady_clock::now();
@@ -238,7 +239,7 @@ TEST_F(BusLoop, WakingHasTheLoopSeeAnInterruptionAtOnce)
     double seconds = 0;
     for (int i = 0; i < loops; ++i) {
         thread.start();
-        madesections::post(pipeline, madesections::pat({1}));
+        postSection(pipeline, makePat({1}));
         ASSERT_TRUE(eventually([&] { return receiver.pat > i; })); // the loop runs, and goes into its wait
         const auto start = std::chrono::steady_clock::now();
         thread.requestInterruption();
@@ -256,7 +257,7 @@ TEST_F(BusLoop, WakingAStoppedPipelinesLoopWorksToo)
     gst_element_set_state(pipeline, GST_STATE_NULL); // its bus drops what is posted
     thread.start();
     handler.wake();
-    madesections::post(pipeline, madesections::pat({1}));
+    postSection(pipeline, makePat({1}));
     eventually([this] { return receiver.pat > 0; });
     EXPECT_EQ(receiver.pat, 1);
 }
@@ -371,8 +372,8 @@ TEST_F(BusLoopConsole, AnErrorIsOneEmptyWriteAndItsDetailsAnother)
 TEST_F(BusLoopConsole, SectionsAndTheEndOfAStreamLeaveTheConsoleAlone)
 {
     thread.start();
-    madesections::post(pipeline, madesections::pat({1}));
-    madesections::post(pipeline, madesections::nit(0, "other", 0x41));
+    postSection(pipeline, makePat({1}));
+    postSection(pipeline, makeNit(0, "other", 0x41));
     settle();
     EXPECT_EQ(visits(), 0);
 }

@@ -1,8 +1,8 @@
 // Real streams played to their end: what is decoded, linked and reported.
 #include "sourcetest.h"
 
+#include "kit/oracle.h"
 #include "media/filesource.h"
-#include "oracle.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 // The end of the object: modes, tables, bus thread and pipeline, also when the bus thread is held up.
+#include "kit/gstreamer.h"
+#include "kit/sections.h"
 #include "lifetimes.h"
-#include "madesections.h"
 #include "media/gstimpl.h"
 #include "mediatest.h"
 
@@ -8,6 +9,8 @@
 #include <QCoreApplication>
 
 namespace {
+
+using namespace tessary::test;
 
 using Names = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
@@ -106,7 +109,7 @@ TEST_P(HeldUpDestruction, WaitsFiveSecondsForTheBusThreadAndLeavesNothingBehind)
     const QtObjects objects;
     makeWatched();
     prints.holdAt(GetParam());
-    madesections::post(pipeline(), madesections::pat({1, 2}));
+    postSection(pipeline(), makePat({1, 2}));
     ASSERT_TRUE(prints.waitUntilHeld());
     log.forget();
     const double seconds = secondsToDestroy();

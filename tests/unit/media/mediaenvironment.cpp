@@ -1,6 +1,6 @@
 #include "mediaenvironment.h"
 
-#include "media/mpegts.h"
+#include "kit/gstreamer.h"
 #include "standins.h"
 #include "support/privatemachine.h"
 
@@ -23,8 +23,7 @@ public:
         setenv("GST_DEBUG_DUMP_DOT_DIR", UNIT_MEDIA_FOLDER, 1);
         unsetenv("GST_PLUGIN_PATH"); // only the system's plug-ins and the stand-ins
         m_application = std::make_unique<QCoreApplication>(m_argumentCount, m_arguments);
-        gst_init(nullptr, nullptr);
-        gst_mpegts_initialize();
+        tessary::test::startGStreamer();
         standins::add();
     }
 

@@ -115,5 +115,3 @@ public:
 private:
     std::string m_path;
 };
-
-std::string fileBytes(const std::string& path);

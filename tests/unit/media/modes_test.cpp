@@ -1,15 +1,20 @@
 // Recording, sending to the FPGA, scanning, and the graph file.
-#include "madesections.h"
+#include "kit/gstreamer.h"
+#include "kit/packets.h"
+#include "kit/sections.h"
 #include "media/gstimpl.h"
 #include "mediaenvironment.h"
 #include "mediatest.h"
 #include "standins.h"
+#include "support/testfiles.h"
 
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
 
 namespace {
+
+using namespace tessary::test;
 
 using Names = std::vector<std::string>;
 
@@ -30,11 +35,7 @@ protected:
     std::string streamFile()
     {
         std::string path = folder.file("stream.ts");
-        std::string packet = "\x47\x1F\xFF\x10";
-        packet.resize(188, '\xA5');
-        std::ofstream out(path, std::ios::binary);
-        for (int i = 0; i < 500; ++i)
-            out << packet;
+        writeBytes(path, join(std::vector<Bytes>(500, packet(0x1FFF, 0, 0xA5))));
         return path;
     }
 
@@ -83,7 +84,7 @@ TEST_F(Modes, RecordWritesTheWholeStreamUnchanged)
     make(fileSource(path)).record(folder.file("copy.ts"));
     waitForEnd();
     EXPECT_EQ(status(), "stopped");
-    EXPECT_EQ(fileBytes(folder.file("copy.ts")), fileBytes(path));
+    EXPECT_EQ(readFile(folder.file("copy.ts")), readFile(path));
     EXPECT_EQ(elements().size(), 5U); // the branch stays until stop
 }
 
@@ -123,8 +124,8 @@ TEST_F(Modes, SendBesideAnotherModeFeedsBothBranches)
     object().sendStream(); // the record branch is still there
     EXPECT_EQ(teeBranches(), (Names{"queueRecord", "queuePciesink"}));
     waitForEnd(2);
-    EXPECT_EQ(fileBytes(folder.file("fpga.ts")), fileBytes(path));
-    EXPECT_EQ(fileBytes(folder.file("copy.ts")), fileBytes(path)); // written afresh
+    EXPECT_EQ(readFile(folder.file("fpga.ts")), readFile(path));
+    EXPECT_EQ(readFile(folder.file("copy.ts")), readFile(path)); // written afresh
 }
 
 TEST_F(Modes, ScanBuildsAnUnboundedParsingBranch)
@@ -150,7 +151,7 @@ TEST_F(Modes, ASecondScanEmptiesTheTablesAndReusesTheBranch)
 {
     make().scan();
     GstElement* parser = element("tsparse");
-    madesections::post(pipeline(), madesections::pat({1, 2}));
+    postSection(pipeline(), makePat({1, 2}));
     ASSERT_TRUE(prints.waitFor("new PAT received\n"));
     EXPECT_EQ(object().getTotalNumberOfProgramsFound(), 2);
     const Names added = watch.added();
@@ -186,7 +187,7 @@ TEST_F(Modes, TheGraphIsWrittenInDetailUnderTheGivenName)
     log.forget();
     object().debugdotfile(name);
     EXPECT_EQ(log.lines(), Names{"------------------gstImpl debugdotfile ------------------"});
-    const std::string graph = fileBytes(path);
+    const std::string graph = readFile(path);
     std::filesystem::remove(path);
     EXPECT_NE(graph.find("queueTsParse"), std::string::npos);
     EXPECT_NE(graph.find("max-size-bytes=20000000"), std::string::npos); // not only names: all details

@@ -2,16 +2,17 @@
 // independent reader finds.
 #include "sourcetest.h"
 
+#include "kit/oracle.h"
 #include "media/filesource.h"
 #include "media/rtpsource.h"
 #include "media/udpsource.h"
-#include "oracle.h"
 #include "send_loop.h"
 #include "stream_datagrams.h"
 #include "ts_file.h"
 
 #include <arpa/inet.h>
 #include <atomic>
+#include <filesystem>
 #include <map>
 #include <sys/socket.h>
 #include <thread>
@@ -19,8 +20,8 @@
 
 namespace {
 
+using tessary::test::Bytes;
 using tessary::test::OracleSection;
-using Bytes = std::vector<std::uint8_t>;
 
 enum class Way { File, Udp, Rtp };
 
@@ -124,7 +125,7 @@ protected:
         tessary::sender::StreamDatagrams datagrams(options, file);
         tessary::sender::DatagramSocket outlet(tessary::sender::targetOf(options));
         tessary::sender::SendLoop(options, datagrams, outlet, [] { return false; }).run();
-        ASSERT_TRUE(received.waitFor(fileBytes(path).size() - file.bytesLeftOver()));
+        ASSERT_TRUE(received.waitFor(std::filesystem::file_size(path) - file.bytesLeftOver()));
         gst_element_send_event(element("udpsrc1"), gst_event_new_eos());
     }
 

@@ -1,7 +1,8 @@
 // The four stream sources: elements, properties, ghost pad, forwarding.
 #include "sourcetest.h"
 
-#include "madesections.h"
+#include "kit/gstreamer.h"
+#include "kit/sections.h"
 #include "media/filesource.h"
 #include "media/pciesource.h"
 #include "media/rtpsource.h"
@@ -12,6 +13,8 @@
 #include <stdexcept>
 
 namespace {
+
+using namespace tessary::test;
 
 using Names = std::vector<std::string>;
 
@@ -313,27 +316,27 @@ TEST_F(Sources, OperationsReachThePipeline)
 TEST_F(Sources, TablesAreThoseOfThePipeline)
 {
     hold(new filesource("/dev/null"));
-    madesections::post(pipeline(), madesections::pat({0, 7, 9}));
-    madesections::post(pipeline(), madesections::nit(0, "net"));
-    madesections::post(pipeline(), madesections::pmt(9));
+    postSection(pipeline(), makePat({0, 7, 9}));
+    postSection(pipeline(), makeNit(0, "net"));
+    postSection(pipeline(), makePmt(9));
     ASSERT_TRUE(prints.waitFor("program_number :9\r\n"));
-    EXPECT_EQ(*source().getPAT(), madesections::pat({0, 7, 9}));
-    EXPECT_EQ(*source().getNIT(), madesections::nit(0, "net"));
+    EXPECT_EQ(*source().getPAT(), makePat({0, 7, 9}));
+    EXPECT_EQ(*source().getNIT(), makeNit(0, "net"));
     EXPECT_EQ(source().getTotalNumberOfProgramsFound(), 2);
     EXPECT_EQ(source().getProgramNumber(1), 9);
     EXPECT_EQ(source().getPMT(), nullptr);
     source().play(9);
-    EXPECT_EQ(*source().getPMT(), madesections::pmt(9));
+    EXPECT_EQ(*source().getPMT(), makePmt(9));
 }
 
 TEST_F(Sources, StreamInformationIsTheTaggedSdt)
 {
     hold(new filesource("/dev/null"));
     EXPECT_EQ(source().getStreamInformation(), nullptr); // no SDT was received
-    const madesections::Bytes sdt = madesections::sdt({1, 2}, 90);
-    madesections::post(pipeline(), sdt);
+    const Bytes sdt = makeSdt({1, 2}, 90);
+    postSection(pipeline(), sdt);
     ASSERT_TRUE(prints.waitFor("new SDT received\n"));
-    madesections::Bytes expected{'<', 'S', 'D', 'T', '>'};
+    Bytes expected{'<', 'S', 'D', 'T', '>'};
     expected.insert(expected.end(), sdt.begin(), sdt.end());
     ASSERT_NE(source().getStreamInformation(), nullptr);
     EXPECT_EQ(*source().getStreamInformation(), expected); // the second call does not accumulate

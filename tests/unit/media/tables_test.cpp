@@ -1,9 +1,10 @@
 // What becomes of the sections that the bus thread delivers: bytes, lists, prints, and the getters.
-#include "madesections.h"
+#include "kit/gstreamer.h"
+#include "kit/sections.h"
 #include "media/gstimpl.h"
 #include "mediatest.h"
 
-using madesections::Bytes;
+using namespace tessary::test;
 
 namespace {
 
@@ -12,14 +13,14 @@ class Tables : public MediaTest
 protected:
     Tables() { make(); }
 
-    void deliver(const Bytes& section) { madesections::post(pipeline(), section); }
+    void deliver(const Bytes& section) { postSection(pipeline(), section); }
 
     /// Returns when everything delivered so far has been taken: a marker PMT of a program of its own goes
     /// behind it.
     void settle()
     {
         ++m_marker;
-        deliver(madesections::pmt(static_cast<std::uint16_t>(m_marker)));
+        deliver(makePmt(static_cast<std::uint16_t>(m_marker)));
         ASSERT_TRUE(prints.waitFor("new PMT received program_number :" + std::to_string(m_marker) + "\r\n"));
     }
 
@@ -37,13 +38,6 @@ private:
     int m_marker = 0xF000;
 };
 
-Bytes joined(const Bytes& first, const Bytes& second)
-{
-    Bytes all = first;
-    all.insert(all.end(), second.begin(), second.end());
-    return all;
-}
-
 TEST_F(Tables, StartEmptyAndNeverNull)
 {
     EXPECT_TRUE(object().getPAT()->empty());
@@ -55,7 +49,7 @@ TEST_F(Tables, StartEmptyAndNeverNull)
 
 TEST_F(Tables, PatKeepsItsProgramsWithoutNumberZero)
 {
-    const Bytes section = madesections::pat({0, 1, 2});
+    const Bytes section = makePat({0, 1, 2});
     deliverAndSettle(section);
     EXPECT_EQ(pat(), section);
     EXPECT_EQ(object().getTotalNumberOfProgramsFound(), 2);
@@ -66,17 +60,17 @@ TEST_F(Tables, PatKeepsItsProgramsWithoutNumberZero)
 
 TEST_F(Tables, TheSamePatAgainIsIgnored)
 {
-    deliver(madesections::pat({0, 1, 2}));
-    deliverAndSettle(madesections::pat({0, 1, 2}));
+    deliver(makePat({0, 1, 2}));
+    deliverAndSettle(makePat({0, 1, 2}));
     EXPECT_EQ(prints.count("new PAT received\n"), 1);
     EXPECT_EQ(object().getTotalNumberOfProgramsFound(), 2);
 }
 
 TEST_F(Tables, AChangedPatOfTheSameLengthIsIgnoredToo) // known by its length alone: this is meant
 {
-    const Bytes first = madesections::pat({1, 2}, 0);
+    const Bytes first = makePat({1, 2}, 0);
     deliver(first);
-    deliverAndSettle(madesections::pat({3, 4}, 1));
+    deliverAndSettle(makePat({3, 4}, 1));
     EXPECT_EQ(pat(), first);
     EXPECT_EQ(object().getProgramNumber(0), 1);
     EXPECT_EQ(prints.count("new PAT received\n"), 1);
@@ -84,8 +78,8 @@ TEST_F(Tables, AChangedPatOfTheSameLengthIsIgnoredToo) // known by its length al
 
 TEST_F(Tables, APatOfAnotherLengthReplacesBytesAndList)
 {
-    deliver(madesections::pat({0, 1, 2}));
-    const Bytes second = madesections::pat({7, 6, 5, 4}, 1);
+    deliver(makePat({0, 1, 2}));
+    const Bytes second = makePat({7, 6, 5, 4}, 1);
     deliverAndSettle(second);
     EXPECT_EQ(pat(), second);
     EXPECT_EQ(object().getTotalNumberOfProgramsFound(), 4);
@@ -96,8 +90,8 @@ TEST_F(Tables, APatOfAnotherLengthReplacesBytesAndList)
 
 TEST_F(Tables, APatThatDoesNotParseAddsItsBytesOnly)
 {
-    deliver(madesections::pat({1, 2, 3}));
-    const Bytes bad = madesections::damaged(madesections::pat({4, 5}));
+    deliver(makePat({1, 2, 3}));
+    const Bytes bad = damaged(makePat({4, 5}));
     deliverAndSettle(bad);
     EXPECT_EQ(pat(), bad);
     EXPECT_EQ(object().getTotalNumberOfProgramsFound(), 0);
@@ -108,37 +102,36 @@ TEST_F(Tables, APatThatDoesNotParseAddsItsBytesOnly)
 
 TEST_F(Tables, SdtSectionsOfDifferentLengthsAccumulate)
 {
-    const Bytes first = madesections::sdt({10, 11}, 100);
-    const Bytes second = madesections::sdt({12}, 120, 1);
+    const Bytes first = makeSdt({10, 11}, 100);
+    const Bytes second = makeSdt({12}, 120, 1);
     ASSERT_EQ(first.size(), 100U);
     ASSERT_EQ(second.size(), 120U);
     deliverAndSettle(first);
     EXPECT_EQ(sdt().size(), 100U);
     deliverAndSettle(second);
-    EXPECT_EQ(sdt(), joined(first, second)); // 220
+    EXPECT_EQ(sdt(), join({first, second})); // 220
     deliverAndSettle(second);
-    EXPECT_EQ(
-        sdt(), joined(joined(first, second), second)); // 340: it grows with each repetition, this is meant
+    EXPECT_EQ(sdt(), join({first, second, second})); // 340: it grows with each repetition, this is meant
     EXPECT_EQ(prints.count("new SDT received\n"), 3);
 }
 
 TEST_F(Tables, AnSdtThatGrowsWithoutEndDoesNotFillTheMemory)
 {
     constexpr std::size_t kept = 16 * 1024 * 1024;
-    const Bytes first = madesections::sdt({10}, 250);
-    const Bytes second = madesections::sdt({11}, 260, 1);
-    object().newSdtSectionReceived(madesections::delivered(first));
+    const Bytes first = makeSdt({10}, 250);
+    const Bytes second = makeSdt({11}, 260, 1);
+    object().newSdtSectionReceived(delivered(first));
     for (std::size_t size = first.size(); size < kept + 100 * second.size(); size += second.size())
-        object().newSdtSectionReceived(madesections::delivered(second));
+        object().newSdtSectionReceived(delivered(second));
     EXPECT_EQ(sdt().size(), first.size() + (kept - first.size()) / second.size() * second.size());
 }
 
 TEST_F(Tables, AnSdtThatIsTheOnlyOneIsTakenOnce)
 {
-    const Bytes section = madesections::sdt({10}, 64);
+    const Bytes section = makeSdt({10}, 64);
     deliver(section);
     deliver(section);
-    deliverAndSettle(madesections::sdt({99}, 64));
+    deliverAndSettle(makeSdt({99}, 64));
     EXPECT_EQ(sdt(), section);
     EXPECT_EQ(object().getProgramNumber(0), 10);
     EXPECT_EQ(prints.count("new SDT received\n"), 1);
@@ -146,9 +139,9 @@ TEST_F(Tables, AnSdtThatIsTheOnlyOneIsTakenOnce)
 
 TEST_F(Tables, SdtServicesAreThoseOfTheLastSectionWithoutZero)
 {
-    deliver(madesections::pat({1}));
-    deliver(madesections::sdt({20, 21}, 100));
-    deliverAndSettle(madesections::sdt({300, 0, 200}, 120));
+    deliver(makePat({1}));
+    deliver(makeSdt({20, 21}, 100));
+    deliverAndSettle(makeSdt({300, 0, 200}, 120));
     EXPECT_EQ(object().getProgramNumber(0), 300);
     EXPECT_EQ(object().getProgramNumber(1), 200);
     EXPECT_EQ(object().getProgramNumber(2), 0);
@@ -161,12 +154,12 @@ TEST_F(Tables, SdtServicesAreThoseOfTheLastSectionWithoutZero)
 
 TEST_F(Tables, AnSdtThatDoesNotParseAddsItsBytesOnly)
 {
-    deliver(madesections::pat({1}));
-    const Bytes first = madesections::sdt({20}, 100);
-    const Bytes bad = madesections::damaged(madesections::sdt({30}, 120));
+    deliver(makePat({1}));
+    const Bytes first = makeSdt({20}, 100);
+    const Bytes bad = damaged(makeSdt({30}, 120));
     deliver(first);
     deliverAndSettle(bad);
-    EXPECT_EQ(sdt(), joined(first, bad));
+    EXPECT_EQ(sdt(), join({first, bad}));
     EXPECT_EQ(prints.count("Service "), 1); // the first one's
     EXPECT_EQ(prints.count("new SDT received\n"), 2);
     EXPECT_EQ(object().getProgramNumber(0), 1); // no service is known: the PAT's program
@@ -174,26 +167,26 @@ TEST_F(Tables, AnSdtThatDoesNotParseAddsItsBytesOnly)
 
 TEST_F(Tables, NitIsHandedOutInTheOrderOfItsSectionNumbers)
 {
-    const Bytes one = madesections::nit(1, "second part");
-    const Bytes zero = madesections::nit(0, "first");
+    const Bytes one = makeNit(1, "second part");
+    const Bytes zero = makeNit(0, "first");
     deliver(one);
     deliverAndSettle(zero);
-    EXPECT_EQ(nit(), joined(zero, one));
+    EXPECT_EQ(nit(), join({zero, one}));
     EXPECT_EQ(prints.text().find("new NIT received (section: 1)\r\nnew NIT received (section: 0)\r\n"), 0U);
 }
 
 TEST_F(Tables, NitWithOnlySectionOneIsHandedOutEmpty) // rather than with a gap: this is meant
 {
-    deliverAndSettle(madesections::nit(1, "second part"));
+    deliverAndSettle(makeNit(1, "second part"));
     EXPECT_EQ(prints.count("new NIT received (section: 1)\r\n"), 1);
     EXPECT_TRUE(nit().empty());
 }
 
 TEST_F(Tables, TheFirstNitSectionOfANumberIsKept)
 {
-    const Bytes first = madesections::nit(0, "first");
+    const Bytes first = makeNit(0, "first");
     deliver(first);
-    deliverAndSettle(madesections::nit(0, "a later version"));
+    deliverAndSettle(makeNit(0, "a later version"));
     EXPECT_EQ(nit(), first);
     EXPECT_EQ(prints.count("new NIT received"), 1);
     EXPECT_EQ(nit(), first); // a second call gives the same, not twice
@@ -202,9 +195,9 @@ TEST_F(Tables, TheFirstNitSectionOfANumberIsKept)
 TEST_F(Tables, PmtIsNullBeforeTheChosenProgramsPmtArrived)
 {
     object().play(2);
-    deliverAndSettle(madesections::pmt(1));
+    deliverAndSettle(makePmt(1));
     EXPECT_EQ(object().getPMT(), nullptr);
-    const Bytes second = madesections::pmt(2);
+    const Bytes second = makePmt(2);
     deliverAndSettle(second);
     ASSERT_NE(object().getPMT(), nullptr);
     EXPECT_EQ(*object().getPMT(), second);
@@ -212,8 +205,8 @@ TEST_F(Tables, PmtIsNullBeforeTheChosenProgramsPmtArrived)
 
 TEST_F(Tables, PmtFollowsTheProgramLastPlayed)
 {
-    const Bytes one = madesections::pmt(1, 0x201);
-    const Bytes two = madesections::pmt(2, 0x202);
+    const Bytes one = makePmt(1, 0x201);
+    const Bytes two = makePmt(2, 0x202);
     deliver(one);
     deliverAndSettle(two);
     object().play(1);
@@ -226,9 +219,9 @@ TEST_F(Tables, PmtFollowsTheProgramLastPlayed)
 
 TEST_F(Tables, TheFirstPmtOfAProgramIsKept)
 {
-    const Bytes first = madesections::pmt(5, 0x201, 0);
+    const Bytes first = makePmt(5, 0x201, 0);
     deliver(first);
-    deliverAndSettle(madesections::pmt(5, 0x333, 1));
+    deliverAndSettle(makePmt(5, 0x333, 1));
     object().play(5);
     EXPECT_EQ(*object().getPMT(), first);
     EXPECT_EQ(prints.count("new PMT received program_number :5\r\n"), 1);
@@ -236,7 +229,7 @@ TEST_F(Tables, TheFirstPmtOfAProgramIsKept)
 
 TEST_F(Tables, APmtThatDoesNotParseIsLeftOut)
 {
-    deliverAndSettle(madesections::damaged(madesections::pmt(5)));
+    deliverAndSettle(damaged(makePmt(5)));
     object().play(5);
     EXPECT_EQ(object().getPMT(), nullptr);
     EXPECT_EQ(prints.count("program_number :5\r\n"), 0);
@@ -244,9 +237,9 @@ TEST_F(Tables, APmtThatDoesNotParseIsLeftOut)
 
 TEST_F(Tables, OtherNetworksAndOtherStreamsNeverReachTheTables)
 {
-    deliver(madesections::nit(0, "another network", 0x41));
-    deliver(madesections::sdt({77}, 80, 0, 0x46));
-    deliverAndSettle(madesections::section(0x4E, 1, Bytes(6, 0))); // EIT
+    deliver(makeNit(0, "another network", 0x41));
+    deliver(makeSdt({77}, 80, 0, 0x46));
+    deliverAndSettle(makeSection(0x4E, 1, Bytes(6, 0))); // EIT
     EXPECT_TRUE(nit().empty());
     EXPECT_TRUE(sdt().empty());
     EXPECT_EQ(object().getProgramNumber(0), 0);
@@ -257,12 +250,11 @@ TEST_F(Tables, OtherNetworksAndOtherStreamsNeverReachTheTables)
 TEST_F(Tables, EverySectionIsReleasedWhateverBecomesOfIt)
 {
     std::vector<GstMpegtsSection*> sections;
-    const std::vector<Bytes> all = {madesections::pat({1}), madesections::pat({1}),
-        madesections::sdt({1}, 50), madesections::sdt({1}, 50), madesections::pmt(1), madesections::pmt(1),
-        madesections::damaged(madesections::pmt(2)), madesections::nit(0, "n"), madesections::nit(0, "n"),
-        madesections::nit(0, "other", 0x41), madesections::sdt({1}, 60, 0, 0x46)};
+    const std::vector<Bytes> all = {makePat({1}), makePat({1}), makeSdt({1}, 50), makeSdt({1}, 50),
+        makePmt(1), makePmt(1), damaged(makePmt(2)), makeNit(0, "n"), makeNit(0, "n"),
+        makeNit(0, "other", 0x41), makeSdt({1}, 60, 0, 0x46)};
     for (const Bytes& bytes : all) {
-        sections.push_back(madesections::delivered(bytes));
+        sections.push_back(delivered(bytes));
         gst_element_post_message(pipeline(), gst_message_new_mpegts_section(nullptr, sections.back()));
     }
     settle();
@@ -275,10 +267,10 @@ TEST_F(Tables, EverySectionIsReleasedWhateverBecomesOfIt)
 
 TEST_F(Tables, ClearingEmptiesEveryTable)
 {
-    deliver(madesections::pat({1, 2}));
-    deliver(madesections::sdt({1, 2}, 60));
-    deliver(madesections::nit(0, "network"));
-    deliverAndSettle(madesections::pmt(1));
+    deliver(makePat({1, 2}));
+    deliver(makeSdt({1, 2}, 60));
+    deliver(makeNit(0, "network"));
+    deliverAndSettle(makePmt(1));
     object().play(1);
     ASSERT_NE(object().getPMT(), nullptr);
     object().clearPIDFilter();
@@ -292,13 +284,13 @@ TEST_F(Tables, ClearingEmptiesEveryTable)
 
 TEST_F(Tables, AfterClearingTheSameSectionsAreTakenAgain)
 {
-    deliver(madesections::pat({1, 2}));
-    deliver(madesections::sdt({1, 2}, 60));
-    deliverAndSettle(madesections::nit(0, "network"));
+    deliver(makePat({1, 2}));
+    deliver(makeSdt({1, 2}, 60));
+    deliverAndSettle(makeNit(0, "network"));
     object().clearPIDFilter();
-    deliver(madesections::pat({1, 2}));
-    deliver(madesections::sdt({1, 2}, 60));
-    deliverAndSettle(madesections::nit(0, "network"));
+    deliver(makePat({1, 2}));
+    deliver(makeSdt({1, 2}, 60));
+    deliverAndSettle(makeNit(0, "network"));
     EXPECT_EQ(object().getTotalNumberOfProgramsFound(), 2);
     EXPECT_EQ(sdt().size(), 60U);
     EXPECT_FALSE(nit().empty());
@@ -306,8 +298,8 @@ TEST_F(Tables, AfterClearingTheSameSectionsAreTakenAgain)
 
 TEST_F(Tables, PlayingKeepsTheTables)
 {
-    deliver(madesections::pat({1, 2}));
-    deliverAndSettle(madesections::sdt({8, 9}, 60));
+    deliver(makePat({1, 2}));
+    deliverAndSettle(makeSdt({8, 9}, 60));
     object().play(8);
     object().stop();
     EXPECT_EQ(object().getTotalNumberOfProgramsFound(), 2);
@@ -316,11 +308,11 @@ TEST_F(Tables, PlayingKeepsTheTables)
 
 TEST_F(Tables, AHandedOutTableIsNotChangedByASectionThatArrivesLater)
 {
-    const Bytes first = madesections::pat({1});
+    const Bytes first = makePat({1});
     deliverAndSettle(first);
     const std::vector<std::uint8_t>* held = object().getPAT();
     const std::uint8_t* bytes = held->data();
-    deliverAndSettle(madesections::pat({1, 2, 3, 4, 5, 6, 7, 8}));
+    deliverAndSettle(makePat({1, 2, 3, 4, 5, 6, 7, 8}));
     EXPECT_EQ(*held, first);
     EXPECT_EQ(held->data(), bytes);
     EXPECT_EQ(object().getPAT()->size(), 12U + 8 * 4); // the next call brings the new one
@@ -328,14 +320,14 @@ TEST_F(Tables, AHandedOutTableIsNotChangedByASectionThatArrivesLater)
 
 TEST_F(Tables, AskingWhileSectionsArriveGivesWholeTables)
 {
-    const Bytes shortPat = madesections::pat({1, 2});
-    const Bytes longPat = madesections::pat({3, 4, 5, 6});
+    const Bytes shortPat = makePat({1, 2});
+    const Bytes longPat = makePat({3, 4, 5, 6});
     constexpr int rounds = 320;
     for (int i = 0; i < rounds; ++i) { // each PAT replaces the one before on the bus thread
         deliver(shortPat);
         deliver(longPat);
-        deliver(madesections::nit(static_cast<std::uint8_t>(i % 3), "part"));
-        deliver(madesections::sdt({9, 8, 7}, 100));
+        deliver(makeNit(static_cast<std::uint8_t>(i % 3), "part"));
+        deliver(makeSdt({9, 8, 7}, 100));
         const Bytes seen = pat();
         EXPECT_TRUE(seen.empty() || seen == shortPat || seen == longPat);
         const int programs = object().getTotalNumberOfProgramsFound();
@@ -355,11 +347,11 @@ TEST_F(Tables, ProgramNumbersOutsideTheListsAreZero)
 {
     EXPECT_EQ(object().getProgramNumber(0), 0); // both lists empty
     EXPECT_EQ(object().getProgramNumber(5), 0);
-    deliverAndSettle(madesections::pat({4, 5}));
+    deliverAndSettle(makePat({4, 5}));
     EXPECT_EQ(object().getProgramNumber(-1), 0);
     EXPECT_EQ(object().getProgramNumber(1), 5);
     EXPECT_EQ(object().getProgramNumber(2), 0);
-    deliverAndSettle(madesections::sdt({6}, 60));
+    deliverAndSettle(makeSdt({6}, 60));
     EXPECT_EQ(object().getProgramNumber(-1), 0);
     EXPECT_EQ(object().getProgramNumber(0), 6); // the services come first
     EXPECT_EQ(object().getProgramNumber(1), 0);

@@ -2,6 +2,7 @@
 // and the controller's line.
 #include "../measure/frames.h"
 #include "commands/uart_command.h"
+#include "kit/gstreamer.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/filesource.h"
 #include "support/privatemachine.h"
@@ -339,8 +340,7 @@ TEST_F(NetworkCommands, FailedCaptureIsAnsweredWithZeros)
 
 TEST_F(NetworkCommands, MeasurementCommandsStopThePlaying)
 {
-    gst_init(nullptr, nullptr);
-    gst_mpegts_initialize();
+    tessary::test::startGStreamer();
     filesource source("/dev/zero");
     instance = &source;
     for (void (*command)() : {Uart_GetEthernetMeasurement, Uart_GetIAT}) {

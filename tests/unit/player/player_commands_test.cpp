@@ -1,10 +1,10 @@
 #include "commands/uart_command.h"
+#include "kit/handlertest.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/filesource.h"
 #include "media/rtpsource.h"
 #include "media/udpsource.h"
 #include "standins.h"
-#include "support/ttyfixture.h"
 #include "system/mydata.h"
 
 #include <algorithm>
@@ -14,30 +14,16 @@
 
 namespace {
 
-/// The settings as after a start, no source, the measurement object in place.
-class PlayerCommands : public ControllerLine
+class PlayerCommands : public HandlerTest
 {
 protected:
-    void SetUp() override
+    void prepare() override
     {
-        ControllerLine::SetUp();
-        gst_init(nullptr, nullptr);
-        gst_mpegts_initialize();
-        data = MyData();
         data.serverAddress = "239.0.0.1";
         data.serverPort = "1234";
-        if (!ethMes)
-            ethMes = new ETHERNETMeasurement;
     }
 
-    void TearDown() override
-    {
-        delete instance;
-        instance = nullptr;
-        ControllerLine::TearDown();
-    }
-
-    std::string silence() { return controller().readUntilQuiet(30); }
+    std::string silence() { return reply(30); }
 };
 
 long count(const std::vector<std::string>& lines, const std::string& line)

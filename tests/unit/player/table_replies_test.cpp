@@ -1,10 +1,11 @@
 // The tables' way to the controller: what a scan found goes over the line byte for byte.
 #include "commands/uart_command.h"
-#include "madesections.h"
+#include "kit/gstreamer.h"
+#include "kit/handlertest.h"
+#include "kit/sections.h"
 #include "media/gstimpl.h"
 #include "media/gstsource.h"
 #include "support/allocations.h"
-#include "support/ttyfixture.h"
 #include "system/mydata.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +13,7 @@
 
 namespace {
 
-using madesections::Bytes;
+using namespace tessary::test;
 
 /// A source without stream: the test hands its pipeline the sections that a scan would find.
 class TableSource : public gstsource
@@ -26,31 +27,20 @@ public:
     }
     ~TableSource() override { delete impl; }
 
-    void receiveSdt(const Bytes& section) { receiveSdt(madesections::delivered(section)); }
+    void receiveSdt(const Bytes& section) { receiveSdt(delivered(section)); }
     void receiveSdt(GstMpegtsSection* section) { impl->newSdtSectionReceived(section); }
     void receivePat(GstMpegtsSection* section) { impl->newPatSectionReceived(section); }
-    void receiveNit(const Bytes& section) { impl->newNitSectionReceived(madesections::delivered(section)); }
-    void receivePmt(const Bytes& section) { impl->newPmtSectionReceived(madesections::delivered(section)); }
+    void receiveNit(const Bytes& section) { impl->newNitSectionReceived(delivered(section)); }
+    void receivePmt(const Bytes& section) { impl->newPmtSectionReceived(delivered(section)); }
 };
 
-class TableReplies : public ControllerLine
+class TableReplies : public HandlerTest
 {
 protected:
-    void SetUp() override
+    void prepare() override
     {
-        ControllerLine::SetUp();
-        gst_init(nullptr, nullptr);
-        gst_mpegts_initialize();
-        data = MyData();
         source = new TableSource;
         instance = source;
-    }
-
-    void TearDown() override
-    {
-        delete instance;
-        instance = nullptr;
-        ControllerLine::TearDown();
     }
 
     /// Reads while the command runs: a long reply is more than the line holds.
@@ -67,29 +57,23 @@ protected:
     TableSource* source = nullptr; ///< the current source
 };
 
-Bytes joined(Bytes first, const Bytes& second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
 } // namespace
 
 TEST_F(TableReplies, TheServiceTableComesBehindItsMark)
 {
-    const Bytes sdt = madesections::sdt({1, 2}, 120);
+    const Bytes sdt = makeSdt({1, 2}, 120);
     source->receiveSdt(sdt);
     const Bytes mark{'<', 'S', 'D', 'T', '>'};
-    EXPECT_EQ(replyTo(Uart_StreamInfo, mark.size() + sdt.size()), joined(mark, sdt));
+    EXPECT_EQ(replyTo(Uart_StreamInfo, mark.size() + sdt.size()), join({mark, sdt}));
 }
 
 TEST_F(TableReplies, AServiceTableLongerThanTheLineTakesAtOnceComesWhole)
 {
     Bytes expected{'<', 'S', 'D', 'T', '>'};
     for (std::uint8_t number = 0; number < 5; ++number) { // each of another length: all of them are kept
-        const Bytes sdt = madesections::sdt({number}, 1000U + number, number);
+        const Bytes sdt = makeSdt({number}, 1000U + number, number);
         source->receiveSdt(sdt);
-        expected = joined(expected, sdt);
+        expected = join({expected, sdt});
     }
     ASSERT_GT(expected.size(), 4096U);
     EXPECT_EQ(replyTo(Uart_StreamInfo, expected.size()), expected);
@@ -99,8 +83,8 @@ TEST_F(TableReplies, AServiceTableThatHasGrownIsCopiedOnceOnItsWay)
 {
     constexpr std::size_t tableBytes = 1000000;
     for (std::size_t size = 0; size < tableBytes; size += 2001) {
-        source->receiveSdt(madesections::sdt({1}, 1000));
-        source->receiveSdt(madesections::sdt({2}, 1001, 1));
+        source->receiveSdt(makeSdt({1}, 1000));
+        source->receiveSdt(makeSdt({2}, 1001, 1));
     }
     allocations::resetPeak();
     const std::vector<std::uint8_t>* information = instance->getStreamInformation();
@@ -111,15 +95,15 @@ TEST_F(TableReplies, AServiceTableThatHasGrownIsCopiedOnceOnItsWay)
 
 TEST_F(TableReplies, ASectionThatIsNotStoredIsNotCopied)
 {
-    source->receiveSdt(madesections::sdt({1}, 1000));
-    GstMpegtsSection* again = madesections::delivered(madesections::sdt({1}, 1000));
+    source->receiveSdt(makeSdt({1}, 1000));
+    GstMpegtsSection* again = delivered(makeSdt({1}, 1000));
     allocations::resetPeak();
     source->receiveSdt(again);
     EXPECT_LT(allocations::peak(), 500U);
 
     const std::vector<std::uint16_t> programs(200, 5);
-    source->receivePat(madesections::delivered(madesections::pat(programs)));
-    again = madesections::delivered(madesections::pat(programs));
+    source->receivePat(delivered(makePat(programs)));
+    again = delivered(makePat(programs));
     allocations::resetPeak();
     source->receivePat(again);
     EXPECT_LT(allocations::peak(), 400U);
@@ -127,8 +111,8 @@ TEST_F(TableReplies, ASectionThatIsNotStoredIsNotCopied)
 
 TEST_F(TableReplies, TheStatusFrameCopiesNoTable)
 {
-    source->receiveSdt(madesections::sdt({1}, 1000));
-    source->receiveSdt(madesections::sdt({2}, 1001, 1));
+    source->receiveSdt(makeSdt({1}, 1000));
+    source->receiveSdt(makeSdt({2}, 1001, 1));
     controller().readUntilQuiet(30);
     allocations::resetPeak();
     Uart_StatusEBS();
@@ -138,17 +122,17 @@ TEST_F(TableReplies, TheStatusFrameCopiesNoTable)
 
 TEST_F(TableReplies, NetworkSectionsFollowOneAnother)
 {
-    const Bytes first = madesections::nit(0, "First network");
-    const Bytes second = madesections::nit(1, "and its second section");
+    const Bytes first = makeNit(0, "First network");
+    const Bytes second = makeNit(1, "and its second section");
     source->receiveNit(first);
     source->receiveNit(second);
-    EXPECT_EQ(replyTo(Uart_GetNIT, first.size() + second.size()), joined(first, second));
+    EXPECT_EQ(replyTo(Uart_GetNIT, first.size() + second.size()), join({first, second}));
 }
 
 TEST_F(TableReplies, TheProgramMapIsThatOfTheProgramThatIsPlayed)
 {
-    const Bytes played = madesections::pmt(7);
-    source->receivePmt(madesections::pmt(6));
+    const Bytes played = makePmt(7);
+    source->receivePmt(makePmt(6));
     source->receivePmt(played);
     EXPECT_EQ(replyTo(Uart_GetPMT, 0), Bytes()); // nothing is played yet
     instance->play(7);

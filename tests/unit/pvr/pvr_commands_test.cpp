@@ -1,6 +1,8 @@
 // The recorder commands on a private card; the export goes to a named pipe in the place of the FPGA's stream
 // device.
 #include "commands/uart_command.h"
+#include "kit/handlertest.h"
+#include "kit/samples.h"
 #include "measure/ethernetmeasurement.h"
 #include "media/filesource.h"
 #include "media/pciesource.h"
@@ -8,7 +10,6 @@
 #include "support/privatemachine.h"
 #include "support/testfiles.h"
 #include "support/thisprocess.h"
-#include "support/ttyfixture.h"
 #include "support/virtualtime.h"
 #include "writtenblocks.h"
 
@@ -36,34 +37,23 @@ std::string pattern(std::size_t bytes)
     return text;
 }
 
-class PvrCommands : public ControllerLine
+class PvrCommands : public HandlerTest
 {
 protected:
-    void SetUp() override
+    void prepare() override
     {
-        ControllerLine::SetUp();
-        if (IsSkipped())
-            return;
         ASSERT_EQ(privatemachine::coverWithEmpty("/run"), "");
         std::filesystem::create_directories(card);
-        gst_init(nullptr, nullptr);
-        gst_mpegts_initialize();
-        if (!ethMes)
-            ethMes = new ETHERNETMeasurement;
         log.forget();
     }
 
     void TearDown() override
     {
-        delete instance;
-        instance = nullptr;
         if (m_pipe != -1)
             close(m_pipe);
         unlink(device); // a pipe that nobody reads would hold the next export up
-        ControllerLine::TearDown();
+        HandlerTest::TearDown();
     }
-
-    std::string reply() { return controller().readUntilQuiet(); }
 
     /// The device as a pipe that takes `capacity` bytes until somebody reads.
     void makeDevice(int capacity)
@@ -174,10 +164,10 @@ TEST_F(PvrCommands, ScanReplacesAnySourceByTheRecording)
 
 TEST_F(PvrCommands, ScanFindsTheProgramsOfARecordedBroadcast)
 {
-    const std::string sample = readFile(std::string(TESSARY_SAMPLES) + "/h264.ts");
-    if (sample.empty())
-        GTEST_SKIP() << "no recorded broadcast: TESSARY_SAMPLES names no folder with h264.ts";
-    writeFile(recording, sample);
+    const auto sample = tessary::test::samplePath("h264.ts");
+    if (!sample.has_value())
+        GTEST_SKIP() << tessary::test::missingSample("h264.ts");
+    std::filesystem::copy_file(*sample, recording);
     Uart_PVR_Scan();
     EXPECT_TRUE(eventually([] { return instance->getTotalNumberOfProgramsFound() > 0; }));
 }

@@ -1,7 +1,7 @@
 // The software update: a controller on a thread of its own sends images and CRCs; the programs that install
 // are recorded.
-#include "commands/crc32.h"
 #include "commands/uart_command.h"
+#include "kit/crc.h"
 #include "link/serialport.h"
 #include "support/eventually.h"
 #include "support/privatemachine.h"
@@ -32,8 +32,7 @@ std::string image(std::size_t bytes)
 /// As the controller sends it: least significant byte first.
 std::string crcBytes(const std::string& bytes)
 {
-    const unsigned crc = FAPI_SYS_CalculateCrc32(reinterpret_cast<const unsigned char*>(bytes.data()),
-        static_cast<unsigned>(bytes.size()), crc32Table);
+    const std::uint32_t crc = tessary::test::crc32Mpeg2({bytes.begin(), bytes.end()});
     std::string out;
     for (int shift = 0; shift < 32; shift += 8)
         out += static_cast<char>(crc >> shift & 0xFF);

@@ -1,19 +1,12 @@
 #pragma once
 
-#include "client/bytes.h"
+#include "kit/samples.h"
 
-#include <optional>
 #include <QJsonObject>
 #include <string>
 #include <vector>
 
 namespace tessary::test {
-
-/// Path of a recorded stream, or nothing where the samples' folder (TESSARY_SAMPLES) does not hold it.
-std::optional<std::string> samplePath(const std::string& name);
-
-/// Why a test that needs `name` is skipped.
-std::string missingSample(const std::string& name);
 
 /// What the independent reader beside the samples says of a stream, as its JSON report for that file.
 /// Throws std::runtime_error when the reader fails.
@@ -25,7 +18,7 @@ struct OracleSection
     int tableId = 0;
     int extension = 0;
     int number = 0;
-    client::Bytes bytes;
+    Bytes bytes;
     QJsonObject decoded;
 };
 

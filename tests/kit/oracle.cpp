@@ -1,8 +1,6 @@
-#include "oracle.h"
+#include "kit/oracle.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <QByteArray>
 #include <QJsonArray>
@@ -12,12 +10,6 @@
 namespace tessary::test {
 
 namespace {
-
-std::string samplesFolder()
-{
-    const char* fromEnvironment = std::getenv("TESSARY_SAMPLES");
-    return fromEnvironment != nullptr && *fromEnvironment != '\0' ? fromEnvironment : TESSARY_SAMPLES;
-}
 
 QByteArray outputOf(const std::string& command)
 {
@@ -34,23 +26,10 @@ QByteArray outputOf(const std::string& command)
 
 } // namespace
 
-std::optional<std::string> samplePath(const std::string& name)
-{
-    const std::string path = samplesFolder() + "/" + name;
-    if (!std::ifstream(path).good())
-        return std::nullopt;
-    return path;
-}
-
-std::string missingSample(const std::string& name)
-{
-    return name + " is not in " + samplesFolder()
-        + "; name the folder of recorded streams with TESSARY_SAMPLES";
-}
-
 QJsonObject oracleReport(const std::string& file)
 {
-    const QByteArray output = outputOf("/usr/bin/python3 '" + samplesFolder() + "/oracle.py' '" + file + "'");
+    const QByteArray output =
+        outputOf("/usr/bin/python3 '" + samplePath("oracle.py").value_or("oracle.py") + "' '" + file + "'");
     const QJsonObject reports = QJsonDocument::fromJson(output).object();
     if (reports.isEmpty())
         throw std::runtime_error("oracle.py gave no report for " + file);
@@ -67,7 +46,7 @@ std::vector<OracleSection> oracleSections(const QJsonObject& report, int tableId
             continue;
         const QByteArray bytes = QByteArray::fromHex(entry["hex"].toString().toLatin1());
         found.push_back({id, entry["tid_ext"].toInt(), entry["section"].toInt(),
-            client::Bytes(bytes.begin(), bytes.end()), entry["decoded"].toObject()});
+            Bytes(bytes.begin(), bytes.end()), entry["decoded"].toObject()});
     }
     return found;
 }

@@ -1,23 +1,17 @@
-#include "t2mibuilder.h"
+#include "kit/t2mi.h"
 
-#include "t2mi/crc.h"
+#include "kit/crc.h"
+#include "kit/packets.h"
 
 #include <algorithm>
 
 namespace tessary::test {
 namespace {
 
-constexpr std::size_t kPacketBytes = 188;
-
-void append(Bytes& to, const Bytes& from)
+/// What the CRC-8 of a user packet is made of: all but its sync byte.
+std::uint8_t userPacketCrc(const Bytes& packet)
 {
-    to.insert(to.end(), from.begin(), from.end());
-}
-
-void append16(Bytes& to, std::size_t value)
-{
-    to.push_back(static_cast<std::uint8_t>(value >> 8 & 0xFF));
-    to.push_back(static_cast<std::uint8_t>(value & 0xFF));
+    return crc8DvbT2({packet.begin() + 1, packet.end()});
 }
 
 // One user packet as it stands in the data field. `previous` is the packet before it, empty at the start.
@@ -26,8 +20,7 @@ Bytes userUnit(const Bytes& packet, const Bytes& previous, unsigned deleted, con
     Bytes unit;
     const bool normal = options.mode != Mode::HighEfficiency;
     if (options.mode == Mode::NormalCrcAhead)
-        unit.push_back(
-            previous.empty() ? std::uint8_t{0} : t2mi::crc8(previous.data() + 1, kPacketBytes - 1));
+        unit.push_back(previous.empty() ? std::uint8_t{0} : userPacketCrc(previous));
     unit.insert(unit.end(), packet.begin() + 1, packet.end());
     if (normal && options.issyBytes > 0) {
         unit.push_back(options.issyBytes == 2 ? 0x12 : 0x9A);
@@ -36,7 +29,7 @@ Bytes userUnit(const Bytes& packet, const Bytes& previous, unsigned deleted, con
     if (options.deleteNullPackets)
         unit.push_back(static_cast<std::uint8_t>(deleted));
     if (options.mode == Mode::Normal)
-        unit.push_back(t2mi::crc8(packet.data() + 1, kPacketBytes - 1));
+        unit.push_back(userPacketCrc(packet));
     return unit;
 }
 
@@ -52,43 +45,23 @@ Bytes header(const ModeOptions& options, std::size_t unitBytes, std::size_t data
     append16(head, dataBytes * 8);
     head.push_back(0x47);
     append16(head, syncd);
-    head.push_back(
-        static_cast<std::uint8_t>(t2mi::crc8(head.data(), head.size()) ^ (highEfficiency ? 1 : 0)));
+    head.push_back(lowByte(crc8DvbT2(head) ^ (highEfficiency ? 1U : 0U)));
     return head;
 }
 
-Bytes tsPacket(int pid, bool unitStart, unsigned counter, const Bytes& payload)
+/// A packet whose adaptation field stuffs what the payload leaves.
+Bytes stuffedPacket(int pid, bool unitStart, unsigned counter, const Bytes& payload)
 {
-    const std::size_t stuffing = kPacketBytes - 4 - payload.size();
-    Bytes packet{0x47, static_cast<std::uint8_t>((unitStart ? 0x40 : 0) | (pid >> 8 & 0x1F)),
-        static_cast<std::uint8_t>(pid & 0xFF),
-        static_cast<std::uint8_t>((stuffing > 0 ? 0x30U : 0x10U) | (counter & 0x0FU))};
-    if (stuffing > 0)
-        packet.push_back(static_cast<std::uint8_t>(stuffing - 1));
+    const std::size_t stuffing = packetBytes - 4 - payload.size();
+    PacketParts parts{stuffing > 0 ? adaptationAndPayload : payloadOnly, {}, payload, unitStart};
     if (stuffing > 1) {
-        packet.push_back(0);
-        packet.insert(packet.end(), stuffing - 2, 0xFF);
+        parts.adaptation = {0x00}; // no flags
+        parts.adaptation.resize(stuffing - 1, 0xFF);
     }
-    append(packet, payload);
-    return packet;
+    return makePacket(static_cast<unsigned>(pid), counter, parts);
 }
 
 } // namespace
-
-Bytes userPacket(unsigned index)
-{
-    Bytes packet{0x47, 0x01, 0x23, static_cast<std::uint8_t>(0x10U | (index & 0x0FU))};
-    for (std::size_t i = packet.size(); i < kPacketBytes; ++i)
-        packet.push_back(static_cast<std::uint8_t>((index * 31U + static_cast<unsigned>(i) * 7U) & 0xFFU));
-    return packet;
-}
-
-Bytes nullPacket()
-{
-    Bytes packet{0x47, 0x1F, 0xFF, 0x10};
-    packet.resize(kPacketBytes, 0xFF);
-    return packet;
-}
 
 std::vector<Bytes> basebandFrames(
     const std::vector<Bytes>& packets, const ModeOptions& options, std::size_t dataBytes)
@@ -128,14 +101,10 @@ std::vector<Bytes> basebandFrames(
 Bytes t2miPacket(
     unsigned type, unsigned count, const Bytes& payload, unsigned streamId, std::size_t payloadBits)
 {
-    Bytes packet{static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(count & 0xFFU), 0,
-        static_cast<std::uint8_t>(streamId & 7U)};
+    Bytes packet{lowByte(type), lowByte(count), 0, lowByte(streamId & 7U)};
     append16(packet, payloadBits > 0 ? payloadBits : payload.size() * 8);
     append(packet, payload);
-    const std::uint32_t crc = t2mi::crc32(packet.data(), packet.size());
-    append16(packet, crc >> 16);
-    append16(packet, crc & 0xFFFFU);
-    return packet;
+    return withCrc32(std::move(packet));
 }
 
 std::vector<Bytes> t2miFrames(const std::vector<Bytes>& frames, int plp, unsigned firstCount)
@@ -173,18 +142,10 @@ std::vector<Bytes> tsPackets(const std::vector<Bytes>& t2miPackets, int pid, uns
             payload.push_back(static_cast<std::uint8_t>(distance));
         payload.insert(payload.end(), stream.begin() + static_cast<std::ptrdiff_t>(at),
             stream.begin() + static_cast<std::ptrdiff_t>(at + size));
-        packets.push_back(tsPacket(pid, unitStart, firstCounter++, payload));
+        packets.push_back(stuffedPacket(pid, unitStart, firstCounter++, payload));
         at += size;
     }
     return packets;
-}
-
-Bytes join(const std::vector<Bytes>& parts)
-{
-    Bytes whole;
-    for (const Bytes& part : parts)
-        append(whole, part);
-    return whole;
 }
 
 } // namespace tessary::test

@@ -1,16 +1,13 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
+#include "kit/bytes.h"
+
 #include <vector>
 
 /// Makes T2-MI streams for tests: transport stream packets into baseband frames into T2-MI packets into
 /// transport stream packets (ETSI EN 302 755, clause 5.1; ETSI TS 102 773). What it writes follows the
-/// standards' text and shares nothing with the code under test but the two CRC functions, which have known
-/// answers of their own.
+/// standards' text and shares nothing with the code under test.
 namespace tessary::test {
-
-using Bytes = std::vector<std::uint8_t>;
 
 constexpr int kPid = 0x40;
 constexpr int kPlp = 7;
@@ -26,10 +23,6 @@ struct ModeOptions
     bool tellLength = true; ///< normal mode: UPL in the header, else 0
 };
 
-/// A distinct packet: `index` is in its continuity counter and its payload.
-Bytes userPacket(unsigned index);
-Bytes nullPacket();
-
 /// Baseband frames of `dataBytes` data bytes each (the last one shorter) that carry the packets.
 std::vector<Bytes> basebandFrames(
     const std::vector<Bytes>& packets, const ModeOptions& options, std::size_t dataBytes);
@@ -44,7 +37,5 @@ std::vector<Bytes> t2miFrames(const std::vector<Bytes>& frames, int plp = kPlp, 
 /// Transport stream packets that carry the T2-MI packets back to back, ended by stuffing.
 std::vector<Bytes> tsPackets(
     const std::vector<Bytes>& t2miPackets, int pid = kPid, unsigned firstCounter = 0);
-
-Bytes join(const std::vector<Bytes>& parts);
 
 } // namespace tessary::test
