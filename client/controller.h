@@ -1,9 +1,9 @@
 #pragma once
 
-#include "client/bytes.h"
 #include "client/ebs.h"
 #include "client/instrumentsettings.h"
 #include "client/measurement.h"
+#include "client/psi/bytes.h"
 #include "client/requests.h"
 #include "client/serialline.h"
 

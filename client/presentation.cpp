@@ -1,8 +1,8 @@
 #include "client/presentation.h"
 
-#include "client/conditionalaccess.h"
-#include "client/mpegtsnames.h"
-#include "client/streamkind.h"
+#include "client/psi/conditionalaccess.h"
+#include "client/psi/mpegtsnames.h"
+#include "client/psi/streamkind.h"
 
 #include <algorithm>
 #include <vector>

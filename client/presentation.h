@@ -1,7 +1,7 @@
 #pragma once
 
 #include "client/ebs.h"
-#include "client/tables.h"
+#include "client/psi/tables.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 #include "client/softwareupdate.h"
 
-#include "client/crc32.h"
 #include "client/lineerror.h"
+#include "client/psi/crc32.h"
 
 #include <algorithm>
 #include <thread>

@@ -1,7 +1,7 @@
 #include "client/streamtables.h"
 
 #include "client/answererror.h"
-#include "client/sections.h"
+#include "client/psi/sections.h"
 
 #include <algorithm>
 #include <set>

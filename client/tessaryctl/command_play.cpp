@@ -2,7 +2,7 @@
 #include "client/answererror.h"
 #include "client/lineerror.h"
 #include "client/presentation.h"
-#include "client/servicetext.h"
+#include "client/psi/servicetext.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"

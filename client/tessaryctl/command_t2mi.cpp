@@ -1,5 +1,5 @@
 // T2-MI: t2mi-frame.
-#include "client/t2mipacket.h"
+#include "client/psi/t2mipacket.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"

@@ -1,10 +1,10 @@
 #include "client/tessaryctl/streamreport.h"
 
-#include "client/conditionalaccess.h"
-#include "client/delivery.h"
-#include "client/languages.h"
-#include "client/mpegtsnames.h"
-#include "client/streamkind.h"
+#include "client/psi/conditionalaccess.h"
+#include "client/psi/delivery.h"
+#include "client/psi/languages.h"
+#include "client/psi/mpegtsnames.h"
+#include "client/psi/streamkind.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>

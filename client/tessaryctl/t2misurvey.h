@@ -1,7 +1,7 @@
 #pragma once
 
 #include "client/controller.h"
-#include "client/t2mipacket.h"
+#include "client/psi/t2mipacket.h"
 
 #include <map>
 #include <optional>

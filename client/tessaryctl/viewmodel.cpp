@@ -1,8 +1,8 @@
 #include "client/tessaryctl/viewmodel.h"
 
-#include "client/languages.h"
-#include "client/mpegtsnames.h"
-#include "client/streamkind.h"
+#include "client/psi/languages.h"
+#include "client/psi/mpegtsnames.h"
+#include "client/psi/streamkind.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>

@@ -3,8 +3,8 @@
 #include "client/measurement.h"
 #include "client/periodwatch.h"
 #include "client/presentation.h"
+#include "client/psi/tables.h"
 #include "client/streamtables.h"
-#include "client/tables.h"
 
 #include <cstdint>
 #include <deque>

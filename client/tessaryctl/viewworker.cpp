@@ -2,7 +2,7 @@
 
 #include "client/answererror.h"
 #include "client/lineerror.h"
-#include "client/mpegtsnames.h"
+#include "client/psi/mpegtsnames.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/reading.h"
 #include "client/tessaryctl/streamqueries.h"

@@ -2,8 +2,8 @@
 #include "client/ebs.h"
 #include "client/instrumentsettings.h"
 #include "client/measurement.h"
+#include "client/psi/t2mipacket.h"
 #include "client/streamtables.h"
-#include "client/t2mipacket.h"
 #include "kit/crc.h"
 #include "kit/sections.h"
 

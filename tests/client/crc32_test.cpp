@@ -1,4 +1,4 @@
-#include "client/crc32.h"
+#include "client/psi/crc32.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,6 +1,6 @@
-#include "client/delivery.h"
+#include "client/psi/delivery.h"
 
-#include "client/sections.h"
+#include "client/psi/sections.h"
 #include "kit/oracle.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "client/languages.h"
+#include "client/psi/languages.h"
 
 #include <gtest/gtest.h>
 

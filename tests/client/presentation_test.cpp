@@ -1,8 +1,8 @@
 #include "client/presentation.h"
 
-#include "client/bytes.h"
-#include "client/conditionalaccess.h"
-#include "client/streamkind.h"
+#include "client/psi/bytes.h"
+#include "client/psi/conditionalaccess.h"
+#include "client/psi/streamkind.h"
 
 #include <gtest/gtest.h>
 #include <initializer_list>

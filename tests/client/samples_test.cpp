@@ -1,5 +1,5 @@
-#include "client/sections.h"
-#include "client/tables.h"
+#include "client/psi/sections.h"
+#include "client/psi/tables.h"
 #include "kit/oracle.h"
 
 #include <gtest/gtest.h>

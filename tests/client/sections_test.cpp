@@ -1,4 +1,4 @@
-#include "client/sections.h"
+#include "client/psi/sections.h"
 #include "kit/sections.h"
 
 #include <gtest/gtest.h>

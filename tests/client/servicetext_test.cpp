@@ -1,6 +1,6 @@
-#include "client/servicetext.h"
+#include "client/psi/servicetext.h"
 
-#include "client/bytes.h"
+#include "client/psi/bytes.h"
 
 #include <gtest/gtest.h>
 

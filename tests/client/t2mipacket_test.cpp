@@ -1,4 +1,4 @@
-#include "client/t2mipacket.h"
+#include "client/psi/t2mipacket.h"
 #include "kit/t2mi.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "client/mpegtsnames.h"
-#include "client/tables.h"
+#include "client/psi/mpegtsnames.h"
+#include "client/psi/tables.h"
 #include "kit/sections.h"
 
 #include <gtest/gtest.h>

@@ -15,7 +15,7 @@ class Includes(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.tree = folder.name
         for header in ("src/app/worker.h", "src/commands/reply.h", "src/media/source.h", "src/measure/capture.h",
-                       "src/link/port.h", "src/system/shell.h", "client/tables.h", "client/tessaryctl/plot.h",
+                       "src/link/port.h", "src/system/shell.h", "client/controller.h", "client/psi/tables.h", "client/tessaryctl/plot.h",
                        "bench/sender/pacer.h", "tests/support/kit.h"):
             self.write(header, "#pragma once\n")
 
@@ -39,8 +39,10 @@ class Includes(unittest.TestCase):
     def test_along_the_arrows_nothing_is_found(self):
         self.write("src/app/main.cpp", '#include "commands/reply.h"\n#include "media/source.h"\n#include "worker.h"\n')
         self.write("src/media/source.cpp", '#include "media/source.h"\n#include "system/shell.h"\n#include <vector>\n')
-        self.write("client/tessaryctl/plot.cpp", '#include "client/tables.h"\n#include "client/tessaryctl/plot.h"\n')
-        self.write("bench/sender/tests/pacer_test.cpp", '#include "client/tables.h"\n')
+        self.write("client/tessaryctl/plot.cpp", '#include "client/controller.h"\n#include "client/psi/tables.h"\n'
+                   '#include "client/tessaryctl/plot.h"\n')
+        self.write("client/controller.cpp", '#include "client/psi/tables.h"\n')
+        self.write("bench/sender/tests/pacer_test.cpp", '#include "client/psi/tables.h"\n')
         self.write("src/link/port.cpp", '// #include "system/shell.h"\n#include "not/here.h"\n')
         self.assertEqual(self.check(), (0, []))
 
@@ -53,7 +55,7 @@ class Includes(unittest.TestCase):
         self.expect_wrong("src/commands/a.cpp", "../app/worker.h")
 
     def test_from_the_daemon_to_the_desk_it_is_found(self):
-        self.expect_wrong("src/app/a.cpp", "client/tables.h")
+        self.expect_wrong("src/app/a.cpp", "client/psi/tables.h")
         self.expect_wrong("src/app/a.cpp", "tests/support/kit.h")
         self.expect_wrong("src/app/a.cpp", "bench/sender/pacer.h")
 
@@ -63,6 +65,8 @@ class Includes(unittest.TestCase):
 
     def test_from_the_library_to_the_tool_it_is_found(self):
         self.expect_wrong("client/a.cpp", "client/tessaryctl/plot.h")
+        self.expect_wrong("client/psi/a.cpp", "client/controller.h")
+        self.expect_wrong("client/psi/a.cpp", "client/tessaryctl/plot.h")
 
     def test_this_tree_has_none(self):
         done = subprocess.run([PROGRAM], capture_output=True, text=True, check=False)

@@ -1,4 +1,4 @@
-#include "client/sections.h"
+#include "client/psi/sections.h"
 #include "kit/crc.h"
 #include "kit/oracle.h"
 #include "systemsuite.h"

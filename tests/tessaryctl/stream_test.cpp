@@ -1,4 +1,4 @@
-#include "client/t2mipacket.h"
+#include "client/psi/t2mipacket.h"
 #include "kit/oracle.h"
 #include "kit/sections.h"
 #include "lineproxy.h"

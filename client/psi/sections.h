@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/bytes.h"
+#include "client/psi/bytes.h"
 
 #include <cstddef>
 #include <string>

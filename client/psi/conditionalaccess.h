@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/tables.h"
+#include "client/psi/tables.h"
 
 #include <cstdint>
 #include <string>

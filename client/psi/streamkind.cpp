@@ -1,4 +1,4 @@
-#include "client/streamkind.h"
+#include "client/psi/streamkind.h"
 
 #include <algorithm>
 #include <array>

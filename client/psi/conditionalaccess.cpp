@@ -1,4 +1,4 @@
-#include "client/conditionalaccess.h"
+#include "client/psi/conditionalaccess.h"
 
 #include <algorithm>
 #include <iterator>

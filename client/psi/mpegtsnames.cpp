@@ -1,4 +1,4 @@
-#include "client/mpegtsnames.h"
+#include "client/psi/mpegtsnames.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
-#include "client/sections.h"
+#include "client/psi/sections.h"
 
-#include "client/crc32.h"
+#include "client/psi/crc32.h"
 
 #include <algorithm>
 

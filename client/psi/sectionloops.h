@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/sections.h"
+#include "client/psi/sections.h"
 
 namespace tessary::client {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "client/bytes.h"
-#include "client/t2signalling.h"
+#include "client/psi/bytes.h"
+#include "client/psi/t2signalling.h"
 
 #include <cstddef>
 #include <cstdint>

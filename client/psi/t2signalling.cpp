@@ -1,8 +1,8 @@
-#include "client/t2signalling.h"
+#include "client/psi/t2signalling.h"
 
-#include "client/bitreader.h"
-#include "client/codedtext.h"
-#include "client/t2names.h"
+#include "client/psi/bitreader.h"
+#include "client/psi/codedtext.h"
+#include "client/psi/t2names.h"
 
 namespace tessary::client {
 

@@ -1,4 +1,4 @@
-#include "client/aribtext.h"
+#include "client/psi/aribtext.h"
 
 #include <array>
 #include <glib.h>

@@ -1,8 +1,8 @@
-#include "client/tables.h"
+#include "client/psi/tables.h"
 
-#include "client/descriptors.h"
-#include "client/mpegtslibrary.h"
-#include "client/sectionloops.h"
+#include "client/psi/descriptors.h"
+#include "client/psi/mpegtslibrary.h"
+#include "client/psi/sectionloops.h"
 
 #define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
 #include <gst/mpegts/mpegts.h>

@@ -1,4 +1,4 @@
-#include "client/mpegtslibrary.h"
+#include "client/psi/mpegtslibrary.h"
 
 #define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
 #include <gst/mpegts/mpegts.h>

@@ -1,6 +1,6 @@
-#include "client/descriptors.h"
+#include "client/psi/descriptors.h"
 
-#include "client/servicetext.h"
+#include "client/psi/servicetext.h"
 
 #define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
 #include <cstring>

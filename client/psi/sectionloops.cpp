@@ -1,4 +1,4 @@
-#include "client/sectionloops.h"
+#include "client/psi/sectionloops.h"
 
 namespace tessary::client {
 

@@ -1,7 +1,7 @@
-#include "client/t2mipacket.h"
+#include "client/psi/t2mipacket.h"
 
-#include "client/bitreader.h"
-#include "client/crc32.h"
+#include "client/psi/bitreader.h"
+#include "client/psi/crc32.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "client/bytes.h"
-#include "client/sections.h"
+#include "client/psi/bytes.h"
+#include "client/psi/sections.h"
 
 #include <cstdint>
 #include <optional>
