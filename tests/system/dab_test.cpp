@@ -1,12 +1,10 @@
 #include "hardwaresuite.h"
 
-#include <QFile>
 #include <random>
 
 namespace {
 
 using namespace tessary::test;
-using tessary::client::Milliseconds;
 
 constexpr std::size_t blockBytes = 117;
 
@@ -96,48 +94,4 @@ TEST_F(Dab, AThousandBlocksOfRandomBytesPassUnchangedBothWays)
     }
     EXPECT_EQ(contentOf(instrument().sharedFile("dab-received.bin")).toStdString(), all);
     stop();
-}
-
-TEST_F(Dab, ALateAnswerIsWaitedForAndOneInPiecesIsDropped)
-{
-    behave(R"({"open_after_s": 0.5})");
-    start();
-    behave(R"({"answer_after_s": 3})");
-    EXPECT_EQ(relay("dab late\n"), inverted("dab late\n"));
-    behave(R"({"pieces": [50, 67]})");
-    EXPECT_EQ(relay("dab pieces\n"), inverted("dab pieces\n"));
-    EXPECT_EQ(relay("dab again\n"), inverted("dab again\n")); // nothing is left of the pieces before it
-    stop();
-}
-
-TEST_F(Dab, ASecondStartAndAStopOutsideDabModeAreIgnored)
-{
-    behave(R"({"open_after_s": 0.5})");
-    stop();
-    EXPECT_TRUE(shellCommands().filter("weston").isEmpty());
-    start();
-    start();
-    EXPECT_EQ(shellCommands().filter("systemctl start weston").size(), 1);
-    stop();
-}
-
-TEST_F(Dab, AReceiverThatDiesHoldsTheDaemonUp)
-{
-    behave(R"({"open_after_s": 0.5, "die_at": 2})");
-    start();
-    EXPECT_EQ(relay("dab one\n"), inverted("dab one\n"));
-    line().write("dab two\n");
-    EXPECT_TRUE(waitUntil([] { return receiverLog().contains("\"dies\""); }));
-    line().write("version?\n");
-    EXPECT_EQ(line().readSome(Milliseconds(5000)), ""); // no time-out: only a restart helps
-    EXPECT_FALSE(line().isTaken());
-}
-
-TEST_F(Dab, AReceiverThatNeverOpensLeavesPlayerModeAfterEightyAttempts)
-{
-    behave(R"({"never_opens": true})");
-    start();
-    EXPECT_EQ(ask("dab tune\n"), "");
-    EXPECT_TRUE(log().contains("Tessar connect socket : ." + QByteArray(80, '.')));
-    EXPECT_TRUE(shellCommands().filter("systemctl stop").isEmpty()); // the compositor stays
 }

@@ -88,12 +88,6 @@ INSTANTIATE_TEST_SUITE_P(Streams, EbsStream,
         Case{"h265-eac3.ts", 1, "*32_e.DI:000f_0780_0438_0000_0007_0000_0000_0000_$"},
         Case{"mpeg4-mp3.ts", 1, "*32_e.DI:0003_02d0_0240_0000_0005_0000_0000_0000_$"}));
 
-TEST_F(Ebs, FramesBeforeAnyScanAreZeroFilled)
-{
-    EXPECT_EQ(ask("!07_A_&\n"), "*17_a.FL:02_NS:00$_DS:00");
-    EXPECT_EQ(ask("!07_E_&\n"), "*32_e.DI:0000_0000_0000_0000_0000_0000_0000_0000_$");
-}
-
 TEST_F(Ebs, EachProgramOfTheDemoIsPlayedAndDescribedByItsIndex)
 {
     struct Program
@@ -142,10 +136,4 @@ TEST_F(Ebs, TheIndexIsTwoCharactersWhateverFollows)
     EXPECT_EQ(ask("!0C_L_IX:\n"), "Service0");
     line().write("!0C_L_IX:");
     EXPECT_EQ(line().readExactly(8, BurstLine::patience), "Service0");
-}
-
-TEST_F(Ebs, AudioLevelIsAcknowledged)
-{
-    EXPECT_EQ(ask("!16_O_AX:50_50\n"), "*07_o.$");
-    EXPECT_EQ(shellCommands().filter("amixer").size(), 2); // those of the start
 }

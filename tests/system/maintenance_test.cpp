@@ -117,23 +117,3 @@ TEST_F(Maintenance, PingOfTheSenderGivesTheRealOutputByteForByte)
         "rtt min/avg/max/mdev = [\\d./]+ ms\n$");
     EXPECT_TRUE(real.match(QString::fromStdString(answer)).hasMatch()) << answer;
 }
-
-TEST_F(Maintenance, PingRepliesExactlyWhatTheProgramPrinted)
-{
-    instrument().misbehave(
-        {"ping", "--status", "1", "--stdout", "line\n\n\ttab  end", "--stderr", "unheard"});
-    EXPECT_EQ(ask("ping -c 1 192.168.77.1\n"), "line\n\n\ttab  end");
-    instrument().misbehave({"ping", "--real"});
-    EXPECT_EQ(ask("ping -c 1 no-such-host\n"), ""); // its complaint goes to standard error
-}
-
-TEST_F(Maintenance, ConsoleCommandsSetTheEnvironmentOfAllChildren)
-{
-    EXPECT_EQ(ask("command:env > /run/bench/first\n"), "");
-    EXPECT_EQ(ask("ping -c 1 127.0.0.1 > /run/bench/ping; env\n").find("QT_QPA_PLATFORM=wayland")
-            != std::string::npos,
-        true);
-    const QByteArray environment = contentOf(instrument().sharedFile("first"));
-    EXPECT_TRUE(environment.contains("QT_QPA_PLATFORM=wayland\n"));
-    EXPECT_TRUE(environment.contains("XDG_RUNTIME_DIR=/run/user/0\n"));
-}

@@ -208,36 +208,6 @@ INSTANTIATE_TEST_SUITE_P(Rates, MeasurementAt,
         Rate{"50MbitUdp", "50M", Protocol::Udp, 11}, Rate{"200MbitUdp", "200M", Protocol::Udp, 25}),
     nameOf);
 
-TEST_F(Measurement, PacketsOf204BytesAreSeen)
-{
-    controller().setServer({Protocol::Udp, group, port, 0, 0});
-    RunningStream stream = send(Protocol::Udp, {"--packet-size", "204", "--packets", "5"});
-    startCapture();
-    const auto values = controller().measurement();
-    ASSERT_TRUE(values.has_value());
-    EXPECT_EQ(values->packetSize, 204);
-    EXPECT_EQ(values->packetsPerDatagram, 5);
-    EXPECT_EQ(values->continuityErrors, 0);
-    countOf(stream);
-}
-
-TEST_F(Measurement, StreamThatEndsIsNoLongerPresent)
-{
-    controller().setServer({Protocol::Udp, group, port, 0, 0});
-    RunningStream stream = send(Protocol::Udp, {});
-    startCapture();
-    EXPECT_TRUE(measured().present);
-    countOf(stream);
-    Values values;
-    EXPECT_TRUE(waitUntil([&] { return !(values = measured()).present; }));
-    EXPECT_EQ(values.bitRate, 0);
-    EXPECT_EQ(values.delayFactorMs, 0);
-    EXPECT_EQ(values.continuityErrors, 0);
-    EXPECT_EQ(values.packetSize, 0);
-    EXPECT_EQ(values.packetsPerDatagram, 0);
-    EXPECT_EQ(values.constant, 10);
-}
-
 /// A lost datagram would break the counters of its packets: none may be missing. (The frames themselves are
 /// counted by the capture's own test.)
 TEST_F(Measurement, NothingIsMissingAt50000DatagramsASecond)

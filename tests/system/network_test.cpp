@@ -243,15 +243,6 @@ TEST_F(NetworkChanges, VlanAndBackToDhcp)
     expectMember(group);
 }
 
-TEST_F(NetworkChanges, VlanWithStaticAddressHasNoGateway)
-{
-    setInterface("10.1.0.5 255.255.0.0;vlan_id=100");
-    expectCommands(
-        QStringList{vlanCommands[0], vlanCommands[1], vlanCommands[2] + " ip4 10.1.0.5/16", "smcroute -k"});
-    setInterface("dhcp");
-    expectCommands(dhcpCommands + QStringList{"smcroute -d", joinOf(group)});
-}
-
 TEST_F(NetworkChanges, LinkDownAndUpWithDhcp)
 {
     expectLinkIsFollowed();
@@ -293,35 +284,6 @@ TEST_F(NetworkChanges, ServerSetWhileTheLinkIsUpIsJoinedAtOnce)
     setServer("239.1.2.5");
     expectCommands({joinOf("239.1.2.5")});
     expectMember("239.1.2.5");
-}
-
-TEST_F(NetworkChanges, JoinThatFailsThreeTimesIsTriedAgainUntilItSucceeds)
-{
-    instrument().misbehave(
-        {"smcroute", "--when=-j", "--status", "1", "--stderr", "No such device", "--times", "4"});
-    line().write("server=UDP 239.1.2.6 5060\n");
-    const QString join = joinOf("239.1.2.6");
-    const QStringList failed{join, "smcroute -k", "smcroute -d"};
-    expectCommands(
-        failed + failed + failed + failed + QStringList{join}); // three at once, the fourth at the next poll
-    expectMember("239.1.2.6");
-}
-
-TEST_F(NetworkChanges, EthtoolPartRunsBeforeTheConnections)
-{
-    setInterface("ethtool -s eth0 speed 100 duplex full;dhcp");
-    expectCommands(QStringList{"ethtool -s eth0 speed 100 duplex full"} + dhcpCommands);
-    expectDhcpAddress();
-}
-
-TEST_F(NetworkChanges, IpStatusIsWhatTheToolsSay)
-{
-    const std::string answer = line().ask("ipstatus?\n");
-    EXPECT_EQ(answer.rfind("eth0: flags=", 0), 0U) << answer;
-    EXPECT_NE(answer.find("inet " + instrument().ethernetAddress().toStdString()), std::string::npos)
-        << answer;
-    EXPECT_NE(answer.find("Speed: "), std::string::npos) << answer;
-    expectCommands({"ifconfig eth0", "ethtool eth0"});
 }
 
 TEST_F(NetworkChanges, LinkDownAndUpOnTheInterfaceOfTheVlan)

@@ -152,21 +152,6 @@ TEST_F(StartUp, TheLinkIsWatchedOnlyOnceTheTimerIsArmed)
     EXPECT_GT(joins().front(), timeOf("amixer sset 'Headphone' 92%"));
 }
 
-TEST_F(StartUp, TheLineIsSetAsTheControllerExpects)
-{
-    start();
-    // stty -g: input, output, control, local flags and the control characters, all in hexadecimal.
-    const QByteArray words = s_instrument->shell("stty -g -F /dev/ttymxc1").trimmed();
-    const QList<QByteArray> flags = words.split(':');
-    ASSERT_GT(flags.size(), 4);
-    EXPECT_EQ(flags[0].toUInt(nullptr, 16), 0x1U | 0x4U); // IGNBRK, IGNPAR
-    EXPECT_EQ(flags[1].toUInt(nullptr, 16), 0U);
-    EXPECT_EQ(flags[2].toUInt(nullptr, 16), 0x1002U | 0x30U | 0x80U | 0x800U); // B115200, CS8, CREAD, CLOCAL
-    EXPECT_EQ(flags[3].toUInt(nullptr, 16), 0U);
-    const QByteArray speed = s_instrument->shell("stty speed -F /dev/ttymxc1").trimmed();
-    EXPECT_EQ(speed, "115200");
-}
-
 TEST_F(StartUp, EthernetGetsItsAddressByDhcp)
 {
     start();
@@ -189,22 +174,6 @@ TEST_F(StartUp, AStagedKernelIsCopiedAndTheRebootIssuedBeforeNetworking)
     EXPECT_EQ(s_instrument->shell("cat /opt/staged/image"), "new\n");
     EXPECT_FALSE(s_instrument->exec({"test", "-e", "/home/ondrak/Tessary/kernel"}).ok());
     EXPECT_TRUE(isVersionLine(m_version)) << "the rest of the start-up did not run";
-}
-
-TEST_F(StartUp, AnEmptyStagingFolderIsRemovedAndTheUnitStillReboots)
-{
-    s_instrument->shell("mkdir -p /home/ondrak/Tessary/kernel");
-    start();
-    EXPECT_LT(timeOf("cp -r /home/ondrak/Tessary/kernel/* /"), timeOf("rm -r /home/ondrak/Tessary/kernel"));
-    EXPECT_LT(timeOf("sync"), timeOf("reboot"));
-    EXPECT_FALSE(s_instrument->exec({"test", "-e", "/home/ondrak/Tessary/kernel"}).ok());
-}
-
-TEST_F(StartUp, NothingIsStagedAndNothingIsRebooted)
-{
-    start();
-    for (const RecordedCommand& command : shellCommands())
-        EXPECT_NE(command.text(), "reboot");
 }
 
 TEST_F(StartUp, AKilledDaemonGreetsAgainAndKnowsNothingOfBefore)
