@@ -7,17 +7,17 @@ std::string helpText()
     return R"(usage: tessary-send FILE udp://HOST:PORT|rtp://HOST:PORT [options]
 
 Sends a transport stream file (188-byte or 204-byte packets) as UDP datagrams, or as RTP after RFC 2250, at a constant
-rate. A single pass sends the file's bytes unchanged. Of a capture (pcap, pcapng) it sends a stream's datagrams again, to
-HOST:PORT, each as it was and when it was.
+rate. A single pass sends the file's bytes unchanged. From a capture (pcap, pcapng) it sends a stream's datagrams again, to
+HOST:PORT, unchanged and with their own timing.
 
 Rate (one of these):
   --rate-from-pcr          the file's own mean rate, from its PCRs (default)
   --bitrate RATE           transport stream bits per second: packets as sent (188 or 204 bytes), without RTP, UDP, IP and
                            Ethernet headers; suffix k, M or G, for example 5M
   --datagram-rate N        datagrams per second
-                           Each datagram has an absolute due time, so the mean rate is kept whatever single wake-ups
-                           do: a late sender sends what is due at once (see longest_burst). More than 200 ms of lag is
-                           not caught up.
+                           Each datagram has an absolute due time, so the mean rate holds even when single wake-ups are
+                           late: what is due is then sent at once (see longest_burst). More than 200 ms of lag is not
+                           caught up.
 
 Datagrams:
   --packets N              packets in a datagram, 1 to 348 (default 7); a pass's end does not cut one, the stream's end does
