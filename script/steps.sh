@@ -1,5 +1,5 @@
-# Shared by the scripts that run a row of tests: steps with their times, and the summary at the end. Sourced behind lib.sh,
-# never run.
+# Shared by the scripts that run a row of tests: steps with their times, what runs beside them, and the summary at the end.
+# Sourced behind lib.sh, never run.
 # shellcheck shell=bash
 
 summary=()
@@ -28,57 +28,64 @@ step()
     note $? $((SECONDS - began)) "$name"
 }
 
-# From "N% tests passed" to the end of a ctest log, the skipped tests left out.
-closing_lines()
+# The tests wait more than they compute. What only computes runs beside them with idle priority (SCHED_IDLE), which takes
+# nothing from a test: one thing after another, in the order in which `beside` was called, each with a log of its own.
+ASIDE="$TREE/build/aside"
+LANE=
+queue=() # lines of shell
+
+# beside NAME COMMAND...: to be run beside the steps, once start_beside is called.
+beside() { queue+=("aside ${*@Q}"); }
+
+# aside NAME COMMAND...: in the lane; leaves NAME.log and, at the end, NAME.ended with status and seconds.
+aside()
 {
-    sed -n '/tests passed,/,$p' "$1" | sed -E '/^[[:space:]]*$/d; /^The following tests did not run:/d; /\((Skipped|Disabled)\)$/d'
+    local file="$ASIDE/$1" began=$SECONDS status
+    shift
+    "$@" >"$file.log" 2>&1 </dev/null
+    status=$?
+    echo "$status $((SECONDS - began))" >"$file.ended"
 }
 
-# skipped_tests LOG RECORD: "REASON<tab>TEST" for each skipped test of a ctest run, and for each skipped case of one that
-# passed. LOG is what ctest printed, RECORD its own Testing/Temporary/LastTest.log.
-skipped_tests()
+# start_beside: begins with what is queued. It ends with the script.
+start_beside()
 {
-    awk '
-        function tell(reason, name) { print reason "\t" name; told = 1 }
-        function plain(name) { sub(/ +# GetParam\(\).*/, "", name); return name }
-        # A case by the name of its test where that says it, too: "unit.Suite.Case".
-        function full(name, part) {
-            part = name
-            sub(/\/[^\/]*$/, "", part) # the number of a parameter
-            return index(test, part) ? plain(test) : plain(test) ", " name
-        }
-        FNR == NR {
-            if (sub(/^\t *[0-9]+ - /, "") && sub(/ \(Skipped\)$/, "")) left[$0]
-            next
-        }
-        /^[0-9]+\/[0-9]+ Test: / { test = $0; sub(/^[^:]*: /, "", test); reason = "no reason told"; told = 0; next }
-        /^[^ ]+:[0-9]+: Skipped$/ { getline reason; next } # googletest
-        /^\[  SKIPPED \] .* \([0-9]+ ms\)$/ { tell(reason, full($4)); next }
-        match($0, / \.\.\. skipped ./) { # unittest, with -v
-            reason = substr($0, RSTART + RLENGTH)
-            tell(substr(reason, 1, length(reason) - 1), plain(test) ", " $1)
-            next
-        }
-        /^<end of output>$/ && (test in left) && !told { tell(last, plain(test)) } # by its exit status
-        NF { last = $0 }' "$1" "$2" | sort -u
+    local line
+    rm -rf "$ASIDE"
+    mkdir -p "$ASIDE"
+    set -m # a process group of its own, so that all of it ends with this script
+    (
+        chrt --idle --pid 0 "$BASHPID"
+        for line in "${queue[@]}"; do eval "$line"; done
+    ) &
+    set +m
+    LANE=$!
+    trap 'kill -- -"$LANE" 2>/dev/null' EXIT
 }
 
-# tell_skipped LOG RECORD: the skipped tests by their reasons, for the summary; their names at the end of LOG as well. Without
-# root they are hundreds, all for want of it: then the summary only counts them.
-tell_skipped()
+# family PID: the process and all that it started.
+family()
 {
-    local found
-    found=$(skipped_tests "$1" "$2")
-    [ -n "$found" ] || return 0
-    awk -F '\t' -v file="$1" -v all="$(! can_be_root || echo yes)" '
-        { tests[$1] = tests[$1] "\n     " $2; count[$1]++ }
-        END {
-            for (reason in count) {
-                said = "   skipped, " count[reason] ": " reason
-                print said tests[reason] >>file
-                print said (all == "yes" ? tests[reason] : " (the log names them)")
-            }
-        }' <<<"$found"
+    local child
+    echo "$1"
+    # shellcheck disable=SC2013 # it is words, in one line
+    for child in $(cat /proc/"$1"/task/*/children 2>/dev/null); do family "$child"; done
+}
+
+# await NAME: waits for the lane to be done with it and notes it as a step; a failure shows the end of its log. What is waited
+# for has idle priority no longer: on a machine that always has something else to do it would never end.
+await()
+{
+    local status=1 seconds=0 pid
+    say "$1 (beside the tests; build/aside/$1.log)"
+    while [ ! -s "$ASIDE/$1.ended" ] && kill -0 "$LANE" 2>/dev/null; do
+        for pid in $(family "$LANE"); do chrt --other --all-tasks --pid 0 "$pid" 2>/dev/null; done
+        sleep 1
+    done
+    chrt --idle --pid 0 "$LANE" 2>/dev/null # and with it what it starts from here on
+    [ ! -s "$ASIDE/$1.ended" ] || read -r status seconds <"$ASIDE/$1.ended"
+    if [ "$status" -eq 0 ]; then tail -n 15 "$ASIDE/$1.log"; else tail -n 80 "$ASIDE/$1.log"; fi
+    note "$status" "$seconds" "$1 (aside)"
 }
 
 # Shows the closing lines and the summary. False when a step failed.
