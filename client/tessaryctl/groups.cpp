@@ -25,6 +25,12 @@ void changeServer(Context& context, Controller& controller, const StreamServer& 
             + ", whose stream keeps coming in; to leave it: tessaryctl server --leave " + before);
 }
 
+void changeServer(Context& context, Controller& controller, const std::vector<std::string>& words)
+{
+    if (!words.empty())
+        changeServer(context, controller, parseServer(words));
+}
+
 void leaveGroup(Context& context, const std::string& group, std::optional<int> vlan)
 {
     if (!isGroup(group))
