@@ -218,6 +218,12 @@ TEST_F(ToolMeasure, GroupsOfEarlierServersAreLeftOnDemand)
     EXPECT_TRUE(tool({"server", "--leave", "239.0.0.7"}).output.contains("told to leave 1 group"));
     EXPECT_TRUE(waitUntil([&] { return !joined("070000EF"); }));
     EXPECT_TRUE(joined("080000EF"));
+    const auto stays = [](const char* server) {
+        return tool({"server", server}).errors.contains("stays in");
+    };
+    EXPECT_TRUE(tool({"server", "--leave", "239.0.0.8"}).ok());
+    EXPECT_FALSE(stays("udp://239.0.0.9:1234")) << "the group before has been left";
+    EXPECT_TRUE(stays("udp://239.0.0.8:1234"));
     expectFailure(tool({"server", "--leave", "10.0.0.1"}), 2, "is no multicast group");
 }
 
