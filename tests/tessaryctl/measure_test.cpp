@@ -124,14 +124,20 @@ TEST_F(ToolMeasure, NothingOfBeforeTheStartIsShownOrCounted)
     }
 }
 
-TEST_F(ToolMeasure, TotalsAreTheErrorsThatWereSentAtAnyInterval)
+/// Half a minute each.
+class ToolMeasureTotals : public ToolMeasure, public testing::WithParamInterface<double>
 {
-    for (const double every : {0.2, 1.0, 5.0})
-        expectTheErrorsSent(every, 15);
+};
+
+TEST_P(ToolMeasureTotals, AreTheErrorsThatWereSent)
+{
+    expectTheErrorsSent(GetParam(), 15);
 }
 
+INSTANTIATE_TEST_SUITE_P(Intervals, ToolMeasureTotals, testing::Values(0.2, 1.0, 5.0));
+
 /// Ten minutes each.
-class ToolMeasureLong : public ToolMeasure, public testing::WithParamInterface<double>
+class ToolMeasureLong : public ToolMeasureTotals
 {
 };
 
