@@ -43,16 +43,24 @@ Measurement decodeMeasurement(const std::string& bytes)
     return {values[0] == 1, values[1], values[2], values[3], values[4], values[5], values[6]};
 }
 
-std::optional<std::int64_t> transportRate(const Measurement& measurement, bool rtp)
+std::optional<std::int64_t> frameBytes(const Measurement& measurement, bool rtp)
 {
-    constexpr double headers = 14 + 20 + 8; // Ethernet, IPv4, UDP
-    constexpr double rtpHeader = 12;
-    constexpr double packet = 188;
+    constexpr std::int64_t headers = 14 + 20 + 8; // Ethernet, IPv4, UDP
+    constexpr std::int64_t rtpHeader = 12;
     if (measurement.packetSize <= 0 || measurement.packetsPerDatagram <= 0)
         return std::nullopt;
-    const double packets = measurement.packetsPerDatagram;
-    const double frame = packets * measurement.packetSize + headers + (rtp ? rtpHeader : 0);
-    return std::llround(measurement.bitRate * packets * packet / frame);
+    return std::int64_t{measurement.packetsPerDatagram} * measurement.packetSize + headers
+        + (rtp ? rtpHeader : 0);
+}
+
+std::optional<std::int64_t> transportRate(const Measurement& measurement, bool rtp)
+{
+    constexpr double packet = 188;
+    const auto frame = frameBytes(measurement, rtp);
+    if (!frame.has_value())
+        return std::nullopt;
+    return std::llround(
+        measurement.bitRate * (measurement.packetsPerDatagram * packet) / static_cast<double>(*frame));
 }
 
 std::vector<std::int64_t> parseInterArrivalTimes(const std::string& text)

@@ -23,6 +23,10 @@ struct Measurement
 /// whose first value is 0 or 1.
 Measurement decodeMeasurement(const std::string& bytes);
 
+/// Bytes of a whole Ethernet frame with a datagram like the last one: with the headers of Ethernet, IPv4, UDP
+/// and, with `rtp`, RTP. Nothing when the datagram holds no whole packets.
+std::optional<std::int64_t> frameBytes(const Measurement& measurement, bool rtp);
+
 /// Bits per second of the transport stream itself, in packets of 188 bytes, as far as all datagrams of the
 /// period were like the last one: the bit rate without the headers of Ethernet, IPv4, UDP and, with `rtp`,
 /// RTP, and without the parity of packets of 204 bytes. Nothing when the datagram holds no whole packets.

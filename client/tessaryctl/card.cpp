@@ -1,8 +1,23 @@
 #include "client/tessaryctl/card.h"
 
+#include "client/tessaryctl/streamqueries.h"
+
 #include <sstream>
 
 namespace tessary::ctl {
+
+void beginRecording(client::Controller& controller, InstrumentMemory::Source source)
+{
+    using Source = InstrumentMemory::Source;
+    const bool known = source == Source::Ip || source == Source::Fpga;
+    if (known && controller.playerStatus() == "running" && !programNow(controller).has_value()) {
+        if (source == Source::Ip)
+            controller.scan();
+        else
+            controller.ebsScan();
+    }
+    controller.record();
+}
 
 bool recordingIsRead(client::Controller& controller)
 {

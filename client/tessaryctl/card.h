@@ -1,13 +1,18 @@
 #pragma once
 
-#include "client/controller.h"
+#include "client/tessaryctl/memory.h"
 
 #include <cstdint>
 #include <optional>
 
 namespace tessary::ctl {
 
-// The memory card and the recording on it, asked of the instrument's own tools by shell commands.
+// The memory card and the recording on it. What the daemon does not tell is asked of the instrument's own tools
+// by shell commands.
+
+/// Begins to record the source, which memory knows. One that plays no program, as after a scan, passes nothing
+/// on to the recorder: it is scanned anew before.
+void beginRecording(client::Controller& controller, InstrumentMemory::Source source);
 
 /// True while a program on the instrument, such as the daemon for its source, reads the recording.
 bool recordingIsRead(client::Controller& controller);

@@ -1,4 +1,4 @@
-// How the stream arrives: measure (once or as a live screen) and iat.
+// How the stream arrives: measure, once or as a live screen.
 #include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
@@ -9,7 +9,6 @@
 #include "client/tessaryctl/plot.h"
 #include "client/tessaryctl/portload.h"
 #include "client/tessaryctl/reading.h"
-#include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>
@@ -24,9 +23,6 @@ namespace tessary::ctl {
 using namespace client;
 
 namespace {
-
-constexpr const char* absentRemedy =
-    "check that the stream is sent, and that tessaryctl server has its address, port and protocol";
 
 struct MeasureOptions
 {
@@ -44,58 +40,34 @@ std::string packetText(const Measurement& m)
         : std::to_string(m.packetsPerDatagram) + " × " + std::to_string(m.packetSize) + " bytes";
 }
 
-/// The instrument does not tell it.
-std::string serverText(const InstrumentMemory& memory)
-{
-    const auto& server = memory.server();
-    return server.has_value() ? server->url
-                              : "not known: it was not set from here; tessaryctl server sets it";
-}
-
 void printMeasurement(std::ostream& out, const InstrumentMemory& memory, const Measurement& m)
 {
-    out << tableOf({{"stream", serverText(memory)},
+    out << tableOf({{"stream", textOfServer(memory)},
         {"bit rate", bitRateText(m.bitRate) + "   (" + std::to_string(m.bitRate) + " bit/s)"},
         {"delay factor", std::to_string(m.delayFactorMs) + " ms"},
         {"continuity errors", std::to_string(m.continuityErrors) + " in the last second"},
         {"datagram", packetText(m)}});
 }
 
-void setServerIfGiven(Context& context, Controller& controller, const std::vector<std::string>& words)
-{
-    if (!words.empty())
-        changeServer(context, controller, parseServer(words));
-}
-
-void remarkOnOtherTraffic(const Context& context, double received, const Measurement& measurement)
-{
-    if (hasOtherTraffic(received, measurement.bitRate))
-        context.note("remark: eth0 receives " + bitRateText(received)
-            + " in all, so something comes in beside this stream. Groups joined for earlier stream servers "
-              "stay "
-              "joined until the link goes down; tessaryctl server --leave GROUP leaves one");
-}
-
 void measureOnce(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    setServerIfGiven(context, controller, options.server);
+    changeServer(context, controller, options.server);
     const PortLoad load(controller);
     const Measurement measurement = measureWholePeriod(controller, options.wait);
     if (!measurement.present)
         throw Failure(
-            ExitCode::Nothing, "no stream arrives (waited " + fixed(options.wait, 0) + " s)", absentRemedy);
+            ExitCode::Nothing, "no stream arrives (waited " + fixed(options.wait, 0) + " s)", noStreamRemedy);
     const std::optional<double> received = load.bitRate();
     if (context.json()) {
         Json value = jsonOfServer(context.memory());
         value.update(jsonOf(measurement));
-        value["received_bit_rate"] = received.has_value() ? Json(std::llround(*received)) : Json();
+        value["received_bit_rate"] = roundedOrNull(received);
         context.print(value);
     } else {
         printMeasurement(context.out(), context.memory(), measurement);
     }
-    if (received.has_value())
-        remarkOnOtherTraffic(context, *received, measurement);
+    remarkOnOtherTraffic(context, received, measurement.bitRate);
 }
 
 /// Small bars, one for each of the last values, scaled to the largest.
@@ -134,11 +106,26 @@ std::string clockText()
 /// What --watch knows at the moment.
 struct Watch
 {
+    explicit Watch(Controller& controller)
+        : port(controller)
+    {
+    }
+
     PeriodWatch periods;
     Measurement figures; ///< as read last
     Course course;
+    PortWatch port;
+    bool besideTold = false; ///< what comes in beside the stream
 
     bool settling() const { return periods.state() == PeriodWatch::State::Settling; }
+    bool valid() const { return periods.state() == PeriodWatch::State::Valid; }
+
+    void add(const PeriodWatch::Reading& reading)
+    {
+        periods.add(reading);
+        figures = reading.figures;
+        port.add(valid() ? std::optional<double>(figures.bitRate) : std::nullopt);
+    }
 };
 
 std::string stateText(const Watch& watch)
@@ -164,15 +151,20 @@ std::string headline(const Watch& watch, std::size_t width)
 
 void drawScreen(std::ostream& out, const Watch& watch, const std::vector<std::int64_t>& times)
 {
-    constexpr std::size_t otherLines = 8;
+    const std::optional<double> beside = watch.port.beside();
+    const std::size_t otherLines = beside.has_value() ? 9 : 8;
     constexpr std::size_t mostBins = 12;
     const std::size_t width = terminalWidth();
     const std::size_t bins = std::min(std::max(terminalHeight(), otherLines + 1) - otherLines, mostBins);
     const Measurement m = watch.settling() ? Measurement{} : watch.figures;
-    std::string text = tableOf({{"bit rate", bitRateText(m.bitRate), course(watch.course.bitRates)},
+    std::vector<std::vector<std::string>> rows{
+        {"bit rate", bitRateText(m.bitRate), course(watch.course.bitRates)},
         {"delay factor", std::to_string(m.delayFactorMs) + " ms", course(watch.course.delayFactors)},
         {"continuity errors", std::to_string(m.continuityErrors), textOf(watch.periods.total())},
-        {"datagram", packetText(watch.figures), ""}});
+        {"datagram", packetText(watch.figures), ""}};
+    if (beside.has_value())
+        rows.push_back({"beside it", bitRateText(*beside), "of other streams comes in on eth0"});
+    std::string text = tableOf(rows);
     text += "\ninter-arrival times";
     if (times.empty())
         text += ": none yet\n";
@@ -198,6 +190,7 @@ Json jsonOfWatch(const InstrumentMemory& memory, const Watch& watch, const std::
 {
     Json value = jsonOfServer(memory);
     value.update(jsonOf(watch.figures));
+    value["received_bit_rate"] = roundedOrNull(watch.port.received());
     value["since_start"] = jsonOf(watch.periods.total());
     value["inter_arrival"] = jsonOf(statisticsOf(times));
     return value;
@@ -209,13 +202,20 @@ void followUntil(Controller& controller, Watch& watch, std::chrono::steady_clock
 {
     for (;;) {
         const auto now = std::chrono::steady_clock::now();
-        const auto reading = readMeasurement(controller);
-        watch.periods.add(reading);
-        watch.figures = reading.figures;
+        watch.add(readMeasurement(controller));
         if (guard.interrupted() || now >= moment)
             return;
         guard.sleepUntil(std::min<std::chrono::steady_clock::time_point>(moment, now + readingInterval));
     }
+}
+
+/// Once for each time that it begins.
+void tellOfOtherTraffic(const Context& context, Watch& watch)
+{
+    const std::optional<double> beside = watch.port.beside();
+    if (beside.has_value() && !watch.besideTold)
+        remarkOnOtherTraffic(context, watch.port.received(), *watch.port.received() - *beside);
+    watch.besideTold = beside.has_value();
 }
 
 /// Shows what has been read; false when there is nothing to show yet.
@@ -228,9 +228,11 @@ bool show(Context& context, Controller& controller, Watch& watch)
         watch.course.add(watch.figures, 40);
     if (screen)
         drawScreen(context.out(), watch, readInterArrivalTimes(controller));
-    else if (context.json())
-        context.printLine(jsonOfWatch(context.memory(), watch, readInterArrivalTimes(controller)));
     else
+        tellOfOtherTraffic(context, watch);
+    if (context.json())
+        context.printLine(jsonOfWatch(context.memory(), watch, readInterArrivalTimes(controller)));
+    else if (!screen)
         printWatchLine(context.out(), watch);
     return !watch.settling();
 }
@@ -238,9 +240,9 @@ bool show(Context& context, Controller& controller, Watch& watch)
 void watchMeasurement(Context& context, const MeasureOptions& options)
 {
     Controller& controller = context.controller();
-    setServerIfGiven(context, controller, options.server);
+    changeServer(context, controller, options.server);
     const InterruptGuard guard;
-    Watch watch;
+    Watch watch(controller);
     int shown = 0;
     auto next = std::chrono::steady_clock::now();
     while (options.count == 0 || shown < options.count) {
@@ -254,63 +256,6 @@ void watchMeasurement(Context& context, const MeasureOptions& options)
     }
     if (outputIsTerminal() && !context.json())
         context.out() << std::endl; // the screen's last line has no end
-}
-
-struct IatOptions
-{
-    std::vector<std::string> server;
-    bool plot = false;
-    std::size_t bins = 20;
-    std::string png;
-    std::string svg;
-    double wait = 5;
-};
-
-/// As many as the instrument keeps, or what there is when the time is over.
-std::vector<std::int64_t> gatherTimes(Controller& controller, double wait)
-{
-    constexpr std::size_t kept = 1024;
-    const auto deadline = std::chrono::steady_clock::now() + Milliseconds(std::lround(wait * 1000));
-    auto times = readInterArrivalTimes(controller);
-    while (times.size() < kept - 1 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(Milliseconds(300));
-        times = readInterArrivalTimes(controller);
-    }
-    return times;
-}
-
-void iat(Context& context, const IatOptions& options)
-{
-    Controller& controller = context.controller();
-    setServerIfGiven(context, controller, options.server);
-    const auto times = gatherTimes(controller, options.wait);
-    if (times.empty())
-        throw Failure(
-            ExitCode::Nothing, "no datagram arrived within " + fixed(options.wait, 0) + " s", absentRemedy);
-    const Plot plot{"Inter-arrival times", times};
-    if (!options.png.empty())
-        writePng(plot, options.png);
-    if (!options.svg.empty())
-        writeSvg(plot, options.svg);
-    const InterArrivalStatistics statistics = statisticsOf(times);
-    if (context.json()) {
-        Json value = jsonOfServer(context.memory());
-        value.update(jsonOf(statistics));
-        value["times_us"] = times;
-        Json histogram = Json::array();
-        for (const auto& bin : histogramOf(times, options.bins))
-            histogram.push_back({{"from_us", bin.from}, {"to_us", bin.to}, {"count", bin.count}});
-        value["histogram"] = histogram;
-        return context.print(value);
-    }
-    context.out() << serverText(context.memory()) << '\n' << statisticsLine(statistics) << '\n';
-    if (options.plot)
-        context.out() << '\n' << textHistogram(times, options.bins, terminalWidth());
-    for (const auto& file : {options.png, options.svg}) {
-        if (!file.empty())
-            context.out() << "plot: " << file << '\n';
-    }
-    context.out() << std::flush;
 }
 
 } // namespace
@@ -339,25 +284,6 @@ void addMeasure(CLI::App& app, Context& context)
         else
             measureOnce(context, *options);
     });
-}
-
-void addIat(CLI::App& app, Context& context)
-{
-    auto* sub = addSubcommand(
-        app, context, "iat", "Show the inter-arrival times of the last 1024 datagrams (this stops playing)");
-    auto options = std::make_shared<IatOptions>();
-    sub->add_option("server", options->server, "stream server to set first, as with tessaryctl server")
-        ->expected(0, 5);
-    sub->add_flag("--plot", options->plot, "draw a histogram");
-    sub->add_option("--bins", options->bins, "bars of the histogram")
-        ->check(between(1, 1000))
-        ->capture_default_str();
-    sub->add_option("--png", options->png, "write histogram and course as a picture")->type_name("FILE");
-    sub->add_option("--svg", options->svg, "the same as a vector graphic")->type_name("FILE");
-    sub->add_option("--wait", options->wait, "seconds to wait for datagrams")
-        ->check(between(0.0, 3600.0))
-        ->capture_default_str();
-    sub->callback([&context, options] { iat(context, *options); });
 }
 
 } // namespace tessary::ctl

@@ -106,7 +106,7 @@ void recordFor(Context& context, double seconds)
     End end = End::InTime;
     {
         const InterruptGuard guard(2, "\nending the recording; Ctrl-C again leaves it going on\n");
-        controller.record();
+        beginRecording(controller, context.memory().source());
         end = awaitEnd(controller, seconds, guard);
         if (errorIsTerminal())
             std::cerr << "\r\033[K" << std::flush;
@@ -126,12 +126,12 @@ void recordFor(Context& context, double seconds)
 }
 
 /// Begins to record; returns when the first bytes should be in the file.
-void beginRecording(Context& context)
+void recordOn(Context& context)
 {
     constexpr Milliseconds firstBytes{1500};
     Controller& controller = context.controller();
     const InterruptGuard guard(2, "\n");
-    controller.record();
+    beginRecording(controller, context.memory().source());
     guard.sleepUntil(Clock::now() + firstBytes);
     const std::uint64_t bytes = controller.recordingSize();
     if (guard.interrupted())
@@ -147,7 +147,7 @@ void startRecording(Context& context, double seconds)
     if (seconds > 0)
         recordFor(context, seconds);
     else
-        beginRecording(context);
+        recordOn(context);
     if (context.controller().recordingSize() == 0)
         throw Failure(ExitCode::Nothing, "nothing has been recorded",
             "is the memory card in, and does the stream come in (tessaryctl scan, tessaryctl measure)?");

@@ -19,10 +19,17 @@ void changeServer(Context& context, Controller& controller, const StreamServer& 
 {
     const auto known = context.memory().server();
     controller.setServer(server);
-    const std::string before = known.has_value() ? parseServer({known->url}).address : "";
+    const bool stays = known.has_value() && !known->groupLeft;
+    const std::string before = stays ? parseServer({known->url}).address : "";
     if (isGroup(before) && before != server.address)
         context.note("remark: the instrument stays in group " + before
             + ", whose stream keeps coming in; to leave it: tessaryctl server --leave " + before);
+}
+
+void changeServer(Context& context, Controller& controller, const std::vector<std::string>& words)
+{
+    if (!words.empty())
+        changeServer(context, controller, parseServer(words));
 }
 
 void leaveGroup(Context& context, const std::string& group, std::optional<int> vlan)
@@ -33,6 +40,7 @@ void leaveGroup(Context& context, const std::string& group, std::optional<int> v
     // smcroute joined it. Newer ones leave by smcroutectl alone, older ones have no such program.
     const std::string what = (vlan.has_value() ? "eth0." + std::to_string(*vlan) : "eth0") + " " + group;
     context.controller().runCommand("smcroutectl leave " + what + " || smcroute -l " + what);
+    context.memory().leftGroup(group);
 }
 
 } // namespace tessary::ctl

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tessary::ctl {
 
@@ -13,6 +14,9 @@ bool isGroup(const std::string& address);
 /// Sets the stream server. The instrument joins its group and leaves none: says so when this program set
 /// another group last, and how to leave that.
 void changeServer(Context& context, client::Controller& controller, const client::StreamServer& server);
+
+/// The same with a server as a person writes it; without words the server stays.
+void changeServer(Context& context, client::Controller& controller, const std::vector<std::string>& words);
 
 /// Has the instrument leave a group on the wired interface, or on this VLAN of it. Throws Failure Usage when
 /// `group` is none.

@@ -39,8 +39,11 @@ InterruptGuard::InterruptGuard(int endsWaiting, const char* notice)
     {
     };
     action.sa_handler = &note;
-    for (std::size_t i = 0; i < signals.size(); ++i)
-        ::sigaction(signals[i], &action, &m_before[i]);
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        ::sigaction(signals[i], nullptr, &m_before[i]);
+        if (m_before[i].sa_handler != SIG_IGN) // as nohup has it
+            ::sigaction(signals[i], &action, nullptr);
+    }
 }
 
 InterruptGuard::~InterruptGuard()

@@ -7,7 +7,8 @@
 namespace tessary::ctl {
 
 /// While it lives, Ctrl-C (SIGINT), SIGTERM and SIGHUP are noted instead of ending the program, so that what
-/// is being done can be brought to its end. Of several, one within the other, the innermost counts.
+/// is being done can be brought to its end. Of several, one within the other, the innermost counts. Signals that
+/// the program was started to ignore, as by nohup, stay ignored.
 class InterruptGuard
 {
 public:

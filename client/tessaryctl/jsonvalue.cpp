@@ -1,6 +1,13 @@
 #include "client/tessaryctl/jsonvalue.h"
 
+#include <cmath>
+
 namespace tessary::ctl {
+
+Json roundedOrNull(std::optional<double> value)
+{
+    return value.has_value() ? Json(std::llround(*value)) : Json();
+}
 
 Json jsonOfVersion(const client::VersionInfo& info)
 {

@@ -170,7 +170,8 @@ public:
     void add(const LogEntry& entry)
     {
         const auto loss = m_open.find("loss");
-        if (entry.event == Event::Gap && loss != m_open.end()) {
+        const bool ofLoss = entry.note.rfind(nameOf(Event::NoAnswer), 0) != 0; // that is none
+        if (entry.event == Event::Gap && ofLoss && loss != m_open.end()) {
             loss->second.to = secondsOf(entry.time);
             loss->second.worst = std::max(loss->second.worst, entry.seconds.value_or(0));
         }

@@ -131,15 +131,18 @@ bool MeasurementLog::add(const PeriodWatch::Reading& reading, WallTime wall)
     const Moment now{reading.answered, wall};
     if (m_gap.has_value() && m_gap->loss != Loss::Stream)
         closeGap(now);
-    const State state = m_watch.add(reading);
-    if (state == State::Absent)
-        openGap(Loss::Stream, now, "");
+    if (!m_firstLook.has_value())
+        m_firstLook = now;
+    if (m_watch.add(reading) == State::Absent)
+        noStream(now);
     else
         closeGap(now);
     addPeriods(reading, m_watch.total(), wall);
     m_shown = reading.figures;
-    if (reading.figures.present)
+    if (reading.figures.present) {
         m_lastGood = now;
+        m_seen = true;
+    }
     return !m_pending.empty();
 }
 
@@ -200,15 +203,29 @@ void MeasurementLog::flush()
 void MeasurementLog::lost(Loss loss, Moment now, const std::string& note)
 {
     flush();
-    openGap(loss, now, note);
+    // An answer that did not come has been waited for; the instrument was last known to be there before.
+    openGap(loss, loss == Loss::Answer ? m_lastGood.value_or(now) : now, now, note);
     // What comes next may be of another run of the capture.
     m_watch = PeriodWatch();
     m_counted = {};
     m_shown.reset();
     m_arrivals.forget();
+    m_firstLook.reset();
+    m_seen = false;
 }
 
-void MeasurementLog::openGap(Loss loss, Moment now, const std::string& note)
+/// A capture that has just begun has seen nothing yet, and the group may still have to be joined: that is no
+/// silence of the stream.
+void MeasurementLog::noStream(Moment now)
+{
+    constexpr double timeToCome = 2; // s
+    if (m_seen)
+        openGap(Loss::Stream, now, now, "");
+    else if (Seconds(now.steady - m_firstLook->steady).count() >= timeToCome)
+        openGap(Loss::Stream, *m_firstLook, now, "");
+}
+
+void MeasurementLog::openGap(Loss loss, Moment since, Moment now, const std::string& note)
 {
     const bool same = m_gap.has_value() && m_gap->loss == loss;
     if (same)
@@ -217,8 +234,7 @@ void MeasurementLog::openGap(Loss loss, Moment now, const std::string& note)
         return;
     if (!same) {
         closeGap(now);
-        // An answer that did not come has been waited for; the instrument was last known to be there before.
-        m_gap = OpenGap{loss, loss == Loss::Answer ? m_lastGood.value_or(now) : now, now, note};
+        m_gap = OpenGap{loss, since, now, note};
         ++m_totals.gaps;
     }
     m_gap->told = now;

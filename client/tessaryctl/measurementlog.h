@@ -96,7 +96,8 @@ private:
     LogEntry periodEntry(const client::Measurement& figures, WallTime wall) const;
     void addPeriods(
         const client::PeriodWatch::Reading& reading, const client::PeriodWatch::Total& total, WallTime wall);
-    void openGap(Loss loss, Moment now, const std::string& note);
+    void noStream(Moment now);
+    void openGap(Loss loss, Moment since, Moment now, const std::string& note);
     void closeGap(Moment now);
     void flush();
     void watchForChange(const LogEntry& period);
@@ -110,6 +111,8 @@ private:
     client::ArrivalWatch m_arrivals;
     std::optional<client::Measurement> m_shown; ///< by the last reading
     std::optional<Moment> m_lastGood; ///< last reading of a present stream
+    std::optional<Moment> m_firstLook; ///< first reading since the capture may have begun anew
+    bool m_seen = false; ///< a stream was there since then
     std::optional<WallTime> m_lastRow; ///< of a period
     std::vector<LogEntry> m_pending; ///< rows that wait for their inter-arrival times
     std::optional<OpenGap> m_gap;

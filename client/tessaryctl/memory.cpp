@@ -102,7 +102,8 @@ void InstrumentMemory::load()
         return;
     try {
         if (found->contains("server"))
-            m_server = Server{found->at("server"), found->at("server_time")};
+            m_server =
+                Server{found->at("server"), found->at("server_time"), found->value("group_left", false)};
         m_source = found->value("source", Source::Unknown);
         m_services = found->value("services", std::vector<std::string>());
     } catch (const Json::exception&) { // a file that something else wrote
@@ -119,7 +120,8 @@ void InstrumentMemory::save() const
         all.erase(all.begin());
     all[m_port] = {{"source", m_source}, {"services", m_services}};
     if (m_server.has_value())
-        all[m_port].update(Json{{"server", m_server->url}, {"server_time", m_server->time}});
+        all[m_port].update(Json{
+            {"server", m_server->url}, {"server_time", m_server->time}, {"group_left", m_server->groupLeft}});
     writeAll(all);
 }
 
@@ -139,9 +141,17 @@ void InstrumentMemory::setServer(std::string_view argument)
         words.push_back(word);
     m_server.reset();
     try {
-        m_server = Server{serverUrl(parseServer(words)), isoTime(std::chrono::system_clock::now())};
+        m_server = Server{serverUrl(parseServer(words)), isoTime(std::chrono::system_clock::now()), false};
     } catch (const Failure&) { // typed by hand: what the instrument made of it is not known
     }
+}
+
+void InstrumentMemory::leftGroup(const std::string& group)
+{
+    if (!m_server.has_value() || parseServer({m_server->url}).address != group)
+        return;
+    m_server->groupLeft = true;
+    save();
 }
 
 void InstrumentMemory::setSource(std::string_view command, bool surely)
@@ -169,7 +179,7 @@ void InstrumentMemory::carriedOut(std::string_view command, bool surely)
 void InstrumentMemory::greeted()
 {
     ++m_startsSeen;
-    m_server = Server{serverAfterStart, isoTime(std::chrono::system_clock::now())};
+    m_server = Server{serverAfterStart, isoTime(std::chrono::system_clock::now()), false};
     m_source = Source::None;
     save();
 }

@@ -21,6 +21,7 @@ public:
     {
         std::string url; ///< as serverUrl() writes it
         std::string time; ///< ISO 8601: when this tool set it, or noticed the start that did
+        bool groupLeft = false; ///< the instrument was told to leave its group since
     };
 
     explicit InstrumentMemory(std::string port);
@@ -30,6 +31,8 @@ public:
 
     /// Nothing when this tool has not set one.
     const std::optional<Server>& server() const { return m_server; }
+    /// The instrument has been told to leave this multicast group.
+    void leftGroup(const std::string& group);
     Source source() const { return m_source; }
     /// Names of the services that were seen last, for completion.
     const std::vector<std::string>& services() const { return m_services; }

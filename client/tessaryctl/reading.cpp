@@ -11,6 +11,13 @@ namespace tessary::ctl {
 
 using namespace client;
 
+std::string textOfServer(const InstrumentMemory& memory)
+{
+    const auto& server = memory.server();
+    return server.has_value() ? server->url
+                              : "not known: it was not set from here; tessaryctl server sets it";
+}
+
 PeriodWatch::Reading readMeasurement(Controller& controller)
 {
     const auto asked = PeriodWatch::Clock::now();

@@ -10,6 +10,13 @@
 
 namespace tessary::ctl {
 
+/// What to do when no stream arrives.
+inline constexpr const char* noStreamRemedy =
+    "check that the stream is sent, and that tessaryctl server has its address, port and protocol";
+
+/// For a person, which stream is measured: the instrument does not tell it.
+std::string textOfServer(const InstrumentMemory& memory);
+
 /// One measurement and when it was taken; throws Failure NoLink when the Ethernet is down.
 client::PeriodWatch::Reading readMeasurement(client::Controller& controller);
 

@@ -3,6 +3,7 @@
 #include "client/answererror.h"
 #include "client/lineerror.h"
 #include "client/psi/mpegtsnames.h"
+#include "client/tessaryctl/card.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/reading.h"
 #include "client/tessaryctl/streamqueries.h"
@@ -198,7 +199,7 @@ void ViewWorker::carryOut(const ViewOrder& order)
         case Kind::StopMeasuring:
             return setMeasuring(false);
         case Kind::StartRecording:
-            controller.record();
+            beginRecording(controller, m_context.memory().source());
             m_recording = true;
             return pollPlayer(controller);
         case Kind::StopRecording:

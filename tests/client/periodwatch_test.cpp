@@ -39,12 +39,26 @@ Measurement shownAt(const Steps& steps, double moment)
     return m;
 }
 
-/// Reads every `interval` from 0 on, each answer 20 ms after its question.
+/// A reading whose question is sent at `moment`, its answer 20 ms later.
+PeriodWatch::Reading readingAt(const Steps& steps, double moment)
+{
+    return {at(moment), at(moment + 0.02), shownAt(steps, moment + 0.01)};
+}
+
+/// The moments from 0 on, one every `interval`, that are before `until`.
+std::vector<double> momentsUntil(double until, double interval = 0.2)
+{
+    std::vector<double> moments;
+    for (int i = 0; i * interval < until; ++i)
+        moments.push_back(i * interval);
+    return moments;
+}
+
 PeriodWatch read(const Steps& steps, double until, double interval = 0.2)
 {
     PeriodWatch watch;
-    for (double moment = 0; moment < until; moment += interval)
-        watch.add({at(moment), at(moment + 0.02), shownAt(steps, moment + 0.01)});
+    for (const double moment : momentsUntil(until, interval))
+        watch.add(readingAt(steps, moment));
     return watch;
 }
 
@@ -52,10 +66,10 @@ PeriodWatch read(const Steps& steps, double until, double interval = 0.2)
 std::pair<double, int> firstShown(const Steps& steps)
 {
     PeriodWatch watch;
-    for (double moment = 0; moment < 20; moment += 0.1) {
-        const Measurement m = shownAt(steps, moment + 0.01);
-        if (watch.add({at(moment), at(moment + 0.02), m}) == State::Valid)
-            return {moment, m.bitRate};
+    for (const double moment : momentsUntil(20, 0.1)) {
+        const auto reading = readingAt(steps, moment);
+        if (watch.add(reading) == State::Valid)
+            return {moment, reading.figures.bitRate};
     }
     return {0, 0};
 }
@@ -155,11 +169,9 @@ TEST(PeriodWatch, SaysThatPeriodsMayHaveBeenMissed)
     const Steps steps = periodsOf(61, 3, random, 0);
     for (const auto& [pause, most] : {std::pair(0.6, 0L), {2.5, 2L}, {5.0, 5L}}) {
         PeriodWatch watch;
-        bool paused = false;
-        for (double moment = 0; moment < steps.back().from + 0.5; moment += 0.2) {
-            if (moment > 20 && !std::exchange(paused, true))
-                moment += pause;
-            watch.add({at(moment), at(moment + 0.02), shownAt(steps, moment + 0.01)});
+        for (const double moment : momentsUntil(steps.back().from + 0.5)) {
+            if (moment < 20.1 || moment > 20.1 + pause)
+                watch.add(readingAt(steps, moment));
         }
         const auto total = watch.total();
         EXPECT_LE(total.missed, most) << pause;
@@ -175,8 +187,8 @@ TEST(PeriodWatch, AnAnswerThatTookLongMayHideAPeriod)
     const Steps steps{{-0.5, 10'000'001, 1, 1}, {0.51, 10'000'002, 1, 1}, {1.52, 10'000'003, 1, 1},
         {2.53, 10'000'004, 1, 1}, {3.54, 10'000'005, 1, 1}, {4.55, 10'000'006, 1, 1}};
     PeriodWatch watch;
-    for (double moment = 0; moment < 2.8; moment += 0.2)
-        watch.add({at(moment), at(moment + 0.02), shownAt(steps, moment)});
+    for (const double moment : momentsUntil(2.8))
+        watch.add(readingAt(steps, moment));
     EXPECT_TRUE(watch.total().exact());
     watch.add({at(2.8), at(4.8), shownAt(steps, 4.7)});
     EXPECT_EQ(watch.total().missed, 1);
@@ -219,8 +231,8 @@ TEST(PeriodWatch, TheTotalTakesNothingBack)
         {15, 3'900'000, 1500, 9}, {16.01, 10'000'002, 1, 0}};
     PeriodWatch watch;
     PeriodWatch::Total before;
-    for (double moment = 0; moment < 17; moment += 0.2) {
-        watch.add({at(moment), at(moment + 0.02), shownAt(steps, moment + 0.01)});
+    for (const double moment : momentsUntil(17)) {
+        watch.add(readingAt(steps, moment));
         EXPECT_GE(watch.total().periods, before.periods) << moment;
         EXPECT_GE(watch.total().errors, before.errors) << moment;
         before = watch.total();

@@ -38,6 +38,17 @@ TEST_F(ToolDevices, RecordMakesARecordingThatExportSendsToTheFpga)
     EXPECT_EQ(toolJson({"scan", "--source", "recording"})["services"].toArray().size(), 3);
 }
 
+TEST_F(ToolDevices, RecordsAlsoBehindAScanThatLookedAtThePrograms)
+{
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234"}).ok());
+    const CommandResult recorded = tool({"record", "start", "--seconds", "2"});
+    EXPECT_TRUE(recorded.output.contains(" recorded\n")) << recorded.errors.constData();
+    ASSERT_TRUE(tool({"play", "2"}).ok());
+    EXPECT_TRUE(toolJson({"record", "start"})["recording"].toBool());
+    EXPECT_EQ(toolJson({"status"})["player"].toString(), "running") << "a program plays on";
+}
+
 TEST_F(ToolDevices, RecordGoesOnUntilItIsStopped)
 {
     const RunningStream stream = sendStream(madeStream("demo.ts"));

@@ -169,4 +169,21 @@ TEST_F(ToolInterrupted, InTheShellItEndsTheCommandAndNotTheShell)
     EXPECT_EQ(terminal.waitForEnd(), 0);
 }
 
+TEST_F(ToolInterrupted, ALogUnderNohupOutlivesItsTerminal)
+{
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    const QString path = instrument().path("nohup.jsonl");
+    const auto periods = [&] {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll().count("\"period\"") : 0;
+    };
+    GuardedProcess log;
+    log.start("nohup", {toolPath(), "--port", port(), "log", "--output", path, "udp://239.0.0.1:1234"});
+    ASSERT_TRUE(waitUntil([&] { return periods() > 0; })) << log.readAllStandardError().constData();
+    send(log, SIGHUP);
+    const int before = periods();
+    EXPECT_TRUE(waitUntil([&] { return periods() > before + 1; })) << "it goes on";
+    EXPECT_EQ(interrupted(log, SIGTERM).status, 0);
+}
+
 } // namespace

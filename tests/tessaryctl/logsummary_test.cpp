@@ -136,6 +136,9 @@ TEST(LogSummary, RowsThatCrossALimitWithinAMinuteAreOneCrossing)
     entries.back().crossed = "loss";
     entries.push_back(gap(85, 4));
     entries.push_back(period(86));
+    entries.push_back(at(87, Event::NoAnswer));
+    entries.push_back(gap(97, 10));
+    entries.back().note = "no-answer; no answer in time";
     const LogSummary s = summaryOf(recordOf(entries));
     ASSERT_EQ(s.crossings.size(), 3U);
     EXPECT_EQ(s.crossings[0].rows, 2);
@@ -144,6 +147,7 @@ TEST(LogSummary, RowsThatCrossALimitWithinAMinuteAreOneCrossing)
     EXPECT_EQ(s.crossings[1].worst, 2);
     EXPECT_EQ(s.crossings[2].limit, "loss");
     EXPECT_EQ(s.crossings[2].worst, 4);
+    EXPECT_EQ(s.crossings[2].to, begin + 85) << "not the later end of a gap without answer";
     EXPECT_EQ(s.limits.at("max-delay-factor"), "50");
     EXPECT_EQ(s.limits.count("on-loss"), 1U);
 }

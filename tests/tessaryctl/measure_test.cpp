@@ -124,14 +124,20 @@ TEST_F(ToolMeasure, NothingOfBeforeTheStartIsShownOrCounted)
     }
 }
 
-TEST_F(ToolMeasure, TotalsAreTheErrorsThatWereSentAtAnyInterval)
+/// Half a minute each.
+class ToolMeasureTotals : public ToolMeasure, public testing::WithParamInterface<double>
 {
-    for (const double every : {0.2, 1.0, 5.0})
-        expectTheErrorsSent(every, 15);
+};
+
+TEST_P(ToolMeasureTotals, AreTheErrorsThatWereSent)
+{
+    expectTheErrorsSent(GetParam(), 15);
 }
 
+INSTANTIATE_TEST_SUITE_P(Intervals, ToolMeasureTotals, testing::Values(0.2, 1.0, 5.0));
+
 /// Ten minutes each.
-class ToolMeasureLong : public ToolMeasure, public testing::WithParamInterface<double>
+class ToolMeasureLong : public ToolMeasureTotals
 {
 };
 
@@ -169,6 +175,8 @@ TEST_F(ToolMeasure, WhatComesInBesideTheStreamIsSaid)
     const RunningStream stream = send({"--bitrate", "4M"});
     const CommandResult alone = tool({"measure", "udp://239.0.0.1:1234"});
     EXPECT_FALSE(alone.errors.contains("beside this stream")) << alone.errors.constData();
+    const CommandResult arrivalsAlone = tool({"iat"});
+    EXPECT_FALSE(arrivalsAlone.errors.contains("beside this stream")) << arrivalsAlone.errors.constData();
     const RunningStream other = instrument().send({madeStream("demo.ts"), "udp://239.0.0.2:1234", "--loop",
         "--interface", "uplink", "--bitrate", "12M"});
     const CommandResult both = tool({"measure"});
@@ -176,6 +184,21 @@ TEST_F(ToolMeasure, WhatComesInBesideTheStreamIsSaid)
     EXPECT_TRUE(both.errors.contains("something comes in beside this stream")) << both.errors.constData();
     const QJsonObject json = toolJson({"measure"});
     EXPECT_NEAR(json["received_bit_rate"].toDouble(), 16e6 * 1358 / 1316, 2e6);
+
+    const CommandResult arrivals = tool({"iat"});
+    EXPECT_TRUE(arrivals.errors.contains("something comes in beside this stream"))
+        << arrivals.errors.constData();
+    EXPECT_NEAR(toolJson({"iat"})["received_bit_rate"].toDouble(), 16e6 * 1358 / 1316, 3e6);
+    const CommandResult lines = tool({"measure", "--watch", "--interval", "0.5", "--count", "25", "--json"});
+    EXPECT_EQ(lines.errors.count("something comes in beside this stream"), 1) << lines.errors.constData();
+    const QJsonObject first = QJsonDocument::fromJson(lines.output.split('\n').first()).object();
+    const QJsonObject last = QJsonDocument::fromJson(lines.output.trimmed().split('\n').last()).object();
+    EXPECT_TRUE(first["received_bit_rate"].isNull()) << "not known yet";
+    EXPECT_NEAR(last["received_bit_rate"].toDouble(), 16e6 * 1358 / 1316, 2e6);
+    ToolTerminal terminal(port(), {"measure", "--watch"}, instrument().path("state"));
+    EXPECT_TRUE(terminal.shows("beside it")) << terminal.seen().constData();
+    terminal.type("\x03");
+    EXPECT_EQ(terminal.waitForEnd(), 0);
 }
 
 TEST_F(ToolMeasure, GroupsOfEarlierServersAreLeftOnDemand)
@@ -201,6 +224,12 @@ TEST_F(ToolMeasure, GroupsOfEarlierServersAreLeftOnDemand)
     EXPECT_TRUE(tool({"server", "--leave", "239.0.0.7"}).output.contains("told to leave 1 group"));
     EXPECT_TRUE(waitUntil([&] { return !joined("070000EF"); }));
     EXPECT_TRUE(joined("080000EF"));
+    const auto stays = [](const char* server) {
+        return tool({"server", server}).errors.contains("stays in");
+    };
+    EXPECT_TRUE(tool({"server", "--leave", "239.0.0.8"}).ok());
+    EXPECT_FALSE(stays("udp://239.0.0.9:1234")) << "the group before has been left";
+    EXPECT_TRUE(stays("udp://239.0.0.8:1234"));
     expectFailure(tool({"server", "--leave", "10.0.0.1"}), 2, "is no multicast group");
 }
 

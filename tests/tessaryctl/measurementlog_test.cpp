@@ -98,6 +98,26 @@ StreamServer server(StreamServer::Protocol protocol)
     return server;
 }
 
+TEST(MeasurementLog, ACaptureThatHasJustBegunIsNoLossOfTheStream)
+{
+    LogSettings settings;
+    settings.limits.loss = true;
+    Night night(settings);
+    night.silence(0.5); // the first datagram is yet to come
+    night.stream(10);
+    night.lost(Loss::Answer, 3, "no answer in time");
+    night.silence(1.5); // the server has been set again, its group is being joined
+    night.stream(10);
+    EXPECT_EQ(night.count(Event::Absent), 0);
+    EXPECT_EQ(night.log().totals().rowsWithCrossing, 0);
+    night.lost(Loss::Answer, 3, "no answer in time");
+    night.silence(4);
+    night.stream(10);
+    ASSERT_EQ(night.count(Event::Absent), 1);
+    EXPECT_NEAR(night.first(Event::Absent).seconds.value_or(0), 2, 0.3) << "since the first look";
+    EXPECT_EQ(night.first(Event::Absent).crossed, "loss");
+}
+
 TEST(MeasurementLog, EachPeriodHasOneRow)
 {
     Night night;

@@ -93,20 +93,58 @@ TEST_F(ToolShell, ServicesOfTheLastScanAreCompletedInQuotes)
     terminal.type("exit\n");
 }
 
-TEST_F(ToolShell, BashCompletesServersAndServicesAsOneWord)
+/// What the completion of a shell offers, in that shell.
+class ToolCompletion : public ToolShell, public testing::WithParamInterface<const char*>
 {
-    ASSERT_TRUE(tool({"server", "udp://239.0.0.1:1234"}).ok());
-    qputenv("TESSARY_PORT", port().toLocal8Bit());
-    const auto completed = [](const QString& line) {
-        return runCommand(TESSARY_SOURCE_DIR "/tests/tessaryctl/complete-with-bash",
-            {TESSARY_SOURCE_DIR "/packaging/tessaryctl.bash", line})
-            .output;
-    };
-    EXPECT_EQ(completed(toolPath() + " measure ud"), "udp://239.0.0.1:1234\n");
-    EXPECT_EQ(completed(toolPath() + " measure udp://239"), "//239.0.0.1:1234\n");
-    EXPECT_EQ(completed(toolPath() + " scan --source rec"), "recording\n");
-    qunsetenv("TESSARY_PORT");
+protected:
+    void SetUp() override
+    {
+        if (!QFile::exists(QString("/usr/bin/") + GetParam())
+            && !QFile::exists(QString("/bin/") + GetParam()))
+            GTEST_SKIP() << GetParam() << " is not installed; script/bootstrap installs it";
+        qputenv("TESSARY_PORT", port().toLocal8Bit());
+    }
+    void TearDown() override
+    {
+        qunsetenv("TESSARY_PORT");
+        ToolShell::TearDown();
+    }
+
+    static QByteArrayList completed(const QString& words)
+    {
+        const QString tests = TESSARY_SOURCE_DIR "/tests/tessaryctl/complete-with-";
+        const QString file = TESSARY_SOURCE_DIR "/packaging/tessaryctl.";
+        const CommandResult result =
+            runCommand(tests + GetParam(), {file + GetParam(), toolPath() + " " + words});
+        EXPECT_TRUE(result.ok()) << result.errors.constData();
+        return result.output.trimmed().split('\n');
+    }
+    static bool is(const char* shell) { return QString(GetParam()) == shell; }
+};
+
+TEST_P(ToolCompletion, OffersServersSourcesServicesAndFiles)
+{
+    const RunningStream stream = sendStream(madeStream("demo.ts"));
+    ASSERT_TRUE(tool({"scan", "udp://239.0.0.1:1234", "--no-pids"}).ok());
+    EXPECT_EQ(completed("mea"), QByteArrayList{"measure"});
+    EXPECT_EQ(completed("measure --wat"), QByteArrayList{"--watch"});
+    EXPECT_EQ(completed("measure ud"), QByteArrayList{"udp://239.0.0.1:1234"});
+    // Bash parts words at colons and asks for the last part alone.
+    EXPECT_EQ(completed("measure udp://239"),
+        QByteArrayList{is("bash") ? "//239.0.0.1:1234" : "udp://239.0.0.1:1234"});
+    EXPECT_EQ(completed("scan --source "), (QByteArrayList{"ip", "fpga", "recording"}));
+    EXPECT_EQ(completed("scan --source rec"), QByteArrayList{"recording"});
+    const QByteArrayList services = completed("play ");
+    EXPECT_EQ(services.size(), 3) << services.join('|').constData();
+    EXPECT_TRUE(services[1].startsWith("Tessary")) << services.join('|').constData();
+    if (!is("bash")) { // which parts the words that it hands over at blanks
+        EXPECT_EQ(completed("play \"Tessary G"), QByteArrayList{"Tessary Grün"});
+    }
+    EXPECT_TRUE(completed("report " TESSARY_SOURCE_DIR "/READ").last().endsWith("README.md"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Shells, ToolCompletion, testing::Values("bash", "zsh", "fish"),
+    [](const auto& given) { return std::string(given.param); });
 
 TEST_F(ToolShell, CompletionForOtherShellsListsCommandsAndOptions)
 {
