@@ -1,4 +1,5 @@
 // How the stream arrives: measure (once or as a live screen) and iat.
+#include "client/serverspec.h"
 #include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
@@ -9,7 +10,6 @@
 #include "client/tessaryctl/plot.h"
 #include "client/tessaryctl/portload.h"
 #include "client/tessaryctl/reading.h"
-#include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>

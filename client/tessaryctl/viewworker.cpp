@@ -3,9 +3,9 @@
 #include "client/answererror.h"
 #include "client/lineerror.h"
 #include "client/mpegtsnames.h"
+#include "client/streamqueries.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/reading.h"
-#include "client/tessaryctl/streamqueries.h"
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 
