@@ -151,8 +151,10 @@ class Instrument:
             raise UsageError("the instrument runs already", "stop() it first, or make another Instrument")
         self._run_dir = self._given_run_dir or pathlib.Path(tempfile.mkdtemp(prefix="tessary-", dir="/run"))
         self._run_dir.mkdir(parents=True, exist_ok=True)
+        own = [] if self._given_run_dir else ["--remove-orphaned"]
         script = places.bench_folder() / ("hardware" if self._hardware else "instrument")
-        command = [str(script), *([] if self._hardware else ["run"]), "--run-dir", str(self._run_dir), *self._options]
+        command = [str(script), *([] if self._hardware else ["run"]), "--run-dir", str(self._run_dir), *own]
+        command += self._options
         with open(self.log_path("runner"), "wb") as log:
             self._process = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "TERM", *command],
