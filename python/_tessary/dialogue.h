@@ -3,6 +3,7 @@
 #include "client/controller.h"
 #include "python/_tessary/line.h"
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,7 +39,7 @@ private:
 
     std::shared_ptr<Line> m_line;
     double m_timeout;
-    int m_startsSeen = 0;
+    std::atomic<int> m_startsSeen{0}; ///< counted without the GIL
     std::optional<client::Controller> m_controller;
     double m_seconds = 0; ///< the time-out of m_controller
 };

@@ -139,8 +139,8 @@ class Controller:
     # --- stream and player ---
 
     def set_server(self, server: str, *, timeout: float | None = None) -> None:
-        """Sets the stream that is received over IP: "udp://239.0.0.1:1234", "rtp://...", "udp+t2mi://239.0.0.1:1234?pid=4096&plp=0",
-        "rtp+t2mi://...". A running source is not touched: scan() and play() of a new source use it. `UsageError`."""
+        """Sets the stream that is received over IP: "udp://239.0.0.1:1234", "rtp://...",
+        "udp+t2mi://239.0.0.1:1234?pid=4096&plp=0", "rtp+t2mi://...". A running source is not touched: scan() and play() of a new source use it. `UsageError`."""
         self._dialogue.set_server(server, timeout)
 
     def ask_server(self, *, timeout: float | None = None) -> None:
@@ -333,7 +333,8 @@ class Controller:
     ) -> None:
         """Sends a software package (a .deb file, or its bytes) and has it installed: 10 MB take a quarter of an hour at the
         line's own speed. `progress` is told the bytes sent. `installation`: seconds to wait for that. `UpdateError` says at which
-        point it ended. The instrument's networking is off from the beginning on until its next start."""
+        point it ended. The instrument's networking is off from the beginning on until its next start. After Ctrl-C the
+        instrument gives the package up by itself within some 12 s; run_command("nmcli networking on") is wanted then."""
         data = package if isinstance(package, bytes) else pathlib.Path(package).read_bytes()
         if not data:
             raise UsageError("the package is empty", "name a Debian package")
