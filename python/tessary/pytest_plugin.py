@@ -17,7 +17,7 @@ import pytest
 from .controller import Controller
 from .errors import NoInstrumentError
 from .instrument import DEFAULT_SERVER, Instrument, Stream
-from .places import make_streams
+from .places import make_streams, stream_folder
 
 _SHOWN_LINES = 20  # of the logs, beside a test that failed
 
@@ -106,8 +106,8 @@ def stream(request: pytest.FixtureRequest) -> Iterator[Stream]:
     name, *options = marker.args if marker else ("demo.ts",)
     url = marker.kwargs.get("url", DEFAULT_SERVER) if marker else DEFAULT_SERVER
     virtual: Instrument = request.getfixturevalue("instrument")
-    path = pathlib.Path(name)
-    file = path if path.exists() else make_streams() / name
+    file = next((path for path in (pathlib.Path(name), stream_folder() / name) if path.exists()), None)
+    file = file or make_streams() / name
     with virtual.send(file, url, *options) as sender:
         yield Stream(url, file, sender)
         sender.check()
