@@ -10,6 +10,10 @@ class AnswerError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
+
+    static constexpr const char* remedy = "ask again; if it stays so, look at the line's speed and wiring, "
+                                          "and whether another program uses the "
+                                          "port";
 };
 
 } // namespace tessary::client

@@ -21,6 +21,10 @@ public:
     LineError(Kind kind, const std::string& text);
 
     Kind kind() const { return m_kind; }
+    /// The text is both, parted by a semicolon.
+    std::string cause() const;
+    /// Empty when there is none.
+    std::string remedy() const;
 
 private:
     Kind m_kind;

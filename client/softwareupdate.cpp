@@ -23,6 +23,35 @@ constexpr Milliseconds betweenQuestions{13000};
 
 } // namespace
 
+SoftwareUpdate::Explanation SoftwareUpdate::explain(Result result, const Settings& settings)
+{
+    const std::string again = std::string("send it again; ") + offlineRemark;
+    switch (result) {
+    case Result::NotStarted:
+        return {"the instrument answers, but did not say \"waiting update\": it did not take up the update",
+            "try again; if it stays so, the instrument's software does not know the command"};
+    case Result::Refused:
+        return {"the instrument refused the package: its checksum did not match, or there is no room for the "
+                "file in /tmp",
+            again};
+    case Result::BytesLost:
+        return {"bytes were lost on the line: the instrument waited for the rest of the package and gave up",
+            "check the cable, and that no other program uses the port; " + again};
+    case Result::Restarted:
+        return {"the instrument restarted during the update; nothing was installed",
+            "check its power supply, then send the package again"};
+    case Result::Stopped:
+        return {"the update was ended before the package was wholly sent; nothing was installed",
+            std::string("the instrument gives it up by itself; ") + offlineRemark};
+    case Result::Unconfirmed:
+    case Result::Installed:
+        break;
+    }
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(settings.installation).count();
+    return {"everything was sent, but no \"update ok\" came within " + std::to_string(seconds) + " s",
+        "wait, then ask for the version; a slow installation needs a longer time-out"};
+}
+
 SoftwareUpdate::Result SoftwareUpdate::run(const Bytes& package, const Progress& progress)
 {
     m_received.clear();

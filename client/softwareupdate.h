@@ -26,6 +26,13 @@ public:
         Unconfirmed, ///< neither "update ok" nor any other sign of life in time
     };
 
+    /// What a result other than Installed means, and what to do.
+    struct Explanation
+    {
+        std::string cause;
+        std::string remedy;
+    };
+
     struct Settings
     {
         /// Never faster than this: what 115200 baud carry. Then the progress is the line's, not that of a
@@ -53,6 +60,13 @@ public:
 
     /// `package` is at most 2^31 - 1 bytes, as the daemon's size is signed.
     Result run(const Bytes& package, const Progress& progress);
+
+    /// What goes for every remedy.
+    static constexpr const char* offlineRemark =
+        "the instrument's networking is off since the update began; it "
+        "comes back when the daemon starts again";
+
+    static Explanation explain(Result result, const Settings& settings);
 
     /// What came on the line instead of an answer, for a message.
     const std::string& unexpected() const { return m_received; }

@@ -4,6 +4,7 @@ import contextlib
 import fcntl
 import json
 import os
+import shutil
 import stat
 
 from . import places
@@ -72,6 +73,10 @@ class RunDir:
         """Cleans and gives the directory free."""
         self.clean()
         self._lock.close()
+
+    def remove(self):
+        """Takes it away with all its logs."""
+        shutil.rmtree(self.path, ignore_errors=True)
 
     def in_use(self):
         """True while a supervisor holds the directory."""

@@ -71,6 +71,8 @@ def _add_run(run):
                      help="copy a file or folder of this machine to an absolute path inside, before the daemon starts")
     run.add_argument("--bind", metavar="SRC=DEST", action="append", default=[],
                      help="show a file, folder, pipe or device of this machine at an absolute path inside")
+    run.add_argument("--remove-orphaned", action="store_true",
+                     help="in the end remove the run directory, when the program that started this one has ended before")
     run.add_argument("--card", metavar="SIZE", default="256M",
                      help="size of the memory card at /run/media/mmcblk1p1 (default: 256M; 0 for no card)")
 
@@ -106,7 +108,12 @@ def _run(options):
         machine=machine, layer_folder=places.LAYER_FOLDER,
         daemon_env=_environment(options.daemon_env), wrapper=options.wrapper, setarch=options.setarch,
         start_daemon=not options.no_daemon, run_dir_given=options.run_dir is not None)
-    return supervisor.Supervisor(paths, settings).run()
+    parent = os.getppid()
+    try:
+        return supervisor.Supervisor(paths, settings).run()
+    finally:
+        if options.remove_orphaned and os.getppid() != parent:
+            paths.remove()
 
 
 def _built_files(options):

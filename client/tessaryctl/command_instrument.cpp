@@ -1,13 +1,13 @@
 // The instrument itself: version, status, interface, ping, command, raw.
 #include "client/answererror.h"
 #include "client/ipstatus.h"
+#include "client/netmask.h"
 #include "client/pingreport.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/interrupt.h"
 #include "client/tessaryctl/jsonvalue.h"
-#include "client/tessaryctl/netmask.h"
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 

@@ -1,6 +1,7 @@
 // How the stream arrives, over hours: log.
 #include "client/answererror.h"
 #include "client/lineerror.h"
+#include "client/serverspec.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
@@ -10,7 +11,6 @@
 #include "client/tessaryctl/progress.h"
 #include "client/tessaryctl/quantities.h"
 #include "client/tessaryctl/reading.h"
-#include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <cmath>

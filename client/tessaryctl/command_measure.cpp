@@ -1,4 +1,5 @@
 // How the stream arrives: measure, once or as a live screen.
+#include "client/serverspec.h"
 #include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"

@@ -1,11 +1,11 @@
 // Which stream, and what is in it: server, scan, info, send-ts.
+#include "client/serverspec.h"
+#include "client/streamqueries.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/groups.h"
 #include "client/tessaryctl/link.h"
-#include "client/tessaryctl/serverspec.h"
-#include "client/tessaryctl/streamqueries.h"
 #include "client/tessaryctl/streamreport.h"
 #include "client/tessaryctl/t2misurvey.h"
 #include "client/tessaryctl/terminal.h"

@@ -24,9 +24,6 @@ using namespace client;
 
 namespace {
 
-constexpr const char* offlineRemark =
-    "the instrument's networking is off since the update began; it comes back when the daemon starts again";
-
 struct UpdateOptions
 {
     std::string file;
@@ -57,36 +54,31 @@ Bytes readPackage(const UpdateOptions& options)
     return bytes;
 }
 
-[[noreturn]] void fail(SoftwareUpdate::Result result, const UpdateOptions& options)
+ExitCode codeOf(SoftwareUpdate::Result result)
 {
     using Result = SoftwareUpdate::Result;
-    const std::string again = std::string("send it again; ") + offlineRemark;
     switch (result) {
     case Result::NotStarted:
-        throw Failure(ExitCode::UpdateNotStarted,
-            "the instrument answers, but did not say \"waiting update\": it did not take up the update",
-            "try again; if it stays so, the instrument's software does not know the command");
+        return ExitCode::UpdateNotStarted;
     case Result::Refused:
-        throw Failure(ExitCode::UpdateRefused,
-            "the instrument refused the package: its checksum did not match, or there is no room for the "
-            "file in /tmp",
-            again);
+        return ExitCode::UpdateRefused;
     case Result::BytesLost:
-        throw Failure(ExitCode::UpdateBytesLost,
-            "bytes were lost on the line: the instrument waited for the rest of the package and gave up",
-            "check the cable, and that no other program uses the port; " + again);
+        return ExitCode::UpdateBytesLost;
     case Result::Restarted:
-        throw Failure(ExitCode::UpdateRestarted,
-            "the instrument restarted during the update; nothing was installed",
-            "check its power supply, then send the package again");
+        return ExitCode::UpdateRestarted;
     case Result::Unconfirmed:
     case Result::Stopped:
     case Result::Installed:
         break;
     }
-    throw Failure(ExitCode::UpdateUnconfirmed,
-        "everything was sent, but no \"update ok\" came within " + fixed(options.installSeconds, 0) + " s",
-        "wait, then ask tessaryctl version; a slow installation gets more time with --install-timeout");
+    return ExitCode::UpdateUnconfirmed;
+}
+
+[[noreturn]] void fail(SoftwareUpdate::Result result, const SoftwareUpdate::Settings& settings)
+{
+    const auto [cause, remedy] = SoftwareUpdate::explain(result, settings);
+    const bool slow = result == SoftwareUpdate::Result::Unconfirmed;
+    throw Failure(codeOf(result), cause, remedy + (slow ? ": --install-timeout" : ""));
 }
 
 /// Waits until the daemon has given up on the rest of a package and answers again; false when Ctrl-C came
@@ -155,13 +147,13 @@ void update(Context& context, const UpdateOptions& options)
         bringBack(context, guard,
             byteCount(static_cast<double>(sent)) + " of " + byteCount(static_cast<double>(package.size())));
     if (result != SoftwareUpdate::Result::Installed)
-        fail(result, options);
+        fail(result, settings);
     if (context.json())
         context.print({{"installed", true}, {"bytes", package.size()}, {"seconds", seconds}});
     else
         context.out() << "update ok: " << byteCount(static_cast<double>(package.size()))
                       << " sent and installed in " << durationText(seconds) << std::endl;
-    context.note(offlineRemark);
+    context.note(SoftwareUpdate::offlineRemark);
 }
 
 } // namespace

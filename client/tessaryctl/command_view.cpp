@@ -1,9 +1,9 @@
 // All in one place on a full screen: view.
+#include "client/serverspec.h"
 #include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/commands.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/interrupt.h"
-#include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/viewmodel.h"
 #include "client/tessaryctl/viewscreen.h"
 #include "client/tessaryctl/viewterminal.h"
@@ -38,8 +38,8 @@ void view(Context& context, const std::vector<std::string>& words)
     std::optional<client::StreamServer> server;
     ViewModel model;
     if (!words.empty()) {
-        server = parseServer(words);
-        model.server = serverUrl(*server);
+        server = client::parseServer(words);
+        model.server = client::serverUrl(*server);
     }
     model.port = context.options.port.empty() ? defaultPort() : context.options.port;
     context.controller(); // without an instrument there is nothing to view

@@ -1,7 +1,7 @@
 #include "client/tessaryctl/groups.h"
 
+#include "client/serverspec.h"
 #include "client/tessaryctl/failure.h"
-#include "client/tessaryctl/serverspec.h"
 
 #include <arpa/inet.h>
 

@@ -1,6 +1,6 @@
 #include "client/tessaryctl/measurementlog.h"
 
-#include "client/tessaryctl/serverspec.h"
+#include "client/serverspec.h"
 #include "client/tessaryctl/terminal.h"
 
 #include <algorithm>

@@ -1,10 +1,11 @@
 #include "client/tessaryctl/memory.h"
 
+#include "client/serverspec.h"
 #include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
-#include "client/tessaryctl/serverspec.h"
 #include "client/tessaryctl/statefolder.h"
+#include "client/usageerror.h"
 
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -141,8 +142,8 @@ void InstrumentMemory::setServer(std::string_view argument)
         words.push_back(word);
     m_server.reset();
     try {
-        m_server = Server{serverUrl(parseServer(words)), isoTime(std::chrono::system_clock::now()), false};
-    } catch (const Failure&) { // typed by hand: what the instrument made of it is not known
+        m_server = Server{client::serverUrl(client::parseServer(words)), isoTime(std::chrono::system_clock::now()), false};
+    } catch (const client::UsageError&) { // typed by hand: what the instrument made of it is not known
     }
 }
 

@@ -6,6 +6,7 @@
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/guess.h"
+#include "client/usageerror.h"
 
 #include <algorithm>
 #include <iostream>
@@ -74,17 +75,11 @@ int say(Context& context, const Failure& failure)
     return static_cast<int>(failure.code());
 }
 
-/// Line errors carry cause and remedy in one text, parted by a semicolon.
 Failure failureOf(const client::LineError& error, const std::string& port)
 {
     using Kind = client::LineError::Kind;
-    std::string cause = error.what();
-    std::string remedy;
-    const std::size_t mark = cause.find("; ");
-    if (mark != std::string::npos) {
-        remedy = cause.substr(mark + 2);
-        cause.erase(mark);
-    }
+    const std::string cause = error.cause();
+    const std::string remedy = error.remedy();
     switch (error.kind()) {
     case Kind::CannotOpen:
         return {ExitCode::NoInstrument, cause,
@@ -205,10 +200,9 @@ int runCommandLine(Context& context, const std::vector<std::string>& words)
     } catch (const client::LineError& error) {
         return say(context, failureOf(error, port()));
     } catch (const client::AnswerError& error) {
-        return say(context,
-            {ExitCode::BadAnswer, error.what(),
-                "ask again; if it stays so, look at the line's speed and wiring, and whether another program "
-                "uses the port"});
+        return say(context, {ExitCode::BadAnswer, error.what(), client::AnswerError::remedy});
+    } catch (const client::UsageError& error) {
+        return say(context, {ExitCode::Usage, error.what(), error.remedy()});
     } catch (const std::exception& error) {
         return say(context, {ExitCode::Internal, error.what()});
     }

@@ -3,10 +3,10 @@
 #include "client/answererror.h"
 #include "client/lineerror.h"
 #include "client/psi/mpegtsnames.h"
+#include "client/streamqueries.h"
 #include "client/tessaryctl/card.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/reading.h"
-#include "client/tessaryctl/streamqueries.h"
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 

@@ -172,4 +172,14 @@ TEST(SerialLine, MovesWithWhatItHasRead)
     EXPECT_EQ(second.readLine(milliseconds(20000)), "two\n");
 }
 
+TEST(LineErrorText, IsCauseAndRemedy)
+{
+    const LineError both(LineError::Kind::TimedOut, "no answer; check the cable; then the speed");
+    EXPECT_EQ(both.cause(), "no answer");
+    EXPECT_EQ(both.remedy(), "check the cable; then the speed");
+    const LineError cause(LineError::Kind::Failed, "reading failed");
+    EXPECT_EQ(cause.cause(), "reading failed");
+    EXPECT_EQ(cause.remedy(), "");
+}
+
 } // namespace

@@ -12,11 +12,6 @@ import tempfile
 FOLDER = os.path.dirname(os.path.realpath(__file__))
 REPOSITORY = os.path.dirname(os.path.dirname(FOLDER))
 sys.dont_write_bytecode = os.stat(FOLDER).st_uid != os.geteuid()  # nothing of root's in a user's checkout
-sys.path[:0] = [FOLDER, os.path.join(REPOSITORY, "bench"), os.path.join(REPOSITORY, "bench", "streams")]
-
-from instrumentlib.errors import BenchError  # noqa: E402  (the path must be set first)
-from soaklib import evidence, report, run, unit as units  # noqa: E402
-
 _UNITS = {"": 60, "s": 1, "m": 60, "h": 3600}
 
 
@@ -47,7 +42,7 @@ def parse(arguments):
 
 
 def sanitizer_environment(options, shared):
-    """Environment of a daemon built with a sanitizer; sets `sanitized` and `patience` of the options."""
+    """Environment of a daemon built with a sanitizer, a dictionary; sets `sanitized` and `patience` of the options."""
     with open(options.daemon, "rb") as file:
         binary = file.read()
     address, thread = b"__asan_init" in binary, b"__tsan_init" in binary
@@ -55,9 +50,10 @@ def sanitizer_environment(options, shared):
     options.patience = 4.0 if options.sanitized else 1.0
     if address:
         shutil.copy(os.path.join(REPOSITORY, "tests", "sanitizers", "asan.supp"), shared)
-        return ["ASAN_OPTIONS=detect_leaks=0:detect_stack_use_after_return=1:strict_string_checks=1"
-                ":suppressions=/run/bench/asan.supp", "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"]
-    return ["TSAN_OPTIONS=ignore_noninstrumented_modules=1"] if thread else []
+        return {"ASAN_OPTIONS": "detect_leaks=0:detect_stack_use_after_return=1:strict_string_checks=1"
+                                ":suppressions=/run/bench/asan.supp",
+                "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1"}
+    return {"TSAN_OPTIONS": "ignore_noninstrumented_modules=1"} if thread else {}
 
 
 def interrupted(*_):
@@ -66,6 +62,7 @@ def interrupted(*_):
 
 def soak(options, unit):
     """Runs and reports; returns the exit status."""
+    from soaklib import evidence, report, run
     the_soak = run.Soak(options, unit)
     outcome, status = "passed", 0
     try:
@@ -80,7 +77,7 @@ def soak(options, unit):
         if not isinstance(error, run.Failure):
             import traceback
             traceback.print_exc()
-    shutil.copy(unit.run_dir.daemon_log, options.output)
+    shutil.copy(unit.log_path("daemon"), options.output)
     print(report.write(options.output, the_soak.figures, options, outcome), flush=True)
     return status
 
@@ -90,6 +87,10 @@ def main():
     options = parse(sys.argv[1:])
     if options.only_check:
         return 0
+    # The package of the build that is soaked, and what made streams are made of.
+    sys.path[:0] = [FOLDER, os.path.join(options.build, "python"), os.path.join(REPOSITORY, "bench", "streams")]
+    import tessary
+    from soaklib import unit as units
     os.makedirs(options.output, exist_ok=True)
     shutil.rmtree(os.path.join(options.output, "failure"), ignore_errors=True)  # of an earlier soak
     run_dir = tempfile.mkdtemp(prefix="tessary-soak-", dir="/run")
@@ -101,7 +102,7 @@ def main():
     try:
         unit.start()
         return soak(options, unit)
-    except BenchError as error:
+    except tessary.NoInstrumentError as error:
         print(f"soak: {error}", file=sys.stderr)
         return 2
     finally:

@@ -31,7 +31,7 @@ def _bare(session, instrument, size):
 
 
 def _dd(instrument, size):
-    command = instrument.inside(["dd", f"if={CARD}/record.ts", "of=/dev/xillybus_write_8", "bs=1024"])
+    command = instrument.command_line(["dd", f"if={CARD}/record.ts", "of=/dev/xillybus_write_8", "bs=1024"])
     done = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False)
     found = re.search(r"copied, ([\d.e-]+) s", done.stderr)
     if done.returncode or not found:
@@ -44,7 +44,7 @@ def measure(session):
     raw = {}
     with open(f"{session.repository}/build/streams/demo.ts", "rb") as file:
         demo = file.read()
-    with Instrument(session, "--card", "256M", hardware=True) as instrument:
+    with Instrument(session, hardware=True) as instrument:
         instrument.wait_for_daemon()
         for megabytes in ([5] if session.quick else [5, 15, 50]):
             data = (demo * (megabytes * 1000000 // len(demo) + 1))[:megabytes * 1000000 // 188 * 188]

@@ -33,11 +33,11 @@ class _Scene:
         """What the daemon prints tells what it has found."""
         self._pause()
         instrument = self._instrument
-        before = len(instrument.daemon_log())
+        before = len(instrument.log("daemon"))
         begin = time.monotonic()
         instrument.write("scancur\n")
         while time.monotonic() - begin < 15:
-            said = instrument.daemon_log()[before:]
+            said = instrument.log("daemon")[before:]
             if "new PAT" in said and said.count("new PMT received") >= self._programs:
                 taken = (time.monotonic() - begin) * 1000
                 instrument.ask_version()
@@ -77,7 +77,7 @@ def _streaming(session, file, *options):
         instrument.wait_for_daemon()
         address = instrument.address()
         instrument.command(f"server=UDP {address} {_PORT}")
-        with instrument.stream(file, f"udp://{address}:{_PORT}", *options) as sender:
+        with instrument.send(file, f"udp://{address}:{_PORT}", *options) as sender:
             time.sleep(1)
             sender.check()
             yield instrument
@@ -88,11 +88,11 @@ def _change(instrument):
     is when the old one is gone, and to the answer to a question behind the command, when it is there and scans."""
     instrument.command("scancur")
     time.sleep(0.5)  # the start's own messages are over: the bus is quiet
-    before, changed = len(instrument.daemon_log()), None
+    before, changed = len(instrument.log("daemon")), None
     begin = time.monotonic()
     instrument.write("scancur\n\0version?\n")
     while changed is None:
-        if "udpsource constr" in instrument.daemon_log()[before:]:
+        if "udpsource constr" in instrument.log("daemon")[before:]:
             changed = time.monotonic()
         elif time.monotonic() > begin + 15:
             raise Failure("no new source within 15 s")

@@ -32,7 +32,7 @@ class _Scene:
         command = [*sender_processor(), self._session.program("frame-sender"), "--rate",
                    str(rate), "--count", str(round(rate * self._seconds)), "--address", self._address, "--mac", MAC, "--port",
                    str(_PORT)]
-        return run_json(self._instrument.at_sender(command))
+        return run_json(self._instrument.command_line(command, sender=True))
 
     @staticmethod
     def _settle(path):
@@ -70,7 +70,7 @@ class _Scene:
     def peer(self, rate, command):
         """A program that records to the same card; it is inside the instrument, so what it uses is read off there."""
         path = self._instrument.card_file("peer.ts")
-        recorder = Program(self._instrument.inside(command))
+        recorder = Program(self._instrument.command_line(command))
         try:
             _wait_for(path)
             time.sleep(0.2)
@@ -124,7 +124,7 @@ def _child_of(pid):
 def measure(session):
     """{tool: {rate: [runs]}}"""
     raw = {tool: {} for tool in TITLES}
-    with Instrument(session, "--card", "1G") as instrument:
+    with Instrument(session, card="1G") as instrument:
         instrument.wait_for_daemon()
         scene = _Scene(session, instrument)
         for rate in ([10000, 75000] if session.quick else [10000, 25000, 50000, 75000, 100000]):

@@ -39,10 +39,10 @@ def _rest(instrument, seconds):
 
 def _start(instrument):
     """From the request to start the daemon to its greeting at the controller's end, and to the first answer."""
-    instrument.control("daemon", "stop")
+    instrument.stop_daemon()
     instrument.drop_input(0.2)
     begin = time.monotonic()
-    instrument.control("daemon", "start")
+    instrument.start_daemon()
     instrument.read_until(b"HELLO !\r\n", 60)
     greeted = time.monotonic() - begin
     instrument.ask_version(60)  # what is asked during the start waits in the line
@@ -68,7 +68,7 @@ def _loaded(session, megabits, raw):
     with Instrument(session) as instrument:
         instrument.wait_for_daemon()
         address = instrument.address()
-        with instrument.stream(path, f"udp://{address}:{_PORT}", "--bitrate", f"{megabits}M") as sender:
+        with instrument.send(path, f"udp://{address}:{_PORT}", "--bitrate", f"{megabits}M") as sender:
             instrument.command(f"server=UDP {address} {_PORT}")
             instrument.write("getethernetmes?\n")  # the capture goes on beside what is played after it
             instrument.drop_input(1.5)

@@ -4,6 +4,8 @@ import statistics
 import sys
 import time
 
+import tessary
+
 
 class Failure(Exception):
     """A measurement that could not be made; the text says why."""
@@ -53,9 +55,9 @@ class Session:
                     continue
                 try:
                     value = function()
-                except (Failure, OSError, ValueError, KeyError, IndexError) as error:
+                except (Failure, tessary.TessaryError, OSError, ValueError, KeyError, IndexError) as error:
                     failed[name] += 1
-                    self.problem(f"{title}, {name}: {error if isinstance(error, Failure) else repr(error)}")
+                    self.problem(f"{title}, {name}: {error if isinstance(error, (Failure, tessary.TessaryError)) else repr(error)}")
                     continue
                 values[name].append(value)
                 self.say(f"{title}, {name}, run {turn + 1}: {_text(value)}")

@@ -168,7 +168,7 @@ class _Live:
         self._group = float(name.partition("-")[2].rstrip("s"))  # seconds of a group of pictures
         note = ["tcpdump", "-i", "eth0", "-w", self._capture, "-U", "-Z", "root", "--immediate-mode", "--snapshot-length=2000",
                 "--time-stamp-precision=nano", "udp", "port", str(_PORT)]
-        with instrument.stream(path, f"udp://{self._address}:{_PORT}") as sender:
+        with instrument.send(path, f"udp://{self._address}:{_PORT}") as sender:
             with Background(instrument.in_network(note)):
                 time.sleep(1)
                 sender.check()

@@ -29,12 +29,12 @@ def keep(folder, unit, pid, last, reason):
     write_text(os.path.join(folder, "reason.txt"), reason + "\n")
     write_text(os.path.join(folder, "commands.jsonl"), "".join(json.dumps(entry) + "\n" for entry in last))
     for name in ("daemon.log", "line.log", "commands.log", "services.log"):
-        _keep_tail(os.path.join(unit.run_dir.path, name), os.path.join(folder, name))
+        _keep_tail(os.path.join(unit.run_dir, name), os.path.join(folder, name))
     with contextlib.suppress(OSError):
         shutil.copyfile(unit.inside("usr/bin/tessary"), os.path.join(folder, "tessary"))
     cores = []
     with contextlib.suppress(OSError):
-        for core in glob.glob(unit.inside("core*")):
+        for core in glob.glob(str(unit.inside("core*"))):
             cores.append(shutil.copyfile(core, os.path.join(folder, os.path.basename(core))))
     where = ["-p", str(pid)] if os.path.exists(f"/proc/{pid}") else cores[:1]
     if where:

@@ -5,6 +5,8 @@ import json
 import os
 import shutil
 
+import tessary
+
 from . import streams
 from . import unit as units
 
@@ -35,10 +37,10 @@ class LinkDown(Fault):
     extra = 10.0
 
     def begin(self):
-        self.unit.set_link(False)
+        self.unit.link(False)
 
     def end(self):
-        self.unit.set_link(True)
+        self.unit.link(True)
 
 
 class LinkFlaps(Fault):
@@ -50,9 +52,9 @@ class LinkFlaps(Fault):
         times, pauses = self.random.randint(1, 4), [self.random.uniform(0.01, 0.4) for _ in range(8)]
         self.detail = f"{times} times"
         for index in range(times):
-            self.unit.set_link(False)
+            self.unit.link(False)
             self.soak.sleep(pauses[2 * index])
-            self.unit.set_link(True)
+            self.unit.link(True)
             self.soak.sleep(pauses[2 * index + 1])
 
 
@@ -65,12 +67,12 @@ class CardFull(Fault):
         card = self.unit.inside(units.CARD)
         free = os.statvfs(card)
         size = max(0, free.f_bavail * free.f_frsize - room)
-        with open(card + "/filler", "wb") as file, contextlib.suppress(OSError):
+        with open(card / "filler", "wb") as file, contextlib.suppress(OSError):
             os.posix_fallocate(file.fileno(), 0, size)
 
     def end(self):
         with contextlib.suppress(FileNotFoundError):
-            os.unlink(self.unit.inside(units.CARD) + "/filler")
+            os.unlink(self.unit.inside(f"{units.CARD}/filler"))
 
 
 class RecordingSpoilt(Fault):
@@ -78,7 +80,7 @@ class RecordingSpoilt(Fault):
 
     def begin(self):
         self.detail = self.random.choice(["cut", "noise", "removed", "folder", "empty"])
-        noise, path = self.random.randbytes(200000), self.unit.inside(units.CARD) + "/record.ts"
+        noise, path = self.random.randbytes(200000), self.unit.inside(f"{units.CARD}/record.ts")
         with contextlib.suppress(OSError):
             if self.detail == "cut":
                 os.truncate(path, os.path.getsize(path) // 2 + 1)
@@ -94,7 +96,7 @@ class RecordingSpoilt(Fault):
 
     def end(self):
         with contextlib.suppress(OSError):
-            os.rmdir(self.unit.inside(units.CARD) + "/record.ts")
+            os.rmdir(self.unit.inside(f"{units.CARD}/record.ts"))
 
 
 class FpgaStream(Fault):
@@ -102,7 +104,7 @@ class FpgaStream(Fault):
 
     def begin(self):
         self.detail = self.random.choice(["absent", "absent", "empty", "noise", "cut", "stalls"])
-        noise, path = self.random.randbytes(500000), self.unit.shared("fpga-in.ts")
+        noise, path = self.random.randbytes(500000), str(self.unit.shared("fpga-in.ts"))
         if self.detail == "absent":
             os.unlink(path)
             return
@@ -127,21 +129,23 @@ class FpgaInput(Fault):
     extra = 30.0
 
     def begin(self):
-        self.detail = self.random.choice(["export-rate=0", "export-rate=2000000", "export-fails=1", "export-absent=1"])
-        self.unit.set_knob(self.detail)
+        self.detail, knobs = self.random.choice([
+            ("export-rate=0", {"export_rate": 0}), ("export-rate=2000000", {"export_rate": 2000000}),
+            ("export-fails=1", {"export_fails": 1}), ("export-absent=1", {"export_absent": 1})])
+        self.unit.set_knobs(**knobs)
 
     def end(self):
-        self.unit.set_knob("export-rate=-1\nexport-fails=0\nexport-absent=0")
+        self.unit.set_knobs(export_rate=-1, export_fails=0, export_absent=0)
 
 
 class FpgaLost(Fault):
     """The FPGA has lost its configuration."""
 
     def begin(self):
-        self.unit.set_knob("configured=0")
+        self.unit.set_knobs(configured=0)
 
     def end(self):
-        self.unit.set_knob("configured=1")
+        self.unit.set_knobs(configured=1)
 
 
 class Bitfile(Fault):
@@ -208,7 +212,7 @@ class ProgramFails(Fault):
                    "stderr": self.random.choice(_WORDS), "stdout": self.random.choice(_WORDS)}
         self.detail = f"{program} {json.dumps(matters)}"
         self.soak.misbehaving.add(program)
-        self.unit.behave(program, **matters)
+        self.unit.behave(program, tessary.Behaviour(**matters))
 
     def end(self):
         self.soak.all_programs_real()
@@ -224,7 +228,7 @@ class ProgramStalls(Fault):
         delay, times = self.random.uniform(0.1, 2.0), self.random.randint(1, 3)
         self.detail = f"{program} {delay:.1f} s, {times} times"
         self.soak.misbehaving.add(program)
-        self.unit.behave(program, delay_ms=round(delay * 1000), times=times)
+        self.unit.behave(program, tessary.Behaviour(delay=delay, times=times))
 
     def end(self):
         self.soak.all_programs_real()

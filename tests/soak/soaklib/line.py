@@ -5,12 +5,15 @@ import contextlib
 import fcntl
 import json
 import os
-import select
 import termios
 import time
 
+import tessary
+
 VERSION = b"SV: mx8 "
 GREETING = b"HELLO !\r\n"
+_PIECE = 4096  # bytes written at a time
+_FULL_SECONDS = 300.0  # that a full line may stay full: longer than any command keeps the daemon from reading
 
 
 class NoAnswer(Exception):
@@ -47,7 +50,7 @@ class Line:
     """Raw bytes both ways. `alive()` is asked while waiting, and raises when waiting is pointless."""
 
     def __init__(self, path, relay_log, alive):
-        self._fd = os.open(path, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK | os.O_CLOEXEC)
+        self._line = tessary.Line(path)
         self._alive = alive
         self._daemons_end = None
         self._relayed = Relayed(relay_log)
@@ -56,9 +59,9 @@ class Line:
     def close(self):
         """Closes what this end has open."""
         self._relayed.close()
-        for fd in (self._fd, self._daemons_end):
-            if fd is not None:
-                os.close(fd)
+        self._line.close()
+        if self._daemons_end is not None:
+            os.close(self._daemons_end)
 
     def watch_daemon(self, pid):
         """Opens the daemon's own terminal a second time, only to see how many bytes it has not read yet."""
@@ -80,23 +83,15 @@ class Line:
         return count[0]
 
     def write(self, data):
-        """All of it; waits when the line is full."""
-        while data:
+        """All of it; waits when the line is full. NoAnswer when it stays so."""
+        for at in range(0, len(data), _PIECE):
+            piece = data[at:at + _PIECE]
             try:
-                count = os.write(self._fd, data)
-                self._written += count
-                data = data[count:]
-            except BlockingIOError:
-                self._alive()
-                select.select([], [self._fd], [], 0.5)
-
-    def read_some(self, seconds):
-        """What comes within the time, as soon as something comes; b"" when nothing does."""
-        if not select.select([self._fd], [], [], max(0.0, seconds))[0]:
-            return b""
-        with contextlib.suppress(BlockingIOError):
-            return os.read(self._fd, 65536)
-        return b""
+                self._line.write(piece, _FULL_SECONDS)
+            except tessary.TimedOutError as error:
+                raise NoAnswer(f"the daemon did not read within {_FULL_SECONDS:.0f} s, and the line is full", b"") from error
+            self._written += len(piece)
+            self._alive()
 
     def read_while(self, wanting, what, seconds, received=b""):
         """Reads until `wanting(bytes)` is false. NoAnswer when the time is up first."""
@@ -105,7 +100,7 @@ class Line:
             left = deadline - time.monotonic()
             if left <= 0:
                 raise NoAnswer(f"{what} did not come within {seconds:.0f} s", received)
-            received += self.read_some(min(left, 0.5))
+            received += self._line.read_some(min(left, 0.5))
             self._alive()
         return received
 

@@ -9,8 +9,6 @@ import shutil
 import time
 import types
 
-from instrumentlib import network
-
 from . import commands, evidence, packages, plan, replies, report, resources, services, streams
 from .faults import remove
 from .line import GREETING, Line, NoAnswer, VERSION, has_versions
@@ -43,7 +41,7 @@ class Soak:
         self.fpga_stream = os.path.join(options.streams, "demo.ts")
         self.air = streams.Air(unit, options.streams, os.path.join(options.output, "sender.log"))
         self.scene = types.SimpleNamespace(
-            on_air=None, network="dhcp", sender_address=network.SENDER_ADDRESS,
+            on_air=None, network="dhcp", sender_address=unit.sender_address(),
             servers=[stream.server for stream in streams.STREAMS],
             packages=packages.Packages(options.output, options.seed))
         with open(unit.inside(BITFILE), "rb") as file:
@@ -74,7 +72,7 @@ class Soak:
                 self._sampler.stop()
                 self.figures.most = self._sampler.most
             self.figures.seconds = time.monotonic() - self._began
-            self.figures.log = report.log_findings(self.unit.run_dir.daemon_log)
+            self.figures.log = report.log_findings(str(self.unit.log_path("daemon")))
             self._all.close()
             if self._line:
                 self._line.close()
@@ -86,7 +84,7 @@ class Soak:
     def _meet_daemon(self):
         self.restore_fpga_stream()
         self.set_receiver({})
-        self._line = Line(self.unit.run_dir.controller, self.unit.run_dir.line_log, self._alive)
+        self._line = Line(self.unit.port, self.unit.log_path("line"), self._alive)
         self._adopt_daemon()
         self._began = time.monotonic()
         self._sampler = resources.Sampler(
@@ -253,24 +251,24 @@ class Soak:
 
     def set_receiver(self, settings):
         """How the DAB receiver program behaves."""
-        evidence.write_json(self.unit.shared("dab.json"), settings)
+        evidence.write_json(str(self.unit.shared("dab.json")), settings)
 
     def all_programs_real(self):
         """No host program fails or stalls any more."""
         for program in self.misbehaving:
-            self.unit.behave(program)
+            self.unit.behave(program, None)
         self.misbehaving.clear()
 
     def restore_fpga_stream(self):
         """The FPGA's stream is there and good."""
-        path = self.unit.shared("fpga-in.ts")
+        path = str(self.unit.shared("fpga-in.ts"))
         shutil.copyfile(self.fpga_stream, path + ".new")
         os.rename(path + ".new", path)
 
     def start_network_manager(self):
         """As the unit's init does when it has died."""
         if not self.unit.processes("NetworkManager"):
-            self.unit.exec(["NetworkManager", "--debug"], log=os.path.join(self.options.output, "services.log"))
+            self.unit.start_program(["NetworkManager", "--debug"], log=os.path.join(self.options.output, "services.log"))
 
     # --- looks at the daemon ---
 
@@ -279,11 +277,11 @@ class Soak:
         self._plan.end_faults()
         self.air.calm()
         self.air.send(None)
-        self.unit.set_link(True)
+        self.unit.link(True)
         self.all_programs_real()
-        remove(self.unit.inside(CARD) + "/filler")
+        remove(self.unit.inside(f"{CARD}/filler"))
         self.start_network_manager()
-        self.unit.exec(["nm-online", "-s", "-q", "-t", "20"]).wait()
+        self.unit.start_program(["nm-online", "-s", "-q", "-t", "20"]).wait()
         for text in ("STOP_DAB", "PVR_stop", "command:nmcli networking on", "server=UDP 239.0.0.1 1234", "interface=dhcp"):
             self.say(text, 90.0)
         self.unit.kill_inside("qt-dab")
@@ -307,7 +305,7 @@ class Soak:
             raise Failure(f"{missing} although everything is stopped") from missing
         answered = round(time.monotonic() - began, 3)
         self.figures.note_look(name, {"minute": round((time.monotonic() - self._began) / 60, 1), **seen,
-                                      "heap_kib": self._heap_kib(), "address": self.unit.address(),
+                                      "heap_kib": self._heap_kib(), "address": self.unit.current_address(),
                                       "version_seconds": answered})
         evidence.write_text(os.path.join(self.options.output, f"held-{name.replace(' ', '-')}.txt"),
                             resources.describe(self.pid))
@@ -316,7 +314,7 @@ class Soak:
 
     def _heap_kib(self):
         """A sanitizer has a heap of its own, which does not tell."""
-        in_use = None if self.options.sanitized else resources.ask_heap(self.pid, self.unit.run_dir.daemon_log)
+        in_use = None if self.options.sanitized else resources.ask_heap(self.pid, str(self.unit.log_path("daemon")))
         self._alive()
         return None if in_use is None else in_use // 1024
 
@@ -335,7 +333,7 @@ class Soak:
             raise Failure("the daemon keeps what it does not need: " + "; ".join(wrong))
 
     def _check_log(self):
-        finding = report.sanitizer_finding(self.unit.run_dir.daemon_log)
+        finding = report.sanitizer_finding(str(self.unit.log_path("daemon")))
         if finding:
             raise Failure("a sanitizer found: " + finding)
 
@@ -355,7 +353,7 @@ class Soak:
         self.figures.standstill = "the daemon waited, alive, and answered after its restart"
         self.set_receiver({})
         self._line.close()
-        self._line = Line(self.unit.run_dir.controller, self.unit.run_dir.line_log, lambda: None)
+        self._line = Line(self.unit.port, self.unit.log_path("line"), lambda: None)
         self._born = None
         self.unit.restart_daemon()
         self._adopt_daemon()

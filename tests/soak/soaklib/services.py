@@ -108,7 +108,7 @@ def _await_address(soak):
     for _ in range(2):
         deadline = time.monotonic() + soak.options.patience * _ADDRESS_SECONDS
         while time.monotonic() < deadline:
-            if soak.unit.address():
+            if soak.unit.current_address():
                 return
             soak.sleep(0.5)
         soak.say("interface=dhcp", 90.0)

@@ -3,8 +3,6 @@
 import dataclasses
 import os
 
-from . import unit as units
-
 UPSET_SENDER = os.path.join(os.path.dirname(os.path.dirname(os.path.realpath(__file__))), "upset-sender")
 OWN = "OWN"  # stands for the address of eth0 at the moment when the stream starts
 
@@ -63,28 +61,27 @@ class Air:
     def send(self, stream, *options):
         """Puts a stream on the air in place of the one before; None for silence."""
         if self._sender:
-            units.end(self._sender)
+            self._sender.stop()
         self._sender, self.stream = None, stream
         if stream is None:
             return
-        sender = os.path.join(self._unit.build, "bench", "sender", "tessary-send")
-        self._sender = self._unit.exec(
-            [sender, os.path.join(self._folder, stream.file), f"{stream.scheme}://{self._host(stream)}:{stream.port}",
-             "--loop", "--bitrate", stream.bitrate, "--interface", "uplink", *options], sender=True, log=self._log)
+        self._sender = self._unit.send(
+            os.path.join(self._folder, stream.file), f"{stream.scheme}://{self._host(stream)}:{stream.port}", *options,
+            bitrate=stream.bitrate, log=self._log)
 
     def disturb(self, kind, seed):
         """Sends what no receiver expects to the port of the stream on the air, or to that of the first."""
         self.calm()
         stream = self.stream or STREAMS[0]
-        self._upset = self._unit.exec(
+        self._upset = self._unit.start_program(
             [UPSET_SENDER, os.path.join(self._folder, stream.file), self._host(stream), str(stream.port), "--kind", kind,
              "--seed", str(seed), *(["--rtp"] if stream.scheme == "rtp" else [])], sender=True, log=self._log)
 
     def calm(self):
         """Ends the disturbance."""
         if self._upset:
-            units.end(self._upset)
+            self._upset.stop()
         self._upset = None
 
     def _host(self, stream):
-        return (self._unit.address() or "192.168.77.100") if stream.host == OWN else stream.host
+        return (self._unit.current_address() or "192.168.77.100") if stream.host == OWN else stream.host

@@ -1,9 +1,9 @@
-#include "client/tessaryctl/failure.h"
-#include "client/tessaryctl/serverspec.h"
+#include "client/serverspec.h"
+#include "client/usageerror.h"
 
 #include <gtest/gtest.h>
 
-using namespace tessary::ctl;
+using namespace tessary::client;
 
 namespace {
 
@@ -25,18 +25,18 @@ TEST(ServerSpec, TakesHexadecimalPids)
     EXPECT_EQ(
         parseServer({"udp+t2mi", "239.0.0.1", "1234", "0X40", "0"}).text(), "UDP_T2MI 239.0.0.1 1234 64 0");
     for (const char* pid : {"0x", "0x1FFF", "0xg", "40h", "0x-1"})
-        EXPECT_THROW(parseServer({"udp+t2mi", "239.0.0.1", "1234", pid, "0"}), Failure) << pid;
+        EXPECT_THROW(parseServer({"udp+t2mi", "239.0.0.1", "1234", pid, "0"}), UsageError) << pid;
 }
 
 TEST(ServerSpec, TakesGroupsAsPlayersWriteThem)
 {
     EXPECT_EQ(parseServer({"rtp://@239.0.0.1:5004"}).text(), "RTP 239.0.0.1 5004");
     EXPECT_EQ(parseServer({"udp", "@239.0.0.1", "1234"}).text(), "UDP 239.0.0.1 1234");
-    EXPECT_THROW(parseServer({"rtp://@:5004"}), Failure);
+    EXPECT_THROW(parseServer({"rtp://@:5004"}), UsageError);
     try {
         parseServer({"rtp://10.0.0.1@239.0.0.1:5004"});
         FAIL();
-    } catch (const Failure& failure) {
+    } catch (const UsageError& failure) {
         EXPECT_NE(std::string(failure.what()).find("from all senders"), std::string::npos);
     }
 }
@@ -55,7 +55,7 @@ TEST(ServerSpec, RefusesWhatTheInstrumentWouldTakeSilentlyAndNotUse)
         {"udp+t2mi", "1.2.3.4", "5", "1", "256"}, {"udp"}, {"udp", "1.2.3.4"}, {"udp", "1.2.3.4", "x"},
         {"udp://host:1234"}};
     for (const auto& words : wrong)
-        EXPECT_THROW(parseServer(words), Failure) << words.front();
+        EXPECT_THROW(parseServer(words), UsageError) << words.front();
 }
 
 } // namespace

@@ -1,8 +1,6 @@
-#include "client/tessaryctl/streamqueries.h"
+#include "client/streamqueries.h"
 
-namespace tessary::ctl {
-
-using namespace client;
+namespace tessary::client {
 
 std::optional<ServiceTable> servicesNow(Controller& controller)
 {
@@ -22,4 +20,4 @@ std::optional<ProgramMap> programNow(Controller& controller)
     return bytes.empty() ? std::nullopt : std::optional(readProgram(bytes));
 }
 
-} // namespace tessary::ctl
+} // namespace tessary::client

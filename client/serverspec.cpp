@@ -1,6 +1,6 @@
-#include "client/tessaryctl/serverspec.h"
+#include "client/serverspec.h"
 
-#include "client/tessaryctl/failure.h"
+#include "client/usageerror.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -8,17 +8,17 @@
 #include <charconv>
 #include <regex>
 
-namespace tessary::ctl {
+namespace tessary::client {
 
 namespace {
 
-using Protocol = client::StreamServer::Protocol;
+using Protocol = StreamServer::Protocol;
 
 constexpr int largestPid = 0x1FFE; // 0x1FFF are null packets
 
 [[noreturn]] void refuse(const std::string& what)
 {
-    throw Failure(ExitCode::Usage, what,
+    throw UsageError(what,
         "write udp://239.0.0.1:1234 or rtp://239.0.0.1:1234; with T2-MI "
         "'udp+t2mi://239.0.0.1:1234?pid=4096&plp=0'");
 }
@@ -83,13 +83,13 @@ std::vector<std::string> wordsOf(const std::string& url)
 
 } // namespace
 
-client::StreamServer parseServer(const std::vector<std::string>& given)
+StreamServer parseServer(const std::vector<std::string>& given)
 {
     const bool isUrl = given.size() == 1 && given.front().find("://") != std::string::npos;
     const std::vector<std::string> words = isUrl ? wordsOf(given.front()) : given;
     if (words.size() != 3 && words.size() != 5)
         refuse("a stream server has protocol, address and port, and for T2-MI also PID and PLP");
-    client::StreamServer server;
+    StreamServer server;
     server.protocol = protocolOf(words[0]);
     server.address = groupOf(words[1]);
     in_addr address{};
@@ -106,12 +106,12 @@ client::StreamServer parseServer(const std::vector<std::string>& given)
     return server;
 }
 
-bool carriesT2mi(const client::StreamServer& server)
+bool carriesT2mi(const StreamServer& server)
 {
     return server.protocol == Protocol::UdpT2mi || server.protocol == Protocol::RtpT2mi;
 }
 
-std::string serverUrl(const client::StreamServer& server)
+std::string serverUrl(const StreamServer& server)
 {
     const bool rtp = server.protocol == Protocol::Rtp || server.protocol == Protocol::RtpT2mi;
     const bool t2mi = carriesT2mi(server);
@@ -122,4 +122,4 @@ std::string serverUrl(const client::StreamServer& server)
     return url;
 }
 
-} // namespace tessary::ctl
+} // namespace tessary::client

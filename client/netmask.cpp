@@ -1,20 +1,19 @@
-#include "client/tessaryctl/netmask.h"
+#include "client/netmask.h"
 
-#include "client/tessaryctl/failure.h"
+#include "client/usageerror.h"
 
 #include <arpa/inet.h>
 #include <array>
 #include <charconv>
 #include <cstdint>
 
-namespace tessary::ctl {
+namespace tessary::client {
 
 namespace {
 
 [[noreturn]] void refuse(const std::string& what)
 {
-    throw Failure(ExitCode::Usage, what,
-        "tessaryctl interface static 192.168.1.20 255.255.255.0, or 192.168.1.20/24 in one");
+    throw UsageError(what, "write 192.168.1.20 255.255.255.0, or 192.168.1.20/24 in one");
 }
 
 std::uint32_t dottedDecimal(const std::string& text, const char* what)
@@ -58,7 +57,7 @@ std::uint32_t maskOf(const std::string& text)
 
 } // namespace
 
-client::InterfaceAddress parseAddressAndMask(const std::string& address, const std::string& mask)
+InterfaceAddress parseAddressAndMask(const std::string& address, const std::string& mask)
 {
     const std::size_t slash = address.find('/');
     const std::string behind = slash != std::string::npos ? address.substr(slash + 1) : "";
@@ -81,4 +80,4 @@ bool isMiscounted(const std::string& mask)
     return false;
 }
 
-} // namespace tessary::ctl
+} // namespace tessary::client

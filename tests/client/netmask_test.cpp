@@ -1,12 +1,12 @@
-#include "client/tessaryctl/netmask.h"
+#include "client/netmask.h"
 
-#include "client/tessaryctl/failure.h"
+#include "client/usageerror.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using namespace tessary::ctl;
+using namespace tessary::client;
 
 std::string parsed(const std::string& address, const std::string& mask)
 {
@@ -18,8 +18,7 @@ std::string refusal(const std::string& address, const std::string& mask)
 {
     try {
         return "taken: " + parsed(address, mask);
-    } catch (const Failure& failure) {
-        EXPECT_EQ(failure.code(), ExitCode::Usage);
+    } catch (const UsageError& failure) {
         EXPECT_FALSE(failure.remedy().empty());
         return failure.what();
     }

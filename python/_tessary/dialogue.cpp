@@ -1,0 +1,34 @@
+#include "python/_tessary/dialogue.h"
+
+#include <algorithm>
+
+namespace tessary::python {
+
+using namespace client;
+
+Dialogue::Dialogue(std::shared_ptr<Line> line, double timeout)
+    : m_line(std::move(line))
+    , m_timeout(timeout)
+{
+}
+
+void Dialogue::carriedOut(std::string_view /*command*/, bool /*surely*/) { }
+
+void Dialogue::greeted()
+{
+    ++m_startsSeen;
+}
+
+Controller& Dialogue::controllerOn(SerialLine& line, double seconds)
+{
+    // An answer that may not come is followed by the question whether the daemon lives, so the first wait can be short.
+    constexpr Milliseconds silence{300};
+    if (!m_controller.has_value() || m_seconds != seconds) {
+        const Milliseconds timeout = milliseconds(seconds);
+        m_controller.emplace(line, Patience{timeout, std::min(silence, timeout), timeout}, this);
+        m_seconds = seconds;
+    }
+    return *m_controller;
+}
+
+} // namespace tessary::python
