@@ -1,6 +1,6 @@
 #include "client/tessaryctl/card.h"
 
-#include "client/tessaryctl/streamqueries.h"
+#include "client/streamqueries.h"
 
 #include <sstream>
 
