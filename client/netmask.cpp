@@ -65,7 +65,7 @@ InterfaceAddress parseAddressAndMask(const std::string& address, const std::stri
         refuse("the mask is given twice, as \"/" + behind + "\" and as \"" + mask + "\"");
     const std::string& given = mask.empty() ? behind : mask;
     if (given.empty())
-        refuse("a static address needs a mask");
+        refuse("no mask: a static address needs one");
     return {textOf(dottedDecimal(address.substr(0, slash), "address")), textOf(maskOf(given))};
 }
 

@@ -44,8 +44,8 @@ TEST(Netmask, IsRefusedWithCauseAndRemedy)
     EXPECT_EQ(refusal("192.168.1.20/33", ""), "mask length \"33\" is no number from 1 to 32");
     EXPECT_EQ(refusal("192.168.1.20/0", ""), "mask length \"0\" is no number from 1 to 32");
     EXPECT_EQ(refusal("192.168.1.20", "/x"), "mask length \"x\" is no number from 1 to 32");
-    EXPECT_EQ(refusal("192.168.1.20", ""), "a static address needs a mask");
-    EXPECT_EQ(refusal("192.168.1.20/", ""), "a static address needs a mask");
+    EXPECT_EQ(refusal("192.168.1.20", ""), "no mask: a static address needs one");
+    EXPECT_EQ(refusal("192.168.1.20/", ""), "no mask: a static address needs one");
     EXPECT_EQ(refusal("192.168.1.20/24", "255.255.255.0"),
         "the mask is given twice, as \"/24\" and as \"255.255.255.0\"");
     EXPECT_EQ(refusal("192.168.1", "24"), "address \"192.168.1\" is not written like 192.168.1.20");
