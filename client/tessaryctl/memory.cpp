@@ -3,7 +3,6 @@
 #include "client/serverspec.h"
 #include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/context.h"
-#include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/statefolder.h"
 #include "client/usageerror.h"
 
@@ -142,14 +141,15 @@ void InstrumentMemory::setServer(std::string_view argument)
         words.push_back(word);
     m_server.reset();
     try {
-        m_server = Server{client::serverUrl(client::parseServer(words)), isoTime(std::chrono::system_clock::now()), false};
+        m_server = Server{
+            client::serverUrl(client::parseServer(words)), isoTime(std::chrono::system_clock::now()), false};
     } catch (const client::UsageError&) { // typed by hand: what the instrument made of it is not known
     }
 }
 
 void InstrumentMemory::leftGroup(const std::string& group)
 {
-    if (!m_server.has_value() || parseServer({m_server->url}).address != group)
+    if (!m_server.has_value() || client::parseServer({m_server->url}).address != group)
         return;
     m_server->groupLeft = true;
     save();

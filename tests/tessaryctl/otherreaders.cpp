@@ -1,6 +1,6 @@
 #include "otherreaders.h"
 
-#include "../client/oracle.h"
+#include "kit/oracle.h"
 #include "toolsuite.h"
 
 #include <algorithm>

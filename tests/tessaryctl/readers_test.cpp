@@ -1,4 +1,4 @@
-#include "../client/oracle.h"
+#include "kit/oracle.h"
 #include "otherreaders.h"
 #include "toolsuite.h"
 
