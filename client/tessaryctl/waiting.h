@@ -1,5 +1,7 @@
 #pragma once
 
+#include "client/tessaryctl/progress.h"
+
 #include <chrono>
 #include <string>
 
@@ -27,9 +29,9 @@ class WaitingFor
 {
 public:
     explicit WaitingFor(const std::string& what);
-    ~WaitingFor();
-    WaitingFor(const WaitingFor&) = delete;
-    WaitingFor& operator=(const WaitingFor&) = delete;
+
+private:
+    StatusLine m_line;
 };
 
 } // namespace tessary::ctl
