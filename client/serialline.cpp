@@ -1,6 +1,7 @@
 #include "client/serialline.h"
 
 #include "client/lineerror.h"
+#include "client/lockholder.h"
 
 #include <algorithm>
 #include <array>
@@ -233,9 +234,12 @@ void SerialLine::drain()
 
 void SerialLine::lock()
 {
-    if (::flock(m_fd, LOCK_EX | LOCK_NB) != 0)
-        throw LineError(LineError::Kind::CannotOpen,
-            "port " + m_path + " is in use by another program; " + openRemedy(EBUSY));
+    if (::flock(m_fd, LOCK_EX | LOCK_NB) == 0)
+        return;
+    const std::string holder = lockHolder(m_fd);
+    throw LineError(LineError::Kind::CannotOpen,
+        "port " + m_path + " is in use by another program" + (holder.empty() ? "" : " (" + holder + ")")
+            + "; " + openRemedy(EBUSY));
 }
 
 std::string SerialLine::discardInput()
