@@ -59,7 +59,8 @@ bool isOfTheLine(ExitCode code)
 
 Json withoutTime(Json value)
 {
-    value.erase("time");
+    if (value.is_object())
+        value.erase("time");
     return value;
 }
 
@@ -110,7 +111,7 @@ Json InstrumentWatch::ask(const std::vector<std::string>& words)
     const Outcome outcome =
         runCommandLine(m_session, m_port, line, [](const std::string&, std::optional<double>) {});
     if (outcome.status == 0)
-        return withoutTime(outcome.result);
+        return outcome.result;
     const auto code = static_cast<ExitCode>(outcome.status);
     if (isOfTheLine(code)) {
         const Json& error = outcome.result.at("error");
@@ -163,7 +164,8 @@ void InstrumentWatch::noticeStarts()
 
 void InstrumentWatch::askInterface()
 {
-    m_instrument["interface"] = ask({"interface", "status"});
+    m_instrument["interface"] =
+        withoutTime(ask({"interface", "status"})); // else each answer would be another one
     m_interfaceDue = Clock::now() + interfaceInterval;
     tellInstrument();
 }
@@ -202,6 +204,8 @@ void InstrumentWatch::measure(bool on)
             {"since_start", nullptr}, {"inter_arrival", nullptr}});
     m_hub.set("arrivals", nullptr);
     if (on)
+        m_hub.set("play", nullptr); // measuring stops playing
+    if (on)
         startLog();
 }
 
@@ -232,6 +236,8 @@ void InstrumentWatch::serverChanged()
 void InstrumentWatch::pollMeasurement()
 {
     const auto news = m_measurement.read(controller());
+    if (m_hub.valueOf("measurement").at("link") == false)
+        m_interfaceDue = {}; // it has one again
     const auto wall = std::chrono::system_clock::now();
     if (m_log->add(news.reading, wall) && news.times.has_value())
         m_log->addArrivals(*news.times, Clock::now());

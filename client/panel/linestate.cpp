@@ -51,6 +51,8 @@ void LineState::become(bool open, bool answers, const std::string& error, const 
     const bool same = std::tie(m_open, m_answers, m_error) == std::tie(open, answers, error);
     if (same && !m_hub.valueOf("line").is_null())
         return;
+    if (m_since.empty() || m_open != open || m_answers != answers)
+        m_since = ctl::isoTime(std::chrono::system_clock::now());
     m_open = open;
     m_answers = answers;
     m_error = error;
@@ -58,8 +60,7 @@ void LineState::become(bool open, bool answers, const std::string& error, const 
     m_hub.set("line",
         {{"port", m_port}, {"open", open}, {"answers", answers},
             {"error", error.empty() ? Json() : Json(error)},
-            {"remedy", remedy.empty() ? Json() : Json(remedy)},
-            {"since", ctl::isoTime(std::chrono::system_clock::now())}});
+            {"remedy", remedy.empty() ? Json() : Json(remedy)}, {"since", m_since}});
 }
 
 } // namespace tessary::panel

@@ -26,6 +26,7 @@ private:
     std::string m_port;
     bool m_open = false;
     bool m_answers = false;
+    std::string m_since; ///< it is open or answers, or does not
     std::string m_error;
     std::string m_remedy;
 };

@@ -77,6 +77,8 @@ void complete(Options& options)
         options.port = ctl::defaultPort();
     if (options.page.empty())
         options.page = firstThere({here + "/../share/tessary-panel/www", tree + "/client/panel/www"});
+    options.description =
+        firstThere({here + "/../share/tessary-panel/openapi.json", tree + "/client/panel/openapi.json"});
     if (options.library.empty())
         options.library = "/usr/share/javascript/dygraphs";
     if (options.instrument.empty())

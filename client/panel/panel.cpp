@@ -51,6 +51,7 @@ WebSettings webSettings(const Options& options, const std::string& uploads)
     settings.address = options.address();
     settings.port = options.httpPort();
     settings.page = options.page;
+    settings.description = options.description;
     settings.library = options.library;
     settings.uploads = uploads;
     settings.allowed = options.allowed;

@@ -143,9 +143,8 @@ void addServices(Json& nodes, TreeBuilder& in, const Bytes& all)
             std::string("schedule ") + ((flags & 2U) != 0 ? "1" : "0") + ", present/following "
                 + ((flags & 1U) != 0 ? "1" : "0"));
         const std::uint32_t status = in.peek(1);
-        children.push_back(TreeBuilder::node("running_status", runningText(status >> 5U), in.at(), 1));
-        children.push_back(
-            TreeBuilder::node("free_CA_mode", (status >> 4U & 1U) != 0 ? "1" : "0", in.at(), 1));
+        in.bits(children, "running_status", runningText(status >> 5U));
+        in.bits(children, "free_CA_mode", (status >> 4U & 1U) != 0 ? "1" : "0");
         addDescriptorLoop(children, in, "descriptors_loop_length", all, network);
         close(nodes, "service", id, begin, in.at(), children);
     }
@@ -208,7 +207,7 @@ Json sectionNode(const Bytes& all, std::size_t begin, std::size_t size, bool crc
     const std::uint32_t table = in.number(children, "table_id", 1, 8, &tableName);
     in.number(children, "section_length", 2, 12);
     const std::uint32_t extension = in.number(children, extensionName(table), 2);
-    children.push_back(TreeBuilder::node("version_number", in.peek(1) >> 1U & 0x1FU, in.at(), 1));
+    in.bits(children, "version_number", in.peek(1) >> 1U & 0x1FU);
     in.number(children, "current_next_indicator", 1, 1);
     const std::uint32_t number = in.number(children, "section_number", 1);
     in.number(children, "last_section_number", 1);
@@ -265,7 +264,7 @@ Json treeOfT2mi(const Bytes& packet)
     const auto known = client::decodeT2miPacket(packet);
     const std::uint32_t type = in.number(nodes, "packet_type", 1, 8, &packetTypeText);
     in.number(nodes, "packet_count", 1);
-    nodes.push_back(TreeBuilder::node("superframe_idx", in.peek(1) >> 4U, in.at(), 1));
+    in.bits(nodes, "superframe_idx", in.peek(1) >> 4U);
     in.number(nodes, "t2mi_stream_id", 2, 3);
     in.number(nodes, "payload_len", 2);
     const std::size_t size = in.left() - std::min(in.left(), crcSize);

@@ -60,6 +60,11 @@ std::uint32_t TreeBuilder::number(
     return value;
 }
 
+void TreeBuilder::bits(Json& nodes, const char* name, const Json& value) const
+{
+    nodes.push_back(node(name, value, m_at, within(1)));
+}
+
 void TreeBuilder::bytes(Json& nodes, const char* name, std::size_t size)
 {
     const auto begin = m_bytes.begin() + static_cast<std::ptrdiff_t>(m_at);

@@ -24,6 +24,8 @@ public:
     /// The same with a text beside the number.
     std::uint32_t number(Json& nodes, const char* name, std::size_t size, unsigned bits,
         std::string (*meaning)(std::uint32_t));
+    /// Some bits of the next byte, whose value is given; stays there.
+    void bits(Json& nodes, const char* name, const Json& value) const;
     /// Bytes that are shown as such, or as `text`.
     void bytes(Json& nodes, const char* name, std::size_t size);
     void text(Json& nodes, const char* name, std::size_t size, const std::string& text);

@@ -258,6 +258,9 @@ void WebServer::Implementation::addState()
     m_server.Get(
         "/api/state", [this](const Request&, Response& response) { answer(response, m_parts.hub.state()); });
     m_server.Get("/api/events", [this](const Request&, Response& response) { sendEvents(response); });
+    m_server.Get("/api/openapi.json", [this](const Request&, Response& response) {
+        sendFile(response, m_settings.description, "application/json");
+    });
     m_server.Get("/metrics", [this](const Request&, Response& response) {
         response.set_content(m_parts.metrics.text(m_parts.hub.state()),
             "application/openmetrics-text; version=1.0.0; charset=utf-8");

@@ -31,13 +31,6 @@ std::string joined(const std::vector<std::string>& words)
     return text;
 }
 
-Json withoutTime(Json value)
-{
-    if (value.is_object())
-        value.erase("time");
-    return value;
-}
-
 } // namespace
 
 Worker::Worker(const Parts& parts, std::string port, bool virtualOne)
@@ -169,9 +162,9 @@ void Worker::follow(const std::string& command, const std::vector<std::string>& 
     if (command.rfind("record", 0) == 0 && outcome.result.contains("recording"))
         m_watch.setRecording(outcome.result.at("recording").get<bool>());
     if (done && (command == "scan" || command == "info"))
-        hub.set("stream", withoutTime(outcome.result));
+        hub.set("stream", outcome.result);
     if (done && command == "play")
-        hub.set("play", withoutTime(outcome.result));
+        hub.set("play", outcome.result);
     if (command == "server" || command == "scan")
         m_watch.serverChanged();
     if (command.rfind("interface", 0) == 0 || command == "update")
