@@ -53,8 +53,9 @@ void checkRaw(const ctl::AskedFor& asked, const Allowed& allowed)
     const std::string sent = text == asked.values.end() ? "" : joined(text->second);
     if (begins(sent, "update") && !allowed.update)
         throw NotAllowed("updates are not allowed here", remedyForUpdate);
-    const bool harmless =
-        asked.values.count("hex") == 0 && !begins(sent, "command") && (isPlain(sent) || isEbs(sent));
+    // A ping without count never ends, and the instrument with it.
+    const bool harmless = asked.values.count("hex") == 0 && !begins(sent, "command") && !begins(sent, "ping")
+        && (isPlain(sent) || isEbs(sent));
     if (!harmless && !allowed.command)
         throw NotAllowed("this text might run shell commands on the instrument", remedyForCommand);
 }

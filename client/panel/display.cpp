@@ -129,14 +129,14 @@ Json Display::report()
     if (!told.is_object())
         return report;
     const auto frames = told.value("frames", std::uint64_t{0});
-    const auto now = Clock::now();
-    const double seconds = std::chrono::duration<double>(now - m_counted).count();
+    const auto moment = Clock::now();
+    const double seconds = std::chrono::duration<double>(moment - m_counted).count();
     if (seconds >= 1) {
         constexpr double oldest = 30; // s
         const bool known = seconds < oldest && frames >= m_frames;
         m_rate =
             known ? Json(std::round(static_cast<double>(frames - m_frames) / seconds * 10) / 10) : Json();
-        m_counted = now;
+        m_counted = moment;
         m_frames = frames;
     }
     report.update(told);

@@ -203,10 +203,10 @@ void InstrumentWatch::measure(bool on)
         {{"time", now()}, {"measuring", on}, {"state", "absent"}, {"link", nullptr}, {"figures", nullptr},
             {"since_start", nullptr}, {"inter_arrival", nullptr}});
     m_hub.set("arrivals", nullptr);
-    if (on)
-        m_hub.set("play", nullptr); // measuring stops playing
-    if (on)
-        startLog();
+    if (!on)
+        return;
+    m_hub.set("play", nullptr); // measuring stops playing
+    startLog();
 }
 
 void InstrumentWatch::startLog()

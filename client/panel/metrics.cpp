@@ -11,6 +11,8 @@ namespace {
 class Page
 {
 public:
+    Page() { m_text.precision(12); }
+
     void family(const std::string& name, const char* type, const char* unit, const char* help)
     {
         m_text << "# TYPE " << name << ' ' << type << '\n';
@@ -39,20 +41,17 @@ public:
 
 private:
     std::ostringstream m_text;
-
-public:
-    Page() { m_text.precision(12); }
 };
 
 std::string escaped(const std::string& value)
 {
-    std::string text;
+    std::string result;
     for (const char c : value) {
         if (c == '\\' || c == '"')
-            text += '\\';
-        text += c == '\n' ? std::string("\\n") : std::string(1, c);
+            result += '\\';
+        result += c == '\n' ? std::string("\\n") : std::string(1, c);
     }
-    return text;
+    return result;
 }
 
 std::string label(const char* name, const std::string& value)

@@ -39,10 +39,11 @@ std::string uploadFolder(const Options& options)
     return folder;
 }
 
-/// Beside its port a virtual instrument leaves what it tells.
+/// What a virtual instrument calls its port, which need not be there yet; what it tells lies beside it.
 bool isVirtual(const std::string& port)
 {
-    return std::filesystem::exists(std::filesystem::path(port).parent_path() / "line.log");
+    const std::filesystem::path path(port);
+    return path.filename() == "controller" || std::filesystem::exists(path.parent_path() / "line.log");
 }
 
 WebSettings webSettings(const Options& options, const std::string& uploads)

@@ -34,11 +34,11 @@ void Sound::open()
     if (!m_file.read(head.data(), headSize) || std::string(head.data(), 4) != "RIFF"
         || valueAt(head, 34, 2) != 16)
         return;
-    const Format format{static_cast<int>(valueAt(head, 24, 4)), static_cast<int>(valueAt(head, 22, 2))};
-    if (format.rate <= 0 || format.channels <= 0)
+    const Format told{static_cast<int>(valueAt(head, 24, 4)), static_cast<int>(valueAt(head, 22, 2))};
+    if (told.rate <= 0 || told.channels <= 0)
         return;
-    m_format = format;
-    m_frame = std::size_t{2} * static_cast<std::size_t>(format.channels);
+    m_format = told;
+    m_frame = std::size_t{2} * static_cast<std::size_t>(told.channels);
     std::error_code error;
     const std::uintmax_t size = std::max<std::uintmax_t>(std::filesystem::file_size(m_path, error), headSize);
     m_read = error ? headSize : size - (size - headSize) % m_frame;

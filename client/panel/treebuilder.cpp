@@ -54,8 +54,8 @@ std::uint32_t TreeBuilder::number(
 {
     const std::uint32_t mask = bits >= 32 ? 0xFFFFFFFFU : (1U << bits) - 1;
     const std::uint32_t value = peek(size) & mask;
-    const std::string text = meaning != nullptr ? ", " + meaning(value) : std::string();
-    nodes.push_back(node(name, numberText(value) + text, m_at, within(size)));
+    const std::string said = meaning != nullptr ? ", " + meaning(value) : std::string();
+    nodes.push_back(node(name, numberText(value) + said, m_at, within(size)));
     m_at += within(size);
     return value;
 }

@@ -104,6 +104,23 @@ bool isPackageName(const std::string& name)
     return plain && name.size() > 4 && name.compare(name.size() - 4, 4, ".deb") == 0;
 }
 
+/// An update's package is read when its turn comes; those of long ago are not wanted any more.
+void dropOldUploads(const std::string& folder)
+{
+    constexpr std::size_t kept = 3;
+    using Entry = std::filesystem::directory_entry;
+    std::error_code error;
+    std::vector<Entry> all;
+    for (const Entry& entry : std::filesystem::directory_iterator(folder, error))
+        all.push_back(entry);
+    std::sort(all.begin(), all.end(), [](const Entry& one, const Entry& other) {
+        std::error_code ignored;
+        return one.last_write_time(ignored) > other.last_write_time(ignored);
+    });
+    for (std::size_t i = kept; i < all.size(); ++i)
+        std::filesystem::remove(all[i], error);
+}
+
 } // namespace
 
 class WebServer::Implementation
@@ -341,6 +358,7 @@ void WebServer::Implementation::takeUpload(
     if (!isPackageName(name))
         return refuse(response,
             {400, "\"" + name + "\" is no name of a Debian package", "such as ?name=tessary_1.5_arm64.deb"});
+    dropOldUploads(m_settings.uploads);
     const std::string path = m_settings.uploads + "/" + name;
     const std::string partial = m_settings.uploads + "/.partial-" + name;
     std::ofstream file(partial, std::ios::binary | std::ios::trunc);

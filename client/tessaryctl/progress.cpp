@@ -55,13 +55,13 @@ std::string ProgressBar::amountText(std::size_t done) const
 {
     const double seconds = std::chrono::duration<double>(Clock::now() - m_start).count();
     const double rate = seconds > 0.2 ? static_cast<double>(done) / seconds : 0;
-    std::string text =
+    std::string amount =
         byteCount(static_cast<double>(done)) + " of " + byteCount(static_cast<double>(m_total));
     if (rate > 0)
-        text += ", " + byteCount(rate) + "/s, "
+        amount += ", " + byteCount(rate) + "/s, "
             + (done < m_total ? durationText(static_cast<double>(m_total - done) / rate) + " left"
                               : "took " + durationText(seconds));
-    return text;
+    return amount;
 }
 
 std::string ProgressBar::text(std::size_t done) const

@@ -33,4 +33,6 @@ WaitingFor::WaitingFor(const std::string& what)
     m_line.show("waiting for " + what + " ...");
 }
 
+WaitingFor::~WaitingFor() = default;
+
 } // namespace tessary::ctl

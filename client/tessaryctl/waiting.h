@@ -29,6 +29,9 @@ class WaitingFor
 {
 public:
     explicit WaitingFor(const std::string& what);
+    ~WaitingFor();
+    WaitingFor(const WaitingFor&) = delete;
+    WaitingFor& operator=(const WaitingFor&) = delete;
 
 private:
     StatusLine m_line;

@@ -48,13 +48,13 @@ TEST(PanelCommandLine, ReachesNoFilesAndNoOtherPort)
 
 TEST(PanelCommandLine, AShellOnTheInstrumentIsOffInEveryDisguise)
 {
-    for (const Words& words :
-        {Words{"command", "reboot"}, {"raw", "command:reboot"}, {"raw", "ping 1.1.1.1;reboot"},
-            {"raw", "ping 1.1.1.1\nreboot"}, {"raw", "x\\ncommand:reboot"}, {"raw", "x\\0command:reboot"},
-            {"raw", "--hex", "636f6d6d616e643a61"}, {"raw", "x", std::string("y\0command:z", 11)},
-            {"raw", "server=UDP 239.0.0.1`reboot` 1234"}, {"raw", "interface=dhcp;reboot"},
-            {"ping", "1.1.1.1;reboot"}, {"ping", "$(reboot)"}, {"ping", "--", "-f"},
-            {"interface", "dhcp", "--ethtool", "ethtool x;reboot"}, {"--json", "ping", "a|b"}}) {
+    for (const Words& words : {Words{"command", "reboot"}, {"raw", "command:reboot"},
+             {"raw", "ping 10.0.0.1"}, {"raw", "ping 1.1.1.1;reboot"}, {"raw", "ping 1.1.1.1\nreboot"},
+             {"raw", "x\\ncommand:reboot"}, {"raw", "x\\0command:reboot"},
+             {"raw", "--hex", "636f6d6d616e643a61"}, {"raw", "x", std::string("y\0command:z", 11)},
+             {"raw", "server=UDP 239.0.0.1`reboot` 1234"}, {"raw", "interface=dhcp;reboot"},
+             {"ping", "1.1.1.1;reboot"}, {"ping", "$(reboot)"}, {"ping", "--", "-f"},
+             {"interface", "dhcp", "--ethtool", "ethtool x;reboot"}, {"--json", "ping", "a|b"}}) {
         EXPECT_EQ(verdict(words), "no") << words.front() << ' ' << words.at(1);
         EXPECT_EQ(verdict(words, {true, false}), "yes") << words.front() << ' ' << words.at(1);
     }

@@ -12,7 +12,7 @@ namespace {
 using namespace tessary::test;
 using httplib::Headers;
 
-int portOf(tessary::panel::Panel& itself)
+int portOf(const tessary::panel::Panel& itself)
 {
     const std::string address = itself.address();
     return std::stoi(address.substr(address.rfind(':') + 1));
@@ -169,6 +169,9 @@ TEST(PanelWeb, TakesPackagesWhereThatIsAllowed)
     EXPECT_EQ(upload("..%2fb.deb", 10)->status, 400);
     EXPECT_EQ(upload("b.txt", 10)->status, 400);
     EXPECT_EQ(upload(".deb", 10)->status, 400);
+    for (const char* name : {"b.deb", "c.deb", "d.deb", "e.deb", "f.deb"})
+        upload(name, 10);
+    EXPECT_FALSE(std::ifstream(file).is_open()); // only the last ones are kept
     const auto large = upload("c.deb", 1024 * 1024 + 1);
     EXPECT_TRUE(!large || large->status == 413);
 }
