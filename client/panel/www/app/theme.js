@@ -1,0 +1,22 @@
+// Light, dark, or as the machine has it.
+
+import { el } from "./dom.js";
+
+const order = ["auto", "light", "dark"];
+const names = { auto: "◑ as the system", light: "☀ light", dark: "☾ dark" };
+
+/// The button that goes through them; `onChange` is called after each.
+export function themeButton(onChange) {
+    const button = el("button", { type: "button", class: "quiet", title: "t", onclick: () => next() });
+    const set = (theme) => {
+        document.documentElement.dataset.theme = theme;
+        localStorage.setItem("theme", theme);
+        button.textContent = names[theme];
+        button.setAttribute("aria-label", `Theme: ${theme}`);
+        onChange();
+    };
+    const next = () => set(order[(order.indexOf(document.documentElement.dataset.theme) + 1) % order.length]);
+    set(order.includes(localStorage.getItem("theme")) ? localStorage.getItem("theme") : "auto");
+    matchMedia("(prefers-color-scheme: dark)").addEventListener("change", onChange);
+    return button;
+}
