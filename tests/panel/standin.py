@@ -17,6 +17,7 @@ import math
 import pathlib
 import queue
 import random
+import socket
 import subprocess
 import sys
 import threading
@@ -92,6 +93,7 @@ class Instrument:
         self.listeners = []
         self.topics = {}
         self.jobs = 0
+        self.ran = []  # words of every command, for tests
         self.pace = options.pace
         self.pictures = None
         scan = recorded("scan")
@@ -170,6 +172,7 @@ class Instrument:
     def run(self, words, who):
         with self.lock:
             self.jobs += 1
+            self.ran.append(words)
             job = {"id": self.jobs, "words": words, "who": who, "since": iso(), "progress": None}
             self.topics["job"]["waiting"].append(job)
         threading.Thread(target=self.work, args=(job,), daemon=True).start()
@@ -301,10 +304,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 self.json(self.instrument.desk)
             elif path == "/api/display.json":
                 self.json({"width": 720, "height": 576, "pictures_per_second": 12, "video": "MPEG-2", "audio": "MPEG-1 layer 2"})
-            elif path == "/api/display":
-                self.display()
-            elif path == "/api/sound":
-                self.sound()
+            elif path in ("/api/display", "/api/sound"):
+                self.flow(self.display if path == "/api/display" else self.sound)
             else:
                 self.file(path)
         except (BrokenPipeError, ConnectionResetError):
@@ -341,6 +342,13 @@ class Handler(http.server.BaseHTTPRequestHandler):
         begin, end = (datetime.datetime.fromisoformat(query[key]).timestamp() for key in ("from", "to"))
         step = max(1, math.ceil((end - begin) / int(query.get("points", 3600))))
         self.json({"columns": COLUMNS, "rows": [history_row(second) for second in range(int(begin), int(end) + 1, step)]})
+
+    def flow(self, send):
+        self.server.begun += 1
+        try:
+            send()
+        finally:
+            self.server.flows.release()
 
     def display(self):
         pictures = self.instrument.jpegs()
@@ -420,6 +428,37 @@ class Handler(http.server.BaseHTTPRequestHandler):
 class Server(http.server.ThreadingHTTPServer):
     daemon_threads = True
     request_queue_size = 64
+
+    def __init__(self, *arguments):
+        super().__init__(*arguments)
+        self.connections = set()
+        self.flows = threading.Semaphore(0)  # one up for each flow of pictures or sound that has ended
+        self.begun = 0
+
+    def finish_request(self, request, client_address):
+        self.connections.add(request)
+        try:
+            super().finish_request(request, client_address)
+        finally:
+            self.connections.discard(request)
+
+    def handle_error(self, request, client_address):
+        if not isinstance(sys.exc_info()[1], OSError):  # a browser that goes is no error
+            super().handle_error(request, client_address)
+
+    def all_flows_end(self, patience=60):
+        """Waits until no pictures and no sound are sent any more."""
+        return all(self.flows.acquire(timeout=patience) for _ in range(self.begun))
+
+    def stop(self):
+        """As if the panel's process had ended: nothing listens, and every connection is cut."""
+        self.shutdown()
+        self.server_close()
+        for connection in list(self.connections):
+            try:
+                connection.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass  # gone by itself
 
 
 def serve(arguments):

@@ -96,8 +96,7 @@ export function choice(options, value, attributes = {}) {
 
 /// A part of a page with a heading, as a card.
 export function card(title, ...children) {
-    const heading = el("h2", { id: freshId("part") }, title);
-    return el("section", { class: "card", "aria-labelledby": heading.id }, heading, ...children);
+    return el("section", { class: "card" }, el("h2", {}, title), ...children);
 }
 
 /// Names and values side by side.

@@ -13,9 +13,9 @@ export const wordsText = (words) =>
 
 function withdrawButton(job, place) {
     return el("button", {
-        type: "button", class: "small", "data-key": `withdraw-${job.id}`,
+        type: "button", class: "small", "data-key": `withdraw-${job.id}`, "aria-label": `Withdraw ${wordsText(job.words)}`,
         onclick: () => withdraw(job.id).catch((error) => showError(place, error)),
-    }, "Withdraw", el("span", { class: "unseen" }, ` ${wordsText(job.words)}`));
+    }, "Withdraw");
 }
 
 function runningView(job, place) {

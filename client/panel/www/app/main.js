@@ -40,7 +40,7 @@ function head() {
     return el("header", { class: "top" },
         el("a", { class: "brand", href: "#overview" }, el("span", { "aria-hidden": "true", class: "logo" }, "▚"), "Tessary"),
         el("div", { class: "chips" }, state("line", "line"), state("stream", "reception"), state("play", "picture")),
-        el("div", { class: "row" }, themeButton(() => pages.forEach((page) => page.body && page.recolour?.())),
+        el("div", { class: "row" }, themeButton(() => pages.forEach((page) => page.isBuilt && page.recolour?.())),
             el("button", { type: "button", class: "quiet", "aria-label": "Keys and name", title: "?", onclick: help }, "?")));
 }
 
@@ -76,15 +76,12 @@ function go() {
     const wanted = pages.find((page) => `#${page.id}` === location.hash) ?? pages[0];
     if (wanted === shown) return;
     shown?.hidden?.();
-    if (shown) shown.body.hidden = true;
+    if (shown) shown.frame.hidden = true;
     const first = shown === null;
     shown = wanted;
-    if (!shown.body) {
-        shown.body = el("div", { class: `page ${shown.id}` }, el("h1", {}, shown.title));
-        shown.body.append(...shown.build());
-        main.append(shown.body);
-    }
-    shown.body.hidden = false;
+    if (!shown.isBuilt) shown.frame.append(...shown.build());
+    shown.isBuilt = true;
+    shown.frame.hidden = false;
     document.title = `${shown.title} – Tessary`;
     for (const page of pages) page.link[page === shown ? "setAttribute" : "removeAttribute"]("aria-current", "page");
     shown.link.scrollIntoView({ block: "nearest", inline: "center" });
@@ -122,6 +119,10 @@ function begin() {
         main.focus();
     } }, "To the page"), head(), navigation(), el("div", { class: "middle" }, banner, jobStrip(), main));
     for (const topic of new Set(["connection", "line", ...pages.flatMap((page) => page.topics)])) on(topic, redraw);
+    for (const page of pages) {
+        page.frame = el("div", { id: page.id, class: `page ${page.id}`, hidden: true }, el("h1", {}, page.title));
+        main.append(page.frame);
+    }
     addEventListener("hashchange", go);
     addEventListener("keydown", press);
     addEventListener("resize", () => shown?.resized?.());

@@ -53,7 +53,7 @@ export default class Line {
         this.count = el("span", { class: "soft readout" });
         this.body = el("tbody", {});
         this.place = el("div", { class: "log", tabindex: "0", role: "region", "aria-label": "Log" }, el("table", { class: "logtable" }, this.body));
-        return [el("section", { class: "card fill", "aria-label": "Log" },
+        return [el("section", { class: "card" },
             el("div", { class: "row tools" }, this.choices, field("Only with", this.filter), this.pauseButton, this.count), this.place)];
     }
 

@@ -109,7 +109,7 @@ export default class Reception {
             : table("What was changed", [{ title: "#", number: true }, { title: "time" }, { title: "what" }, { title: "", spoken: "show" }],
                 marks.slice(-8).reverse().map((mark) => [mark.number, el("span", { class: "nowrap" }, timeText(mark.time)), printable(mark.text),
                     el("button", { type: "button", class: "small", "aria-label": `Show mark ${mark.number}`, "data-key": `mark-${mark.number}`,
-                        onclick: () => this.moveTo(mark.date - this.span / 2, +mark.date + this.span / 2) }, "Show")])));
+                        onclick: () => this.moveTo(mark.date - this.span / 2, +mark.date + this.span / 2) }, "Show")]), { class: "pinned" }));
     }
 
     range() {

@@ -108,7 +108,7 @@ export default class Stream {
         const about = [`transport stream ${stream.transport_stream_id ?? unknown}`, `original network ${stream.original_network_id ?? unknown}`,
             stream.complete === false ? "SDT incomplete" : null, stream.time ? `scanned ${timeText(stream.time)}` : null].filter(Boolean).join(", ");
         replace(this.services, el("p", { class: "soft" }, about),
-            table("Services", columns, this.rowsOf(stream).flatMap((service) => this.serviceRows(service, playing, columns.length))));
+            table("Services", columns, this.rowsOf(stream).flatMap((service) => this.serviceRows(service, playing, columns.length)), { class: "pinned" }));
     }
 
     /// The services of the SDT, and the programs that no SDT names.

@@ -42,7 +42,7 @@ export default class Update {
     update() {
         const allows = get("panel")?.allows;
         if (changed(this, "allows", allows))
-            replace(this.allowed, allows?.update === false ? stateMark("warn", "off: start tessary-panel with --allow-update") : null);
+            replace(this.allowed, allows?.update === false ? [stateMark("warn", "off"), ": start tessary-panel with --allow-update"] : null);
         const instrument = get("instrument");
         if (changed(this, "instrument", [instrument?.software, instrument?.fpga]))
             replace(this.about, facts([["software", instrument?.software ?? unknown], ["FPGA", instrument?.fpga?.built ?? instrument?.fpga?.problem ?? unknown]]));
