@@ -111,7 +111,7 @@ class Panel:
         return [entry["message"] for entry in self.driver.get_log("browser") if entry["level"] == "SEVERE"]
 
     def picture(self, path, full=False):
-        width, height = self.js("return [innerWidth, arguments[0] ? document.documentElement.scrollHeight : innerHeight]", full)
+        width, height, top = self.js("return arguments[0] ? [innerWidth, document.documentElement.scrollHeight, 0] : [innerWidth, innerHeight, scrollY]", full)
         shot = self.driver.execute_cdp_cmd("Page.captureScreenshot", {
-            "captureBeyondViewport": full, "clip": {"x": 0, "y": 0, "width": width, "height": height, "scale": 1}})
+            "captureBeyondViewport": full, "clip": {"x": 0, "y": top, "width": width, "height": height, "scale": 1}})
         pathlib.Path(path).write_bytes(base64.b64decode(shot["data"]))

@@ -248,7 +248,7 @@ class Instrument:
         """Some seconds of a test picture, made once."""
         with self.lock:
             if self.pictures is None:
-                made = subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=size=720x576:rate=12", "-frames:v", "36", "-f", "image2pipe", "-c:v", "mjpeg",
+                made = subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", "smptebars=size=720x576:rate=12", "-frames:v", "36", "-f", "image2pipe", "-c:v", "mjpeg",
                                        "-q:v", "4", "-"], stdout=subprocess.PIPE, check=True, stdin=subprocess.DEVNULL).stdout
                 self.pictures = [b"\xff\xd8" + part for part in made.split(b"\xff\xd8")[1:]]
             return self.pictures

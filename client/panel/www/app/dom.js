@@ -1,15 +1,20 @@
 // Elements out of texts. Nothing here or elsewhere in the page makes HTML of a text: names out of streams are hostile.
 
 const svgSpace = "http://www.w3.org/2000/svg";
-const properties = new Set(["value", "checked", "disabled", "hidden", "selected", "open", "readOnly", "required"]);
+const properties =
+    new Set(["value", "checked", "disabled", "hidden", "selected", "open", "readOnly", "required"]);
 
 function give(element, attributes) {
     for (const [name, value] of Object.entries(attributes)) {
         if (value === undefined || value === null) continue;
-        if (name.startsWith("on")) element.addEventListener(name.slice(2), value);
-        else if (properties.has(name)) element[name] = value;
-        else if (value === true) element.setAttribute(name, "");
-        else if (value !== false) element.setAttribute(name, value);
+        if (name.startsWith("on"))
+            element.addEventListener(name.slice(2), value);
+        else if (properties.has(name))
+            element[name] = value;
+        else if (value === true)
+            element.setAttribute(name, "");
+        else if (value !== false)
+            element.setAttribute(name, value);
     }
     return element;
 }
@@ -64,11 +69,18 @@ export function changed(holder, name, value) {
     return true;
 }
 
-const shapes = { good: "●", bad: "▲", warn: "◆", idle: "○", busy: "◐" };
+const shapes = {
+    good: "●",
+    bad: "▲",
+    warn: "◆",
+    idle: "○",
+    busy: "◐"
+};
 
 /// A state in a word and a shape; the colour only repeats it. Kinds: good, bad, warn, idle, busy.
 export function stateMark(kind, text) {
-    return el("span", { class: `state ${kind}` }, el("span", { class: "shape", "aria-hidden": "true" }, shapes[kind]), printable(text));
+    return el("span", {class: `state ${kind}`},
+        el("span", {class: "shape", "aria-hidden": "true"}, shapes[kind]), printable(text));
 }
 
 let numbers = 0;
@@ -81,39 +93,56 @@ export function freshId(stem) {
 /// A control with its label above and, when given, a line of help below.
 export function field(label, control, help) {
     control.id ||= freshId("field");
-    const parts = [el("label", { for: control.id }, label), control];
+    const parts = [
+        el("label",
+            { for: control.id
+            },
+            label),
+        control
+    ];
     if (help) {
-        const note = el("small", { id: freshId("help") }, help);
+        const note = el("small", {id: freshId("help")}, help);
         control.setAttribute("aria-describedby", note.id);
         parts.push(note);
     }
-    return el("div", { class: "field" }, ...parts);
+    return el("div", {class: "field"}, ...parts);
 }
 
 export function choice(options, value, attributes = {}) {
-    return el("select", attributes, options.map(([key, text]) => el("option", { value: key, selected: key === value }, text)));
+    return el("select", attributes,
+        options.map(([key, text]) => el("option", {value: key, selected: key === value}, text)));
 }
 
 /// A part of a page with a heading, as a card.
 export function card(title, ...children) {
-    return el("section", { class: "card" }, el("h2", {}, title), ...children);
+    return el("section", {class: "card"}, el("h2", {}, title), ...children);
 }
 
 /// Names and values side by side.
 export function facts(rows) {
-    return el("dl", { class: "facts" }, rows.filter(Boolean).map(([name, value]) =>
-        [el("dt", {}, name), el("dd", {}, value instanceof Node ? value : printable(value ?? "–"))]));
+    return el("dl", {class: "facts"}, rows.filter(Boolean).map(([
+        name, value
+    ]) => [el("dt", {}, name), el("dd", {}, value instanceof Node ? value : printable(value ?? "–"))]));
 }
 
-/// A table with a caption for screen readers. Columns: {title, number}; cells are texts or nodes.
+/// For the cells of a column: figures to the right; what a narrow window has no room for, away.
+export function classOf({number, wideOnly}) {
+    return [number && "number", wideOnly && "wideonly"].filter(Boolean).join(" ") || undefined;
+}
+
+/// A table with a caption for screen readers. Columns: {title, number, wideOnly}; cells are texts or nodes.
 export function table(caption, columns, rows, attributes = {}) {
-    const cell = (value, column) => el("td", { class: column.number ? "number" : undefined },
+    const cell = (value, column) => el("td", {class: classOf(column)},
         value instanceof Node || Array.isArray(value) ? value : printable(value ?? "–"));
-    return el("div", { class: "wide", tabindex: "0", role: "region", "aria-label": caption },
-        el("table", attributes,
-            el("caption", { class: "unseen" }, caption),
-            el("thead", {}, el("tr", {}, columns.map((column) =>
-                el("th", { scope: "col", class: column.number ? "number" : undefined },
-                    column.title || el("span", { class: "unseen" }, column.spoken ?? "action"))))),
-            el("tbody", {}, rows.map((row) => (row instanceof Node ? row : el("tr", {}, row.map((value, at) => cell(value, columns[at]))))))));
+    return el("div", {class: "wide", tabindex: "0", role: "region", "aria-label": caption},
+        el("table", attributes, el("caption", {class: "unseen"}, caption),
+            el("thead", {},
+                el("tr", {},
+                    columns.map(
+                        (column) => el("th", {scope: "col", class: classOf(column)},
+                            column.title || el("span", {class: "unseen"}, column.spoken ?? "action"))))),
+            el("tbody", {},
+                rows.map((row) => (row instanceof Node ?
+                                 row :
+                                 el("tr", {}, row.map((value, at) => cell(value, columns[at]))))))));
 }

@@ -1,9 +1,12 @@
 // The panel's server-sent events, into the store. `connection` is a topic of this page itself: {up, since}.
 
-import { append, set } from "./store.js";
-import { askForToken, tokenIsMissing } from "./token.js";
+import {append, set} from "./store.js";
+import {askForToken, tokenIsMissing} from "./token.js";
 
-const whole = ["panel", "line", "instrument", "stream", "play", "measurement", "arrivals", "recorder", "job", "done", "marks", "desk"];
+const whole = [
+    "panel", "line", "instrument", "stream", "play", "measurement", "arrivals", "recorder", "job", "done",
+    "marks", "desk"
+];
 const appended = ["line_log", "commands", "daemon_log"];
 const retryMs = 1000;
 
@@ -11,7 +14,7 @@ let isUp;
 function tell(up) {
     if (up === isUp) return;
     isUp = up;
-    set("connection", { up, since: Date.now() / 1000 });
+    set("connection", {up, since: Date.now() / 1000});
 }
 
 /// Connects, and again whenever the connection is lost, for as long as the page is open.
@@ -31,7 +34,9 @@ export function connect() {
     source.addEventListener("error", async () => {
         tell(false);
         if (source.readyState !== EventSource.CLOSED) return; // the browser tries again by itself
-        if (await tokenIsMissing()) askForToken();
-        else setTimeout(connect, retryMs);
+        if (await tokenIsMissing())
+            askForToken();
+        else
+            setTimeout(connect, retryMs);
     });
 }

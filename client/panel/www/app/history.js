@@ -1,12 +1,14 @@
 // The course of the measurement: a stretch of it as the panel keeps it, and each second as it comes.
 
-import { fetchJson } from "./api.js";
-import { get, on } from "./store.js";
-import { dateOf, isoTime } from "./units.js";
+import {fetchJson} from "./api.js";
+import {get, on} from "./store.js";
+import {dateOf, isoTime} from "./units.js";
 
 const points = 3600; // an hour second by second; of longer stretches the panel keeps least and most
-const columns = ["present", "bit_rate", "delay_factor_ms", "continuity_errors",
-    "iat_median_us", "iat_p95_us", "iat_p99_us", "iat_longest_us"];
+const columns = [
+    "present", "bit_rate", "delay_factor_ms", "continuity_errors", "iat_median_us", "iat_p95_us",
+    "iat_p99_us", "iat_longest_us"
+];
 
 /// Rows [Date, present, bit_rate, ...] in the order of `columns`, oldest first.
 export class History {
@@ -15,7 +17,9 @@ export class History {
         this.seconds = seconds;
         this.loaded = 0;
         on("measurement", (measurement) => this.take(measurement));
-        on("connection", ({ up }) => { if (up) this.loadNewest(); });
+        on("connection", ({up}) => {
+            if (up) this.loadNewest();
+        });
     }
 
     /// The index of a column in a row.
@@ -32,7 +36,8 @@ export class History {
     async load(from, to) {
         this.loaded += 1;
         const mine = this.loaded;
-        const query = `from=${encodeURIComponent(isoTime(from))}&to=${encodeURIComponent(isoTime(to))}&points=${points}`;
+        const query = `from=${encodeURIComponent(isoTime(from))}&to=${
+            encodeURIComponent(isoTime(to))}&points=${points}`;
         try {
             const answer = await fetchJson(`/api/history?${query}`);
             if (mine === this.loaded) this.rows = rowsOf(answer);
@@ -43,16 +48,20 @@ export class History {
     }
 
     /// A row of what has just been measured, once a second.
-    take({ time, measuring, state, figures, inter_arrival: arrivals }) {
+    take({time, measuring, state, figures, inter_arrival: arrivals}) {
         if (!measuring) return;
         const date = dateOf(time) ?? new Date();
         const last = this.rows.at(-1)?.[0];
         if (last && date - last < 950) return;
         const valid = state === "valid" ? figures : undefined;
-        this.rows.push([date, state === "absent" ? 0 : 1,
+        this.rows.push([
+            date, state === "absent" ? 0 : 1,
             ...["bit_rate", "delay_factor_ms", "continuity_errors"].map((key) => valid?.[key] ?? null),
-            ...["median_us", "percentile_95_us", "percentile_99_us", "longest_us"].map((key) => (valid && arrivals?.[key]) ?? null)]);
-        if (last && this.rows[0][0] < date - 2 * this.seconds * 1000) this.rows.splice(0, this.rows.length >> 1);
+            ...["median_us", "percentile_95_us", "percentile_99_us", "longest_us"].map(
+                (key) => (valid && arrivals?.[key]) ?? null)
+        ]);
+        if (last && this.rows[0][0] < date - 2 * this.seconds * 1000)
+            this.rows.splice(0, this.rows.length >> 1);
     }
 
     /// Stretches without stream, as pairs of Dates.
@@ -60,7 +69,8 @@ export class History {
         const found = [];
         let from = null;
         for (const row of this.rows) {
-            if (row[1] === 0) from ??= row[0];
+            if (row[1] === 0)
+                from ??= row[0];
             else if (from !== null && row[1] === 1) {
                 found.push([from, row[0]]);
                 from = null;
@@ -71,7 +81,7 @@ export class History {
     }
 }
 
-function rowsOf({ columns: named, rows }) {
+function rowsOf({columns: named, rows}) {
     const places = ["time", ...columns].map((name) => named.indexOf(name));
     return rows.map((row) => places.map((place, at) => (at === 0 ? dateOf(row[place]) : number(row[place]))));
 }

@@ -2,12 +2,12 @@
 // which the content security policy rightly refuses.
 
 /* global Dygraph */
-import { el, replace, setText } from "./dom.js";
-import { clockText, dateText } from "./units.js";
+import {el, replace, setText} from "./dom.js";
+import {clockText, dateText} from "./units.js";
 
 /// The value of one of the style sheet's colours, as the canvas wants it.
 export function colour(name) {
-    const probe = el("span", { hidden: true });
+    const probe = el("span", {hidden: true});
     document.body.append(probe);
     probe.style.color = `var(--${name})`;
     const value = getComputedStyle(probe).color;
@@ -27,10 +27,15 @@ const patterns = [undefined, [7, 3], [2, 3], [9, 3, 2, 3]];
 
 /// A plot with one axis of time. `series` are {name, column, colour}; `format` writes a value with its unit, `axis` one at the axis.
 export class TimePlot {
-    constructor({ title, series, format, axis, steps = false, height = "usual", onMove }) {
-        Object.assign(this, { title, series, format, axis, steps, onMove });
-        this.readout = el("span", { class: "readout" });
-        this.canvas = el("div", { class: `plot ${height}`, tabindex: "0", role: "group", "aria-label": `${title}, plot over time` });
+    constructor({title, series, format, axis, steps = false, height = "usual", onMove}) {
+        Object.assign(this, {title, series, format, axis, steps, onMove});
+        this.readout = el("span", {class: "readout"});
+        this.canvas = el("div", {
+            class: `plot ${height}`,
+            tabindex: "0",
+            role: "group",
+            "aria-label": `${title}, plot over time`
+        });
         this.element = el("figure", {},
             el("figcaption", {}, el("strong", {}, title), this.legend(), this.readout), this.canvas);
         this.marks = [];
@@ -39,30 +44,43 @@ export class TimePlot {
 
     legend() {
         if (this.series.length < 2) return null;
-        return el("span", { class: "legend" }, this.series.map((each, at) =>
-            el("span", { class: `key ${each.colour} dash${at}` }, each.name)));
+        return el("span", {class: "legend"},
+            this.series.map((each, at) => el("span", {class: `key ${each.colour} dash${at}`}, each.name)));
     }
 
     /// Rows of Date and values; the window is a pair of milliseconds.
-    show(rows, window, { marks = [], absences = [] } = {}) {
-        Object.assign(this, { marks, absences, window });
+    show(rows, window, {marks = [], absences = []} = {}) {
+        Object.assign(this, {marks, absences, window});
         const own = rows.map((row) => [row[0], ...this.series.map((each) => row[each.column])]);
-        if (this.graph) this.graph.updateOptions({ file: own, dateWindow: window });
-        else if (own.length > 0 && this.canvas.clientWidth > 0) this.begin(own, window);
+        if (this.graph)
+            this.graph.updateOptions({file: own, dateWindow: window});
+        else if (own.length > 0 && this.canvas.clientWidth > 0)
+            this.begin(own, window);
         this.tellLast(own);
     }
 
     begin(rows, window) {
         replace(this.canvas);
         this.graph = new Dygraph(this.canvas, rows, {
-            ...this.look(), dateWindow: window, labels: ["time", ...this.series.map((each) => each.name)],
-            legend: "never", stepPlot: this.steps, fillGraph: this.series.length === 1, fillAlpha: 0.14, strokeWidth: 1.6,
-            includeZero: true, animatedZooms: false, highlightCircleSize: 3,
-            series: Object.fromEntries(this.series.map((each, at) => [each.name, { strokePattern: patterns[at] }])),
+            ...this.look(),
+            dateWindow: window,
+            labels: ["time", ...this.series.map((each) => each.name)],
+            legend: "never",
+            stepPlot: this.steps,
+            fillGraph: this.series.length === 1,
+            fillAlpha: 0.14,
+            strokeWidth: 1.6,
+            includeZero: true,
+            animatedZooms: false,
+            highlightCircleSize: 3,
+            series:
+                Object.fromEntries(this.series.map((each, at) => [each.name, {strokePattern: patterns[at]}])),
             underlayCallback: (context, area, graph) => this.underlay(context, area, graph),
             highlightCallback: (event, x, points) => this.tell(x, points),
             unhighlightCallback: () => this.tellLast(),
-            drawCallback: (graph, initial) => { if (!initial) this.tellMove(graph.xAxisRange()); },
+            drawCallback: (graph, initial) => {
+                if (!initial) this.tellMove(graph.xAxisRange());
+            },
         });
     }
 
@@ -74,11 +92,14 @@ export class TimePlot {
     look() {
         const soft = colour("soft");
         return {
-            colors: this.series.map((each) => colour(each.colour)), gridLineColor: colour("line"), axisLineColor: colour("line"),
-            axisLabelColor: soft, axisLabelFontSize: 12,
+            colors: this.series.map((each) => colour(each.colour)),
+            gridLineColor: colour("line"),
+            axisLineColor: colour("line"),
+            axisLabelColor: soft,
+            axisLabelFontSize: 12,
             axes: {
-                x: { axisLabelFormatter: axisTime, pixelsPerLabel: 84 },
-                y: { axisLabelFormatter: (value) => this.axis(value), axisLabelWidth: 64, pixelsPerLabel: 34 },
+                x: {axisLabelFormatter: axisTime, pixelsPerLabel: 84},
+                y: {axisLabelFormatter: (value) => this.axis(value), axisLabelWidth: 64, pixelsPerLabel: 34},
             },
         };
     }
@@ -93,7 +114,8 @@ export class TimePlot {
         context.fillStyle = colour("absent");
         for (const [from, to] of this.absences) {
             const left = Math.max(graph.toDomXCoord(from), area.x);
-            context.fillRect(left, area.y, Math.max(Math.min(graph.toDomXCoord(to), area.x + area.w) - left, 2), area.h);
+            context.fillRect(
+                left, area.y, Math.max(Math.min(graph.toDomXCoord(to), area.x + area.w) - left, 2), area.h);
         }
         context.strokeStyle = context.fillStyle = colour("purple");
         context.setLineDash([3, 3]);
@@ -111,8 +133,10 @@ export class TimePlot {
     }
 
     tell(x, points) {
-        const values = points.filter((point) => point.yval !== null && !Number.isNaN(point.yval))
-            .map((point) => (this.series.length > 1 ? `${point.name} ${this.format(point.yval)}` : this.format(point.yval)));
+        const values =
+            points.filter((point) => point.yval !== null && !Number.isNaN(point.yval))
+                .map((point) => (this.series.length > 1 ? `${point.name} ${this.format(point.yval)}` :
+                                                          this.format(point.yval)));
         setText(this.readout, `${clockText(new Date(x))}   ${values.join("   ")}`);
         this.held = true;
     }
@@ -122,8 +146,9 @@ export class TimePlot {
         if (this.held) return;
         this.last = (rows ?? []).at(-1) ?? this.last;
         const values = this.series.map((each, at) => [each.name, this.last?.[at + 1]])
-            .filter(([, value]) => value !== null && value !== undefined)
-            .map(([name, value]) => (this.series.length > 1 ? `${name} ${this.format(value)}` : this.format(value)));
+                           .filter(([, value]) => value !== null && value !== undefined)
+                           .map(([name, value]) => (this.series.length > 1 ? `${name} ${this.format(value)}` :
+                                                                             this.format(value)));
         setText(this.readout, values.join("   "));
     }
 }

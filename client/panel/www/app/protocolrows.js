@@ -1,4 +1,5 @@
 // Made by client/panel/make-rows from docs/protocol.md: change that page, and run it again.
+// clang-format off
 
 export const rows = [
     {"row": 1, "word": "interface?", "condition": "", "argument": "none", "reply": "text line", "section": "Network and measurement", "about": [{"kind": "text", "text": "Address and mask of the wired interface (eth0, or eth0.VLAN when a VLAN is set), or not connected without link."}, {"kind": "code", "text": "> 69 6e 74 65 72 66 61 63 65 3f 0a                 interface?.\n< 31 39 32 2e 31 36 38 2e 31 2e 32 30 20 32 35 35  192.168.1.20 255\n  2e 32 35 35 2e 32 35 35 2e 30 0a                 .255.255.0.\n< 6e 6f 74 20 63 6f 6e 6e 65 63 74 65 64 0a        not connected."}]},

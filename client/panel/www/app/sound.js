@@ -1,16 +1,14 @@
 // The instrument's sound: endless 16-bit samples out of a request, measured always and played when wanted.
 
-import { printable } from "./dom.js";
+import {printable} from "./dom.js";
 
 const levelMs = 100;
-const ahead = 0.15; // seconds of sound in hand, against the network's unevenness
+const ahead = 0.15;  // seconds of sound in hand, against the network's unevenness
 const mostAhead = 1; // what is later than this is dropped: the sound stays with the picture
 
 export class SoundPlayer {
     /// `onLevels` gets [{peak}] for each channel, 0 to 1; `onState` a sentence.
-    constructor(onLevels, onState) {
-        Object.assign(this, { onLevels, onState, listening: false });
-    }
+    constructor(onLevels, onState) { Object.assign(this, {onLevels, onState, listening: false}); }
 
     async start() {
         this.stop();
@@ -18,11 +16,14 @@ export class SoundPlayer {
         this.abort = abort;
         while (!abort.signal.aborted) {
             try {
-                await this.follow(await fetch("/api/sound", { signal: abort.signal }), abort.signal);
-            } catch { /* aborted, or lost: below */ }
+                await this.follow(await fetch("/api/sound", {signal: abort.signal}), abort.signal);
+            } catch { /* aborted, or lost: below */
+            }
             if (abort.signal.aborted) return;
             this.onState("No sound comes at the moment.");
-            await new Promise((resolve) => { setTimeout(resolve, 2000); });
+            await new Promise((resolve) => {
+                setTimeout(resolve, 2000);
+            });
         }
     }
 
@@ -40,7 +41,8 @@ export class SoundPlayer {
             this.gain.connect(this.context.destination);
             this.setVolume(volume);
             this.next = 0;
-        } else this.context?.suspend();
+        } else
+            this.context?.suspend();
     }
 
     setVolume(volume) {
@@ -51,11 +53,14 @@ export class SoundPlayer {
         if (!response.ok || !response.body) throw new Error("no sound");
         const rate = Number(response.headers.get("X-Rate"));
         const channels = Number(response.headers.get("X-Channels"));
-        this.onState(printable(`${rate} Hz, ${channels === 1 ? "mono" : channels === 2 ? "stereo" : `${channels} channels`}`));
+        this.onState(printable(`${rate} Hz, ${
+            channels === 1     ? "mono" :
+                channels === 2 ? "stereo" :
+                                 `${channels} channels`}`));
         const reader = response.body.getReader();
         let rest = new Uint8Array(0);
         while (!signal.aborted) {
-            const { value, done } = await reader.read();
+            const {value, done} = await reader.read();
             if (done) return;
             const all = new Uint8Array(rest.length + value.length);
             all.set(rest);
@@ -68,7 +73,7 @@ export class SoundPlayer {
 
     take(view, channels, rate) {
         const frames = view.byteLength / (2 * channels);
-        const sound = Array.from({ length: channels }, () => new Float32Array(frames));
+        const sound = Array.from({length: channels}, () => new Float32Array(frames));
         for (let frame = 0; frame < frames; frame += 1)
             for (let channel = 0; channel < channels; channel += 1)
                 sound[channel][frame] = view.getInt16(2 * (frame * channels + channel), true) / 32768;
@@ -77,11 +82,13 @@ export class SoundPlayer {
     }
 
     measure(sound) {
-        this.peaks = sound.map((samples, at) => samples.reduce((most, sample) => Math.max(most, Math.abs(sample)), this.peaks?.[at] ?? 0));
+        this.peaks =
+            sound.map((samples, at) => samples.reduce(
+                          (most, sample) => Math.max(most, Math.abs(sample)), this.peaks?.[at] ?? 0));
         const now = performance.now();
         if (now - (this.measured ?? 0) < levelMs) return;
         this.measured = now;
-        this.onLevels(this.peaks.map((peak) => ({ peak })));
+        this.onLevels(this.peaks.map((peak) => ({peak})));
         this.peaks = undefined;
     }
 

@@ -1,13 +1,17 @@
 // Light, dark, or as the machine has it.
 
-import { el } from "./dom.js";
+import {el} from "./dom.js";
 
 const order = ["auto", "light", "dark"];
-const names = { auto: "◑ as the system", light: "☀ light", dark: "☾ dark" };
+const names = {
+    auto: "◑ as the system",
+    light: "☀ light",
+    dark: "☾ dark"
+};
 
 /// The button that goes through them; `onChange` is called after each.
 export function themeButton(onChange) {
-    const button = el("button", { type: "button", class: "quiet", title: "t", onclick: () => next() });
+    const button = el("button", {type: "button", class: "quiet", title: "t", onclick: () => next()});
     const set = (theme) => {
         document.documentElement.dataset.theme = theme;
         localStorage.setItem("theme", theme);

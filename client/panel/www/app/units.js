@@ -10,8 +10,10 @@ function withUnit(value, units) {
 const known = (value) => typeof value === "number" && Number.isFinite(value);
 
 export const unknown = "–";
-export const byteCount = (bytes) => (known(bytes) ? withUnit(bytes, ["bytes", "kB", "MB", "GB", "TB"]) : unknown);
-export const bitRateText = (rate) => (known(rate) ? withUnit(rate, ["bit/s", "kbit/s", "Mbit/s", "Gbit/s"]) : unknown);
+export const byteCount = (bytes) =>
+    (known(bytes) ? withUnit(bytes, ["bytes", "kB", "MB", "GB", "TB"]) : unknown);
+export const bitRateText = (rate) =>
+    (known(rate) ? withUnit(rate, ["bit/s", "kbit/s", "Mbit/s", "Gbit/s"]) : unknown);
 export const microsecondsText = (time) => (known(time) ? withUnit(time, ["µs", "ms", "s"]) : unknown);
 export const millisecondsText = (time) => (known(time) ? `${Math.round(time)} ms` : unknown);
 export const countText = (count) => (known(count) ? String(count).replace(/\B(?=(\d{3})+$)/g, ",") : unknown);
@@ -20,14 +22,14 @@ export const pidText = (pid) => (known(pid) ? `${pid} (0x${pid.toString(16)})` :
 export function durationText(seconds) {
     const all = Math.round(seconds);
     const two = (number) => String(number).padStart(2, "0");
-    return all >= 3600
-        ? `${Math.floor(all / 3600)}:${two(Math.floor(all / 60) % 60)}:${two(all % 60)}`
-        : `${Math.floor(all / 60)}:${two(all % 60)}`;
+    return all >= 3600 ? `${Math.floor(all / 3600)}:${two(Math.floor(all / 60) % 60)}:${two(all % 60)}` :
+                         `${Math.floor(all / 60)}:${two(all % 60)}`;
 }
 
 const two = (number) => String(number).padStart(2, "0");
 export const dateText = (date) => `${date.getFullYear()}-${two(date.getMonth() + 1)}-${two(date.getDate())}`;
-export const clockText = (date) => `${two(date.getHours())}:${two(date.getMinutes())}:${two(date.getSeconds())}`;
+export const clockText = (date) =>
+    `${two(date.getHours())}:${two(date.getMinutes())}:${two(date.getSeconds())}`;
 
 /// "2026-11-21 22:05:11" in the reader's zone, of ISO 8601 or Unix seconds; the dash when there is none.
 export function timeText(time) {
@@ -57,7 +59,8 @@ export function isoTime(date) {
 
 export function bytesOf(hex) {
     const digits = (hex ?? "").replace(/[^0-9a-fA-F]/g, "");
-    return Uint8Array.from({ length: Math.floor(digits.length / 2) }, (_, at) => parseInt(digits.substr(2 * at, 2), 16));
+    return Uint8Array.from(
+        {length: Math.floor(digits.length / 2)}, (_, at) => parseInt(digits.substr(2 * at, 2), 16));
 }
 
 /// "5 Mbit/s" of "5.00 Mbit/s": for axes.

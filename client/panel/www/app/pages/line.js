@@ -1,16 +1,22 @@
 // What passed the serial line, and with a virtual instrument what the daemon ran and said.
 
-import { changed, el, field, printable, replace } from "../dom.js";
-import { get } from "../store.js";
-import { bytesOf, hexOf, letterOf, preciseTimeText } from "../units.js";
+import {changed, el, field, printable, replace} from "../dom.js";
+import {get} from "../store.js";
+import {bytesOf, hexOf, letterOf, preciseTimeText} from "../units.js";
 
 const shownEntries = 400;
 const shownBytes = 512;
 
 const tabs = [
-    { id: "line_log", title: "Serial line", text: (entry) => entry.hex, row: lineRow },
-    { id: "commands", title: "Commands that the daemon ran", virtual: true, text: commandText, row: commandRow },
-    { id: "daemon_log", title: "Daemon's log", virtual: true, text: logText, row: logRow },
+    {id: "line_log", title: "Serial line", text: (entry) => entry.hex, row: lineRow},
+    {
+        id: "commands",
+        title: "Commands that the daemon ran",
+        virtual: true,
+        text: commandText,
+        row: commandRow
+    },
+    {id: "daemon_log", title: "Daemon's log", virtual: true, text: logText, row: logRow},
 ];
 
 function lineRow(entry) {
@@ -18,25 +24,33 @@ function lineRow(entry) {
     const bytes = [...all.slice(0, shownBytes)];
     const more = all.length > shownBytes ? ` … ${all.length} bytes` : "";
     const to = entry.direction === "to";
-    return el("tr", { class: to ? "to" : "from" }, el("td", { class: "mono" }, preciseTimeText(entry.time)),
-        el("td", {}, el("span", { "aria-hidden": "true" }, to ? "→ " : "← "), to ? "to" : "from"),
-        el("td", { class: "mono text" }, bytes.map(letterOf).join("") + more), el("td", { class: "mono bytes16" }, bytes.map(hexOf).join(" ") + more));
+    return el("tr", {class: to ? "to" : "from"}, el("td", {class: "mono"}, preciseTimeText(entry.time)),
+        el("td", {}, el("span", {"aria-hidden": "true"}, to ? "→ " : "← "), to ? "to" : "from"),
+        el("td", {class: "mono text"}, bytes.map(letterOf).join("") + more),
+        el("td", {class: "mono bytes16"}, bytes.map(hexOf).join(" ") + more));
 }
 
 const entryOf = (entry) => {
     if (typeof entry !== "string") return entry;
-    try { return JSON.parse(entry); } catch { return { argv: [entry] }; }
+    try {
+        return JSON.parse(entry);
+    } catch {
+        return {argv: [entry]};
+    }
 };
 function commandText(entry) { return (entryOf(entry).argv ?? []).join(" "); }
 function commandRow(entry) {
     const note = entryOf(entry);
-    return el("tr", {}, el("td", { class: "mono" }, preciseTimeText(note.time ?? note.wall)), el("td", {}, note.kind ?? ""),
-        el("td", { class: "mono text" }, printable((note.argv ?? []).join(" "))), el("td", {}, note.parent ? `by ${printable(note.parent)}` : ""));
+    return el("tr", {}, el("td", {class: "mono"}, preciseTimeText(note.time ?? note.wall)),
+        el("td", {}, note.kind ?? ""), el("td", {class: "mono text"}, printable((note.argv ?? []).join(" "))),
+        el("td", {}, note.parent ? `by ${printable(note.parent)}` : ""));
 }
 
 function logText(entry) { return typeof entry === "string" ? entry : entry.text; }
 function logRow(entry) {
-    return el("tr", {}, el("td", { class: "mono" }, typeof entry === "string" ? "" : preciseTimeText(entry.time)), el("td", { class: "mono text", colspan: "3" }, printable(logText(entry))));
+    return el("tr", {},
+        el("td", {class: "mono"}, typeof entry === "string" ? "" : preciseTimeText(entry.time)),
+        el("td", {class: "mono text", colspan: "3"}, printable(logText(entry))));
 }
 
 export default class Line {
@@ -46,20 +60,36 @@ export default class Line {
     tab = tabs[0];
 
     build() {
-        this.choices = el("div", { class: "group", role: "group", "aria-label": "What to show" }, tabs.map((tab) =>
-            el("button", { type: "button", "aria-pressed": String(tab === this.tab), "data-key": tab.id, onclick: () => this.choose(tab) }, tab.title)));
-        this.filter = el("input", { type: "search", placeholder: "text, or bytes as 67 65", spellcheck: "false", oninput: () => this.draw() });
-        this.pauseButton = el("button", { type: "button", "aria-pressed": "false", title: "p", onclick: () => this.pause() }, "Pause");
-        this.count = el("span", { class: "soft readout" });
+        this.choices = el("div", {class: "group", role: "group", "aria-label": "What to show"},
+            tabs.map((tab) => el("button", {
+                type: "button",
+                "aria-pressed": String(tab === this.tab),
+                "data-key": tab.id,
+                onclick: () => this.choose(tab)
+            },
+                         tab.title)));
+        this.filter = el("input", {
+            type: "search",
+            placeholder: "text, or bytes as 67 65",
+            spellcheck: "false",
+            oninput: () => this.draw()
+        });
+        this.pauseButton = el("button",
+            {type: "button", "aria-pressed": "false", title: "p", onclick: () => this.pause()}, "Pause");
+        this.count = el("span", {class: "soft readout"});
         this.body = el("tbody", {});
-        this.place = el("div", { class: "log", tabindex: "0", role: "region", "aria-label": "Log" }, el("table", { class: "logtable" }, this.body));
-        return [el("section", { class: "card" },
-            el("div", { class: "row tools" }, this.choices, field("Only with", this.filter), this.pauseButton, this.count), this.place)];
+        this.place = el("div", {class: "log", tabindex: "0", role: "region", "aria-label": "Log"},
+            el("table", {class: "logtable"}, this.body));
+        return [el("section", {class: "card"},
+            el("div", {class: "row tools"}, this.choices, field("Only with", this.filter), this.pauseButton,
+                this.count),
+            this.place)];
     }
 
     choose(tab) {
         this.tab = tab;
-        for (const each of this.choices.children) each.setAttribute("aria-pressed", String(each.dataset.key === tab.id));
+        for (const each of this.choices.children)
+            each.setAttribute("aria-pressed", String(each.dataset.key === tab.id));
         this.draw();
     }
 
@@ -71,8 +101,11 @@ export default class Line {
     }
 
     update() {
-        for (const [at, each] of [...this.choices.children].entries()) each.hidden = tabs[at].virtual && get("instrument")?.virtual === false;
-        if (!this.paused && changed(this, "count", [this.tab.id, get(this.tab.id)?.length, get(this.tab.id)?.at(-1)])) this.draw();
+        for (const [at, each] of [...this.choices.children].entries())
+            each.hidden = tabs[at].virtual && get("instrument")?.virtual === false;
+        if (!this.paused
+            && changed(this, "count", [this.tab.id, get(this.tab.id)?.length, get(this.tab.id)?.at(-1)]))
+            this.draw();
     }
 
     draw() {
@@ -90,9 +123,13 @@ export default class Line {
         const text = this.tab.text(entry) ?? "";
         if (this.tab.id !== "line_log") return text.toLowerCase().includes(wanted);
         const digits = wanted.replaceAll(" ", "");
-        return [...bytesOf(text)].map(letterOf).join("").toLowerCase().includes(wanted) || (/^[0-9a-f]+$/.test(digits) && text.includes(digits));
+        return [...bytesOf(text)].map(letterOf).join("").toLowerCase().includes(wanted)
+            || (/^[0-9a-f]+$/.test(digits) && text.includes(digits));
     }
 
-    shown() { this.draw(); this.place.scrollTop = this.place.scrollHeight; }
-    shortcuts = { p: ["pause the log, or go on", () => this.pause()] };
+    shown() {
+        this.draw();
+        this.place.scrollTop = this.place.scrollHeight;
+    }
+    shortcuts = {p: ["pause the log, or go on", () => this.pause()]};
 }

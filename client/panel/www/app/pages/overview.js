@@ -1,27 +1,32 @@
 // What matters first: is there a stream, what is in it, how does it arrive, what plays.
 
-import { button, outcome, runButton } from "../actions.js";
-import { post } from "../api.js";
-import { changed, el, printable, replace, stateMark } from "../dom.js";
-import { newestHistory } from "../history.js";
-import { get } from "../store.js";
-import { kindOfService, lineState, playState, streamState } from "../status.js";
-import { bitRatePlot, delayPlot, numbered } from "../timeplots.js";
-import { bitRateText, countText, microsecondsText, millisecondsText, timeText, unknown } from "../units.js";
+import {button, outcome, runButton} from "../actions.js";
+import {post} from "../api.js";
+import {changed, el, printable, replace, stateMark} from "../dom.js";
+import {newestHistory} from "../history.js";
+import {kindOfService, lineState, playState, streamState} from "../status.js";
+import {get} from "../store.js";
+import {bitRatePlot, delayPlot, numbered} from "../timeplots.js";
+import {bitRateText, countText, microsecondsText, millisecondsText, timeText, unknown} from "../units.js";
 
 const shownServices = 12;
 const seconds = 300;
 
 function answer(question, page) {
-    const said = el("p", { class: "said" });
-    const more = el("p", { class: "more" });
-    const figures = el("div", { class: "figures" });
-    const heading = el("h2", {}, el("a", { href: `#${page}` }, question));
-    return { element: el("section", { class: `card answer ${page}` }, heading, said, more, figures), said, more, figures };
+    const said = el("p", {class: "said"});
+    const more = el("p", {class: "more"});
+    const figures = el("div", {class: "figures"});
+    const heading = el("h2", {}, el("a", {href: `#${page}`}, question));
+    return {
+        element: el("section", {class: `card answer ${page}`}, heading, said, more, figures),
+        said,
+        more,
+        figures
+    };
 }
 
 function figure(name, value, kind) {
-    return el("div", { class: `figure ${kind ?? ""}` }, el("span", {}, name), el("b", {}, value));
+    return el("div", {class: `figure ${kind ?? ""}`}, el("span", {}, name), el("b", {}, value));
 }
 
 export default class Overview {
@@ -35,23 +40,29 @@ export default class Overview {
         this.arrival = answer("How does it arrive?", "reception");
         this.plays = answer("What plays?", "picture");
         this.history = newestHistory();
-        this.plots = [bitRatePlot({ height: "low" }), delayPlot({ height: "low" })];
+        this.plots = [bitRatePlot({height: "low"}), delayPlot({height: "low"})];
         this.outcome = outcome();
-        this.measure = button("Measure", this.outcome, () => post("/api/measure", { on: !get("measurement")?.measuring }).then(() => null),
-            { class: "primary" });
-        this.actions = el("div", { class: "row" }, this.measure,
-            runButton("Scan the stream", this.outcome, ["scan"], { show: () => null }),
-            el("span", { class: "soft" }, "Measuring and playing exclude each other."));
-        return [this.actions, this.outcome, el("div", { class: "answers" }, this.stream.element, this.inside.element, this.arrival.element, this.plays.element),
-            el("section", { class: "card", "aria-label": "The last five minutes" },
-                el("div", { class: "plots two" }, this.plots.map((plot) => plot.element)))];
+        this.measure = button("Measure", this.outcome,
+            () => post("/api/measure", {on: !get("measurement")?.measuring}).then(() => null),
+            {class: "primary"});
+        this.actions = el("div", {class: "row"}, this.measure,
+            runButton("Scan the stream", this.outcome, ["scan"], {show: () => null}),
+            el("span", {class: "soft"}, "Measuring and playing exclude each other."));
+        return [
+            this.actions, this.outcome,
+            el("div", {class: "answers"}, this.stream.element, this.inside.element, this.arrival.element,
+                this.plays.element),
+            el("section", {class: "card", "aria-label": "The last five minutes"},
+                el("div", {class: "plots two"}, this.plots.map((plot) => plot.element)))
+        ];
     }
 
     update() {
         const measuring = get("measurement")?.measuring === true;
         this.measure.textContent = measuring ? "Stop measuring" : "Measure";
         this.showStream();
-        if (changed(this, "stream", [get("stream"), get("play")?.program, get("measurement")?.measuring])) this.showContent();
+        if (changed(this, "stream", [get("stream"), get("play")?.program, get("measurement")?.measuring]))
+            this.showContent();
         this.showArrival();
         this.showPlaying();
         this.draw();
@@ -59,7 +70,7 @@ export default class Overview {
 
     showStream() {
         const line = lineState();
-        const state = line.kind === "bad" ? { ...line, text: `not known: ${line.text}` } : streamState();
+        const state = line.kind === "bad" ? {...line, text: `not known: ${line.text}`} : streamState();
         const instrument = get("instrument");
         if (!changed(this.stream, "state", [state, instrument?.server, instrument?.interface])) return;
         replace(this.stream.said, stateMark(state.kind, state.text));
@@ -67,8 +78,13 @@ export default class Overview {
         const wired = instrument?.interface;
         replace(this.stream.figures,
             figure("stream server", printable(instrument?.server ?? unknown), "long"),
-            figure("Ethernet", !wired ? unknown : wired.link_detected === false || wired.connected === false ? "no link"
-                : `${wired.address ?? "no address"}${wired.speed_mbps ? `, ${wired.speed_mbps} Mbit/s` : ""}`, "long"));
+            figure("Ethernet",
+                !wired ? unknown :
+                    wired.link_detected === false || wired.connected === false ?
+                         "no link" :
+                         `${wired.address ?? "no address"}${
+                             wired.speed_mbps ? `, ${wired.speed_mbps} Mbit/s` : ""}`,
+                "long"));
     }
 
     showContent() {
@@ -81,37 +97,63 @@ export default class Overview {
             replace(this.inside.figures);
             return;
         }
-        replace(this.inside.said, stateMark(services.length > 0 ? "good" : "warn", `${services.length} service${services.length === 1 ? "" : "s"}`));
-        replace(this.inside.more, [`transport stream ${stream.transport_stream_id ?? unknown}`,
+        replace(this.inside.said,
+            stateMark(services.length > 0 ? "good" : "warn",
+                `${services.length} service${services.length === 1 ? "" : "s"}`));
+        replace(this.inside.more, [
+            `transport stream ${stream.transport_stream_id ?? unknown}`,
             network ? `network ${printable(network.name || network.network_id)}` : "no NIT",
-            stream.time ? `scanned ${timeText(stream.time)}` : null].filter(Boolean).join(", "));
-        replace(this.inside.figures, el("ul", { class: "services" }, services.slice(0, shownServices).map((service) => this.service(service))),
-            services.length > shownServices ? el("a", { href: "#stream" }, `and ${services.length - shownServices} more`) : null);
+            stream.time ? `scanned ${timeText(stream.time)}` : null
+        ].filter(Boolean).join(", "));
+        replace(this.inside.figures,
+            el("ul", {class: "services"},
+                services.slice(0, shownServices).map((service) => this.service(service))),
+            services.length > shownServices ?
+                el("a", {href: "#stream"}, `and ${services.length - shownServices} more`) :
+                null);
     }
 
     service(service) {
         const name = printable(service.name || `service ${service.service_id}`);
         const playing = get("play")?.program === service.service_id && !get("measurement")?.measuring;
-        return el("li", {}, el("span", { class: "grow" }, name, el("small", {}, ` ${kindOfService(service)}`)),
-            playing ? stateMark("good", "plays") : runButton("Play", this.outcome, ["play", service.service_id],
-                { show: () => null, class: "small", "aria-label": `Play ${name}`, "data-key": `play-${service.service_id}` }));
+        return el("li", {}, el("span", {class: "grow"}, name, el("small", {}, ` ${kindOfService(service)}`)),
+            playing ? stateMark("good", "plays") :
+                      runButton("Play", this.outcome, ["play", service.service_id], {
+                          show: () => null,
+                          class: "small",
+                          "aria-label": `Play ${name}`,
+                          "data-key": `play-${service.service_id}`
+                      }));
     }
 
     showArrival() {
         const measurement = get("measurement");
         const figures = measurement?.measuring && measurement.state === "valid" ? measurement.figures : null;
-        if (!changed(this.arrival, "figures", [figures, measurement?.since_start, measurement?.inter_arrival])) return;
+        if (!changed(
+                this.arrival, "figures", [figures, measurement?.since_start, measurement?.inter_arrival]))
+            return;
         const total = measurement?.since_start;
-        replace(this.arrival.said, figures ? el("b", { class: "big" }, bitRateText(figures.bit_rate)) : stateMark("idle", "no figures"));
-        replace(this.arrival.more, figures ? `${figures.packets_per_datagram} × ${figures.packet_size} bytes in a datagram`
-            : "Figures come while the instrument measures.");
-        replace(this.arrival.figures, figures ? [
-            figure("delay factor", millisecondsText(figures.delay_factor_ms)),
-            figure("continuity errors", countText(figures.continuity_errors), figures.continuity_errors > 0 ? "bad" : ""),
-            figure("since the start", total ? `${countText(total.continuity_errors)}${total.exact ? "" : " or so"}` : unknown),
-            figure("inter-arrival, median", microsecondsText(measurement.inter_arrival?.median_us)),
-            figure("inter-arrival, 99 %", microsecondsText(measurement.inter_arrival?.percentile_99_us)),
-            figure("longest", microsecondsText(measurement.inter_arrival?.longest_us))] : null);
+        replace(this.arrival.said,
+            figures ? el("b", {class: "big"}, bitRateText(figures.bit_rate)) :
+                      stateMark("idle", "no figures"));
+        replace(this.arrival.more,
+            figures ? `${figures.packets_per_datagram} × ${figures.packet_size} bytes in a datagram` :
+                      "Figures come while the instrument measures.");
+        replace(this.arrival.figures,
+            figures ?
+                [
+                    figure("delay factor", millisecondsText(figures.delay_factor_ms)),
+                    figure("continuity errors", countText(figures.continuity_errors),
+                        figures.continuity_errors > 0 ? "bad" : ""),
+                    figure("since the start",
+                        total ? `${countText(total.continuity_errors)}${total.exact ? "" : " or so"}` :
+                                unknown),
+                    figure("inter-arrival, median", microsecondsText(measurement.inter_arrival?.median_us)),
+                    figure(
+                        "inter-arrival, 99 %", microsecondsText(measurement.inter_arrival?.percentile_99_us)),
+                    figure("longest", microsecondsText(measurement.inter_arrival?.longest_us))
+                ] :
+                                null);
     }
 
     showPlaying() {
@@ -121,15 +163,22 @@ export default class Overview {
         replace(this.plays.said, stateMark(state.kind, state.text));
         replace(this.plays.more, printable(state.more));
         const presentation = state.kind === "idle" ? null : play?.presentation;
-        replace(this.plays.figures, presentation ? [
-            figure("picture", presentation.width ? `${printable(presentation.video)}, ${presentation.width} × ${presentation.height}` : printable(presentation.video ?? "none")),
-            figure("sound", printable(presentation.audio ?? "none")),
-            figure("scrambled", presentation.scrambled)] : null);
+        replace(this.plays.figures,
+            presentation ?
+                [
+                    figure("picture",
+                        presentation.width ? `${printable(presentation.video)}, ${presentation.width} × ${
+                            presentation.height}` :
+                                             printable(presentation.video ?? "none")),
+                    figure("sound", printable(presentation.audio ?? "none")),
+                    figure("scrambled", presentation.scrambled)
+                ] :
+                null);
     }
 
     draw() {
         const now = Date.now();
-        const about = { marks: numbered(get("marks")), absences: this.history.absences() };
+        const about = {marks: numbered(get("marks")), absences: this.history.absences()};
         for (const plot of this.plots) plot.show(this.history.rows, [now - seconds * 1000, now], about);
     }
 
