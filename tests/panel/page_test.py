@@ -278,6 +278,9 @@ class DeskPage(PageTest):
         panel.until_text("out", ".page.desk dd .bad")
         panel.press("Kill the daemon")
         panel.until_text("does not run", ".page.desk")
+        panel.press("Set", ".page.desk")
+        panel.until_text("set", ".page.desk .outcome")
+        self.assertEqual(sorted(panel.instrument.desk["dab"]), ["answer_after_s", "die_at", "never_opens", "open_after_s", "pieces"])
         panel.press("smcroute real again")
         panel.until_text("All programs behave as they are", ".page.desk")
 

@@ -28,7 +28,8 @@ HERE = pathlib.Path(__file__).resolve().parent
 WWW = HERE.parents[1] / "client" / "panel" / "www"
 DYGRAPHS = pathlib.Path("/usr/share/javascript/dygraphs")
 TYPES = {".html": "text/html; charset=utf-8", ".js": "text/javascript; charset=utf-8", ".css": "text/css; charset=utf-8", ".svg": "image/svg+xml"}
-POLICY = "default-src 'self'"
+POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob: data:; media-src 'self' blob:; font-src 'self'; "
+          "connect-src 'self'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'")
 HOSTILE = "<img src=x onerror=document.title='owned'><script>document.title='owned'</script>"
 COLUMNS = ["time", "present", "bit_rate", "delay_factor_ms", "continuity_errors", "iat_median_us", "iat_p95_us", "iat_p99_us", "iat_longest_us"]
 RATE, CHANNELS = 48000, 2
@@ -120,9 +121,10 @@ class Instrument:
         self.set("recorder", {"recording": False, "bytes": 18_800_000})
         self.set("job", {"running": None, "waiting": []})
         now = time.time()
-        self.set("marks", [{"time": iso(now - 210), "text": "server udp://239.0.0.1:1234"}, {"time": iso(now - 95), "text": "sender: 3 continuity errors a second"}])
         self.set("arrivals", {"times_us": recorded("iat")["times_us"], "histogram": recorded("iat")["histogram"]})
-        self.logs = {"line_log": [{"time": iso(now - 20 + at / 5), "direction": "to" if entry["dir"] == "to_daemon" else "from", "hex": entry["hex"]}
+        self.logs = {"marks": [{"time": iso(now - 210), "text": "server udp://239.0.0.1:1234"},
+                               {"time": iso(now - 95), "text": "sender: 3 continuity errors a second"}],
+                     "line_log": [{"time": iso(now - 20 + at / 5), "direction": "to" if entry["dir"] == "to_daemon" else "from", "hex": entry["hex"]}
                                   for at, entry in enumerate(map(json.loads, lines_of("line.jsonl")))],
                      "commands": [dict(entry, time=iso(entry["wall"])) for entry in map(json.loads, lines_of("commands.jsonl"))],
                      "daemon_log": [{"time": iso(now - 30 + at / 3), "text": text} for at, text in enumerate(lines_of("daemon.log"))]}
@@ -155,7 +157,7 @@ class Instrument:
         self.set("line", {**self.topics["line"], "answers": answers, "error": None, "remedy": None, "since": iso(), **trouble})
 
     def set_measuring(self, on):
-        value = {"time": iso(), "measuring": on, "state": "absent", "figures": None, "since_start": None, "inter_arrival": None}
+        value = {"time": iso(), "measuring": on, "state": "absent", "link": True if on else None, "figures": None, "since_start": None, "inter_arrival": None}
         if on:
             second = int(time.time())
             row = dict(zip(COLUMNS, history_row(second)))
@@ -239,7 +241,7 @@ class Instrument:
                 self.log("line_log", {"time": iso(), "direction": "from", "hex": "0100000000127a0007000000000000000000bc00000007000000"})
                 times = [round(abs(random.gauss(2105, 600))) for _ in range(1024)]
                 width = (max(times) - min(times)) // 20 + 1
-                bars = [{"from_us": min(times) + at * width, "to_us": min(times) + (at + 1) * width, "count": 0} for at in range(20)]
+                bars = [{"from_us": min(times) + at * width, "to_us": min(times) + (at + 1) * width, "count": 0, "outliers": False} for at in range(20)]
                 for each in times:
                     bars[(each - min(times)) // width]["count"] += 1
                 self.set("arrivals", {"times_us": times, "histogram": bars})
@@ -413,6 +415,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             desk["behaviours"] = [each for each in desk["behaviours"] if each["program"] != value["program"]] + ([] if value.get("real") else [value])
         elif part == "dab":
             desk["dab"].update(value)
+        self.instrument.log("marks", {"time": iso(), "text": f"{part}: {value}"})
         self.json({"id": len(desk["senders"])})
 
     def do_DELETE(self):

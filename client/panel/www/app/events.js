@@ -5,9 +5,9 @@ import {askForToken, tokenIsMissing} from "./token.js";
 
 const whole = [
     "panel", "line", "instrument", "stream", "play", "measurement", "arrivals", "recorder", "job", "done",
-    "marks", "desk"
+    "desk"
 ];
-const appended = ["line_log", "commands", "daemon_log"];
+const appended = ["marks", "line_log", "commands", "daemon_log"];
 const retryMs = 1000;
 
 let isUp;
@@ -20,17 +20,20 @@ function tell(up) {
 /// Connects, and again whenever the connection is lost, for as long as the page is open.
 export function connect() {
     const source = new EventSource("/api/events");
-    const fresh = new Set();
+    let number = ""; // of the event before
+    const listen = (topic, take) => source.addEventListener(topic, (event) => {
+        const isOfAll =
+            event.lastEventId === number; // what a browser that was behind is told at once has one number
+        number = event.lastEventId;
+        take(topic, JSON.parse(event.data), isOfAll);
+    });
     source.addEventListener("open", () => {
-        for (const topic of appended) fresh.add(topic); // what is kept comes anew
+        for (const topic of appended) set(topic, []);
         tell(true);
     });
-    for (const topic of whole) source.addEventListener(topic, (event) => set(topic, JSON.parse(event.data)));
+    for (const topic of whole) listen(topic, set);
     for (const topic of appended)
-        source.addEventListener(topic, (event) => {
-            if (fresh.delete(topic)) set(topic, []);
-            append(topic, [].concat(JSON.parse(event.data)));
-        });
+        listen(topic, (name, entries, isAll) => (isAll ? set : append)(name, [].concat(entries)));
     source.addEventListener("error", async () => {
         tell(false);
         if (source.readyState !== EventSource.CLOSED) return; // the browser tries again by itself

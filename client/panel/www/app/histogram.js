@@ -22,7 +22,7 @@ function bars(histogram, most, logarithmic) {
     return histogram.map((bar, at) => {
         const tall = Math.max(heightOf(bar.count, most, logarithmic), bar.count > 0 ? 1.5 : 0);
         return svg("rect", {
-            class: "bar",
+            class: bar.outliers ? "bar outliers" : "bar",
             x: edge.left + at * step + 1,
             width: Math.max(step - 2, 1),
             y: height - edge.bottom - tall,
@@ -71,7 +71,11 @@ export function histogramView() {
                 "aria-label": `Histogram of inter-arrival times from ${microsecondsText(first)} to ${
                     microsecondsText(last)}, ${countText(most)} in the tallest bar`
             },
-                bars(histogram, most, logarithmic), scale(histogram, most)));
+                bars(histogram, most, logarithmic), scale(histogram, most)),
+            histogram.at(-1).outliers ? el("p", {class: "soft"},
+                `The last bar is wider than the others: all from ${
+                    microsecondsText(histogram.at(-1).from_us)} to ${microsecondsText(last)}.`) :
+                                        null);
     };
     return {element, show};
 }

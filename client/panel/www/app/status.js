@@ -45,7 +45,7 @@ export function streamState() {
             more: "Measure, to see whether and how the stream arrives."
         };
     if (!isFresh()) return {kind: "bad", text: "not known", more: "No figures come at the moment."};
-    if (measurement.no_link)
+    if (measurement.link === false)
         return {kind: "bad", text: "no Ethernet link", more: "The instrument's Ethernet has no link."};
     if (measurement.state === "absent")
         return {kind: "bad", text: "no stream", more: "No datagram came within the last second."};

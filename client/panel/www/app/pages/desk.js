@@ -122,7 +122,8 @@ export default class Desk {
                        "Set", async () => {
                            const value = Object.fromEntries(
                                Object.entries(this.dab).map(([key, input]) => [key, Number(input.value)]));
-                           await post("/api/desk/dab", {...value, never_opens: this.never.checked});
+                           const pieces = get("desk")?.dab?.pieces ?? [];
+                           await post("/api/desk/dab", {...value, pieces, never_opens: this.never.checked});
                            return el("p", {class: "soft"}, "set");
                        }, {primary: false}));
     }
@@ -178,7 +179,13 @@ export default class Desk {
         this.knobPart.hidden = desk.knobs === null || desk.knobs === undefined;
         this.dabPart.hidden = desk.dab === null || desk.dab === undefined;
         replace(this.knobs, facts(Object.entries(desk.knobs ?? {})));
+        if (desk.dab && changed(this, "dab", desk.dab)) this.fillDab(desk.dab);
         this.showBehaviours(desk.behaviours ?? []);
+    }
+
+    fillDab(dab) {
+        for (const [key, input] of Object.entries(this.dab)) input.value = dab[key];
+        this.never.checked = dab.never_opens;
     }
 
     showStreams(streams) {
