@@ -212,6 +212,21 @@ class ReceptionPage(PageTest):
         panel.until("return document.querySelector('.tools .readout').textContent !== arguments[0]", first)
         panel.until("return /Mbit/.test(document.querySelector('figcaption .readout').textContent)")
 
+    def test_time_without_rows_is_neither_a_line_nor_an_absence(self):
+        panel = self.opened("reception")
+        rows, absences = self.driver.execute_async_script("""import('/app/history.js').then(async ({History}) => {
+            const answer = {columns: ['time', 'present', 'bit_rate'], rows: [[100, 0, null], [101, 0, null], [200, 1, 5], [201, 1, 5]]};
+            const fetched = window.fetch;
+            window.fetch = async () => new Response(JSON.stringify(answer), {headers: {'Content-Type': 'application/json'}});
+            const history = new History(300);
+            await history.load(new Date(0), new Date(300000));
+            window.fetch = fetched;
+            arguments[0]([history.rows.map((row) => [+row[0], row[1], row[2]]), history.absences().map((pair) => pair.map(Number))]);
+        })""")
+        self.assertEqual(rows, [[100000, 0, None], [101000, 0, None], [101001, None, None], [200000, 1, 5], [201000, 1, 5]])
+        self.assertEqual(absences, [[100000, 101001]])
+        self.assertEqual(panel.complaints(), [])
+
     def test_pause_holds_the_window_and_zoom_narrows_it(self):
         panel = self.opened("reception")
         panel.until("return document.querySelectorAll('.page.reception canvas').length > 0")
@@ -253,6 +268,14 @@ class LinePage(PageTest):
         self.assertIn("48 45 4c 4c 4f", panel.text(".log"))
         panel.js("const it = document.querySelector('.page.line input'); it.value = '48 45 4c 4c'; it.dispatchEvent(new Event('input'))")
         panel.until("return document.querySelectorAll('.logtable tr').length === 1")
+
+    def test_questions_of_every_second_can_be_left_out(self):
+        panel = self.opened("line")
+        panel.instrument.set_measuring(True)
+        panel.until_text("getethernetmes?", ".log")
+        panel.js("document.querySelector('.page.line input[type=checkbox]').click()")
+        self.assertNotIn("getethernetmes?", panel.text(".log"))
+        self.assertIn("HELLO !..", panel.text(".log"))
 
     def test_commands_and_log_of_the_daemon_are_shown(self):
         panel = self.opened("line")

@@ -4,6 +4,7 @@ import {fetchJson} from "./api.js";
 import {get, on} from "./store.js";
 import {dateOf, isoTime} from "./units.js";
 
+const gapMs = 5000;  // without a row that long, nothing is known
 const points = 3600; // an hour second by second; of longer stretches the panel keeps least and most
 const columns = [
     "present", "bit_rate", "delay_factor_ms", "continuity_errors", "iat_median_us", "iat_p95_us",
@@ -53,6 +54,7 @@ export class History {
         const date = dateOf(time) ?? new Date();
         const last = this.rows.at(-1)?.[0];
         if (last && date - last < 950) return;
+        if (last && date - last > gapMs) this.rows.push(unknownFrom(last));
         const valid = state === "valid" ? figures : undefined;
         this.rows.push([
             date, state === "absent" ? 0 : 1,
@@ -71,7 +73,7 @@ export class History {
         for (const row of this.rows) {
             if (row[1] === 0)
                 from ??= row[0];
-            else if (from !== null && row[1] === 1) {
+            else if (from !== null) {
                 found.push([from, row[0]]);
                 from = null;
             }
@@ -83,8 +85,17 @@ export class History {
 
 function rowsOf({columns: named, rows}) {
     const places = ["time", ...columns].map((name) => named.indexOf(name));
-    return rows.map((row) => places.map((place, at) => (at === 0 ? dateOf(row[place]) : number(row[place]))));
+    const all =
+        rows.map((row) => places.map((place, at) => (at === 0 ? dateOf(row[place]) : number(row[place]))));
+    const steps = all.slice(1).map((row, at) => row[0] - all[at][0]).sort((one, other) => one - other);
+    const gap =
+        Math.max(gapMs, 4 * (steps[steps.length >> 2] ?? 0)); // of a long stretch not every second comes
+    const follows = (row, at) => at === 0 || row[0] - all[at - 1][0] <= gap;
+    return all.flatMap((row, at) => (follows(row, at) ? [row] : [unknownFrom(all[at - 1][0]), row]));
 }
+
+/// Ends what is drawn: a row without values just behind this moment.
+const unknownFrom = (date) => [new Date(+date + 1), ...columns.map(() => null)];
 
 const number = (value) => (value === null || value === undefined ? null : Number(value));
 

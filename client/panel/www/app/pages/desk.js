@@ -48,7 +48,7 @@ export default class Desk {
     }
 
     senderForm() {
-        this.file = choice([], "");
+        this.file = choice([], "", {required: true});
         const url = el("input", {
             value: "udp://239.0.0.1:1234",
             required: true,
@@ -171,10 +171,7 @@ export default class Desk {
                 desk.daemon?.running ? stateMark("good", `runs, PID ${desk.daemon.pid}`) :
                                        stateMark("bad", "does not run")
             ],
-            [
-                "memory card",
-                desk.card ? `${byteCount(desk.card.free)} of ${byteCount(desk.card.bytes)} free` : "none"
-            ]
+            desk.card && ["memory card", `${byteCount(desk.card.free)} of ${byteCount(desk.card.bytes)} free`]
         ]));
         this.knobPart.hidden = desk.knobs === null || desk.knobs === undefined;
         this.dabPart.hidden = desk.dab === null || desk.dab === undefined;

@@ -5,7 +5,9 @@ import {get} from "../store.js";
 import {bytesOf, hexOf, letterOf, preciseTimeText} from "../units.js";
 
 const shownEntries = 400;
-const shownBytes = 512;
+const shownBytes = 96;
+const polling = ["getethernetmes?", "getiat?", "videostatus?", "PVR_reclist"].map(
+    (word) => [...word].map((letter) => hexOf(letter.charCodeAt(0))).join(""));
 
 const tabs = [
     {id: "line_log", title: "Serial line", text: (entry) => entry.hex, row: lineRow},
@@ -19,15 +21,30 @@ const tabs = [
     {id: "daemon_log", title: "Daemon's log", virtual: true, text: logText, row: logRow},
 ];
 
+/// As text or in hexadecimal; of a long entry the beginning, which opens.
+function bytesView(all, write, joint) {
+    const text = (bytes) => [...bytes].map(write).join(joint);
+    if (all.length <= shownBytes) return text(all);
+    return el("details", {}, el("summary", {}, `${text(all.slice(0, shownBytes))} … ${all.length} bytes`),
+        text(all));
+}
+
 function lineRow(entry) {
-    const all = bytesOf(entry.hex);
-    const bytes = [...all.slice(0, shownBytes)];
-    const more = all.length > shownBytes ? ` … ${all.length} bytes` : "";
+    const bytes = bytesOf(entry.hex);
     const to = entry.direction === "to";
     return el("tr", {class: to ? "to" : "from"}, el("td", {class: "mono"}, preciseTimeText(entry.time)),
         el("td", {}, el("span", {"aria-hidden": "true"}, to ? "→ " : "← "), to ? "to" : "from"),
-        el("td", {class: "mono text"}, bytes.map(letterOf).join("") + more),
-        el("td", {class: "mono bytes16"}, bytes.map(hexOf).join(" ") + more));
+        el("td", {class: "mono text"}, bytesView(bytes, letterOf, "")),
+        el("td", {class: "mono bytes16"}, bytesView(bytes, hexOf, " ")));
+}
+
+/// Without what the panel asks every second, and the answers to it.
+function withoutPolling(entries) {
+    let polled = false;
+    return entries.filter((entry) => {
+        if (entry.direction === "to") polled = polling.some((start) => entry.hex.startsWith(start));
+        return !polled;
+    });
 }
 
 const entryOf = (entry) => {
@@ -77,12 +94,15 @@ export default class Line {
         this.pauseButton = el("button",
             {type: "button", "aria-pressed": "false", title: "p", onclick: () => this.pause()}, "Pause");
         this.count = el("span", {class: "soft readout"});
+        this.quiet = el("input", {type: "checkbox", onchange: () => this.draw()});
+        this.quietLabel =
+            el("label", {class: "check"}, this.quiet, "without the panel's questions of every second");
         this.body = el("tbody", {});
         this.place = el("div", {class: "log", tabindex: "0", role: "region", "aria-label": "Log"},
             el("table", {class: "logtable"}, this.body));
         return [el("section", {class: "card"},
             el("div", {class: "row tools"}, this.choices, field("Only with", this.filter), this.pauseButton,
-                this.count),
+                this.quietLabel, this.count),
             this.place)];
     }
 
@@ -109,8 +129,10 @@ export default class Line {
     }
 
     draw() {
+        this.quietLabel.hidden = this.tab !== tabs[0];
         const entries = (this.paused && this.kept) || get(this.tab.id) || [];
-        const wanted = entries.filter((entry) => this.fits(entry)).slice(-shownEntries);
+        const asked = this.quiet.checked && this.tab === tabs[0] ? withoutPolling(entries) : entries;
+        const wanted = asked.filter((entry) => this.fits(entry)).slice(-shownEntries);
         const atEnd = this.place.scrollTop + this.place.clientHeight >= this.place.scrollHeight - 30;
         replace(this.body, wanted.map((entry) => this.tab.row(entry)));
         this.count.textContent = `${wanted.length} of ${entries.length}${this.paused ? ", paused" : ""}`;

@@ -70,7 +70,7 @@ export default class Picture {
             ["audio", presentation?.audio], ["scrambled", presentation?.scrambled],
             [
                 "display",
-                this.size ? `${this.size.width} × ${this.size.height}${
+                this.size?.width ? `${this.size.width} × ${this.size.height}${
                     this.size.pictures_per_second ? `, ${this.size.pictures_per_second} pictures/s` : ""}` :
                                                     unknown
             ]

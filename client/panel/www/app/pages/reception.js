@@ -88,7 +88,7 @@ export default class Reception {
             role: "group",
             "aria-label": "Inter-arrival times frame by frame"
         });
-        return card("Inter-arrival times of the last 1024 datagrams",
+        return card("Inter-arrival times of the newest datagrams",
             el("div", {class: "columns"},
                 el("div", {}, el("h3", {}, "Histogram"), this.histogram.element,
                     el("label", {class: "check"}, this.logarithmic, "logarithmic counts")),
