@@ -5,7 +5,7 @@ import {get, on} from "./store.js";
 import {dateOf, isoTime} from "./units.js";
 
 const gapMs = 5000;  // without a row that long, nothing is known
-const points = 3600; // an hour second by second; of longer stretches the panel keeps least and most
+const points = 1500; // more than a plot has pixels; the panel thins with least and most kept
 const columns = [
     "present", "bit_rate", "delay_factor_ms", "continuity_errors", "iat_median_us", "iat_p95_us",
     "iat_p99_us", "iat_longest_us"
@@ -17,9 +17,10 @@ export class History {
         this.rows = [];
         this.seconds = seconds;
         this.loaded = 0;
+        this.live = false; // rows are appended as they come
         on("measurement", (measurement) => this.take(measurement));
         on("connection", ({up}) => {
-            if (up) this.loadNewest();
+            if (up && (this.live || this.rows.length === 0)) this.loadNewest();
         });
     }
 
@@ -29,9 +30,13 @@ export class History {
     /// The last so many seconds, and what comes from now on.
     loadNewest(seconds = this.seconds) {
         this.seconds = seconds;
+        this.live = true;
         const now = Date.now();
         return this.load(new Date(now - seconds * 1000), new Date(now));
     }
+
+    /// Stays as it is, for whoever looks at something.
+    hold() { this.live = false; }
 
     /// A stretch; an answer that comes after a later question is dropped.
     async load(from, to) {
@@ -50,7 +55,7 @@ export class History {
 
     /// A row of what has just been measured, once a second.
     take({time, measuring, state, figures, inter_arrival: arrivals}) {
-        if (!measuring) return;
+        if (!measuring || !this.live) return;
         const date = dateOf(time) ?? new Date();
         const last = this.rows.at(-1)?.[0];
         if (last && date - last < 950) return;
@@ -62,8 +67,7 @@ export class History {
             ...["median_us", "percentile_95_us", "percentile_99_us", "longest_us"].map(
                 (key) => (valid && arrivals?.[key]) ?? null)
         ]);
-        if (last && this.rows[0][0] < date - 2 * this.seconds * 1000)
-            this.rows.splice(0, this.rows.length >> 1);
+        if (this.rows.length > 2 * points) this.loadNewest();
     }
 
     /// Stretches without stream, as pairs of Dates.
@@ -88,8 +92,8 @@ function rowsOf({columns: named, rows}) {
     const all =
         rows.map((row) => places.map((place, at) => (at === 0 ? dateOf(row[place]) : number(row[place]))));
     const steps = all.slice(1).map((row, at) => row[0] - all[at][0]).sort((one, other) => one - other);
-    const gap =
-        Math.max(gapMs, 4 * (steps[steps.length >> 2] ?? 0)); // of a long stretch not every second comes
+    const gap = Math.max(
+        gapMs, 4 * (steps[(3 * (steps.length - 1)) >> 2] ?? 0)); // of a long stretch not every second comes
     const follows = (row, at) => at === 0 || row[0] - all[at - 1][0] <= gap;
     return all.flatMap((row, at) => (follows(row, at) ? [row] : [unknownFrom(all[at - 1][0]), row]));
 }

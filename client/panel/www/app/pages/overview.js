@@ -6,7 +6,7 @@ import {changed, el, printable, replace, stateMark} from "../dom.js";
 import {newestHistory} from "../history.js";
 import {kindOfService, lineState, playState, streamState} from "../status.js";
 import {get} from "../store.js";
-import {bitRatePlot, delayPlot, numbered} from "../timeplots.js";
+import {bitRatePlot, delayPlot, PlotGroup} from "../timeplots.js";
 import {bitRateText, countText, microsecondsText, millisecondsText, timeText, unknown} from "../units.js";
 
 const shownServices = 12;
@@ -40,7 +40,7 @@ export default class Overview {
         this.arrival = answer("How does it arrive?", "reception");
         this.plays = answer("What plays?", "picture");
         this.history = newestHistory();
-        this.plots = [bitRatePlot({height: "low"}), delayPlot({height: "low"})];
+        this.plots = new PlotGroup([bitRatePlot({height: "low"}), delayPlot({height: "low"})]);
         this.outcome = outcome();
         this.measure = button("Measure", this.outcome,
             () => post("/api/measure", {on: !get("measurement")?.measuring}).then(() => null),
@@ -53,7 +53,7 @@ export default class Overview {
             el("div", {class: "answers"}, this.stream.element, this.inside.element, this.arrival.element,
                 this.plays.element),
             el("section", {class: "card", "aria-label": "The last five minutes"},
-                el("div", {class: "plots two"}, this.plots.map((plot) => plot.element)))
+                el("div", {class: "plots two"}, this.plots.plots.map((plot) => plot.element)))
         ];
     }
 
@@ -65,7 +65,7 @@ export default class Overview {
             this.showContent();
         this.showArrival();
         this.showPlaying();
-        this.draw();
+        if (this.plots.isDue(seconds * 1000)) this.draw();
     }
 
     showStream() {
@@ -178,14 +178,13 @@ export default class Overview {
 
     draw() {
         const now = Date.now();
-        const about = {marks: numbered(get("marks")), absences: this.history.absences()};
-        for (const plot of this.plots) plot.show(this.history.rows, [now - seconds * 1000, now], about);
+        this.plots.draw(this.history, [now - seconds * 1000, now], get("marks"));
     }
 
     shown() {
-        this.plots.forEach((plot) => plot.resize());
+        this.plots.resize();
         if (this.history.rows.length === 0) this.history.loadNewest().then(() => this.draw());
     }
 
-    recolour() { this.plots.forEach((plot) => plot.recolour()); }
+    recolour() { this.plots.recolour(); }
 }

@@ -8,7 +8,7 @@ import {History} from "../history.js";
 import {colour} from "../plots.js";
 import {streamState} from "../status.js";
 import {get} from "../store.js";
-import {arrivalPlot, bitRatePlot, delayPlot, errorPlot, numbered} from "../timeplots.js";
+import {arrivalPlot, bitRatePlot, delayPlot, errorPlot, numbered, PlotGroup} from "../timeplots.js";
 import {bitRateText, countText, isoTime, microsecondsText, millisecondsText, timeText, unknown, withoutZeros} from "../units.js";
 
 /* global Dygraph */
@@ -29,8 +29,9 @@ export default class Reception {
     build() {
         this.history = new History(300);
         const onMove = (from, to) => this.moveTo(from, to);
-        this.plots = [bitRatePlot({onMove}), delayPlot({onMove}), errorPlot({onMove}), arrivalPlot({onMove})];
-        for (const plot of this.plots) {
+        this.plots = new PlotGroup(
+            [bitRatePlot({onMove}), delayPlot({onMove}), errorPlot({onMove}), arrivalPlot({onMove})]);
+        for (const plot of this.plots.plots) {
             plot.canvas.addEventListener("dblclick", () => this.follow());
             plot.canvas.addEventListener("keydown", (event) => this.key(event));
         }
@@ -71,7 +72,7 @@ export default class Reception {
                 step("+", "zoom in", () => this.zoom(0.5)), step("▶", "later", () => this.shift(0.5))),
             this.pauseButton, this.csv, this.window = el("span", {class: "soft readout"}));
         return card("Over time", tools,
-            el("div", {class: "plots two"}, this.plots.map((plot) => plot.element)),
+            el("div", {class: "plots two"}, this.plots.plots.map((plot) => plot.element)),
             el("p", {class: "soft"},
                 "Drag to zoom, Shift and drag to pan, double click for now; with the keyboard arrows pan, + and − zoom, 0 is now. "
                     +
@@ -104,7 +105,7 @@ export default class Reception {
                 this.state, stateMark(state.kind, state.text), el("span", {class: "more"}, ` ${state.more}`));
         this.showFigures(measurement);
         this.showMarks();
-        if (this.following) this.draw();
+        if (this.following && this.plots.isDue(this.span)) this.draw();
         if (!this.paused && changed(this, "arrivals", get("arrivals"))) this.showArrivals();
     }
 
@@ -170,8 +171,7 @@ export default class Reception {
 
     draw() {
         const window = this.range();
-        const about = {marks: numbered(get("marks")), absences: this.history.absences()};
-        for (const plot of this.plots) plot.show(this.history.rows, window, about);
+        this.plots.draw(this.history, window, get("marks"));
         this.window.textContent = `${timeText(window[0] / 1000)} to ${timeText(window[1] / 1000)}`;
         this.csv.href = `/api/history.csv?from=${encodeURIComponent(isoTime(new Date(window[0])))}&to=${
             encodeURIComponent(isoTime(new Date(window[1])))}`;
@@ -197,6 +197,7 @@ export default class Reception {
         this.to = Date.now();
         this.following = false;
         this.paused = true;
+        this.history.hold();
         this.showPause();
     }
 
@@ -248,7 +249,7 @@ export default class Reception {
     showArrivals() {
         const arrivals = get("arrivals");
         this.histogram.show(arrivals?.histogram, this.logarithmic.checked);
-        this.showFrames(arrivals?.times_us ?? []);
+        requestAnimationFrame(() => this.showFrames(arrivals?.times_us ?? []));
         const s = get("measurement")?.inter_arrival;
         replace(this.statistics,
             s ? facts([
@@ -301,14 +302,14 @@ export default class Reception {
     }
 
     shown() {
-        this.plots.forEach((plot) => plot.resize());
+        this.plots.resize();
         this.frameGraph?.resize();
         this.showArrivals();
         if (this.following) this.follow();
     }
 
     recolour() {
-        this.plots.forEach((plot) => plot.recolour());
+        this.plots.recolour();
         this.frameGraph?.updateOptions(this.frameLook());
     }
 
