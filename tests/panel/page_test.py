@@ -237,6 +237,20 @@ class ReceptionPage(PageTest):
         panel.press("Back to now")
         panel.until_text("Pause", "[title=p]")
 
+    def test_keyboard_and_mouse_pan_and_zoom_all_plots(self):
+        panel = self.opened("reception")
+        panel.until("return document.querySelectorAll('.page.reception .plots canvas').length > 0")
+        panel.js("document.querySelector('.page.reception .plots .plot').focus()")
+        now = panel.text(".tools .readout")
+        ActionChains(self.driver).send_keys(Keys.ARROW_LEFT).perform()
+        panel.until_text("Back to now", "[title=p]")
+        self.assertNotEqual(panel.text(".tools .readout"), now)
+        ActionChains(self.driver).send_keys("0").perform()
+        panel.until_text("Pause", "[title=p]")
+        plot = self.driver.find_element("css selector", ".page.reception .plots .plot")
+        ActionChains(self.driver).move_to_element_with_offset(plot, -50, 0).click_and_hold().move_by_offset(60, 0).move_by_offset(60, 0).release().perform()
+        panel.until_text("Back to now", "[title=p]")
+
     def test_course_is_offered_as_csv_of_the_window(self):
         panel = self.opened("reception")
         panel.until("return document.querySelector('a[download]').href.includes('/api/history.csv?from=')")

@@ -1,5 +1,6 @@
 // Orders to the panel.
 
+import {kept} from "./kept.js";
 import {on} from "./store.js";
 
 /// What was refused or failed, with what can be done about it.
@@ -34,7 +35,7 @@ export const remove = (path) => answerOf(fetch(path, {method: "DELETE"}));
 export const upload = (file) => answerOf(fetch(`/api/upload?name=${encodeURIComponent(file.name)}`,
     {method: "POST", headers: {"Content-Type": "application/octet-stream"}, body: file}));
 
-export const myName = () => localStorage.getItem("name") ?? "";
+export const myName = () => kept("name") ?? "";
 
 const awaited = new Map(); // id of a job: what to call with its end
 const ended = new Map();   // ends that came before the answer with the id

@@ -2,21 +2,19 @@
 
 import {myName} from "./api.js";
 import {el, field, table} from "./dom.js";
+import {keep, kept} from "./kept.js";
 
-export const shortcutsAreOn = () => localStorage.getItem("shortcuts") !== "off";
+export const shortcutsAreOn = () => kept("shortcuts") !== "off";
 
 /// Opens the list; `keys` are [key, what].
 export function showHelp(keys) {
     if (document.querySelector("dialog[open]")) return;
-    const name = el("input", {
-        value: myName(),
-        autocomplete: "nickname",
-        oninput: () => localStorage.setItem("name", name.value.trim())
-    });
+    const name = el(
+        "input", {value: myName(), autocomplete: "nickname", oninput: () => keep("name", name.value.trim())});
     const on = el("input", {
         type: "checkbox",
         checked: shortcutsAreOn(),
-        onchange: () => localStorage.setItem("shortcuts", on.checked ? "on" : "off")
+        onchange: () => keep("shortcuts", on.checked ? "on" : "off")
     });
     const dialog =
         el("dialog", {"aria-label": "Keys and name", class: "help", onclose: () => dialog.remove()},

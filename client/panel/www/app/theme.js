@@ -1,6 +1,7 @@
 // Light, dark, or as the machine has it.
 
 import {el} from "./dom.js";
+import {keep, kept} from "./kept.js";
 
 const order = ["auto", "light", "dark"];
 const names = {
@@ -14,13 +15,13 @@ export function themeButton(onChange) {
     const button = el("button", {type: "button", class: "quiet", title: "t", onclick: () => next()});
     const set = (theme) => {
         document.documentElement.dataset.theme = theme;
-        localStorage.setItem("theme", theme);
+        keep("theme", theme);
         button.textContent = names[theme];
         button.setAttribute("aria-label", `Theme: ${theme}`);
         onChange();
     };
     const next = () => set(order[(order.indexOf(document.documentElement.dataset.theme) + 1) % order.length]);
-    set(order.includes(localStorage.getItem("theme")) ? localStorage.getItem("theme") : "auto");
+    set(order.includes(kept("theme")) ? kept("theme") : "auto");
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", onChange);
     return button;
 }
