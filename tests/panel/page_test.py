@@ -44,6 +44,11 @@ class PageTest(unittest.TestCase):
         panel.open(page)
         return panel
 
+    def found_by_axe(self):
+        """What axe-core, which is in the page by then, finds: rule and some of the places."""
+        found = self.driver.execute_async_script("axe.run().then(arguments[0], (error) => arguments[0]({violations: [{id: String(error), nodes: []}]}))")
+        return [(each["id"], [node["html"][:160] for node in each["nodes"]][:3]) for each in found["violations"]]
+
 
 class WhatMatters(PageTest):
     def test_overview_answers_the_four_questions(self):
@@ -61,8 +66,20 @@ class WhatMatters(PageTest):
         panel = self.opened("overview", "--quiet-line")
         panel.until_text("the instrument does not answer", ".banner")
         panel.until_text("look whether it runs", ".banner")
+        self.driver.execute_script(axe_source())
+        self.assertEqual(self.found_by_axe(), [])
         panel.instrument.answer(True)
         panel.until("return document.querySelector('.banner').hidden")
+
+    def test_panel_with_a_token_asks_for_it(self):
+        panel = self.panel("--token", "open sesame")
+        self.driver.get(panel.url)
+        panel.until_text("This panel asks for its token", "h1")
+        self.driver.execute_script(axe_source())
+        self.assertEqual(self.found_by_axe(), [])
+        panel.js("document.querySelector('input').value = 'open sesame'")
+        panel.press("Open the panel")
+        panel.until_text("connected", ".chips")
 
     def test_panel_that_goes_is_shown_and_the_page_finds_it_again(self):
         panel = self.opened()
@@ -123,8 +140,7 @@ class Pages(PageTest):
                     if page == "stream":
                         panel.press("Fetch")
                         panel.until("return document.querySelector('.tree [role=treeitem]') !== null")
-                    found = self.driver.execute_async_script("axe.run().then(arguments[0], (error) => arguments[0]({violations: [{id: String(error), nodes: []}]}))")
-                    self.assertEqual([(each["id"], [node["html"][:160] for node in each["nodes"]][:3]) for each in found["violations"]], [])
+                    self.assertEqual(self.found_by_axe(), [])
 
     def test_every_control_is_reached_by_the_keyboard(self):
         panel = self.opened()

@@ -96,6 +96,7 @@ class Instrument:
         self.jobs = 0
         self.ran = []  # words of every command, for tests
         self.pace = options.pace
+        self.token = options.token
         self.pictures = None
         scan = recorded("scan")
         scan["network"] = {"network_id": 65281, "name": "Tessary Test Network", "complete": True, "transport_streams": [
@@ -293,7 +294,11 @@ class Handler(http.server.BaseHTTPRequestHandler):
         query = dict(urllib.parse.parse_qsl(url.query))
         path = url.path
         try:
-            if path == "/api/events":
+            if path == "/" and "token" in query:
+                self.give_cookie(query["token"])
+            elif path.startswith("/api/") and not self.may_ask():
+                self.refuse(401, "the token is missing or wrong")
+            elif path == "/api/events":
                 self.events()
             elif path == "/api/state":
                 self.json({**self.instrument.topics, **self.instrument.logs})
@@ -312,6 +317,20 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 self.file(path)
         except (BrokenPipeError, ConnectionResetError):
             self.close_connection = True
+
+    def may_ask(self):
+        token = self.instrument.token
+        return token is None or f"token={token}" in self.headers.get("Cookie", "")
+
+    def give_cookie(self, token):
+        if token != self.instrument.token:
+            self.refuse(401, "the token is wrong")
+            return
+        self.send_response(303)
+        self.send_header("Location", "/")
+        self.send_header("Set-Cookie", f"token={token}; HttpOnly; SameSite=Strict; Path=/")
+        self.send_header("Content-Length", "0")
+        self.end_headers()
 
     def file(self, path):
         place = DYGRAPHS / path[5:] if path.startswith("/lib/") else WWW / (path.lstrip("/") or "index.html")
@@ -472,6 +491,7 @@ def serve(arguments):
     parser.add_argument("--real", action="store_true")
     parser.add_argument("--quiet-line", action="store_true")
     parser.add_argument("--pace", type=float, default=0.3, help="seconds that a command takes")
+    parser.add_argument("--token", help="that a browser has to give first")
     options = parser.parse_args(arguments)
     instrument = Instrument(options)
     handler = type("OwnHandler", (Handler,), {"instrument": instrument})

@@ -107,7 +107,7 @@ const common = {
         "measure, or end it",
         () => post("/api/measure", {on: !get("measurement")?.measuring}).catch(() => null)
     ],
-    t: ["light, dark, or as the system", () => document.querySelector("[aria-label^=Theme]").click()],
+    t: ["light, dark, or as the system", () => document.querySelector(".theme").click()],
     "?": ["these keys", help],
 };
 

@@ -1,6 +1,6 @@
 // Light, dark, or as the machine has it.
 
-import {el} from "./dom.js";
+import {el, replace} from "./dom.js";
 import {keep, kept} from "./kept.js";
 
 const order = ["auto", "light", "dark"];
@@ -12,12 +12,11 @@ const names = {
 
 /// The button that goes through them; `onChange` is called after each.
 export function themeButton(onChange) {
-    const button = el("button", {type: "button", class: "quiet", title: "t", onclick: () => next()});
+    const button = el("button", {type: "button", class: "quiet theme", title: "t", onclick: () => next()});
     const set = (theme) => {
         document.documentElement.dataset.theme = theme;
         keep("theme", theme);
-        button.textContent = names[theme];
-        button.setAttribute("aria-label", `Theme: ${theme}`);
+        replace(button, el("span", {class: "unseen"}, "Colours: "), names[theme]);
         onChange();
     };
     const next = () => set(order[(order.indexOf(document.documentElement.dataset.theme) + 1) % order.length]);
