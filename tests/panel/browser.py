@@ -15,13 +15,34 @@ import standin
 HERE = pathlib.Path(__file__).resolve().parent
 AXE = HERE.parents[1] / "build" / "panel"  # where npm puts axe-core, which is not part of the tree
 PATIENCE = 60  # seconds after which something that does not come is not waited for any more
-PAGES = ["overview", "stream", "picture", "reception", "recorder", "t2mi", "network", "fpga", "dab", "update", "commands", "line", "desk"]
+PAGES = [
+    "overview",
+    "stream",
+    "picture",
+    "reception",
+    "recorder",
+    "t2mi",
+    "network",
+    "fpga",
+    "dab",
+    "update",
+    "commands",
+    "line",
+    "desk",
+]
 
 
 def start_browser():
     options = webdriver.ChromeOptions()
-    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--hide-scrollbars", "--force-device-scale-factor=1",
-                     "--autoplay-policy=no-user-gesture-required", "--mute-audio"):
+    for argument in (
+        "--headless=new",
+        "--no-sandbox",
+        "--disable-gpu",
+        "--hide-scrollbars",
+        "--force-device-scale-factor=1",
+        "--autoplay-policy=no-user-gesture-required",
+        "--mute-audio",
+    ):
         options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
@@ -37,8 +58,13 @@ def axe_source():
         AXE.mkdir(parents=True, exist_ok=True)
         for name in ("package.json", "package-lock.json"):
             shutil.copy(HERE / name, AXE)
-        subprocess.run(["npm", "ci", "--no-audit", "--no-fund", "--ignore-scripts"], cwd=AXE, check=True, stdout=subprocess.DEVNULL,
-                       stderr=subprocess.DEVNULL)
+        subprocess.run(
+            ["npm", "ci", "--no-audit", "--no-fund", "--ignore-scripts"],
+            cwd=AXE,
+            check=True,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
     return file.read_text(encoding="utf-8")
 
 
@@ -62,8 +88,9 @@ class Panel:
         return f"http://127.0.0.1:{self.server.server_port}/"
 
     def size(self, width, height=900):
-        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
-                                    {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
+        self.driver.execute_cdp_cmd(
+            "Emulation.setDeviceMetricsOverride", {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False}
+        )
 
     def theme(self, name):
         self.js("localStorage.setItem('theme', arguments[0])", name)
@@ -74,8 +101,10 @@ class Panel:
         """The page anew, connected and drawn."""
         self.driver.get("about:blank")
         self.driver.get(f"{self.url}#{page}")
-        self.until("return document.querySelector('.chip')?.textContent.includes('connected')"
-                   " || document.querySelector('.banner')?.hidden === false")
+        self.until(
+            "return document.querySelector('.chip')?.textContent.includes('connected')"
+            " || document.querySelector('.banner')?.hidden === false"
+        )
 
     def go(self, page):
         self.js("location.hash = arguments[0]", page)
@@ -95,23 +124,38 @@ class Panel:
         raise AssertionError(f"never came true: {script} {arguments}; the page says: {self.text()[:1500]}")
 
     def text(self, selector="body"):
-        return self.js("return [...document.querySelectorAll(arguments[0])].map((each) => each.innerText).join('\\n')", selector)
+        return self.js(
+            "return [...document.querySelectorAll(arguments[0])].map((each) => each.innerText).join('\\n')", selector
+        )
 
     def until_text(self, text, selector="body"):
-        return self.until("return [...document.querySelectorAll(arguments[0])].some((each) => each.innerText.includes(arguments[1]))", selector, text)
+        return self.until(
+            "return [...document.querySelectorAll(arguments[0])].some((each) => each.innerText.includes(arguments[1]))",
+            selector,
+            text,
+        )
 
     def press(self, label, scope="body"):
         """Clicks the visible button of this label."""
-        self.until("""const it = [...document.querySelectorAll(`${arguments[0]} button, ${arguments[0]} .button`)]
+        self.until(
+            """const it = [...document.querySelectorAll(`${arguments[0]} button, ${arguments[0]} .button`)]
             .find((each) => each.offsetParent !== null && (each.getAttribute('aria-label') ?? each.innerText) === arguments[1]);
-            it?.click(); return it !== undefined;""", scope, label)
+            it?.click(); return it !== undefined;""",
+            scope,
+            label,
+        )
 
     def complaints(self):
         """What the browser's console has of the page's faults, and of violations of its content security policy."""
         return [entry["message"] for entry in self.driver.get_log("browser") if entry["level"] == "SEVERE"]
 
     def picture(self, path, full=False):
-        width, height, top = self.js("return arguments[0] ? [innerWidth, document.documentElement.scrollHeight, 0] : [innerWidth, innerHeight, scrollY]", full)
-        shot = self.driver.execute_cdp_cmd("Page.captureScreenshot", {
-            "captureBeyondViewport": full, "clip": {"x": 0, "y": top, "width": width, "height": height, "scale": 1}})
+        width, height, top = self.js(
+            "return arguments[0] ? [innerWidth, document.documentElement.scrollHeight, 0] : [innerWidth, innerHeight, scrollY]",
+            full,
+        )
+        shot = self.driver.execute_cdp_cmd(
+            "Page.captureScreenshot",
+            {"captureBeyondViewport": full, "clip": {"x": 0, "y": top, "width": width, "height": height, "scale": 1}},
+        )
         pathlib.Path(path).write_bytes(base64.b64decode(shot["data"]))

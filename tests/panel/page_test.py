@@ -46,7 +46,9 @@ class PageTest(unittest.TestCase):
 
     def found_by_axe(self):
         """What axe-core, which is in the page by then, finds: rule and some of the places."""
-        found = self.driver.execute_async_script("axe.run().then(arguments[0], (error) => arguments[0]({violations: [{id: String(error), nodes: []}]}))")
+        found = self.driver.execute_async_script(
+            "axe.run().then(arguments[0], (error) => arguments[0]({violations: [{id: String(error), nodes: []}]}))"
+        )
         return [(each["id"], [node["html"][:160] for node in each["nodes"]][:3]) for each in found["violations"]]
 
 
@@ -147,12 +149,23 @@ class Pages(PageTest):
         for page in PAGES:
             with self.subTest(page=page):
                 panel.go(page)
-                panel.js("document.querySelectorAll('details').forEach((each, at) => { each.open = at === 0; }); document.activeElement.blur()")
-                wanted = panel.js(f"window.wanted = (() => {{ {CONTROLS} }})(); window.reached = new Set(); return window.wanted.length")
+                panel.js(
+                    "document.querySelectorAll('details').forEach((each, at) => { each.open = at === 0; });"
+                    "document.activeElement.blur()"
+                )
+                wanted = panel.js(
+                    f"window.wanted = (() => {{ {CONTROLS} }})(); window.reached = new Set(); return window.wanted.length"
+                )
                 for _ in range(wanted + 40):
                     self.key(Keys.TAB)
                     panel.js("window.reached.add(document.activeElement)")
-                self.assertEqual(panel.js("return window.wanted.filter((each) => !window.reached.has(each)).map((each) => each.outerHTML.slice(0, 120))"), [])
+                self.assertEqual(
+                    panel.js(
+                        "return window.wanted.filter((each) => !window.reached.has(each))"
+                        ".map((each) => each.outerHTML.slice(0, 120))"
+                    ),
+                    [],
+                )
 
     def test_keys_lead_to_pages_and_are_listed(self):
         panel = self.opened()
@@ -193,7 +206,10 @@ class Pages(PageTest):
 class StreamPage(PageTest):
     def test_server_of_each_protocol_is_set_and_scanned(self):
         panel = self.opened("stream")
-        panel.js("const [protocol] = document.querySelectorAll('.page.stream select'); protocol.value = 'rtp+t2mi'; protocol.dispatchEvent(new Event('change'))")
+        panel.js(
+            "const [protocol] = document.querySelectorAll('.page.stream select'); protocol.value = 'rtp+t2mi';"
+            "protocol.dispatchEvent(new Event('change'))"
+        )
         panel.press("Only set it")
         panel.until_text("the next scan or play uses it", ".page.stream")
         self.assertEqual(panel.instrument.ran[-1], ["server", "rtp+t2mi://239.0.0.1:1234?pid=4096&plp=1"])
@@ -213,7 +229,9 @@ class StreamPage(PageTest):
         panel = self.opened("stream")
         panel.press("Fetch")
         panel.until("return document.querySelector('.tree [role=treeitem]') !== null")
-        panel.js("[...document.querySelectorAll('.tree .node')].find((each) => each.innerText.includes('section_length')).click()")
+        panel.js(
+            "[...document.querySelectorAll('.tree .node')].find((each) => each.innerText.includes('section_length')).click()"
+        )
         self.assertEqual(panel.text(".hex .pairs .marked").split(), ["f0", "a1"])
         panel.js("document.querySelectorAll('.hex .pairs span')[0].click()")
         self.assertIn("table_id", panel.text(".tree [aria-selected=true]"))
@@ -230,15 +248,19 @@ class ReceptionPage(PageTest):
 
     def test_time_without_rows_is_neither_a_line_nor_an_absence(self):
         panel = self.opened("reception")
-        rows, absences = self.driver.execute_async_script("""import('/app/history.js').then(async ({History}) => {
-            const answer = {columns: ['time', 'present', 'bit_rate'], rows: [[100, 0, null], [101, 0, null], [200, 1, 5], [201, 1, 5]]};
+        rows, absences = self.driver.execute_async_script(
+            """import('/app/history.js').then(async ({History}) => {
+            const rows = [[100, 0, null], [101, 0, null], [200, 1, 5], [201, 1, 5]];
+            const answer = {columns: ['time', 'present', 'bit_rate'], rows};
             const fetched = window.fetch;
             window.fetch = async () => new Response(JSON.stringify(answer), {headers: {'Content-Type': 'application/json'}});
             const history = new History(300);
             await history.load(new Date(0), new Date(300000));
             window.fetch = fetched;
-            arguments[0]([history.rows.map((row) => [+row[0], row[1], row[2]]), history.absences().map((pair) => pair.map(Number))]);
-        })""")
+            arguments[0]([history.rows.map((row) => [+row[0], row[1], row[2]]),
+                history.absences().map((pair) => pair.map(Number))]);
+        })"""
+        )
         self.assertEqual(rows, [[100000, 0, None], [101000, 0, None], [101001, None, None], [200000, 1, 5], [201000, 1, 5]])
         self.assertEqual(absences, [[100000, 101001]])
         self.assertEqual(panel.complaints(), [])
@@ -264,7 +286,9 @@ class ReceptionPage(PageTest):
         ActionChains(self.driver).send_keys("0").perform()
         panel.until_text("Pause", "[title=p]")
         plot = self.driver.find_element("css selector", ".page.reception .plots .plot")
-        ActionChains(self.driver).move_to_element_with_offset(plot, -50, 0).click_and_hold().move_by_offset(60, 0).move_by_offset(60, 0).release().perform()
+        ActionChains(self.driver).move_to_element_with_offset(plot, -50, 0).click_and_hold().move_by_offset(
+            60, 0
+        ).move_by_offset(60, 0).release().perform()
         panel.until_text("Back to now", "[title=p]")
 
     def test_course_is_offered_as_csv_of_the_window(self):
@@ -296,7 +320,10 @@ class LinePage(PageTest):
         panel = self.opened("line")
         panel.until_text("HELLO !..", ".log")
         self.assertIn("48 45 4c 4c 4f", panel.text(".log"))
-        panel.js("const it = document.querySelector('.page.line input'); it.value = '48 45 4c 4c'; it.dispatchEvent(new Event('input'))")
+        panel.js(
+            "const it = document.querySelector('.page.line input'); it.value = '48 45 4c 4c';"
+            "it.dispatchEvent(new Event('input'))"
+        )
         panel.until("return document.querySelectorAll('.logtable tr').length === 1")
 
     def test_questions_of_every_second_can_be_left_out(self):
@@ -333,7 +360,9 @@ class DeskPage(PageTest):
         panel.until_text("does not run", ".page.desk")
         panel.press("Set", ".page.desk")
         panel.until_text("set", ".page.desk .outcome")
-        self.assertEqual(sorted(panel.instrument.desk["dab"]), ["answer_after_s", "die_at", "never_opens", "open_after_s", "pieces"])
+        self.assertEqual(
+            sorted(panel.instrument.desk["dab"]), ["answer_after_s", "die_at", "never_opens", "open_after_s", "pieces"]
+        )
         panel.press("smcroute real again")
         panel.until_text("All programs behave as they are", ".page.desk")
 
@@ -342,10 +371,17 @@ class CommandsPage(PageTest):
     def test_all_rows_of_the_protocol_are_described_and_can_be_typed(self):
         panel = self.opened("commands")
         self.assertEqual(panel.js("return document.querySelectorAll('.command').length"), 34)
-        undescribed = panel.js("return [...document.querySelectorAll('.command')].filter((each) => each.querySelector('.about').textContent.length < 60).length")
+        undescribed = panel.js(
+            "return [...document.querySelectorAll('.command .about')].filter((each) => each.textContent.length < 60).length"
+        )
         self.assertEqual(undescribed, 0)
         for row in range(1, 35):
-            self.assertTrue(panel.js(f"document.querySelector('[data-key=tool-{row}]').click(); return document.querySelector('.commands input.mono').value"))
+            self.assertTrue(
+                panel.js(
+                    f"document.querySelector('[data-key=tool-{row}]').click();"
+                    "return document.querySelector('.commands input.mono').value"
+                )
+            )
         panel.js("document.querySelector('.commands input.mono').value = 'ping 192.168.77.1'")
         panel.press("Run")
         panel.until_text("192.168.77.1", ".page.commands .outcome")
@@ -354,20 +390,45 @@ class CommandsPage(PageTest):
         subprocess.run([TREE / "client" / "panel" / "make-rows", "--check"], check=True)
 
     def test_line_is_taken_apart_as_a_shell_does(self):
-        panel = self.opened("commands")
-        words = self.driver.execute_async_script("""import('/app/words.js').then(({ wordsOf }) => arguments[0]([
-            wordsOf("tessaryctl raw 'a b' \\"c\\\\\\"d\\" e\\\\ f"), wordsOf("  play   2 "), wordsOf("raw ''")]))""")
+        self.opened("commands")
+        words = self.driver.execute_async_script(
+            """import('/app/words.js').then(({ wordsOf }) => arguments[0]([
+            wordsOf("tessaryctl raw 'a b' \\"c\\\\\\"d\\" e\\\\ f"), wordsOf("  play   2 "), wordsOf("raw ''")]))"""
+        )
         self.assertEqual(words, [["raw", "a b", 'c"d', "e f"], ["play", "2"], ["raw", ""]])
 
 
 class Quantities(PageTest):
     def test_are_written_as_tessaryctl_writes_them(self):
         panel = self.opened()
-        said = self.driver.execute_async_script("""import('/app/units.js').then((u) => arguments[0]([u.bitRateText(5159708), u.bitRateText(999.4), u.bitRateText(99960000),
-            u.byteCount(18800000), u.byteCount(12), u.microsecondsText(2105), u.microsecondsText(998), u.pidText(257), u.durationText(3725), u.durationText(65),
-            u.countText(1234567), u.withoutZeros('5.00 Mbit/s'), u.withoutZeros('10 ms'), u.withoutZeros('2.50 ms'), u.bitRateText(null)]))""")
-        self.assertEqual(said, ["5.16 Mbit/s", "999 bit/s", "100 Mbit/s", "18.8 MB", "12 bytes", "2.10 ms", "998 µs", "257 (0x101)", "1:02:05", "1:05",
-                                "1,234,567", "5 Mbit/s", "10 ms", "2.5 ms", "–"])
+        said = self.driver.execute_async_script(
+            """import('/app/units.js').then((u) => arguments[0]([
+            u.bitRateText(5159708), u.bitRateText(999.4), u.bitRateText(99960000),
+            u.byteCount(18800000), u.byteCount(12), u.microsecondsText(2105), u.microsecondsText(998), u.pidText(257),
+            u.durationText(3725), u.durationText(65),
+            u.countText(1234567), u.withoutZeros('5.00 Mbit/s'), u.withoutZeros('10 ms'), u.withoutZeros('2.50 ms'),
+            u.bitRateText(null)]))"""
+        )
+        self.assertEqual(
+            said,
+            [
+                "5.16 Mbit/s",
+                "999 bit/s",
+                "100 Mbit/s",
+                "18.8 MB",
+                "12 bytes",
+                "2.10 ms",
+                "998 µs",
+                "257 (0x101)",
+                "1:02:05",
+                "1:05",
+                "1,234,567",
+                "5 Mbit/s",
+                "10 ms",
+                "2.5 ms",
+                "–",
+            ],
+        )
         self.assertIsNotNone(panel)
 
 

@@ -64,24 +64,48 @@ class Session(unittest.TestCase):
 
     @classmethod
     def start_instrument(cls):
-        cls.instrument = subprocess.Popen([TREE / "bench" / "hardware", "--build", BUILD, "--run-dir", cls.run_dir], stdout=subprocess.PIPE,
-                                          stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL, text=True)
+        cls.instrument = subprocess.Popen(
+            [TREE / "bench" / "hardware", "--build", BUILD, "--run-dir", cls.run_dir],
+            stdout=subprocess.PIPE,
+            stderr=subprocess.DEVNULL,
+            stdin=subprocess.DEVNULL,
+            text=True,
+        )
         cls.addClassCleanup(cls.end_instrument)
         line_of(cls.instrument, lambda line: line == "ready\n")
 
     @classmethod
     def end_instrument(cls):
-        subprocess.run([TREE / "bench" / "instrument", "stop", "--run-dir", cls.run_dir], stdout=subprocess.DEVNULL, check=False)
+        subprocess.run(
+            [TREE / "bench" / "instrument", "stop", "--run-dir", cls.run_dir], stdout=subprocess.DEVNULL, check=False
+        )
         cls.instrument.wait()
         cls.instrument.stdout.close()
 
     @classmethod
     def start_panel(cls):
         environment = {**os.environ, "XDG_STATE_HOME": str(cls.folder / "state")}
-        cls.program = subprocess.Popen([BUILD / "bin" / "tessary-panel", "--port", cls.run_dir / "controller", "--listen", "127.0.0.1:0",
-                                        "--instrument", TREE / "bench" / "instrument", "--sender", BUILD / "bench" / "sender" / "tessary-send",
-                                        "--streams", TREE / "build" / "streams", "--page", TREE / "client" / "panel" / "www"],
-                                       stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, text=True, env=environment)
+        cls.program = subprocess.Popen(
+            [
+                BUILD / "bin" / "tessary-panel",
+                "--port",
+                cls.run_dir / "controller",
+                "--listen",
+                "127.0.0.1:0",
+                "--instrument",
+                TREE / "bench" / "instrument",
+                "--sender",
+                BUILD / "bench" / "sender" / "tessary-send",
+                "--streams",
+                TREE / "build" / "streams",
+                "--page",
+                TREE / "client" / "panel" / "www",
+            ],
+            stdout=subprocess.PIPE,
+            stdin=subprocess.DEVNULL,
+            text=True,
+            env=environment,
+        )
         cls.addClassCleanup(cls.end_panel)
         cls.url = line_of(cls.program, lambda line: line.startswith("http://")).rstrip("/") + "/"
 
@@ -93,15 +117,26 @@ class Session(unittest.TestCase):
 
     def test_session(self):
         """One after another, as a person goes through it: each step needs what the one before has brought."""
-        for step in (self.start_sender, self.scan, self.take_table_apart, self.play, self.look, self.measure, self.ping, self.type_command,
-                     self.lose_and_find_the_daemon):
+        for step in (
+            self.start_sender,
+            self.scan,
+            self.take_table_apart,
+            self.play,
+            self.look,
+            self.measure,
+            self.ping,
+            self.type_command,
+            self.lose_and_find_the_daemon,
+        ):
             with self.subTest(step=step.__name__):
                 step()
         self.assertEqual(self.panel.complaints(), [])
 
     def start_sender(self):
         self.panel.go("desk")
-        self.panel.until("const it = document.querySelector('.page.desk select'); it.value = 'demo.ts'; return it.value === 'demo.ts'")
+        self.panel.until(
+            "const it = document.querySelector('.page.desk select'); it.value = 'demo.ts'; return it.value === 'demo.ts'"
+        )
         self.panel.press("Start sender")
         self.panel.until_text("sends", ".page.desk table")
 
@@ -134,7 +169,9 @@ class Session(unittest.TestCase):
 
     def ping(self):
         self.panel.go("network")
-        self.panel.js("[...document.querySelectorAll('.page.network input')].find((each) => each.required).value = '192.168.77.1'")
+        self.panel.js(
+            "[...document.querySelectorAll('.page.network input')].find((each) => each.required).value = '192.168.77.1'"
+        )
         self.panel.press("Ping from the instrument")
         self.panel.until_text("3 of 3 answered", ".page.network")
 

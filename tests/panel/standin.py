@@ -3,10 +3,10 @@
 
 usage: standin.py [--port N] [--hostile] [--real] [--quiet-line] [--pace SECONDS]
 
-It listens on 127.0.0.1 (a free port without --port) and prints the URL. What is ordered of it changes its state as an instrument
-would: measuring begins and ends, senders come and go, commands run for a moment. --hostile puts HTML and scripts into the names of
-the stream, --real says that the instrument is no virtual one, --quiet-line begins with an instrument that does not answer.
-A test turns these while it runs: POST /test with {"answers": false}, {"busy": "export"}, {"end": status} and so on.
+It listens on 127.0.0.1 (a free port without --port) and prints the URL. What is ordered of it changes its state as an
+instrument would: measuring begins and ends, senders come and go, commands run for a moment. --hostile puts HTML and scripts
+into the names of the stream, --real says that the instrument is no virtual one, --quiet-line begins with an instrument that does not answer.
+A test turns these while it runs: POST /test with {"answers": false}, {"busy": "export"}, {"idle": true} and so on.
 """
 
 import argparse
@@ -27,11 +27,29 @@ import urllib.parse
 HERE = pathlib.Path(__file__).resolve().parent
 WWW = HERE.parents[1] / "client" / "panel" / "www"
 DYGRAPHS = pathlib.Path("/usr/share/javascript/dygraphs")
-TYPES = {".html": "text/html; charset=utf-8", ".js": "text/javascript; charset=utf-8", ".css": "text/css; charset=utf-8", ".svg": "image/svg+xml"}
-POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob: data:; media-src 'self' blob:; font-src 'self'; "
-          "connect-src 'self'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'")
+TYPES = {
+    ".html": "text/html; charset=utf-8",
+    ".js": "text/javascript; charset=utf-8",
+    ".css": "text/css; charset=utf-8",
+    ".svg": "image/svg+xml",
+}
+POLICY = (
+    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob: data:; media-src 'self' blob:; "
+    "font-src 'self'; "
+    "connect-src 'self'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'"
+)
 HOSTILE = "<img src=x onerror=document.title='owned'><script>document.title='owned'</script>"
-COLUMNS = ["time", "present", "bit_rate", "delay_factor_ms", "continuity_errors", "iat_median_us", "iat_p95_us", "iat_p99_us", "iat_longest_us"]
+COLUMNS = [
+    "time",
+    "present",
+    "bit_rate",
+    "delay_factor_ms",
+    "continuity_errors",
+    "iat_median_us",
+    "iat_p95_us",
+    "iat_p99_us",
+    "iat_longest_us",
+]
 RATE, CHANNELS = 48000, 2
 
 
@@ -44,11 +62,15 @@ def lines_of(name):
 
 
 def iso(seconds=None):
-    return datetime.datetime.fromtimestamp(time.time() if seconds is None else seconds).astimezone().isoformat(timespec="milliseconds")
+    return (
+        datetime.datetime.fromtimestamp(time.time() if seconds is None else seconds)
+        .astimezone()
+        .isoformat(timespec="milliseconds")
+    )
 
 
 def history_row(second):
-    """What was measured in this second of the Unix time: the same at each question. Every 20 minutes the stream is away for a while."""
+    """What was measured in this second: the same at each question. Every 20 minutes the stream is away for a while."""
     chance = random.Random(second)
     phase = second % 1200
     if 500 <= phase < 525:
@@ -56,8 +78,17 @@ def history_row(second):
     rate = 5159000 + 40000 * math.sin(second / 40) + chance.gauss(0, 9000)
     errors = chance.choice([1, 2, 4]) if 300 <= phase < 320 else 0
     longest = 6500 + abs(chance.gauss(0, 1500)) + (9000 if 300 <= phase < 320 else 0)
-    return [second, 1, round(rate), 2 + (phase % 97 == 0) + 3 * (300 <= phase < 320), errors,
-            round(2105 + chance.gauss(0, 6)), round(3150 + chance.gauss(0, 120)), round(4700 + chance.gauss(0, 300)), round(longest)]
+    return [
+        second,
+        1,
+        round(rate),
+        2 + (phase % 97 == 0) + 3 * (300 <= phase < 320),
+        errors,
+        round(2105 + chance.gauss(0, 6)),
+        round(3150 + chance.gauss(0, 120)),
+        round(4700 + chance.gauss(0, 300)),
+        round(longest),
+    ]
 
 
 def node(name, value, offset, length, children=()):
@@ -70,20 +101,62 @@ def sdt_tree(data):
     services, at = [], 11
     while at < 3 + length - 4:
         loop = (data[at + 3] & 0xF) << 8 | data[at + 4]
-        parts, inside = [node("service_id", data[at] << 8 | data[at + 1], at, 2), node("running_status", data[at + 3] >> 5, at + 3, 1)], at + 5
+        parts, inside = [
+            node("service_id", data[at] << 8 | data[at + 1], at, 2),
+            node("running_status", data[at + 3] >> 5, at + 3, 1),
+        ], at + 5
         while inside < at + 5 + loop:
             size = data[inside + 1]
-            text = data[inside + 2:inside + 2 + size][3:].decode("latin-1")
-            parts.append(node(f"descriptor 0x{data[inside]:02x}", text, inside, 2 + size,
-                              [node("descriptor_tag", f"0x{data[inside]:02x}", inside, 1), node("descriptor_length", size, inside + 1, 1)]))
+            text = data[inside + 2 : inside + 2 + size][3:].decode("latin-1")
+            parts.append(
+                node(
+                    f"descriptor 0x{data[inside]:02x}",
+                    text,
+                    inside,
+                    2 + size,
+                    [
+                        node("descriptor_tag", f"0x{data[inside]:02x}", inside, 1),
+                        node("descriptor_length", size, inside + 1, 1),
+                    ],
+                )
+            )
             inside += 2 + size
         name = next((part["value"] for part in parts if part["name"] == "descriptor 0x48"), "")
         services.append(node("service", name, at, 5 + loop, parts))
         at += 5 + loop
-    return [node("SDT section", None, 0, 3 + length, [
-        node("table_id", "0x42 (actual transport stream)", 0, 1), node("section_length", length, 1, 2),
-        node("transport_stream_id", data[3] << 8 | data[4], 3, 2), node("version_number", data[5] >> 1 & 31, 5, 1),
-        node("services", len(services), 11, length - 12, services), node("CRC_32", data[3 + length - 4:3 + length].hex(), length - 1, 4)])]
+    return [
+        node(
+            "SDT section",
+            None,
+            0,
+            3 + length,
+            [
+                node("table_id", "0x42 (actual transport stream)", 0, 1),
+                node("section_length", length, 1, 2),
+                node("transport_stream_id", data[3] << 8 | data[4], 3, 2),
+                node("version_number", data[5] >> 1 & 31, 5, 1),
+                node("services", len(services), 11, length - 12, services),
+                node("CRC_32", data[3 + length - 4 : 3 + length].hex(), length - 1, 4),
+            ],
+        )
+    ]
+
+
+def line_entry(entry, moment):
+    return {"time": iso(moment), "direction": "to" if entry["dir"] == "to_daemon" else "from", "hex": entry["hex"]}
+
+
+def logs():
+    """What has been noted by now, in the topics that grow."""
+    now = time.time()
+    line = [line_entry(json.loads(text), now - 20 + at / 5) for at, text in enumerate(lines_of("line.jsonl"))]
+    commands = [dict(entry, time=iso(entry["wall"])) for entry in map(json.loads, lines_of("commands.jsonl"))]
+    said = [{"time": iso(now - 30 + at / 3), "text": text} for at, text in enumerate(lines_of("daemon.log"))]
+    marks = [
+        {"time": iso(now - 210), "text": "server udp://239.0.0.1:1234"},
+        {"time": iso(now - 95), "text": "sender: 3 continuity errors a second"},
+    ]
+    return {"marks": marks, "line_log": line, "commands": commands, "daemon_log": said}
 
 
 class Instrument:
@@ -99,42 +172,34 @@ class Instrument:
         self.token = options.token
         self.pictures = None
         scan = recorded("scan")
-        scan["network"] = {"network_id": 65281, "name": "Tessary Test Network", "complete": True, "transport_streams": [
-            {"transport_stream_id": 1, "original_network_id": 65281, "services": [{"service_id": n, "type": 1} for n in (1, 2, 3)],
-             "delivery": [{"system": "DVB-T2", "frequencies_hz": [514000000], "modulation": None, "bandwidth_hz": 8000000, "plp": 1,
-                           "guard_interval": "1/16", "transmission_mode": "32k"}],
-             "logical_channels": [{"service_id": n, "number": 10 + n, "visible": True, "simulcast": False} for n in (1, 2, 3)]}]}
-        for at, service in enumerate(scan["services"]):
-            service["logical_channel"] = 11 + at
-        scan["services"] += [dict(service, service_id=service["service_id"] + 100) for service in recorded("scan-services")["services"]]
         if options.hostile:
             for service in scan["services"]:
                 service["name"] = service["provider"] = HOSTILE
             scan["network"]["name"] = HOSTILE
         self.scan = scan
-        self.set("panel", {"version": "1.4.0", "allows": {"command": False, "update": False}, "upload_limit_bytes": 64_000_000})
-        self.set("line", {"port": "/run/tessary-instrument/controller", "open": True, "answers": True, "error": None, "remedy": None, "since": iso()})
-        self.set("instrument", {"version": "mx8 1.4", "software": "mx8 1.4", "fpga": {"built": "2021-05-05T04:52:47", "configured": True, "problem": None},
-                                "server": "udp://239.0.0.1:1234", "server_time": iso(), "interface": recorded("interface-status"), "player": "stopped",
-                                "virtual": not options.real})
+        self.set(
+            "panel", {"version": "1.4.0", "allows": {"command": False, "update": False}, "upload_limit_bytes": 64_000_000}
+        )
+        self.set(
+            "line",
+            {
+                "port": "/run/tessary-instrument/controller",
+                "open": True,
+                "answers": True,
+                "error": None,
+                "remedy": None,
+                "since": iso(),
+            },
+        )
+        self.set("instrument", {**recorded("instrument"), "server_time": iso(), "virtual": not options.real})
         self.set("stream", scan)
         self.set("play", None)
         self.set("recorder", {"recording": False, "bytes": 18_800_000})
         self.set("job", {"running": None, "waiting": []})
-        now = time.time()
         self.set("arrivals", {"times_us": recorded("iat")["times_us"], "histogram": recorded("iat")["histogram"]})
-        self.logs = {"marks": [{"time": iso(now - 210), "text": "server udp://239.0.0.1:1234"},
-                               {"time": iso(now - 95), "text": "sender: 3 continuity errors a second"}],
-                     "line_log": [{"time": iso(now - 20 + at / 5), "direction": "to" if entry["dir"] == "to_daemon" else "from", "hex": entry["hex"]}
-                                  for at, entry in enumerate(map(json.loads, lines_of("line.jsonl")))],
-                     "commands": [dict(entry, time=iso(entry["wall"])) for entry in map(json.loads, lines_of("commands.jsonl"))],
-                     "daemon_log": [{"time": iso(now - 30 + at / 3), "text": text} for at, text in enumerate(lines_of("daemon.log"))]}
-        self.desk = {"streams": [{"file": "demo.ts", "bytes": 12_900_000, "about": "three television programs"}, {"file": "services.ts", "bytes": 4_200_000, "about": "radio and others"},
-                                 {"file": "demo-t2mi.ts", "bytes": 15_100_000, "about": "T2-MI, PID 4096"}],
-                     "senders": [{"id": 1, "file": "demo.ts", "url": "udp://239.0.0.1:1234", "bit_rate": None, "cc_errors_per_second": 0, "running": True, "since": iso(), "said": ""}],
-                     "link": {"up": True}, "daemon": {"running": True, "pid": 4711}, "knobs": {"configured": "1", "done-stuck": "0", "export-rate": "-1"},
-                     "behaviours": [{"program": "smcroute", "when": "-j", "status": 1, "stderr": "No such device", "times": 2}],
-                     "dab": {"open_after_s": 2, "never_opens": False, "answer_after_s": 0, "pieces": [], "die_at": 0}, "card": {"bytes": 268_000_000, "free": 249_000_000}}
+        self.logs = logs()
+        self.desk = recorded("desk")
+        self.desk["senders"][0]["since"] = iso()
         self.set_measuring(False)
         if options.quiet_line:
             self.answer(False)
@@ -154,22 +219,48 @@ class Instrument:
             self.tell(topic, [entry])
 
     def answer(self, answers):
-        trouble = {} if answers else {"error": "the instrument does not answer", "remedy": "look whether it runs and the cable is plugged in"}
-        self.set("line", {**self.topics["line"], "answers": answers, "error": None, "remedy": None, "since": iso(), **trouble})
+        trouble = (
+            {}
+            if answers
+            else {"error": "the instrument does not answer", "remedy": "look whether it runs and the cable is plugged in"}
+        )
+        self.set(
+            "line", {**self.topics["line"], "answers": answers, "error": None, "remedy": None, "since": iso(), **trouble}
+        )
 
     def set_measuring(self, on):
-        value = {"time": iso(), "measuring": on, "state": "absent", "link": True if on else None, "figures": None, "since_start": None, "inter_arrival": None}
+        value = {
+            "time": iso(),
+            "measuring": on,
+            "state": "absent",
+            "link": True if on else None,
+            "figures": None,
+            "since_start": None,
+            "inter_arrival": None,
+        }
         if on:
             second = int(time.time())
             row = dict(zip(COLUMNS, history_row(second)))
             base = recorded("measure")
             if row["present"]:
-                value.update(state="valid", since_start=dict(base["since_start"], periods=second % 3600, continuity_errors=17),
-                             figures={**{key: base[key] for key in base if key not in ("since_start", "inter_arrival", "time")},
-                                      "bit_rate": row["bit_rate"], "delay_factor_ms": row["delay_factor_ms"], "continuity_errors": row["continuity_errors"],
-                                      "received_bit_rate": row["bit_rate"] + 210000},
-                             inter_arrival={**base["inter_arrival"], "median_us": row["iat_median_us"], "percentile_95_us": row["iat_p95_us"],
-                                            "percentile_99_us": row["iat_p99_us"], "longest_us": row["iat_longest_us"]})
+                value.update(
+                    state="valid",
+                    since_start=dict(base["since_start"], periods=second % 3600, continuity_errors=17),
+                    figures={
+                        **{key: base[key] for key in base if key not in ("since_start", "inter_arrival", "time")},
+                        "bit_rate": row["bit_rate"],
+                        "delay_factor_ms": row["delay_factor_ms"],
+                        "continuity_errors": row["continuity_errors"],
+                        "received_bit_rate": row["bit_rate"] + 210000,
+                    },
+                    inter_arrival={
+                        **base["inter_arrival"],
+                        "median_us": row["iat_median_us"],
+                        "percentile_95_us": row["iat_p95_us"],
+                        "percentile_99_us": row["iat_p99_us"],
+                        "longest_us": row["iat_longest_us"],
+                    },
+                )
         self.set("measurement", value)
 
     def run(self, words, who):
@@ -189,7 +280,14 @@ class Instrument:
         began = time.time()
         time.sleep(self.pace)
         result = self.result(job["words"])
-        done = {**job, "status": 2 if "error" in result else 0, "seconds": time.time() - began, "result": result, "remarks": [], "ended": iso()}
+        done = {
+            **job,
+            "status": 2 if "error" in result else 0,
+            "seconds": time.time() - began,
+            "result": result,
+            "remarks": [],
+            "ended": iso(),
+        }
         self.set("job", {**self.topics["job"], "running": None})
         with self.lock:
             self.tell("done", done)
@@ -197,7 +295,11 @@ class Instrument:
     def result(self, words):
         command, rest = words[0], words[1:]
         if command == "play":
-            play = {**recorded("play"), "program": int(rest[0]), "name": next((each["name"] for each in self.scan["services"] if each["service_id"] == int(rest[0])), None)}
+            play = {
+                **recorded("play"),
+                "program": int(rest[0]),
+                "name": next((each["name"] for each in self.scan["services"] if each["service_id"] == int(rest[0])), None),
+            }
             self.set_measuring(False)
             self.set("instrument", {**self.topics["instrument"], "player": "running"})
             self.set("play", play)
@@ -227,8 +329,19 @@ class Instrument:
         if "topic" in order:
             self.set(order["topic"], order["value"])
         if "busy" in order:
-            self.set("job", {"running": {"id": 900, "words": order["busy"].split(), "who": "the test", "since": iso(), "progress": {"text": "40 of 100 MB", "share": 0.4}},
-                             "waiting": [{"id": 901, "words": ["ping", "192.168.77.1"], "who": "another", "since": iso()}]})
+            self.set(
+                "job",
+                {
+                    "running": {
+                        "id": 900,
+                        "words": order["busy"].split(),
+                        "who": "the test",
+                        "since": iso(),
+                        "progress": {"text": "40 of 100 MB", "share": 0.4},
+                    },
+                    "waiting": [{"id": 901, "words": ["ping", "192.168.77.1"], "who": "another", "since": iso()}],
+                },
+            )
         if "idle" in order:
             self.set("job", {"running": None, "waiting": []})
 
@@ -239,10 +352,21 @@ class Instrument:
             if self.topics["measurement"]["measuring"] and self.topics["line"]["answers"]:
                 self.set_measuring(True)
                 self.log("line_log", {"time": iso(), "direction": "to", "hex": b"getethernetmes?\n".hex()})
-                self.log("line_log", {"time": iso(), "direction": "from", "hex": "0100000000127a0007000000000000000000bc00000007000000"})
+                self.log(
+                    "line_log",
+                    {"time": iso(), "direction": "from", "hex": "0100000000127a0007000000000000000000bc00000007000000"},
+                )
                 times = [round(abs(random.gauss(2105, 600))) for _ in range(1024)]
                 width = (max(times) - min(times)) // 20 + 1
-                bars = [{"from_us": min(times) + at * width, "to_us": min(times) + (at + 1) * width, "count": 0, "outliers": False} for at in range(20)]
+                bars = [
+                    {
+                        "from_us": min(times) + at * width,
+                        "to_us": min(times) + (at + 1) * width,
+                        "count": 0,
+                        "outliers": False,
+                    }
+                    for at in range(20)
+                ]
                 for each in times:
                     bars[(each - min(times)) // width]["count"] += 1
                 self.set("arrivals", {"times_us": times, "histogram": bars})
@@ -251,8 +375,29 @@ class Instrument:
         """Some seconds of a test picture, made once."""
         with self.lock:
             if self.pictures is None:
-                made = subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", "smptebars=size=720x576:rate=12", "-frames:v", "36", "-f", "image2pipe", "-c:v", "mjpeg",
-                                       "-q:v", "4", "-"], stdout=subprocess.PIPE, check=True, stdin=subprocess.DEVNULL).stdout
+                made = subprocess.run(
+                    [
+                        "ffmpeg",
+                        "-v",
+                        "error",
+                        "-f",
+                        "lavfi",
+                        "-i",
+                        "smptebars=size=720x576:rate=12",
+                        "-frames:v",
+                        "36",
+                        "-f",
+                        "image2pipe",
+                        "-c:v",
+                        "mjpeg",
+                        "-q:v",
+                        "4",
+                        "-",
+                    ],
+                    stdout=subprocess.PIPE,
+                    check=True,
+                    stdin=subprocess.DEVNULL,
+                ).stdout
                 self.pictures = [b"\xff\xd8" + part for part in made.split(b"\xff\xd8")[1:]]
             return self.pictures
 
@@ -310,7 +455,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
             elif path == "/api/desk":
                 self.json(self.instrument.desk)
             elif path == "/api/display.json":
-                self.json({"width": 720, "height": 576, "pictures_per_second": 12, "video": "MPEG-2", "audio": "MPEG-1 layer 2"})
+                self.json(
+                    {"width": 720, "height": 576, "pictures_per_second": 12, "video": "MPEG-2", "audio": "MPEG-1 layer 2"}
+                )
             elif path in ("/api/display", "/api/sound"):
                 self.flow(self.display if path == "/api/display" else self.sound)
             else:
@@ -377,7 +524,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         at = 0
         while True:
             picture = pictures[at % len(pictures)]
-            self.wfile.write(b"--picture\r\nContent-Type: image/jpeg\r\nContent-Length: %d\r\n\r\n%s\r\n" % (len(picture), picture))
+            self.wfile.write(
+                b"--picture\r\nContent-Type: image/jpeg\r\nContent-Length: %d\r\n\r\n%s\r\n" % (len(picture), picture)
+            )
             at += 1
             time.sleep(1 / 12)
 
@@ -431,7 +580,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         elif part == "knobs":
             desk["knobs"].update(value)
         elif part == "behave":
-            desk["behaviours"] = [each for each in desk["behaviours"] if each["program"] != value["program"]] + ([] if value.get("real") else [value])
+            desk["behaviours"] = [each for each in desk["behaviours"] if each["program"] != value["program"]] + (
+                [] if value.get("real") else [value]
+            )
         elif part == "dab":
             desk["dab"].update(value)
         self.instrument.log("marks", {"time": iso(), "text": f"{part}: {value}"})
