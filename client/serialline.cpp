@@ -1,6 +1,7 @@
 #include "client/serialline.h"
 
 #include "client/lineerror.h"
+#include "client/lockholder.h"
 
 #include <algorithm>
 #include <array>
@@ -68,6 +69,7 @@ SerialLine::SerialLine(SerialLine&& other) noexcept
     : m_path(std::move(other.m_path))
     , m_fd(std::exchange(other.m_fd, -1))
     , m_stop(std::move(other.m_stop))
+    , m_tap(std::move(other.m_tap))
     , m_pending(std::move(other.m_pending))
 {
 }
@@ -79,6 +81,7 @@ SerialLine& SerialLine::operator=(SerialLine&& other) noexcept
         m_path = std::move(other.m_path);
         m_fd = std::exchange(other.m_fd, -1);
         m_stop = std::move(other.m_stop);
+        m_tap = std::move(other.m_tap);
         m_pending = std::move(other.m_pending);
     }
     return *this;
@@ -140,9 +143,12 @@ void SerialLine::write(std::string_view bytes, Milliseconds timeout)
         if (!waitFor(POLLOUT, deadline))
             throwTimedOut("room for " + std::to_string(bytes.size()) + " more bytes to send", timeout);
         const ssize_t written = ::write(m_fd, bytes.data(), bytes.size());
-        if (written > 0)
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno == EIO || errno == ENXIO || errno == ENODEV)
+        if (written > 0) {
+            const auto taken = static_cast<std::size_t>(written);
+            if (m_tap)
+                m_tap(Direction::To, bytes.substr(0, taken));
+            bytes.remove_prefix(taken);
+        } else if (errno == EIO || errno == ENXIO || errno == ENODEV)
             throwHungUp();
         else if (errno != EAGAIN && errno != EINTR)
             throw LineError(
@@ -156,7 +162,10 @@ bool SerialLine::fill(Clock::time_point deadline)
     while (waitFor(POLLIN, deadline)) {
         const ssize_t count = ::read(m_fd, chunk.data(), chunk.size());
         if (count > 0) {
-            m_pending.append(chunk.data(), static_cast<std::size_t>(count));
+            const std::string_view came(chunk.data(), static_cast<std::size_t>(count));
+            if (m_tap)
+                m_tap(Direction::From, came);
+            m_pending.append(came);
             return true;
         }
         if (count == 0 || errno == EIO || errno == ENXIO || errno == ENODEV)
@@ -225,9 +234,12 @@ void SerialLine::drain()
 
 void SerialLine::lock()
 {
-    if (::flock(m_fd, LOCK_EX | LOCK_NB) != 0)
-        throw LineError(LineError::Kind::CannotOpen,
-            "port " + m_path + " is in use by another program; " + openRemedy(EBUSY));
+    if (::flock(m_fd, LOCK_EX | LOCK_NB) == 0)
+        return;
+    const std::string holder = lockHolder(m_fd);
+    throw LineError(LineError::Kind::CannotOpen,
+        "port " + m_path + " is in use by another program" + (holder.empty() ? "" : " (" + holder + ")")
+            + "; " + openRemedy(EBUSY));
 }
 
 std::string SerialLine::discardInput()

@@ -57,6 +57,12 @@ public:
     /// called from the thread that waits; empty: nothing stops it.
     void stopWhen(std::function<bool()> stop) { m_stop = std::move(stop); }
 
+    enum class Direction { To, From }; ///< the instrument
+    using Tap = std::function<void(Direction, std::string_view bytes)>;
+    /// Shows what goes over the line, as the driver took it or gave it. Called from the thread that uses the
+    /// line; empty: nobody looks.
+    void tap(Tap tap) { m_tap = std::move(tap); }
+
 private:
     using Clock = std::chrono::steady_clock;
 
@@ -74,6 +80,7 @@ private:
     std::string m_path;
     int m_fd = -1;
     std::function<bool()> m_stop;
+    Tap m_tap;
     std::string m_pending; ///< received, not yet handed out
 };
 

@@ -61,12 +61,28 @@ class Session:
 
     def stay(self):
         """Keeps everything running until Ctrl-C."""
+        if self.options.panel:
+            return self.stay_with_panel()
         named = "" if str(self.instrument.run_dir) == USUAL_RUN_DIR else f"--port {self.instrument.port} "
         print(f"\n{self.instrument.log('runner')}"
               f"The streams go on at {TELEVISION} (three programs) and {RADIO} (radio and others). Ctrl-C ends\n"
               "everything. In a second terminal:\n"
               f"    build/release/bin/tessaryctl {named}scan\n    build/release/bin/tessaryctl {named}shell", flush=True)
         signal.pause()
+
+
+    def stay_with_panel(self):
+        """The front panel takes the line; as root, for the desk needs it."""
+        words = [self.options.build / "bin" / "tessary-panel", "--port", self.instrument.port, "--listen", "127.0.0.1:8080"]
+        print(f"\n{self.instrument.log('runner')}"
+              f"The streams go on at {TELEVISION} (three programs) and {RADIO} (radio and others). Ctrl-C ends\n"
+              "everything. The front panel, which has the line now:", flush=True)
+        with subprocess.Popen([os.fspath(word) for word in words], stdin=subprocess.DEVNULL) as panel:
+            try:
+                panel.wait()
+            finally:
+                panel.terminate()
+        raise tessary.TessaryError("the front panel has ended (its message is above)")
 
 
 def run(*words):
@@ -78,7 +94,8 @@ def parse():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     for name in ("--build", "--streams", "--out"):
         parser.add_argument(name, required=True, type=pathlib.Path)
-    parser.add_argument("--stay", action="store_true")
+    for name in ("--stay", "--panel"):
+        parser.add_argument(name, action="store_true")
     return parser.parse_args()
 
 

@@ -12,7 +12,7 @@ from .errors import BenchError
 
 DEFAULT = "/run/tessary-instrument"
 # Written by the platform elements; those of the last run must not be taken for this one's.
-_PRODUCED = ("display.ppm", "display.json", "sound.wav", "sound.json", "fpga-out.ts")
+_PRODUCED = ("display.ppm", "display.json", "sound.wav", "sound.json", "fpga-out.ts", "display.watched")
 
 
 class RunDir:

@@ -137,8 +137,10 @@ void addIat(CLI::App& app, Context& context)
     sub->add_option("--bins", options->bins, "bars of the histogram")
         ->check(between(1, 1000))
         ->capture_default_str();
-    sub->add_option("--png", options->png, "write histogram and course as a picture")->type_name("FILE");
-    sub->add_option("--svg", options->svg, "the same as a vector graphic")->type_name("FILE");
+    if (!context.hosted()) {
+        sub->add_option("--png", options->png, "write histogram and course as a picture")->type_name("FILE");
+        sub->add_option("--svg", options->svg, "the same as a vector graphic")->type_name("FILE");
+    }
     sub->add_option("--wait", options->wait, "seconds to wait for datagrams")
         ->check(between(0.0, 3600.0))
         ->capture_default_str();

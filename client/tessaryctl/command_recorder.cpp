@@ -4,12 +4,13 @@
 #include "client/tessaryctl/context.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/interrupt.h"
+#include "client/tessaryctl/progress.h"
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 
 #include <cmath>
-#include <iostream>
 #include <nlohmann/json.hpp>
+#include <ostream>
 
 namespace tessary::ctl {
 
@@ -82,15 +83,15 @@ End awaitEnd(Controller& controller, double seconds, const InterruptGuard& guard
     const auto start = Clock::now();
     const auto end = start + Milliseconds(std::lround(seconds * 1000));
     std::uint64_t before = 0;
+    StatusLine status;
     for (auto next = start; next < end;) {
         next = std::min<Clock::time_point>(next + Milliseconds(1000), end);
         guard.sleepUntil(next);
         if (guard.interrupted())
             return End::Interrupted;
         const std::uint64_t bytes = controller.recordingSize();
-        if (errorIsTerminal())
-            std::cerr << "\rrecording " << durationText(secondsSince(start)) << ", " << sizeText(bytes)
-                      << "\033[K" << std::flush;
+        const double passed = secondsSince(start);
+        status.show("recording " + durationText(passed) + ", " + sizeText(bytes), passed / seconds);
         if (bytes == before && bytes > 0 && cardIsFull(controller))
             return End::CardFull;
         before = bytes;
@@ -108,8 +109,6 @@ void recordFor(Context& context, double seconds)
         const InterruptGuard guard(2, "\nending the recording; Ctrl-C again leaves it going on\n");
         beginRecording(controller, context.memory().source());
         end = awaitEnd(controller, seconds, guard);
-        if (errorIsTerminal())
-            std::cerr << "\r\033[K" << std::flush;
         controller.stopRecording();
     }
     const double passed = secondsSince(start);
@@ -172,11 +171,11 @@ void exportRecording(Context& context, double wait)
             ExitCode::Nothing, "there is no recording", "make one: tessaryctl record start --seconds 10");
     const auto start = Clock::now();
     controller.exportRecording();
-    if (errorIsTerminal())
-        std::cerr << "exporting " << byteCount(static_cast<double>(bytes)) << " ..." << std::flush;
-    context.controller(wait).settle(); // it answers again when the export has ended
-    if (errorIsTerminal())
-        std::cerr << "\r\033[K" << std::flush;
+    {
+        StatusLine status;
+        status.show("exporting " + sizeText(bytes) + " ...");
+        context.controller(wait).settle(); // it answers again when the export has ended
+    }
     const double seconds = secondsSince(start);
     if (context.json())
         return context.print({{"bytes", bytes}, {"seconds", seconds}});

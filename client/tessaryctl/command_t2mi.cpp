@@ -277,13 +277,17 @@ void addT2miFrame(CLI::App& app, Context& context)
     auto* sub = addSubcommand(app, context, "t2mi-frame",
         "Fetch the last T2-MI packet and take it apart, or tell what packets and PLPs there are");
     auto options = std::make_shared<T2miOptions>();
-    sub->add_option("-o,--out", options->file, "write the packet's bytes there")->type_name("FILE");
+    CLI::Option* out = context.hosted()
+        ? nullptr
+        : sub->add_option("-o,--out", options->file, "write the packet's bytes there")->type_name("FILE");
     sub->add_flag("--dump", options->dump, "show the bytes, too");
     auto* type = sub->add_option("--type", options->type, "wait for a packet of this type")
                      ->check(CLI::IsMember(t2miTypeWords()));
     auto* surveying = sub->add_flag("--survey", options->survey,
         "look at the last packet over and over while --wait lasts, and tell types, PLPs and L1");
-    surveying->excludes(type)->excludes("--out")->excludes("--dump");
+    surveying->excludes(type)->excludes("--dump");
+    if (out != nullptr)
+        surveying->excludes(out);
     sub->add_option("--wait", options->wait, "seconds to wait for the type, or to survey")
         ->check(between(0.0, 3600.0))
         ->capture_default_str();

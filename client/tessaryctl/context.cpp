@@ -35,6 +35,7 @@ client::Controller& Session::open(const std::string& port, Milliseconds timeout)
         close();
         m_line = std::make_unique<client::SerialLine>(port);
         m_line->lock();
+        m_line->tap(m_tap);
         m_line->stopWhen(&InterruptGuard::stopsWaiting);
         m_memory = std::make_unique<InstrumentMemory>(port);
     }
@@ -83,11 +84,13 @@ void Context::printLine(const Json& value)
 
 std::ostream& Context::out() const
 {
-    return std::cout;
+    return m_host != nullptr ? m_host->out : std::cout;
 }
 
 void Context::note(const std::string& text) const
 {
+    if (m_host != nullptr)
+        return m_host->note(text);
     std::cout.flush();
     std::cerr << text << std::endl;
 }

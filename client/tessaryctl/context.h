@@ -4,6 +4,7 @@
 #include "client/serialline.h"
 #include "client/tessaryctl/memory.h"
 
+#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
@@ -25,6 +26,14 @@ struct Options
 /// The port that is used when none is given: the environment's TESSARY_PORT, else the virtual instrument's.
 std::string defaultPort();
 
+/// A program that carries command lines out for others, in place of a person at a terminal. Such lines reach
+/// neither this machine's files nor another port, and none of them waits for keys.
+struct Host
+{
+    std::ostream& out; ///< instead of standard output
+    std::function<void(const std::string& text)> note; ///< a remark, instead of standard error
+};
+
 /// The line to the instrument, opened when it is first needed and kept, so that the shell's commands share
 /// it.
 class Session
@@ -37,19 +46,24 @@ public:
     InstrumentMemory& memory() { return *m_memory; }
     /// Forgets the line, after it hung up.
     void close();
+    /// Shows what goes over the line that is opened next.
+    void tap(client::SerialLine::Tap tap) { m_tap = std::move(tap); }
 
 private:
+    client::SerialLine::Tap m_tap;
     std::unique_ptr<client::SerialLine> m_line;
     std::unique_ptr<InstrumentMemory> m_memory;
     std::unique_ptr<client::Controller> m_controller;
 };
 
-/// What a sub-command works with. Used from the main thread.
+/// What a sub-command works with. Used from one thread.
 class Context
 {
 public:
-    explicit Context(Session& session)
+    /// Both are borrowed. Without `host` for a person: standard output, standard error.
+    explicit Context(Session& session, const Host* host = nullptr)
         : m_session(session)
+        , m_host(host)
     {
     }
 
@@ -67,16 +81,20 @@ public:
     /// What is known of the instrument's settings; once the controller has been asked for.
     InstrumentMemory& memory() { return m_session.memory(); }
 
-    /// Standard output: one JSON object, indented, with "time" (now, unless it has one) in front.
+    /// To out(): one JSON object, indented, with "time" (now, unless it has one) in front.
     void print(const Json& value);
     /// The same in one line, for objects that keep coming; then print() keeps to lines, too.
     void printLine(const Json& value);
+    /// Standard output, or the host's.
     std::ostream& out() const;
     /// A remark for the person, on standard error, so that it does not get into the data.
     void note(const std::string& text) const;
+    /// A program carries the line out for others.
+    bool hosted() const { return m_host != nullptr; }
 
 private:
     Session& m_session;
+    const Host* m_host;
     bool m_lines = false; ///< objects are printed one a line
 };
 

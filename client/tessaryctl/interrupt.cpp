@@ -1,6 +1,7 @@
 #include "client/tessaryctl/interrupt.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <thread>
 #include <unistd.h>
@@ -10,18 +11,20 @@ namespace tessary::ctl {
 namespace {
 
 // Of the innermost guard; but for the notes they change only while no signal of its kind is handled by it.
-volatile std::sig_atomic_t noted = 0;
-volatile std::sig_atomic_t ending = 0; // more than Ctrl-C
-volatile std::sig_atomic_t waitingEndsAt = 0;
+// Signal handlers and other threads change them.
+std::atomic<int> noted{0};
+std::atomic<bool> ending{false}; // more than Ctrl-C
+std::atomic<int> waitingEndsAt{0};
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 const char* volatile noticeText = nullptr;
 
 void note(int signal)
 {
-    noted = noted + 1;
+    const int before = noted.fetch_add(1);
     if (signal != SIGINT)
-        ending = 1;
+        ending = true;
     const char* text = noticeText;
-    if (noted == 1 && text != nullptr) [[maybe_unused]]
+    if (before == 0 && text != nullptr) [[maybe_unused]]
         const ssize_t written = ::write(STDERR_FILENO, text, std::strlen(text));
 }
 
@@ -73,6 +76,11 @@ void InterruptGuard::sleepUntil(std::chrono::steady_clock::time_point moment) co
         std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(step, moment - now));
 }
 
+void InterruptGuard::interrupt()
+{
+    noted.fetch_add(1); // without a guard nobody looks, and the next one begins anew
+}
+
 bool InterruptGuard::stopsWaiting()
 {
     return waitingEndsAt > 0 && noted >= waitingEndsAt;
@@ -80,7 +88,7 @@ bool InterruptGuard::stopsWaiting()
 
 bool InterruptGuard::endsProgram()
 {
-    return ending != 0;
+    return ending;
 }
 
 } // namespace tessary::ctl

@@ -31,6 +31,8 @@ public:
 
     /// The innermost guard's signals have come as often as end the waiting; false without a guard.
     static bool stopsWaiting();
+    /// As Ctrl-C does, from any thread of the program, for the innermost guard; nothing without a guard.
+    static void interrupt();
     /// SIGTERM or SIGHUP has come: what goes on behind Ctrl-C is to end, too.
     static bool endsProgram();
 

@@ -37,9 +37,10 @@ log: 30 a limit was crossed; 130 ended by Ctrl-C.)";
 
 void addSharedOptions(CLI::App& app, Context& context)
 {
-    app.add_option("-p,--port", context.options.port, "serial port or pseudo terminal")
-        ->type_name("PORT")
-        ->group("Shared options");
+    if (!context.hosted())
+        app.add_option("-p,--port", context.options.port, "serial port or pseudo terminal")
+            ->type_name("PORT")
+            ->group("Shared options");
     app.add_option("-t,--timeout", context.options.timeoutSeconds, "wait so long for an answer")
         ->type_name("SECONDS")
         ->check(between(0.1, 86400.0))
@@ -59,11 +60,13 @@ std::string inOneLine(std::string text)
 /// On standard error for the person, with --json also on standard output for the program.
 int say(Context& context, const Failure& failure)
 {
-    std::cout.flush();
-    std::cerr << "tessaryctl: " << failure.what() << '\n';
-    if (!failure.remedy().empty())
-        std::cerr << "    " << failure.remedy() << '\n';
-    std::cerr.flush();
+    if (!context.hosted()) {
+        std::cout.flush();
+        std::cerr << "tessaryctl: " << failure.what() << '\n';
+        if (!failure.remedy().empty())
+            std::cerr << "    " << failure.remedy() << '\n';
+        std::cerr.flush();
+    }
     if (context.json()) {
         const Json error{{"kind", wordOf(failure.code())}, {"cause", failure.what()},
             {"remedy", inOneLine(failure.remedy())}};
@@ -110,12 +113,12 @@ bool asksForJson(const std::vector<std::string>& words)
 void overview(CLI::App& app, Context& context)
 {
     if (!context.json())
-        std::cout << app.help() << '\n';
+        context.out() << app.help() << '\n';
     context.controller();
     const std::string port = context.options.port.empty() ? defaultPort() : context.options.port;
     if (context.json())
         return context.print({{"port", port}});
-    std::cout << "Instrument: port " << port << " is there.\n";
+    context.out() << "Instrument: port " << port << " is there.\n";
 }
 
 Failure failureOf(const CLI::App& app, const CLI::ParseError& error)
@@ -162,10 +165,15 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
     app->set_version_flag("--version", "tessaryctl " TESSARY_VERSION, "print the program's version and exit");
     app->get_formatter()->column_width(28);
     addSharedOptions(*app, context);
-    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, addLog, addReport,
-             addView, addServer, addInterface, addPing, addRecord, addExport, addT2miFrame, addSendTs, addEbs,
-             addDab, addUpdate, addVersion, addCommand, addRaw, addSchema})
-        add(*app, context);
+    const bool here = !context.hosted(); // where this machine's files and terminal may be reached
+    for (const auto add : {addScan, addPlay, addInfo, addStatus, addMeasure, addIat, here ? addLog : nullptr,
+             here ? addReport : nullptr, here ? addView : nullptr, addServer, addInterface, addPing,
+             addRecord, addExport, addT2miFrame, addSendTs, addEbs, addDab, addUpdate, addVersion, addCommand,
+             addRaw, addSchema})
+        if (add != nullptr)
+            add(*app, context);
+    if (!here)
+        return app;
     addSubcommand(*app, context, "shell", "Type sub-commands one after another, with history and completion")
         ->callback([&context] {
             const int status = runShell(context);
@@ -173,6 +181,62 @@ std::unique_ptr<CLI::App> makeParser(Context& context)
                 throw CLI::RuntimeError(status);
         });
     return app;
+}
+
+namespace {
+
+void addValues(const CLI::App& app, std::map<std::string, std::vector<std::string>>& values)
+{
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->count() > 0)
+            values[option->get_single_name()] = option->results();
+    }
+}
+
+/// Ends the parsing when all has been checked and before a sub-command runs.
+struct Understood
+{
+};
+
+} // namespace
+
+Failure failureInFlight(const std::string& port)
+{
+    try {
+        throw;
+    } catch (const Failure& failure) {
+        return failure;
+    } catch (const client::LineError& error) {
+        return failureOf(error, port);
+    } catch (const client::AnswerError& error) {
+        return {ExitCode::BadAnswer, error.what(), client::AnswerError::remedy};
+    } catch (const client::UsageError& error) {
+        return {ExitCode::Usage, error.what(), error.remedy()};
+    } catch (const std::exception& error) {
+        return {ExitCode::Internal, error.what()};
+    }
+}
+
+AskedFor understand(Context& context, const std::vector<std::string>& words)
+{
+    const auto parser = makeParser(context);
+    parser->parse_complete_callback([] { throw Understood(); });
+    try {
+        parser->parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    } catch (const Understood&) { // NOLINT(bugprone-empty-catch): what was asked for is read below
+    } catch (const CLI::Success&) { // --help, --version
+        return {};
+    } catch (const CLI::ParseError& error) {
+        throw failureOf(*parser, error);
+    }
+    AskedFor asked;
+    const CLI::App* app = parser.get();
+    while (!app->get_subcommands().empty()) {
+        app = app->get_subcommands().front();
+        asked.command += (asked.command.empty() ? "" : " ") + app->get_name();
+        addValues(*app, asked.values);
+    }
+    return asked;
 }
 
 int runCommandLine(Context& context, const std::vector<std::string>& words)
@@ -191,20 +255,12 @@ int runCommandLine(Context& context, const std::vector<std::string>& words)
     } catch (const CLI::RuntimeError& error) {
         return error.get_exit_code();
     } catch (const CLI::Success& success) { // --help, --version
-        return parser->exit(success);
+        return parser->exit(success, context.out(), context.out());
     } catch (const CLI::ParseError& error) {
         context.options.json = context.options.json || asksForJson(words);
         return say(context, failureOf(*parser, error));
-    } catch (const Failure& failure) {
-        return say(context, failure);
-    } catch (const client::LineError& error) {
-        return say(context, failureOf(error, port()));
-    } catch (const client::AnswerError& error) {
-        return say(context, {ExitCode::BadAnswer, error.what(), client::AnswerError::remedy});
-    } catch (const client::UsageError& error) {
-        return say(context, {ExitCode::Usage, error.what(), error.remedy()});
-    } catch (const std::exception& error) {
-        return say(context, {ExitCode::Internal, error.what()});
+    } catch (const std::exception&) {
+        return say(context, failureInFlight(port()));
     }
 }
 

@@ -2,9 +2,30 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
 
 namespace tessary::ctl {
+
+/// While it lives, what this thread would show of its progress goes to a function instead of standard error.
+class ProgressListener
+{
+public:
+    /// `share` is of the whole, 0 to 1; nothing when that is not known.
+    using Hear = std::function<void(const std::string& text, std::optional<double> share)>;
+
+    explicit ProgressListener(Hear hear);
+    ~ProgressListener();
+    ProgressListener(const ProgressListener&) = delete;
+    ProgressListener& operator=(const ProgressListener&) = delete;
+
+    /// Tells this thread's listener; false when there is none.
+    static bool tell(const std::string& text, std::optional<double> share = std::nullopt);
+
+private:
+    Hear m_hear;
+};
 
 /// A bar with share, amount, rate and remaining time on standard error; on a terminal it is redrawn in place,
 /// elsewhere a line is written every ten percent.
@@ -20,6 +41,9 @@ public:
 
 private:
     std::string text(std::size_t done) const;
+    double shareOf(std::size_t done) const;
+    /// What stands beside the bar: amount, rate, remaining time.
+    std::string amountText(std::size_t done) const;
 
     std::string m_what;
     std::size_t m_total;
@@ -41,7 +65,8 @@ public:
     StatusLine(const StatusLine&) = delete;
     StatusLine& operator=(const StatusLine&) = delete;
 
-    void show(const std::string& text);
+    /// `share` of the whole that it has come to, for a listener.
+    void show(const std::string& text, std::optional<double> share = std::nullopt);
 
 private:
     bool m_shown = false;

@@ -7,11 +7,10 @@
 #include "client/tessaryctl/card.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/reading.h"
+#include "client/tessaryctl/signalsblocked.h"
 #include "client/tessaryctl/terminal.h"
 #include "client/tessaryctl/waiting.h"
 
-#include <csignal>
-#include <pthread.h>
 #include <utility>
 
 namespace tessary::ctl {
@@ -29,24 +28,6 @@ constexpr double tablesWait = 12; // s
 constexpr const char* firstQuestion = "asking the instrument";
 
 constexpr int noProgram = 0; // playing it shows nothing
-
-/// Signals are the screen's business.
-class SignalsBlocked
-{
-public:
-    SignalsBlocked()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        ::pthread_sigmask(SIG_BLOCK, &all, &m_before);
-    }
-    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t m_before{};
-};
 
 std::string busyText(const ViewOrder& order)
 {
@@ -74,7 +55,7 @@ ViewWorker::ViewWorker(Context& context, std::optional<StreamServer> server)
     , m_server(std::move(server))
 {
     post([](ViewModel& model) { model.busy = firstQuestion; }); // on the first screen already
-    const SignalsBlocked blocked; // the thread inherits it
+    const SignalsBlocked blocked; // signals are the screen's business
     m_thread = std::thread([this] { run(); });
 }
 
@@ -215,9 +196,7 @@ void ViewWorker::carryOut(const ViewOrder& order)
 void ViewWorker::setMeasuring(bool measuring)
 {
     m_measuring = measuring;
-    m_watch = PeriodWatch();
-    m_periods = 0;
-    m_arrivals.forget();
+    m_measurement = {};
     if (measuring)
         m_playing.reset(); // measuring stops playing
     post([measuring](ViewModel& model) {
@@ -331,16 +310,11 @@ void ViewWorker::poll(Controller& controller)
 
 void ViewWorker::pollMeasurement(Controller& controller)
 {
-    const auto reading = readMeasurement(controller);
-    const auto state = m_watch.add(reading);
-    const auto total = m_watch.total();
-    post([state, total, figures = reading.figures](
-             ViewModel& model) { model.setMeasurement(state, figures, total); });
-    if (total.periods == m_periods)
+    const auto news = m_measurement.read(controller);
+    post([news](ViewModel& model) { model.setMeasurement(news.state, news.reading.figures, news.total); });
+    if (!news.times.has_value())
         return;
-    m_periods = total.periods;
-    const auto statistics =
-        statisticsOf(m_arrivals.add(readInterArrivalTimes(controller), PeriodWatch::Clock::now()));
+    const auto statistics = statisticsOf(news.newTimes);
     post([statistics](ViewModel& model) { model.arrivals = statistics; });
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "client/arrivalwatch.h"
 #include "client/controller.h"
-#include "client/periodwatch.h"
 #include "client/tessaryctl/context.h"
+#include "client/tessaryctl/measurementpoll.h"
 #include "client/tessaryctl/viewmodel.h"
 
 #include <atomic>
@@ -68,9 +67,7 @@ private:
     bool m_failed = false; ///< the instrument has not answered when it was asked last
     std::optional<client::ServiceTable> m_services;
     std::optional<client::ProgramMap> m_playing;
-    client::PeriodWatch m_watch;
-    long m_periods = 0; ///< whose inter-arrival times have been asked for
-    client::ArrivalWatch m_arrivals;
+    MeasurementPoll m_measurement;
 
     std::mutex m_mutex;
     std::condition_variable m_wake;

@@ -1,9 +1,6 @@
 #include "client/tessaryctl/waiting.h"
 
-#include "client/tessaryctl/terminal.h"
-
 #include <cmath>
-#include <iostream>
 #include <thread>
 
 namespace tessary::ctl {
@@ -33,14 +30,9 @@ void sleepABit()
 
 WaitingFor::WaitingFor(const std::string& what)
 {
-    if (errorIsTerminal())
-        std::cerr << "waiting for " << what << " ..." << std::flush;
+    m_line.show("waiting for " + what + " ...");
 }
 
-WaitingFor::~WaitingFor()
-{
-    if (errorIsTerminal())
-        std::cerr << "\r\033[K" << std::flush;
-}
+WaitingFor::~WaitingFor() = default;
 
 } // namespace tessary::ctl

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "client/tessaryctl/progress.h"
+
 #include <chrono>
 #include <string>
 
@@ -30,6 +32,9 @@ public:
     ~WaitingFor();
     WaitingFor(const WaitingFor&) = delete;
     WaitingFor& operator=(const WaitingFor&) = delete;
+
+private:
+    StatusLine m_line;
 };
 
 } // namespace tessary::ctl

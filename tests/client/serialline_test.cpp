@@ -6,6 +6,7 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace tessary::client;
 using std::chrono::milliseconds;
@@ -180,6 +181,37 @@ TEST(LineErrorText, IsCauseAndRemedy)
     const LineError cause(LineError::Kind::Failed, "reading failed");
     EXPECT_EQ(cause.cause(), "reading failed");
     EXPECT_EQ(cause.remedy(), "");
+}
+
+TEST(SerialLine, TellsWhoHasThePort)
+{
+    const PtyPair pty;
+    SerialLine first(pty.path());
+    first.lock();
+    SerialLine second(pty.path());
+    try {
+        second.lock();
+        FAIL() << "two have the port";
+    } catch (const LineError& error) {
+        EXPECT_EQ(error.kind(), LineError::Kind::CannotOpen);
+        EXPECT_NE(std::string(error.what()).find("(client_test, PID " + std::to_string(::getpid()) + ")"),
+            std::string::npos)
+            << error.what();
+    }
+}
+
+TEST(SerialLine, ShowsWhatGoesOverIt)
+{
+    const PtyPair pty;
+    SerialLine line(pty.path());
+    std::string seen;
+    line.tap([&](SerialLine::Direction direction, std::string_view bytes) {
+        seen += (direction == SerialLine::Direction::To ? ">" : "<") + std::string(bytes);
+    });
+    line.write("version?\n");
+    pty.send("SV: x\n");
+    EXPECT_EQ(line.readLine(std::chrono::milliseconds(20000)), "SV: x\n");
+    EXPECT_EQ(seen, ">version?\n<SV: x\n");
 }
 
 } // namespace

@@ -1,0 +1,27 @@
+#include "client/panel/connections.h"
+
+#include <thread>
+
+namespace tessary::panel {
+
+void Connections::enqueue(std::function<void()> serve)
+{
+    std::unique_lock lock(m_mutex);
+    // The listening thread waits here; those that ask meanwhile wait in the system's queue.
+    m_ended.wait(lock, [this] { return m_open < most; });
+    ++m_open;
+    std::thread([this, serve = std::move(serve)] {
+        serve();
+        const std::lock_guard ended(m_mutex);
+        --m_open;
+        m_ended.notify_all();
+    }).detach();
+}
+
+void Connections::shutdown()
+{
+    std::unique_lock lock(m_mutex);
+    m_ended.wait(lock, [this] { return m_open == 0; });
+}
+
+} // namespace tessary::panel

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <httplib.h>
+#include <mutex>
+
+namespace tessary::panel {
+
+/// A thread for each connection, as many as there are: each browser keeps some open for as long as it looks. Beyond
+/// a limit they wait.
+class Connections : public httplib::TaskQueue
+{
+public:
+    void enqueue(std::function<void()> serve) override;
+    /// Waits until all have ended.
+    void shutdown() override;
+
+private:
+    static constexpr int most = 256;
+
+    std::mutex m_mutex;
+    std::condition_variable m_ended;
+    int m_open = 0;
+};
+
+} // namespace tessary::panel

@@ -1,0 +1,45 @@
+// The panel's server-sent events, into the store. `connection` is a topic of this page itself: {up, since}.
+
+import {append, set} from "./store.js";
+import {askForToken, tokenIsMissing} from "./token.js";
+
+const whole = [
+    "panel", "line", "instrument", "stream", "play", "measurement", "arrivals", "recorder", "job", "done",
+    "desk"
+];
+const appended = ["marks", "line_log", "commands", "daemon_log"];
+const retryMs = 1000;
+
+let isUp;
+function tell(up) {
+    if (up === isUp) return;
+    isUp = up;
+    set("connection", {up, since: Date.now() / 1000});
+}
+
+/// Connects, and again whenever the connection is lost, for as long as the page is open.
+export function connect() {
+    const source = new EventSource("/api/events");
+    let number = ""; // of the event before
+    const listen = (topic, take) => source.addEventListener(topic, (event) => {
+        const isOfAll =
+            event.lastEventId === number; // what a browser that was behind is told at once has one number
+        number = event.lastEventId;
+        take(topic, JSON.parse(event.data), isOfAll);
+    });
+    source.addEventListener("open", () => {
+        for (const topic of appended) set(topic, []);
+        tell(true);
+    });
+    for (const topic of whole) listen(topic, set);
+    for (const topic of appended)
+        listen(topic, (name, entries, isAll) => (isAll ? set : append)(name, [].concat(entries)));
+    source.addEventListener("error", async () => {
+        tell(false);
+        if (source.readyState !== EventSource.CLOSED) return; // the browser tries again by itself
+        if (await tokenIsMissing())
+            askForToken();
+        else
+            setTimeout(connect, retryMs);
+    });
+}

@@ -1,0 +1,198 @@
+#include "standin.h"
+
+#include <arpa/inet.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <thread>
+
+namespace {
+
+using namespace tessary::test;
+using httplib::Headers;
+
+int portOf(const tessary::panel::Panel& itself)
+{
+    const std::string address = itself.address();
+    return std::stoi(address.substr(address.rfind(':') + 1));
+}
+
+/// A connection on which bytes can be sent as slowly and as wrongly as one likes.
+class Wire
+{
+public:
+    explicit Wire(int port)
+        : m_socket(::socket(AF_INET, SOCK_STREAM, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+            throw std::runtime_error("no connection");
+    }
+    ~Wire() { ::close(m_socket); }
+    Wire(const Wire&) = delete;
+    Wire& operator=(const Wire&) = delete;
+
+    void send(const std::string& bytes) const { ::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+    /// Until the panel closes.
+    std::string receiveAll() const
+    {
+        std::string all;
+        char chunk[4096];
+        for (ssize_t count = 0; (count = ::recv(m_socket, chunk, sizeof chunk, 0)) > 0;)
+            all.append(chunk, static_cast<std::size_t>(count));
+        return all;
+    }
+    /// Until `end` has come.
+    std::string receiveUntil(const std::string& end) const
+    {
+        std::string all;
+        char byte = 0;
+        while (all.find(end) == std::string::npos && ::recv(m_socket, &byte, 1, 0) == 1)
+            all.push_back(byte);
+        return all;
+    }
+
+private:
+    int m_socket;
+};
+
+TEST(PanelWeb, SendsEventsToEveryBrowser)
+{
+    PanelOnStandIn panel;
+    ASSERT_TRUE(panel.waitFor("line", [](const Json& line) { return line.at("answers") == true; }));
+    std::vector<std::unique_ptr<Wire>> browsers;
+    for (int i = 0; i < 40; ++i) {
+        browsers.push_back(std::make_unique<Wire>(portOf(panel.panel())));
+        browsers.back()->send("GET /api/events HTTP/1.1\r\nHost: " + panel.panel().address() + "\r\n\r\n");
+    }
+    for (const auto& browser : browsers)
+        EXPECT_NE(browser->receiveUntil("event: line\n").find("text/event-stream"), std::string::npos);
+    panel.run({"server", "udp://239.0.0.7:1234"});
+    for (const auto& browser : browsers)
+        EXPECT_FALSE(browser->receiveUntil("239.0.0.7").empty());
+}
+
+TEST(PanelWeb, AllowsNothingFromElsewhere)
+{
+    const PanelOnStandIn panel;
+    const auto result = panel.browser().Get("/api/state");
+    const std::string policy = result->get_header_value("Content-Security-Policy");
+    EXPECT_EQ(policy.rfind("default-src 'none'", 0), 0U);
+    EXPECT_EQ(policy.find("unsafe"), std::string::npos);
+    EXPECT_EQ(policy.find("http"), std::string::npos);
+    EXPECT_EQ(result->get_header_value("X-Content-Type-Options"), "nosniff");
+}
+
+TEST(PanelWeb, RefusesForeignOrigins)
+{
+    const PanelOnStandIn panel;
+    const auto result = panel.browser().Post("/api/run", Headers{{"Origin", "http://evil.example"}},
+        R"({"words":["version"]})", "application/json");
+    EXPECT_EQ(result->status, 403);
+    EXPECT_TRUE(Json::parse(result->body).at("error").contains("remedy"));
+    EXPECT_TRUE(panel.get("/api/state").at("job").at("waiting").empty());
+}
+
+TEST(PanelWeb, RefusesWhatIsNotAllowedAndWhatIsNone)
+{
+    const PanelOnStandIn panel;
+    const auto statusOf = [&](const std::string& body) {
+        return panel.browser().Post("/api/run", body, "application/json")->status;
+    };
+    EXPECT_EQ(statusOf(R"({"words":["command","reboot"]})"), 403);
+    EXPECT_EQ(statusOf(R"({"words":["scna"]})"), 400);
+    EXPECT_EQ(statusOf(R"({"words":"scan"})"), 400);
+    EXPECT_EQ(statusOf(R"({"words":[1]})"), 400);
+    EXPECT_EQ(statusOf("{"), 400);
+    EXPECT_EQ(statusOf("[]"), 400);
+    EXPECT_EQ(panel.browser().Post("/api/measure", R"({"on":1})", "application/json")->status, 400);
+    EXPECT_EQ(panel.browser().Get("/api/nothing")->status, 404);
+}
+
+TEST(PanelWeb, NoPathLeadsOutOfThePagesFolder)
+{
+    PanelOnStandIn panel;
+    for (const char* path : {"/app/../../../../../etc/passwd",
+             "/app/%2e%2e/%2e%2e/%2e%2e/%2e%2e/%2e%2e/etc/passwd", "/app/..%2f..%2f..%2f..%2f..%2fetc/passwd",
+             "/lib/../../../../etc/passwd", "/app//etc/passwd", "/app/%00/etc/passwd"}) {
+        Wire wire(portOf(panel.panel()));
+        wire.send("GET " + std::string(path) + " HTTP/1.1\r\nHost: " + panel.panel().address() + "\r\n\r\n");
+        const std::string answer = wire.receiveAll();
+        EXPECT_EQ(answer.find("root:"), std::string::npos) << path;
+        EXPECT_EQ(answer.find("200 OK"), std::string::npos) << path;
+    }
+}
+
+TEST(PanelWeb, ABodyThatIsTooLargeIsNotRead)
+{
+    PanelOnStandIn panel;
+    Wire wire(portOf(panel.panel()));
+    wire.send("POST /api/run HTTP/1.1\r\nHost: " + panel.panel().address()
+        + "\r\nContent-Type: application/json\r\nContent-Length: 1000000000\r\n\r\n");
+    EXPECT_NE(wire.receiveAll().find("413"), std::string::npos); // without a byte of it
+}
+
+TEST(PanelWeb, ASlowRequestHoldsNobodyUpAndIsEnded)
+{
+    PanelOnStandIn panel;
+    std::vector<std::unique_ptr<Wire>> slow;
+    for (int i = 0; i < 30; ++i) {
+        slow.push_back(std::make_unique<Wire>(portOf(panel.panel())));
+        slow.back()->send("GET /api/st");
+    }
+    EXPECT_EQ(panel.browser().Get("/api/state")->status, 200);
+    EXPECT_EQ(slow.front()->receiveAll().find("200 OK"), std::string::npos); // comes to its end
+}
+
+TEST(PanelWeb, TakesPackagesWhereThatIsAllowed)
+{
+    const PanelOnStandIn closed;
+    EXPECT_EQ(
+        closed.browser().Post("/api/upload?name=a.deb", "bytes", "application/octet-stream")->status, 403);
+    tessary::panel::Options options;
+    options.allowed.update = true;
+    options.uploadLimit = 1;
+    const PanelOnStandIn panel(options);
+    const auto upload = [&](const std::string& name, std::size_t size) {
+        return panel.browser().Post(
+            ("/api/upload?name=" + name).c_str(), std::string(size, 'x'), "application/octet-stream");
+    };
+    const auto taken = upload("a_1.0.deb", 1000);
+    ASSERT_EQ(taken->status, 200) << taken->body;
+    const std::string file = Json::parse(taken->body).at("file").get<std::string>();
+    std::ifstream read(file);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(read), {}), std::string(1000, 'x'));
+    EXPECT_EQ(upload("..%2fb.deb", 10)->status, 400);
+    EXPECT_EQ(upload("b.txt", 10)->status, 400);
+    EXPECT_EQ(upload(".deb", 10)->status, 400);
+    for (const char* name : {"b.deb", "c.deb", "d.deb", "e.deb", "f.deb"})
+        upload(name, 10);
+    EXPECT_FALSE(std::ifstream(file).is_open()); // only the last ones are kept
+    const auto large = upload("c.deb", 1024 * 1024 + 1);
+    EXPECT_TRUE(!large || large->status == 413);
+}
+
+TEST(PanelWeb, NeedsItsTokenWhereItHasOne)
+{
+    const std::string file = "/tmp/tessary-panel-token." + std::to_string(::getpid());
+    std::ofstream(file) << "correct-horse\n";
+    tessary::panel::Options options;
+    options.tokenFile = file;
+    const PanelOnStandIn panel(options);
+    EXPECT_EQ(panel.browser().Get("/api/state")->status, 401);
+    EXPECT_EQ(panel.browser().Get("/?token=wrong-horse")->status, 401);
+    EXPECT_EQ(panel.browser().Get("/api/state", {{"Authorization", "Bearer correct-horse"}})->status, 200);
+    const auto page = panel.browser().Get("/?token=correct-horse");
+    EXPECT_EQ(page->status, 303);
+    const std::string cookie = page->get_header_value("Set-Cookie");
+    EXPECT_NE(cookie.find("HttpOnly; SameSite=Strict"), std::string::npos);
+    EXPECT_EQ(
+        panel.browser().Get("/api/state", {{"Cookie", cookie.substr(0, cookie.find(';'))}})->status, 200);
+    ::unlink(file.c_str());
+}
+
+} // namespace
