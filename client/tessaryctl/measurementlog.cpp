@@ -275,7 +275,9 @@ void MeasurementLog::watchForChange(const LogEntry& period)
         m_rates.clear();
     else
         m_rates.push_back(*period.frameRate);
-    if (m_stream.has_value() && !otherDatagrams && m_rates.size() < periodsOfChange)
+    const bool mixed = otherDatagrams && !m_otherDatagrams; // its bit rate is of both streams
+    m_otherDatagrams = otherDatagrams;
+    if (m_stream.has_value() && (mixed || (!otherDatagrams && m_rates.size() < periodsOfChange)))
         return;
     if (m_stream.has_value()) {
         LogEntry entry = entryAt(period.time, Event::Changed);
@@ -285,6 +287,7 @@ void MeasurementLog::watchForChange(const LogEntry& period)
     }
     m_stream = period;
     m_rates.clear();
+    m_otherDatagrams = false;
 }
 
 std::string MeasurementLog::crossedBy(const LogEntry& entry) const

@@ -120,6 +120,7 @@ private:
 
     std::optional<LogEntry> m_stream; ///< the row that others are compared with to see another stream
     std::deque<std::int64_t> m_rates; ///< of the last rows, while they differ from it
+    bool m_otherDatagrams = false; ///< the last row had others
 };
 
 } // namespace tessary::ctl

@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 namespace tessary::ctl {
 
@@ -57,7 +58,7 @@ figure.plot .shade{opacity:.22}figure.plot .shade.notlogged{opacity:.5}
 .key{display:inline-block;width:11px;height:11px;border-radius:2px;margin:0 5px 0 12px;vertical-align:-1px}
 table{border-collapse:collapse;width:100%;font-size:14px;font-variant-numeric:tabular-nums}
 th{text-align:left;font-weight:600;color:var(--soft)}th,td{padding:4px 14px 4px 0;border-bottom:1px solid var(--line);vertical-align:top}
-td.n,th.n{text-align:right}tr{break-inside:avoid}
+td.n,th.n{text-align:right}td.n,td:first-child{white-space:nowrap}tr{break-inside:avoid}
 .wide{overflow-x:auto}
 @media (max-width:760px){.tiles{grid-template-columns:repeat(2,1fr)}}
 )";
@@ -414,6 +415,20 @@ std::string minutesTable(const LogSummary& s)
         + table(rows, 1);
 }
 
+/// The end of a gap and, of its note, what is not said by that.
+std::pair<std::string, std::string> gapTexts(const std::string& note)
+{
+    const std::size_t end = std::min(note.find("; "), note.size());
+    const std::string rest = end < note.size() ? note.substr(end + 2) : "";
+    const std::pair<Event, const char*> ends[] = {{Event::Absent, "stream is back"},
+        {Event::NoLink, "Ethernet link is back"}, {Event::NoAnswer, "instrument answers again"}};
+    for (const auto& [event, text] : ends) {
+        if (note.substr(0, end) == nameOf(event))
+            return {text, rest};
+    }
+    return {"end of the gap", note};
+}
+
 std::string happeningText(const LogEntry& entry)
 {
     switch (entry.event) {
@@ -428,7 +443,7 @@ std::string happeningText(const LogEntry& entry)
     case Event::NoAnswer:
         return "instrument does not answer";
     case Event::Gap:
-        return "end of the gap";
+        return gapTexts(entry.note).first;
     case Event::Changed:
         return "another stream";
     case Event::Missed:
@@ -455,7 +470,8 @@ std::string happeningsTable(const LogSummary& s)
         ++count;
         const bool over = entry.event == Event::Gap || entry.event == Event::Resumed;
         if (count <= mostRows)
-            rows.push_back({clock(secondsOf(entry.time)), happeningText(entry), entry.note,
+            rows.push_back({clock(secondsOf(entry.time)), happeningText(entry),
+                entry.event == Event::Gap ? gapTexts(entry.note).second : entry.note,
                 over && entry.seconds.has_value() ? longText(*entry.seconds) : ""});
     }
     return "<h2>What happened</h2>\n" + table(rows, 3) + restNote(count);

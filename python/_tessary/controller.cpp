@@ -5,10 +5,10 @@
 #include "client/ipstatus.h"
 #include "client/netmask.h"
 #include "client/pingreport.h"
+#include "client/psi/t2mipacket.h"
 #include "client/serverspec.h"
 #include "client/softwareupdate.h"
 #include "client/streamqueries.h"
-#include "client/psi/t2mipacket.h"
 #include "client/usageerror.h"
 #include "python/_tessary/bindings.h"
 #include "python/_tessary/dialogue.h"
@@ -32,6 +32,7 @@ using Timeout = std::optional<double>;
 template <typename Method> auto plain(Method method)
 {
     return [method](Dialogue& dialogue, Timeout timeout) {
+        // cppcheck-suppress constParameter ; the method may change it
         return dialogue.ask([&](Controller& controller) { return (controller.*method)(); }, timeout);
     };
 }

@@ -24,8 +24,8 @@ Controller& Dialogue::controllerOn(SerialLine& line, double seconds)
     // An answer that may not come is followed by the question whether the daemon lives, so the first wait can be short.
     constexpr Milliseconds silence{300};
     if (!m_controller.has_value() || m_seconds != seconds) {
-        const Milliseconds timeout = milliseconds(seconds);
-        m_controller.emplace(line, Patience{timeout, std::min(silence, timeout), timeout}, this);
+        const Milliseconds wait = milliseconds(seconds);
+        m_controller.emplace(line, Patience{wait, std::min(silence, wait), wait}, this);
         m_seconds = seconds;
     }
     return *m_controller;

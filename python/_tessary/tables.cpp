@@ -1,9 +1,9 @@
 // Services, programs and network of a stream, as the tables tell them.
+#include "client/presentation.h"
 #include "client/psi/conditionalaccess.h"
 #include "client/psi/delivery.h"
 #include "client/psi/languages.h"
 #include "client/psi/mpegtsnames.h"
-#include "client/presentation.h"
 #include "client/psi/servicetext.h"
 #include "client/psi/streamkind.h"
 #include "client/streamtables.h"

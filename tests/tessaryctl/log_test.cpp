@@ -1,3 +1,4 @@
+#include "firstinturn.h"
 #include "lineproxy.h"
 #include "toolsuite.h"
 
@@ -159,6 +160,7 @@ TEST_F(ToolLog, GoesOnWhenTheAdapterIsPluggedInAgain)
 
 TEST_F(ToolLog, ARowHasAllFiguresAndTheTimeWithItsZone)
 {
+    const FirstInTurn first(instrument().daemonPid());
     const RunningStream stream = send();
     const QString path = instrument().path("figures.csv");
     for (int part = 0; part < 2; ++part) {

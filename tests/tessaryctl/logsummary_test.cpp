@@ -205,6 +205,20 @@ void expectWellFormed(const std::string& html)
     EXPECT_TRUE(open.empty());
 }
 
+TEST(ReportPage, TheEndOfAGapIsToldInWords)
+{
+    LogEntry answered = gap(12, 5);
+    answered.note = "no-answer; the instrument has restarted";
+    LogEntry back = gap(20, 4);
+    back.note = "absent";
+    const auto log =
+        recordOf({at(0, Event::Start), at(7, Event::NoAnswer), answered, at(16, Event::Absent), back});
+    const std::string page = reportPage(log, summaryOf(log), "night.csv");
+    for (const char* text :
+        {"instrument answers again</td><td>the instrument has restarted", "stream is back</td><td></td>"})
+        EXPECT_NE(page.find(text), std::string::npos) << text;
+}
+
 TEST(ReportPage, ADayFitsIntoAMegabyteAndNeedsNothingElse)
 {
     const MeasurementRecord log = dayLog();

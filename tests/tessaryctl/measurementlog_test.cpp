@@ -224,6 +224,17 @@ TEST(MeasurementLog, AnotherStreamIsNoted)
     EXPECT_EQ(night.count(Event::Changed), 3);
 }
 
+TEST(MeasurementLog, TheSecondInWhichTheStreamChangesIsOfNeither)
+{
+    Night night;
+    night.stream(10, 0, rate);
+    night.stream(1, 0, rate * 7 / 10, 5); // the last datagram is of the new stream
+    night.stream(10, 0, rate / 2, 5);
+    ASSERT_EQ(night.count(Event::Changed), 1);
+    EXPECT_EQ(night.first(Event::Changed).note,
+        "10.0 Mbit/s, 7 × 188 bytes before; 5.00 Mbit/s, 5 × 188 bytes now");
+}
+
 TEST(MeasurementLog, LimitsAreToldInTheRowAndCounted)
 {
     LogSettings settings;
