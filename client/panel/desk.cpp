@@ -1,9 +1,9 @@
 #include "client/panel/desk.h"
 
 #include "client/panel/instrumentwatch.h"
+#include "client/serverspec.h"
 #include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/failure.h"
-#include "client/serverspec.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,10 +1,10 @@
 #include "client/panel/instrumentwatch.h"
 
 #include "client/panel/commandline.h"
+#include "client/serverspec.h"
 #include "client/tessaryctl/failure.h"
 #include "client/tessaryctl/jsonvalue.h"
 #include "client/tessaryctl/reading.h"
-#include "client/serverspec.h"
 
 namespace tessary::panel {
 

@@ -1,7 +1,7 @@
 #include "client/panel/tabletree.h"
 
-#include "client/psi/mpegtsnames.h"
 #include "client/panel/treebuilder.h"
+#include "client/psi/mpegtsnames.h"
 #include "client/psi/sections.h"
 #include "client/psi/servicetext.h"
 #include "client/psi/t2mipacket.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "client/psi/bytes.h"
 #include "client/panel/hub.h"
+#include "client/psi/bytes.h"
 
 #include <string>
 
