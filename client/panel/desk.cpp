@@ -40,10 +40,11 @@ bool isWord(const std::string& text)
 void addOption(std::vector<std::string>& words, const char* option, const Json& wish, const char* key)
 {
     const auto found = wish.find(key);
-    if (found == wish.end() || found->is_null() || *found == "")
+    if (found == wish.end() || found->is_null())
         return;
-    words.push_back(
-        std::string(option) + "=" + (found->is_string() ? found->get<std::string>() : found->dump()));
+    const std::string text = found->is_string() ? found->get<std::string>() : found->dump();
+    if (!text.empty())
+        words.push_back(std::string(option) + "=" + text);
 }
 
 double numberOf(const Json& wish, const char* key, double least, double most)
@@ -170,11 +171,11 @@ Json Desk::startSender(const Json& wish)
     const Json known = streams();
     if (std::none_of(known.begin(), known.end(), [&](const Json& one) { return one.at("file") == file; }))
         refuse("there is no stream \"" + file + "\"", "the folder is " + m_places.streams.string());
-    const auto server = ctl::parseServer({wish.at("url").get<std::string>()});
-    if (ctl::carriesT2mi(server))
+    const auto server = client::parseServer({wish.at("url").get<std::string>()});
+    if (client::carriesT2mi(server))
         refuse("a sender has no T2-MI of its own", "udp:// or rtp:// with a stream that carries T2-MI");
     std::vector<std::string> words{m_places.instrument, "exec", "--run-dir", m_places.folder.string(),
-        "--sender", m_places.sender, (m_places.streams / file).string(), ctl::serverUrl(server),
+        "--sender", m_places.sender, (m_places.streams / file).string(), client::serverUrl(server),
         "--interface", "uplink"};
     if (wish.value("loop", true))
         words.emplace_back("--loop");
@@ -188,12 +189,12 @@ Json Desk::startSender(const Json& wish)
     constexpr std::size_t most = 16;
     if (m_senders.size() >= most)
         refuse("there are " + std::to_string(most) + " senders already", "end one of them");
-    Sender sender;
-    sender.told = {{"file", file}, {"url", ctl::serverUrl(server)},
+    auto program = std::make_unique<Program>(asRoot(words));
+    Sender& sender = m_senders[++m_lastId];
+    sender.told = {{"file", file}, {"url", client::serverUrl(server)},
         {"bit_rate", wish.value("bit_rate", Json())}, {"cc_errors_per_second", errors},
         {"since", ctl::isoTime(std::chrono::system_clock::now())}};
-    sender.program = std::make_unique<Program>(asRoot(words));
-    m_senders[++m_lastId] = std::move(sender);
+    sender.program = std::move(program);
     addMark(m_hub, "sender of " + file + " started");
     return {{"id", m_lastId}};
 }
@@ -234,17 +235,21 @@ void Desk::setKnobs(const Json& wish)
 {
     if (!hasHardware())
         refuse("this instrument has no counterparts of its hardware", "start it with bench/hardware");
-    for (const auto& [name, value] : wish.items()) {
-        const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
-        if (!isWord(name) || text.find_first_not_of("-0123456789") != std::string::npos)
-            refuse("\"" + name + "\" is no knob, or \"" + text + "\" no number",
-                "docs/bench.md lists the knobs");
-        std::ofstream file(m_places.folder / "fpga" / "knobs");
-        file << name << '=' << text << '\n' << std::flush;
-        if (!file)
-            refuse("the FPGA did not take " + name + "=" + text, "docs/bench.md lists the knobs");
-        addMark(m_hub, name + "=" + text);
-    }
+    for (const auto& [name, value] : wish.items())
+        setKnob(name, value.is_string() ? value.get<std::string>() : value.dump());
+}
+
+void Desk::setKnob(const std::string& name, const std::string& value)
+{
+    constexpr const char* remedy = "docs/bench.md lists the knobs";
+    if (!isWord(name) || value.find_first_not_of("-0123456789") != std::string::npos)
+        refuse("\"" + name + "\" is no knob, or \"" + value + "\" no number", remedy);
+    const std::string setting = name + "=" + value;
+    std::ofstream file(m_places.folder / "fpga" / "knobs");
+    file << setting << '\n' << std::flush;
+    if (!file)
+        refuse("the FPGA did not take " + setting, remedy);
+    addMark(m_hub, setting);
 }
 
 void Desk::setBehaviour(const Json& wish)

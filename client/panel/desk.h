@@ -47,6 +47,7 @@ private:
         std::unique_ptr<Program> program;
     };
 
+    void setKnob(const std::string& name, const std::string& value);
     std::string steer(std::vector<std::string> words);
     Json streams() const;
     Json senders();

@@ -213,7 +213,7 @@ void InstrumentWatch::startLog()
 {
     ctl::LogSettings settings;
     if (m_known && m_session.memory().server().has_value())
-        settings.server = ctl::parseServer({m_session.memory().server()->url});
+        settings.server = parseServer({m_session.memory().server()->url});
     m_log = std::make_unique<MeasurementLog>(
         settings, [this](const ctl::LogEntry& entry) { m_history.add(entry); });
     m_log->start(MeasurementLog::Moment::now(), std::nullopt);

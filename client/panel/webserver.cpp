@@ -429,7 +429,7 @@ void WebServer::Implementation::showTable(Response& response, Job job)
     const Json& result = done->at("result");
     if (done->at("status") != 0)
         return answer(response, result, 502);
-    if (result.at("hex") == "")
+    if (result.at("hex").get_ref<const std::string&>().empty())
         return refuse(
             response, {404, "the instrument has no such table", "scan the stream, or play a program"});
     answer(response, result);
