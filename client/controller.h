@@ -7,6 +7,7 @@
 #include "client/requests.h"
 #include "client/serialline.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -44,6 +45,13 @@ struct Patience
     Milliseconds firstByte{8000}; ///< for an answer that always comes
     Milliseconds absent{1500}; ///< for a DAB answer, which may not come
     Milliseconds blocked{32000}; ///< for the daemon to end what keeps it from answering
+
+    /// With `timeout` for everything. An answer that may not come is followed by the question whether the
+    /// daemon lives, so the wait for it can be short.
+    static Patience of(Milliseconds timeout)
+    {
+        return {timeout, std::min(Milliseconds(300), timeout), timeout};
+    }
 };
 
 /// Is told what a Controller learns of the instrument beside the answers. Borrowed by it.

@@ -39,11 +39,8 @@ client::Controller& Session::open(const std::string& port, Milliseconds timeout)
         m_line->stopWhen(&InterruptGuard::stopsWaiting);
         m_memory = std::make_unique<InstrumentMemory>(port);
     }
-    // An answer that may not come is followed by the question whether the daemon lives, so the first wait can
-    // be short.
-    constexpr Milliseconds silence{300};
-    m_controller = std::make_unique<client::Controller>(
-        *m_line, client::Patience{timeout, std::min(silence, timeout), timeout}, m_memory.get());
+    m_controller =
+        std::make_unique<client::Controller>(*m_line, client::Patience::of(timeout), m_memory.get());
     return *m_controller;
 }
 

@@ -21,11 +21,8 @@ void Dialogue::greeted()
 
 Controller& Dialogue::controllerOn(SerialLine& line, double seconds)
 {
-    // An answer that may not come is followed by the question whether the daemon lives, so the first wait can be short.
-    constexpr Milliseconds silence{300};
     if (!m_controller.has_value() || m_seconds != seconds) {
-        const Milliseconds wait = milliseconds(seconds);
-        m_controller.emplace(line, Patience{wait, std::min(silence, wait), wait}, this);
+        m_controller.emplace(line, Patience::of(milliseconds(seconds)), this);
         m_seconds = seconds;
     }
     return *m_controller;
