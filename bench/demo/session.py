@@ -67,9 +67,9 @@ class Session:
         print(f"\n{self.instrument.log('runner')}"
               f"The streams go on at {TELEVISION} (three programs) and {RADIO} (radio and others). Ctrl-C ends\n"
               "everything. In a second terminal:\n"
-              f"    build/release/bin/tessaryctl {named}scan\n    build/release/bin/tessaryctl {named}shell", flush=True)
+              f"    build/release/bin/tessaryctl {named}scan\n    build/release/bin/tessaryctl {named}shell\n"
+              f"or, in a browser at http://127.0.0.1:8080:\n    sudo build/release/bin/tessary-panel {named}", flush=True)
         signal.pause()
-
 
     def stay_with_panel(self):
         """The front panel takes the line; as root, for the desk needs it."""

@@ -11,9 +11,14 @@ void answer(httplib::Response& response, const Json& value, int status)
     response.set_content(textOf(value), "application/json");
 }
 
+Json errorOf(const Refusal& refusal)
+{
+    return {{"error", {{"cause", refusal.cause}, {"remedy", refusal.remedy}}}};
+}
+
 void refuse(httplib::Response& response, const Refusal& refusal)
 {
-    answer(response, {{"error", {{"cause", refusal.cause}, {"remedy", refusal.remedy}}}}, refusal.status);
+    answer(response, errorOf(refusal), refusal.status);
 }
 
 void sendFile(httplib::Response& response, const std::string& path, const std::string& type)

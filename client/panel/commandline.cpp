@@ -83,6 +83,16 @@ void checkUpdate(const ctl::AskedFor& asked, const Allowed& allowed, const std::
             "only a package that was uploaded here can be sent", "upload it first: POST /api/upload");
 }
 
+/// Throws Failure Usage.
+ctl::AskedFor understood(const std::vector<std::string>& words)
+{
+    std::ostringstream nowhere;
+    const ctl::Host host{nowhere, [](const std::string&) {}};
+    ctl::Session session;
+    Context context(session, &host);
+    return ctl::understand(context, words);
+}
+
 /// The JSON that a command line printed: one object, or one a line.
 Json parsed(const std::string& text)
 {
@@ -102,14 +112,15 @@ Json parsed(const std::string& text)
 
 } // namespace
 
+std::string commandOf(const std::vector<std::string>& words)
+{
+    return understood(words).command;
+}
+
 std::string checkedCommand(
     const std::vector<std::string>& words, const Allowed& allowed, const std::string& uploads)
 {
-    std::ostringstream nowhere;
-    const ctl::Host host{nowhere, [](const std::string&) {}};
-    ctl::Session session;
-    Context context(session, &host);
-    const ctl::AskedFor asked = ctl::understand(context, words);
+    const ctl::AskedFor asked = understood(words);
     if (asked.command == "command" && !allowed.command)
         throw NotAllowed("shell commands on the instrument are not allowed here", remedyForCommand);
     if (asked.command == "update")

@@ -38,6 +38,8 @@ private:
 /// NotAllowed. `uploads`: the folder that packages come from.
 std::string checkedCommand(
     const std::vector<std::string>& words, const Allowed& allowed, const std::string& uploads);
+/// The same names, whatever is allowed.
+std::string commandOf(const std::vector<std::string>& words);
 
 /// Carries out a command line on the session's port, its progress told to `hear`.
 Outcome runCommandLine(ctl::Session& session, const std::string& port, const std::vector<std::string>& words,

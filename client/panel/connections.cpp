@@ -6,10 +6,10 @@ namespace tessary::panel {
 
 void Connections::enqueue(std::function<void()> serve)
 {
-    std::unique_lock lock(m_mutex);
-    // The listening thread waits here; those that ask meanwhile wait in the system's queue.
-    m_ended.wait(lock, [this] { return m_open < most; });
-    ++m_open;
+    {
+        const std::lock_guard lock(m_mutex);
+        ++m_open;
+    }
     std::thread([this, serve = std::move(serve)] {
         serve();
         const std::lock_guard ended(m_mutex);

@@ -7,8 +7,8 @@
 
 namespace tessary::panel {
 
-/// A thread for each connection, as many as there are: each browser keeps some open for as long as it looks. Beyond
-/// a limit they wait.
+/// A thread for each connection: each browser keeps some open for as long as it looks. LimitedServer turns away those that
+/// are too many.
 class Connections : public httplib::TaskQueue
 {
 public:
@@ -17,8 +17,6 @@ public:
     void shutdown() override;
 
 private:
-    static constexpr int most = 256;
-
     std::mutex m_mutex;
     std::condition_variable m_ended;
     int m_open = 0;

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 namespace tessary::panel {
 
@@ -78,6 +79,7 @@ std::string Desk::steer(std::vector<std::string> words)
 {
     words.insert(words.begin() + 1, {"--run-dir", m_places.folder.string()});
     words.insert(words.begin(), m_places.instrument);
+    m_looked = {};
     const ProgramEnd end = Program(asRoot(words)).wait();
     if (end.status != 0)
         throw Failure(ExitCode::LocalFile, "the virtual instrument did not do it: " + end.output,
@@ -150,19 +152,49 @@ Json Desk::dab() const
 Json Desk::state()
 {
     const std::lock_guard lock(m_mutex);
-    const std::string status = steer({"status"});
-    const std::string daemon = lineOf(status, "daemon");
+    look();
+    const std::string daemon = lineOf(m_status, "daemon");
     const std::size_t pid = daemon.find("PID ");
     Json behaviours = Json::array();
     for (const auto& [program, behaviour] : m_behaviours)
         behaviours.push_back(behaviour);
     return {{"streams", streams()}, {"senders", senders()},
-        {"link", {{"up", lineOf(status, "uplink").find("down") == std::string::npos}}},
+        {"link", {{"up", lineOf(m_status, "uplink").find("DOWN") == std::string::npos}}},
         {"daemon",
             {{"running", daemon.rfind("running", 0) == 0},
                 {"pid", pid == std::string::npos ? Json() : Json(std::stoi(daemon.substr(pid + 4)))},
                 {"said", daemon}}},
-        {"knobs", knobs()}, {"behaviours", behaviours}, {"dab", dab()}, {"card", nullptr}};
+        {"knobs", knobs()}, {"behaviours", behaviours}, {"dab", dab()}, {"card", m_card}};
+}
+
+/// Many browsers may look at the desk.
+void Desk::look()
+{
+    constexpr std::chrono::seconds fresh{1};
+    if (std::chrono::steady_clock::now() - m_looked < fresh)
+        return;
+    m_status = steer({"status"});
+    m_card = card();
+    m_looked = std::chrono::steady_clock::now();
+}
+
+/// Size and room of the memory card, which is a file system in memory; null without one.
+Json Desk::card() const
+{
+    const Json told = Json::parse(contents(m_places.folder / "state.json"), nullptr, false);
+    if (!told.is_object() || !told.contains("init"))
+        return {};
+    const std::string path = "/proc/" + told.at("init").dump() + "/root/run/media/mmcblk1p1";
+    const ProgramEnd end = Program(asRoot({"stat", "--file-system", "--format=%T %S %b %a", path})).wait();
+    std::istringstream words(end.output);
+    std::string kind;
+    std::uint64_t block = 0;
+    std::uint64_t blocks = 0;
+    std::uint64_t left = 0;
+    words >> kind >> block >> blocks >> left;
+    if (end.status != 0 || !words || kind != "tmpfs")
+        return {};
+    return {{"bytes", block * blocks}, {"free", block * left}};
 }
 
 Json Desk::startSender(const Json& wish)

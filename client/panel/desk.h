@@ -3,6 +3,7 @@
 #include "client/panel/hub.h"
 #include "client/panel/program.h"
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -49,6 +50,8 @@ private:
 
     void setKnob(const std::string& name, const std::string& value);
     std::string steer(std::vector<std::string> words);
+    void look();
+    Json card() const;
     Json streams() const;
     Json senders();
     Json knobs() const;
@@ -61,6 +64,11 @@ private:
     std::map<int, Sender> m_senders;
     int m_lastId = 0;
     std::map<std::string, Json> m_behaviours; ///< by program, as given here
+
+    /// What programs had to be started to know: asked anew after a second, and after each turn.
+    std::string m_status;
+    Json m_card;
+    std::chrono::steady_clock::time_point m_looked{};
 };
 
 } // namespace tessary::panel

@@ -72,6 +72,16 @@ void sendSound(Response& response, const std::filesystem::path& file, const std:
         });
 }
 
+/// Of what the instrument was told to play last; null where that is not known.
+Json codecsOf(const Json& play)
+{
+    const Json presentation = play.is_object() ? play.value("presentation", Json()) : Json();
+    Json codecs = Json::object();
+    for (const char* key : {"video", "audio"})
+        codecs[key] = presentation.is_object() ? presentation.value(key, Json()) : Json();
+    return codecs;
+}
+
 /// Takes JSON; answers with the desk as it is then.
 void addSwitch(httplib::Server& server, const char* path, Desk& desk, void (Desk::*turn)(const Json&))
 {
@@ -101,12 +111,15 @@ void addDeskRoutes(httplib::Server& server, Desk& desk)
     addSwitch(server, "/api/desk/dab", desk, &Desk::setDab);
 }
 
-void addDisplayRoutes(httplib::Server& server, Display& display, const std::atomic<bool>& ends)
+void addDisplayRoutes(httplib::Server& server, const Shown& shown)
 {
     server.Get("/api/display",
-        [&display, &ends](const Request&, Response& response) { sendDisplay(response, display, ends); });
-    server.Get("/api/display.json",
-        [&display](const Request&, Response& response) { answer(response, display.report()); });
+        [shown](const Request&, Response& response) { sendDisplay(response, shown.display, shown.ends); });
+    server.Get("/api/display.json", [shown](const Request&, Response& response) {
+        Json report = shown.display.report();
+        report.update(codecsOf(shown.hub.valueOf("play")));
+        answer(response, report);
+    });
 }
 
 void addSoundRoute(httplib::Server& server, const std::filesystem::path& file, const std::atomic<bool>& ends)
@@ -123,7 +136,7 @@ void addRealInstrumentRoutes(httplib::Server& server)
                 "a virtual one has: bench/instrument run"});
     };
     server.Get(R"(/api/(display|display\.json|sound|desk))", refusal);
-    server.Post(R"(/api/desk/.*)", refusal);
+    server.Post(R"(/api/desk/[a-z]{1,20})", refusal);
 }
 
 } // namespace tessary::panel

@@ -91,6 +91,8 @@ std::optional<Refusal> Gate::checkBody(const Asking& asking) const
 {
     if (asking.method == "GET" || asking.method == "HEAD")
         return std::nullopt;
+    if (!asking.contentEncoding.empty() && asking.contentEncoding != "identity")
+        return Refusal{415, "the request is packed, and may unpack to anything", "send it as it is"};
     const bool upload = asking.path == uploadPath;
     if (!asking.contentLength.has_value())
         return asking.method == "DELETE"

@@ -18,6 +18,7 @@ struct Asking
     std::string authorization;
     std::string cookie;
     std::string contentType;
+    std::string contentEncoding;
     std::optional<std::uint64_t> contentLength;
 };
 

@@ -3,7 +3,7 @@
 #include "client/tessaryctl/failure.h"
 
 #include <algorithm>
-#include <limits>
+#include <iostream>
 #include <sqlite3.h>
 
 namespace tessary::panel {
@@ -64,6 +64,12 @@ public:
     }
     /// True while there is a row.
     bool step() { return ::sqlite3_step(m_statement) == SQLITE_ROW; }
+    /// For what gives no rows.
+    void carryOut()
+    {
+        if (::sqlite3_step(m_statement) != SQLITE_DONE)
+            throw Failure(ExitCode::LocalFile, ::sqlite3_errmsg(::sqlite3_db_handle(m_statement)));
+    }
 
     int width() const { return ::sqlite3_column_count(m_statement); }
     bool isNull(int column) const { return ::sqlite3_column_type(m_statement, column) == SQLITE_NULL; }
@@ -165,31 +171,44 @@ void History::execute(const std::string& sql) const
 void History::add(const LogEntry& entry)
 {
     const std::lock_guard lock(m_mutex);
+    try {
+        insert(entry);
+        if (++m_added % rowsBetweenForgetting == 0)
+            forgetOld(ctl::secondsOf(entry.time));
+        m_lost = false;
+    } catch (const Failure& failure) { // the measurement goes on without its history
+        if (!m_lost)
+            std::cerr << "tessary-panel: the history is not kept: " << failure.what()
+                      << "\n    is there room on its disk?" << std::endl;
+        m_lost = true;
+    }
+}
+
+void History::insert(const LogEntry& entry) const
+{
     std::string marks = "?, ?, ?";
     for (std::size_t i = 0; i < ctl::logNumbers().size() + 3; ++i)
         marks += ", ?";
-    Statement insert(m_database.get(), "INSERT INTO history (" + columnList("") + ") VALUES (" + marks + ")");
-    insert.bind(ctl::secondsOf(entry.time));
-    insert.bind(std::string(ctl::nameOf(entry.event)));
-    insert.bind(entry.server);
+    Statement row(m_database.get(), "INSERT INTO history (" + columnList("") + ") VALUES (" + marks + ")");
+    row.bind(ctl::secondsOf(entry.time));
+    row.bind(std::string(ctl::nameOf(entry.event)));
+    row.bind(entry.server);
     for (const auto& number : ctl::logNumbers())
-        insert.bind(entry.*(number.value));
+        row.bind(entry.*(number.value));
     if (entry.seconds.has_value())
-        insert.bind(*entry.seconds);
+        row.bind(*entry.seconds);
     else
-        insert.bind(std::optional<std::int64_t>());
-    insert.bind(entry.crossed);
-    insert.bind(entry.note);
-    insert.step();
-    if (++m_added % rowsBetweenForgetting == 0)
-        forgetOld(ctl::secondsOf(entry.time));
+        row.bind(std::optional<std::int64_t>());
+    row.bind(entry.crossed);
+    row.bind(entry.note);
+    row.carryOut();
 }
 
 void History::forgetOld(double now) const
 {
     Statement forget(m_database.get(), "DELETE FROM history WHERE time < ?");
     forget.bind(now - kept);
-    forget.step();
+    forget.carryOut();
 }
 
 Json History::rows(const std::string& sql, double from, double to) const

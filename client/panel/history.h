@@ -19,6 +19,7 @@ public:
     /// `file`: ":memory:", or a path. Throws Failure LocalFile.
     explicit History(const std::string& file);
 
+    /// One that can not be kept is told on standard error.
     void add(const ctl::LogEntry& entry);
 
     /// {"columns": [...], "rows": [[...], ...]} of the time from `from` up to `to` (seconds since 1970). Where there are
@@ -30,6 +31,7 @@ public:
 
 private:
     void execute(const std::string& sql) const;
+    void insert(const ctl::LogEntry& entry) const;
     void forgetOld(double now) const;
     Json rows(const std::string& sql, double from, double to) const;
 
@@ -41,6 +43,7 @@ private:
     mutable std::mutex m_mutex;
     std::unique_ptr<sqlite3, Close> m_database;
     int m_added = 0; ///< since old rows were forgotten
+    bool m_lost = false; ///< the last row could not be kept
 };
 
 } // namespace tessary::panel

@@ -21,6 +21,7 @@ constexpr double patience = 0.9; // s
 constexpr Milliseconds pollInterval{1000};
 constexpr Milliseconds retryInterval{500};
 constexpr std::chrono::seconds interfaceInterval{10}; // three programs run on the instrument for it
+constexpr int mostStillSizes = 10; // of a recording that goes on: one each second
 constexpr std::size_t bins = 40;
 constexpr std::size_t marksKept = 200;
 
@@ -181,16 +182,37 @@ void InstrumentWatch::pollPlayer()
 {
     m_instrument["player"] = controller().playerStatus();
     tellInstrument();
-    m_hub.set("recorder", {{"recording", m_recording}, {"bytes", controller().recordingSize()}});
+    noteRecordingSize(controller().recordingSize());
     m_playerDue = Clock::now() + pollInterval;
 }
 
 void InstrumentWatch::setRecording(bool recording)
 {
     m_recording = recording;
+    m_recordingBytes.reset(); // what has grown until now grew before
+    m_stillSizes = 0;
+    tellRecorder();
+}
+
+/// The instrument does not tell whether it records, but the recording grows: also one that was begun before the panel was
+/// there. It ends by itself when the card is full.
+void InstrumentWatch::noteRecordingSize(std::uint64_t bytes)
+{
+    const bool grows = m_recordingBytes.has_value() && bytes > *m_recordingBytes;
+    m_stillSizes = grows ? 0 : m_stillSizes + 1;
+    if (grows || m_stillSizes > mostStillSizes)
+        m_recording = grows;
+    m_recordingBytes = bytes;
+    tellRecorder();
+}
+
+void InstrumentWatch::tellRecorder()
+{
     const Json known = m_hub.valueOf("recorder");
-    m_hub.set(
-        "recorder", {{"recording", recording}, {"bytes", known.is_null() ? Json() : known.at("bytes")}});
+    const Json bytes = m_recordingBytes.has_value() ? Json(*m_recordingBytes)
+        : known.is_null()                           ? Json()
+                                                    : known.at("bytes");
+    m_hub.set("recorder", {{"recording", m_recording}, {"bytes", bytes}});
 }
 
 void InstrumentWatch::measure(bool on)

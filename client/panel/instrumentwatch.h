@@ -8,7 +8,9 @@
 #include "client/tessaryctl/measurementlog.h"
 #include "client/tessaryctl/measurementpoll.h"
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,6 +60,8 @@ private:
     void startLog();
     void endLog(const std::string& reason);
     void tellArrivals(const ctl::MeasurementPoll::News& news);
+    void tellRecorder();
+    void noteRecordingSize(std::uint64_t bytes);
 
     Hub& m_hub;
     History& m_history;
@@ -70,6 +74,8 @@ private:
     int m_starts = 0; ///< of the daemon that have been noticed
     bool m_measuring = false;
     bool m_recording = false;
+    std::optional<std::uint64_t> m_recordingBytes; ///< as it was asked for last
+    int m_stillSizes = 0; ///< answers since it began, or last grew
     std::chrono::steady_clock::time_point m_interfaceDue{};
     std::chrono::steady_clock::time_point m_playerDue{};
     ctl::MeasurementPoll m_measurement;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/panel/commandline.h"
+#include "client/panel/requestlimits.h"
 
 #include <cstdint>
 #include <optional>
@@ -23,6 +24,7 @@ struct Options
     std::string streams; ///< folder of streams to send
     std::uint64_t uploadLimit = 64; ///< MiB
     Allowed allowed;
+    RequestLimits limits; ///< as they are, without an option
 
     std::string address() const; ///< of `listen`
     int httpPort() const;

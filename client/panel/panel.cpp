@@ -56,6 +56,7 @@ WebSettings webSettings(const Options& options, const std::string& uploads)
     settings.library = options.library;
     settings.uploads = uploads;
     settings.allowed = options.allowed;
+    settings.limits = options.limits;
     settings.gate.local = options.isLocal();
     settings.gate.token = tokenOf(options);
     settings.gate.mostUploadBytes = options.uploadLimit * 1024 * 1024;

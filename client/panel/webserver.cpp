@@ -1,8 +1,8 @@
 #include "client/panel/webserver.h"
 
 #include "client/panel/answers.h"
-#include "client/panel/connections.h"
 #include "client/panel/deskroutes.h"
+#include "client/panel/limitedserver.h"
 #include "client/panel/tabletree.h"
 #include "client/tessaryctl/clocktime.h"
 #include "client/tessaryctl/failure.h"
@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <thread>
 
 namespace tessary::panel {
@@ -25,8 +26,6 @@ using httplib::Response;
 
 namespace {
 
-constexpr int longestWait = 5; // s, between two bytes of a request, and for a browser to take more
-constexpr std::chrono::milliseconds heartbeat{5000}; // shows a browser that the panel is there
 constexpr std::size_t longestName = 60; // of who asks
 
 /// Everything that the page shows comes from the panel. Inline styles and scripts are none of it.
@@ -53,11 +52,8 @@ Asking askingOf(const Request& request)
     asking.authorization = request.get_header_value("Authorization");
     asking.cookie = request.get_header_value("Cookie");
     asking.contentType = request.get_header_value("Content-Type");
-    const std::string length = request.get_header_value("Content-Length");
-    const bool number =
-        !length.empty() && length.size() < 19 && length.find_first_not_of("0123456789") == std::string::npos;
-    if (number && !request.has_header("Transfer-Encoding"))
-        asking.contentLength = std::stoull(length);
+    asking.contentEncoding = request.get_header_value("Content-Encoding");
+    asking.contentLength = contentLengthOf(request);
     return asking;
 }
 
@@ -121,6 +117,31 @@ void dropOldUploads(const std::string& folder)
         std::filesystem::remove(all[i], error);
 }
 
+/// A browser that gets the events.
+struct Listener
+{
+    using Clock = std::chrono::steady_clock;
+
+    Hub::Place place;
+    Clock::time_point beat = Clock::now(); ///< when the next one is due
+
+    std::chrono::milliseconds untilBeat() const
+    {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(beat - Clock::now());
+        return std::max(left, std::chrono::milliseconds(0));
+    }
+    /// Every two seconds an event that changes nothing: a page that hears none knows that the panel hangs.
+    std::string dueBeat()
+    {
+        constexpr std::chrono::milliseconds interval{2000};
+        if (Clock::now() < beat)
+            return {};
+        beat = Clock::now() + interval;
+        const Json data{{"time", ctl::isoTime(std::chrono::system_clock::now())}};
+        return "event: heartbeat\ndata: " + textOf(data) + "\n\n";
+    }
+};
+
 } // namespace
 
 class WebServer::Implementation
@@ -153,7 +174,8 @@ private:
     WebSettings m_settings;
     Gate m_gate;
     std::atomic<bool> m_ends{false};
-    httplib::Server m_server;
+    std::mutex m_upload; ///< one at a time
+    LimitedServer m_server;
     std::thread m_thread;
 };
 
@@ -161,6 +183,7 @@ WebServer::Implementation::Implementation(const Parts& parts, WebSettings settin
     : m_parts(parts)
     , m_settings(std::move(settings))
     , m_gate(GateSettings{})
+    , m_server(m_settings.limits)
 {
     setUp();
     addFiles();
@@ -176,27 +199,27 @@ WebServer::Implementation::~Implementation()
 {
     m_ends = true;
     m_parts.hub.close();
-    m_server.stop();
+    m_server.end();
     m_thread.join();
 }
 
 void WebServer::Implementation::setUp()
 {
-    m_server.new_task_queue = [] { return new Connections; };
-    m_server.set_keep_alive_max_count(
-        1); // a refused body that is not read can not be taken for the next request
-    m_server.set_read_timeout(longestWait);
-    m_server.set_write_timeout(longestWait);
     m_server.set_tcp_nodelay(true);
     m_server.set_payload_max_length(m_settings.gate.mostUploadBytes);
     m_server.set_default_headers(defaultHeaders());
     m_server.set_pre_routing_handler(
         [this](const Request& request, Response& response) { return letIn(request, response); });
     m_server.set_error_handler([](const Request& request, Response& response) {
-        if (response.body.empty() && response.status >= 400)
+        if (!response.body.empty() || response.status < 400)
+            return;
+        if (response.status == 404)
             refuse(response,
-                {response.status, "there is no " + request.method + " " + request.path + " here",
+                {404, "there is no " + request.method + " " + request.path + " here",
                     "docs/api.md lists what there is"});
+        else
+            refuse(response,
+                {response.status, "the request is damaged, or did not come whole", "send it again"});
     });
     m_server.set_exception_handler([](const Request&, Response& response, std::exception_ptr thrown) {
         try {
@@ -226,6 +249,7 @@ void WebServer::Implementation::listen()
             "cannot listen on " + m_settings.address + ":" + std::to_string(m_settings.port) + ": "
                 + std::strerror(errno),
             "end what listens there, or name another address with --listen");
+    m_server.letMoreWait();
     m_settings.gate.port = m_settings.port;
     m_gate = Gate(m_settings.gate);
     const ctl::SignalsBlocked blocked;
@@ -287,16 +311,16 @@ void WebServer::Implementation::addState()
 void WebServer::Implementation::sendEvents(Response& response)
 {
     response.set_header("X-Accel-Buffering", "no");
-    const auto place = std::make_shared<Hub::Place>();
+    const auto listener = std::make_shared<Listener>();
     response.set_chunked_content_provider(
-        "text/event-stream", [this, place](std::size_t, httplib::DataSink& sink) {
-            const auto news = m_parts.hub.await(*place, heartbeat);
+        "text/event-stream", [this, listener](std::size_t, httplib::DataSink& sink) {
+            const auto news = m_parts.hub.await(listener->place, listener->untilBeat());
             if (!news.has_value()) {
                 sink.done();
                 return true;
             }
-            const std::string text = news->empty() ? ": still here\n\n" : *news;
-            return sink.write(text.data(), text.size());
+            const std::string text = *news + listener->dueBeat();
+            return text.empty() || sink.write(text.data(), text.size());
         });
 }
 
@@ -358,6 +382,9 @@ void WebServer::Implementation::takeUpload(
     if (!isPackageName(name))
         return refuse(response,
             {400, "\"" + name + "\" is no name of a Debian package", "such as ?name=tessary_1.5_arm64.deb"});
+    const std::unique_lock alone(m_upload, std::try_to_lock);
+    if (!alone.owns_lock())
+        return refuse(response, {503, "another package is being uploaded", "wait until it is there"});
     dropOldUploads(m_settings.uploads);
     const std::string path = m_settings.uploads + "/" + name;
     const std::string partial = m_settings.uploads + "/.partial-" + name;
@@ -440,7 +467,7 @@ void WebServer::Implementation::addVirtualInstrument()
     if (m_parts.desk == nullptr)
         return addRealInstrumentRoutes(m_server);
     addDeskRoutes(m_server, *m_parts.desk);
-    addDisplayRoutes(m_server, *m_parts.display, m_ends);
+    addDisplayRoutes(m_server, {*m_parts.display, m_parts.hub, m_ends});
     addSoundRoute(m_server, m_parts.sound, m_ends);
 }
 

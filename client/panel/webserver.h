@@ -8,6 +8,7 @@
 #include "client/panel/hub.h"
 #include "client/panel/jobs.h"
 #include "client/panel/metrics.h"
+#include "client/panel/requestlimits.h"
 #include "client/panel/worker.h"
 
 #include <memory>
@@ -25,6 +26,7 @@ struct WebSettings
     std::string uploads; ///< folder for packages; empty: none are taken
     Allowed allowed;
     GateSettings gate;
+    RequestLimits limits;
 };
 
 /// The page, its API and the metrics over HTTP.

@@ -106,7 +106,7 @@ void Worker::carryOut(const Job& job)
             m_session, m_port, job.words, [this](const std::string& text, std::optional<double> share) {
                 m_parts.jobs.progress(text, share);
             });
-        command = checkedCommand(job.words, {true, true}, "");
+        command = commandOf(job.words);
         follow(command, job.words, outcome);
     }
     m_watch.forgetController();

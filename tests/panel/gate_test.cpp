@@ -96,6 +96,13 @@ TEST(PanelGate, LimitsWhatIsSent)
     EXPECT_EQ(statusOf(gate, endless), 411);
 }
 
+TEST(PanelGate, RefusesWhatIsPacked)
+{
+    Asking packed = post("/api/run", 20);
+    packed.contentEncoding = "gzip";
+    EXPECT_EQ(statusOf(Gate{GateSettings{}}, packed), 415);
+}
+
 TEST(PanelGate, AsksForTheToken)
 {
     const Gate gate = withToken();

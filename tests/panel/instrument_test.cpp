@@ -131,7 +131,9 @@ TEST_F(PanelOnInstrument, SendsScansPlaysAndShowsWhatIsToBeSeenAndHeard)
         expectValid("Table", tree);
         EXPECT_GT(tree.at("decoded").size(), 0U) << table;
     }
+    EXPECT_EQ(get("/api/display.json").at("video"), "MPEG-2");
     expectValid("Desk", get("/api/desk"));
+    EXPECT_EQ(get("/api/desk").at("card").at("bytes"), 64 << 20);
     expectValid("State", get("/api/state"));
     EXPECT_FALSE(get("/api/state").at("commands").empty());
     const Json desk = Json::parse(browser().Delete("/api/desk/senders/" + sender.at("id").dump())->body);

@@ -91,6 +91,13 @@ class WhatMatters(PageTest):
         panel.start("--port", str(port))
         panel.until("return document.querySelector('.banner').hidden")
 
+    def test_panel_that_hangs_is_shown_and_the_page_finds_it_again(self):
+        panel = self.opened()
+        panel.server.awake.clear()
+        panel.until_text("The panel does not answer", ".banner")
+        panel.server.awake.set()
+        panel.until("return document.querySelector('.banner').hidden")
+
     def test_command_at_work_is_shown_with_its_progress_and_who_waits(self):
         panel = self.opened()
         panel.instrument.test({"busy": "export --wait 600"})
@@ -143,6 +150,19 @@ class Pages(PageTest):
                         panel.press("Fetch")
                         panel.until("return document.querySelector('.tree [role=treeitem]') !== null")
                     self.assertEqual(self.found_by_axe(), [])
+
+    def test_axe_finds_nothing_in_the_dialogs(self):
+        panel = self.opened("recorder")
+        for theme in ("light", "dark"):
+            panel.theme(theme)
+            self.driver.execute_script(axe_source())
+            for opened in ("Keys and name", "Stop"):
+                with self.subTest(theme=theme, opened=opened):
+                    panel.press(opened)
+                    panel.until("return document.querySelector('dialog[open]') !== null")
+                    self.assertEqual(self.found_by_axe(), [])
+                    self.key(Keys.ESCAPE)
+                    panel.until("return document.querySelector('dialog') === null")
 
     def test_every_control_is_reached_by_the_keyboard(self):
         panel = self.opened()

@@ -50,7 +50,7 @@ std::string StandIn::answer(const std::string& text)
     if (text == "version?")
         return damaged ? "SV nonsense\n" : "SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n";
     if (text == "PVR_reclist")
-        return damaged ? "reclist nonsense" : "reclist file:42 Bytes";
+        return damaged ? "reclist nonsense" : "reclist file:" + std::to_string(recordingBytes) + " Bytes";
     if (text == "getethernetmes?") {
         m_rate += 1; // the figures of each period differ
         return linked ? bytesOf({1, m_rate, 7, 0, 188, 7, 10}) : "not connected\n";

@@ -32,6 +32,7 @@ public:
     std::atomic<bool> holdsScan{false};
     std::atomic<bool> damaged{false}; ///< answers nonsense
     std::atomic<bool> linked{true}; ///< its Ethernet
+    std::atomic<int> recordingBytes{42};
     void hangUp() { m_far.reset(); }
     void greet() { m_far->pty.send("\rHELLO !\r\n"); }
 

@@ -438,6 +438,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         url = urllib.parse.urlsplit(self.path)
         query = dict(urllib.parse.parse_qsl(url.query))
         path = url.path
+        self.server.awake.wait()
         try:
             if path == "/" and "token" in query:
                 self.give_cookie(query["token"])
@@ -494,7 +495,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.instrument.listeners.append(mine)
         try:
             for number, (topic, value) in enumerate(self.each(first, mine)):
-                self.wfile.write(f"id: {number}\nevent: {topic}\ndata: {json.dumps(value)}\n\n".encode())
+                self.server.awake.wait()
+                mark = "" if topic == "heartbeat" else f"id: {number}\n"
+                self.wfile.write(f"{mark}event: {topic}\ndata: {json.dumps(value)}\n\n".encode())
                 self.wfile.flush()
         finally:
             with self.instrument.lock:
@@ -504,7 +507,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def each(first, more):
         yield from first
         while True:
-            yield more.get()
+            try:
+                yield more.get(timeout=2)
+            except queue.Empty:
+                yield "heartbeat", {"time": iso()}
 
     def history(self, query):
         begin, end = (datetime.datetime.fromisoformat(query[key]).timestamp() for key in ("from", "to"))
@@ -607,9 +613,12 @@ class Server(http.server.ThreadingHTTPServer):
         self.connections = set()
         self.flows = threading.Semaphore(0)  # one up for each flow of pictures or sound that has ended
         self.begun = 0
+        self.awake = threading.Event()  # cleared, the server hangs: it takes connections and says nothing
+        self.awake.set()
 
     def finish_request(self, request, client_address):
         self.connections.add(request)
+        self.awake.wait()
         try:
             super().finish_request(request, client_address)
         finally:
@@ -625,6 +634,7 @@ class Server(http.server.ThreadingHTTPServer):
 
     def stop(self):
         """As if the panel's process had ended: nothing listens, and every connection is cut."""
+        self.awake.set()
         self.shutdown()
         self.server_close()
         for connection in list(self.connections):

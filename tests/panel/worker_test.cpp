@@ -140,6 +140,17 @@ TEST(Panel, AnInstrumentThatStartsAgainIsNoticed)
     }));
 }
 
+TEST(Panel, ARecordingThatWasBegunElsewhereShowsByItsGrowth)
+{
+    PanelOnStandIn panel;
+    const auto records = [](const Json& value) { return value.at("recording") == true; };
+    ASSERT_TRUE(panel.waitFor("recorder", [](const Json& value) { return value.at("bytes") == 42; }));
+    EXPECT_FALSE(records(panel.get("/api/state").at("recorder")));
+    panel.instrument().recordingBytes = 4200;
+    EXPECT_TRUE(panel.waitFor("recorder", records));
+    EXPECT_TRUE(panel.waitFor("recorder", [&](const Json& value) { return !records(value); }));
+}
+
 TEST(Panel, MeasuresAndKeepsTheHistory)
 {
     PanelOnStandIn panel;

@@ -237,7 +237,7 @@ class Page(unittest.TestCase):
         with open(f"{REPOSITORY}/docs/performance.md", encoding="utf-8") as file:
             page = file.read()
         for name in ("run", "capture", "frame-cost", "scan", "live-scan", "zapping",
-                     "recording", "export", "round-trip", "growth"):
+                     "recording", "export", "round-trip", "panel", "growth"):
             self.assertEqual(page.count(report.MARK.format("begin", name)), 1, name)
             self.assertEqual(page.count(report.MARK.format("end", name)), 1, name)
 

@@ -6,6 +6,7 @@ import time
 from . import plots, streams
 from .session import Failure, median, percentile
 from .instrument import CpuMeter, Instrument
+from .processes import resident_kib
 from .tables import milliseconds, number, table
 
 TITLES = {"idle": "tessary, idle", "bare": "5 ms poll and an answer, nothing else",
@@ -25,16 +26,11 @@ def _round_trips(instrument, count):
     return {"median_ms": percentile(taken, 0.5), "p99_ms": percentile(taken, 0.99), "worst_ms": max(taken)}
 
 
-def _resident_kib(pid):
-    with open(f"/proc/{pid}/status", encoding="ascii") as file:
-        return next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
-
-
 def _rest(instrument, seconds):
     pid = instrument.daemon_pid()
     meter = CpuMeter(pid)
     time.sleep(seconds)
-    return {"cpu_percent": meter.share(), "resident_kib": _resident_kib(pid)}
+    return {"cpu_percent": meter.share(), "resident_kib": resident_kib(pid)}
 
 
 def _start(instrument):
@@ -85,7 +81,7 @@ def _busy(instrument):
     pid = instrument.daemon_pid()
     meter = CpuMeter(pid)
     time.sleep(1)
-    return {"cpu_percent": meter.share(), "resident_kib": _resident_kib(pid)}
+    return {"cpu_percent": meter.share(), "resident_kib": resident_kib(pid)}
 
 
 def measure(session):

@@ -4,7 +4,7 @@ import {fetchJson} from "../api.js";
 import {card, changed, el, facts, replace, stateMark} from "../dom.js";
 import {SoundPlayer} from "../sound.js";
 import {playState} from "../status.js";
-import {get} from "../store.js";
+import {get, on} from "../store.js";
 import {unknown} from "../units.js";
 
 const floorDb = -60;
@@ -14,6 +14,15 @@ export default class Picture {
     id = "picture";
     title = "Picture and sound";
     topics = ["play", "instrument", "measurement"];
+
+    constructor() {
+        // A picture that was cut off with the panel stays as it was, and says nothing.
+        on("connection", ({up}) => {
+            if (!up || !this.isShown) return;
+            this.hidden();
+            this.shown();
+        });
+    }
 
     build() {
         this.state = el("p", {class: "said"});
@@ -86,6 +95,7 @@ export default class Picture {
         replace(this.place, this.image);
         this.player.start();
         this.askSize();
+        clearInterval(this.timer);
         this.timer = setInterval(() => this.askSize(), 2000);
     }
 
