@@ -11,16 +11,21 @@ _tessaryctl()
             [ "$before" = update ] || [ "$before" = report ] || return
             ;;
     esac
-    # Bash parts words at colons and equals signs, the tool does not: an address is one word.
-    local words=() part rest=
-    read -r -a words <<<"$line"
-    [[ $line != *[[:blank:]] ]] || words+=("")
+    # Bash parts words at colons and equals signs, the tool does not: an address is one word. So is a name with blanks, in
+    # quotes that may still be open or with backslashes.
+    local words=() one='^[[:blank:]]*((\\.?|"[^"]*"?|'\''[^'\'']*'\''?|[^[:blank:]\\"'\''])+)(.*)$' left=$line part rest=
+    while [[ $left =~ $one ]]; do
+        words+=("${BASH_REMATCH[1]}")
+        left=${BASH_REMATCH[3]}
+    done
+    [ -z "$left" ] || words+=("")
     part=${words[${#words[@]}-1]}
     [ "$part" = "$word" ] || rest=${part%"$word"}
-    local found
+    local found plain=("${words[@]//[\\\"\']/}")
     while IFS= read -r found; do
-        printf -v found %q "${found#"$rest"}"
+        found=${found#"${rest//[\\\"\']/}"}
+        [[ $part == [\"\']* ]] || printf -v found %q "$found"
         COMPREPLY+=("$found")
-    done < <("${words[0]}" __complete "${words[@]:1}" 2>/dev/null)
+    done < <("${plain[0]}" __complete "${plain[@]:1}" 2>/dev/null)
 }
 complete -F _tessaryctl tessaryctl
