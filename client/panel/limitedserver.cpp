@@ -81,7 +81,7 @@ bool LimitedServer::serve(RequestStream& stream)
     }
     bool closed = false;
     return process_request(stream, true, closed,
-        [&stream](httplib::Request& request) { stream.expectBody(contentLengthOf(request).value_or(0)); });
+        [&stream](const httplib::Request& request) { stream.expectBody(contentLengthOf(request).value_or(0)); });
 }
 
 } // namespace tessary::panel

@@ -74,10 +74,11 @@ RequestStream::Head RequestStream::awaitHead()
 {
     static const std::string end = "\r\n\r\n";
     std::string came;
-    std::size_t at = std::string::npos;
-    while ((at = came.find(end)) == std::string::npos && came.size() <= m_limits.headBytes) {
+    std::size_t at = came.find(end);
+    while (at == std::string::npos && came.size() <= m_limits.headBytes) {
         if (!receive(came))
             return came.empty() ? Head::None : Head::Late;
+        at = came.find(end);
     }
     if (at == std::string::npos || at > m_limits.headBytes)
         return Head::TooLarge;
