@@ -80,8 +80,9 @@ bool LimitedServer::serve(RequestStream& stream)
         break;
     }
     bool closed = false;
-    return process_request(stream, true, closed,
-        [&stream](const httplib::Request& request) { stream.expectBody(contentLengthOf(request).value_or(0)); });
+    return process_request(stream, true, closed, [&stream](const httplib::Request& request) {
+        stream.expectBody(contentLengthOf(request).value_or(0));
+    });
 }
 
 } // namespace tessary::panel

@@ -41,8 +41,8 @@ private:
 
     mutable std::mutex m_mutex;
     std::vector<std::string> m_heard;
-    std::unique_ptr<FarEnd> m_far;
     std::int32_t m_rate = 1000000;
+    std::unique_ptr<FarEnd> m_far; ///< the last one: its thread uses the others
 };
 
 /// The panel on such an instrument, and a browser.

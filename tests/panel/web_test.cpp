@@ -101,11 +101,15 @@ TEST(PanelWeb, ABodyThatIsTooLargeIsNotRead)
     EXPECT_NE(wire.receiveAll().find("413"), std::string::npos); // without a byte of it
 }
 
+TEST(PanelWeb, TakesNoPackagesUnlessThatIsAllowed)
+{
+    const PanelOnStandIn panel;
+    EXPECT_EQ(
+        panel.browser().Post("/api/upload?name=a.deb", "bytes", "application/octet-stream")->status, 403);
+}
+
 TEST(PanelWeb, TakesPackagesWhereThatIsAllowed)
 {
-    const PanelOnStandIn closed;
-    EXPECT_EQ(
-        closed.browser().Post("/api/upload?name=a.deb", "bytes", "application/octet-stream")->status, 403);
     tessary::panel::Options options;
     options.allowed.update = true;
     options.uploadLimit = 1;
