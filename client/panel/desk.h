@@ -42,7 +42,7 @@ public:
     void setDab(const Json& wish);
 
 private:
-    struct Sender
+    struct Sender // NOLINT(bugprone-exception-escape): moving JSON asserts, and does not throw
     {
         Json told; ///< file, url, rate, errors, since
         std::unique_ptr<Program> program;

@@ -22,10 +22,11 @@ protected:
         qputenv("XDG_STATE_HOME", s_instrument->path("state").toLocal8Bit());
         s_instrument->daemon("restart");
         s_panel = std::make_unique<GuardedProcess>();
+        const QString steering = TESSARY_SOURCE_DIR "/bench/instrument";
+        const QString sender = TESSARY_BUILD_DIR "/bench/sender/tessary-send";
         s_panel->start(TESSARY_PANEL,
             {"--port", s_instrument->path("controller"), "--listen", "127.0.0.1:0", "--streams",
-                TESSARY_STREAMS, "--instrument", TESSARY_SOURCE_DIR "/bench/instrument", "--sender",
-                TESSARY_BUILD_DIR "/bench/sender/tessary-send"});
+                TESSARY_STREAMS, "--instrument", steering, "--sender", sender});
         ASSERT_TRUE(waitUntil([] { return s_panel->waitForReadyRead(20); }));
         const QByteArray line = s_panel->readAllStandardOutput().trimmed();
         s_port = line.mid(line.lastIndexOf(':') + 1).toInt();
@@ -63,7 +64,7 @@ protected:
 
     static Json run(const std::vector<std::string>& words)
     {
-        const Json done = post("/api/run?wait=1", {{"words", words}});
+        Json done = post("/api/run?wait=1", {{"words", words}});
         expectValid("Done", done);
         return done;
     }

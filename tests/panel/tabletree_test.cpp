@@ -16,7 +16,7 @@ Json find(const Json& nodes, const std::string& name)
     for (const Json& node : nodes) {
         if (node.at("name") == name)
             return node;
-        const Json below = find(node.at("children"), name);
+        Json below = find(node.at("children"), name);
         if (!below.is_null())
             return below;
     }
@@ -40,7 +40,7 @@ TEST(PanelTableTree, TakesAProgramMapApart)
     const Bytes pmt = makeSection(
         0x02, 2, {0xE1, 0x00, 0xF0, 0x00, 0x1B, 0xE1, 0x01, 0xF0, 0x06, 0x0A, 0x04, 'd', 'e', 'u', 0x00});
     const Json tree = treeOfSections(pmt);
-    const Json decoded = tree.at("decoded");
+    const Json& decoded = tree.at("decoded");
     EXPECT_EQ(find(decoded, "program_number").at("value"), "2 (0x2)");
     EXPECT_EQ(find(decoded, "PCR_PID").at("value"), "256 (0x100)");
     EXPECT_EQ(find(decoded, "elementary stream").at("value"), "257 (0x101)");
