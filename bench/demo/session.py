@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """The session of script/demo, which builds what it needs: a virtual instrument, two stream senders, and tessaryctl.
 
-usage: PYTHONPATH=BUILD/python session.py --build DIR --streams DIR --out DIR [--stay]
+usage: PYTHONPATH=BUILD/python session.py --build DIR --streams DIR --out DIR [--stay [--no-panel]]
 
 Exit status 0 when picture and sound are those of the programs and the stream was measured. Needs root.
 """
@@ -11,6 +11,7 @@ import os
 import pathlib
 import shlex
 import signal
+import socket
 import subprocess
 import sys
 
@@ -60,29 +61,37 @@ class Session:
         run(TREE / "bench" / "line-transcript", "--once", "version?", self.instrument.log_path("line"))
 
     def stay(self):
-        """Keeps everything running until Ctrl-C."""
-        if self.options.panel:
-            return self.stay_with_panel()
-        named = "" if str(self.instrument.run_dir) == USUAL_RUN_DIR else f"--port {self.instrument.port} "
+        """Keeps everything running until Ctrl-C, with the front panel on the line unless it is to be left free."""
         print(f"\n{self.instrument.log('runner')}"
-              f"The streams go on at {TELEVISION} (three programs) and {RADIO} (radio and others). Ctrl-C ends\n"
-              "everything. In a second terminal:\n"
-              f"    build/release/bin/tessaryctl {named}scan\n    build/release/bin/tessaryctl {named}shell\n"
-              f"or, in a browser at http://127.0.0.1:8080:\n    sudo build/release/bin/tessary-panel {named}", flush=True)
+              f"The streams go on at {TELEVISION} (three programs) and {RADIO} (radio and others). Ctrl-C ends", flush=True)
+        if self.options.panel:
+            self.show_panel()
+        named = "" if str(self.instrument.run_dir) == USUAL_RUN_DIR else f"--port {self.instrument.port} "
+        print("everything. In a second terminal:\n"
+              f"    build/release/bin/tessaryctl {named}scan\n    build/release/bin/tessaryctl {named}shell", flush=True)
         signal.pause()
 
-    def stay_with_panel(self):
-        """The front panel takes the line; as root, for the desk needs it."""
-        words = [self.options.build / "bin" / "tessary-panel", "--port", self.instrument.port, "--listen", "127.0.0.1:8080"]
-        print(f"\n{self.instrument.log('runner')}"
-              f"The streams go on at {TELEVISION} (three programs) and {RADIO} (radio and others). Ctrl-C ends\n"
-              "everything. The front panel, which has the line now:", flush=True)
+    def show_panel(self):
+        """The front panel takes the line; as root, for the desk needs it. It prints its address, and ends with the session."""
+        words = [self.options.build / "bin" / "tessary-panel", "--port", self.instrument.port, "--listen", panel_address()]
+        print("everything. It is to be looked at in a browser (with --no-panel the line is left to tessaryctl):", flush=True)
         with subprocess.Popen([os.fspath(word) for word in words], stdin=subprocess.DEVNULL) as panel:
             try:
                 panel.wait()
             finally:
                 panel.terminate()
         raise tessary.TessaryError("the front panel has ended (its message is above)")
+
+
+def panel_address():
+    """The panel's usual one; with any free port when something else listens there."""
+    with socket.socket() as usual:
+        usual.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        try:
+            usual.bind(("127.0.0.1", 8080))
+        except OSError:
+            return "127.0.0.1:0"
+    return "127.0.0.1:8080"
 
 
 def run(*words):
@@ -94,8 +103,8 @@ def parse():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     for name in ("--build", "--streams", "--out"):
         parser.add_argument(name, required=True, type=pathlib.Path)
-    for name in ("--stay", "--panel"):
-        parser.add_argument(name, action="store_true")
+    parser.add_argument("--stay", action="store_true")
+    parser.add_argument("--no-panel", dest="panel", action="store_false")
     return parser.parse_args()
 
 

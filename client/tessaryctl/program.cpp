@@ -151,7 +151,7 @@ std::string howToStart(const std::string& port)
     std::string text =
         "plug in the serial adapter and name it with --port or TESSARY_PORT (such as /dev/ttyUSB0),\n"
         "    or start the virtual instrument in the source tree:  sudo bench/instrument run\n"
-        "    (script/demo --stay starts it together with a stream)";
+        "    (script/demo --stay --no-panel starts it together with a stream)";
     if (port != "/run/tessary-instrument/controller")
         text += "\n    and use its port, /run/tessary-instrument/controller";
     return text;
