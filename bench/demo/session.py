@@ -63,18 +63,19 @@ class Session:
     def stay(self):
         """Keeps everything running until Ctrl-C, with the front panel on the line unless it is to be left free."""
         print(f"\n{self.instrument.log('runner')}"
-              f"The streams go on at {TELEVISION} (three programs) and {RADIO} (radio and others). Ctrl-C ends", flush=True)
+              f"The streams go on at {TELEVISION} (three programs) and {RADIO} (radio and others).\n"
+              "Ctrl-C ends everything.", flush=True)
         if self.options.panel:
             self.show_panel()
         named = "" if str(self.instrument.run_dir) == USUAL_RUN_DIR else f"--port {self.instrument.port} "
-        print("everything. In a second terminal:\n"
-              f"    build/release/bin/tessaryctl {named}scan\n    build/release/bin/tessaryctl {named}shell", flush=True)
+        print(f"In a second terminal:\n    build/release/bin/tessaryctl {named}scan\n    build/release/bin/tessaryctl {named}shell",
+              flush=True)
         signal.pause()
 
     def show_panel(self):
         """The front panel takes the line; as root, for the desk needs it. It prints its address, and ends with the session."""
         words = [self.options.build / "bin" / "tessary-panel", "--port", self.instrument.port, "--listen", panel_address()]
-        print("everything. It is to be looked at in a browser (with --no-panel the line is left to tessaryctl):", flush=True)
+        print("The front panel has the line (with --no-panel it is left to tessaryctl). Open in a browser:", flush=True)
         with subprocess.Popen([os.fspath(word) for word in words], stdin=subprocess.DEVNULL) as panel:
             try:
                 panel.wait()

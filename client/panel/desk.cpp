@@ -181,11 +181,10 @@ void Desk::look()
 /// Size and room of the memory card, which is a file system in memory; null without one.
 Json Desk::card() const
 {
-    const Json told = Json::parse(contents(m_places.folder / "state.json"), nullptr, false);
-    if (!told.is_object() || !told.contains("init"))
-        return {};
-    const std::string path = "/proc/" + told.at("init").dump() + "/root/run/media/mmcblk1p1";
-    const ProgramEnd end = Program(asRoot({"stat", "--file-system", "--format=%T %S %b %a", path})).wait();
+    const ProgramEnd end =
+        Program(asRoot({m_places.instrument, "exec", "--run-dir", m_places.folder.string(), "stat",
+                    "--file-system", "--format=%T %S %b %a", "/run/media/mmcblk1p1"}))
+            .wait();
     std::istringstream words(end.output);
     std::string kind;
     std::uint64_t block = 0;

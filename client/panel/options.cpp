@@ -60,7 +60,7 @@ void addOptions(CLI::App& app, Options& options)
         ->check(CLI::Range(1, 2047).description(""))
         ->capture_default_str();
     app.add_option("--page", options.page, "folder of the page's files")->type_name("FOLDER");
-    app.add_option("--dygraphs", options.library, "folder of dygraph.min.js and dygraph.min.css")
+    app.add_option("--dygraphs", options.dygraphs, "folder of dygraph.min.js and dygraph.min.css")
         ->type_name("FOLDER");
     app.add_option("--instrument", options.instrument, "program that steers the virtual instrument")
         ->type_name("PROGRAM");
@@ -79,8 +79,8 @@ void complete(Options& options)
         options.page = firstThere({here + "/../share/tessary-panel/www", tree + "/client/panel/www"});
     options.description =
         firstThere({here + "/../share/tessary-panel/openapi.json", tree + "/client/panel/openapi.json"});
-    if (options.library.empty())
-        options.library = "/usr/share/javascript/dygraphs";
+    if (options.dygraphs.empty())
+        options.dygraphs = "/usr/share/javascript/dygraphs";
     if (options.instrument.empty())
         options.instrument = firstThere({"/usr/bin/tessary-instrument", tree + "/bench/instrument"});
     if (options.sender.empty())

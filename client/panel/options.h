@@ -18,7 +18,7 @@ struct Options
     std::string history = ":memory:"; ///< file, or this for none
     std::string page; ///< folder of the page's files
     std::string description; ///< file of the API's description, OpenAPI
-    std::string library; ///< folder of dygraphs' files
+    std::string dygraphs; ///< folder of dygraphs' files
     std::string instrument; ///< what steers the virtual instrument, bench/instrument
     std::string sender; ///< what sends streams to it, tessary-send
     std::string streams; ///< folder of streams to send

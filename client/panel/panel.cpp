@@ -53,7 +53,7 @@ WebSettings webSettings(const Options& options, const std::string& uploads)
     settings.port = options.httpPort();
     settings.page = options.page;
     settings.description = options.description;
-    settings.library = options.library;
+    settings.dygraphs = options.dygraphs;
     settings.uploads = uploads;
     settings.allowed = options.allowed;
     settings.limits = options.limits;

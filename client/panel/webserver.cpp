@@ -274,7 +274,7 @@ void WebServer::Implementation::addFiles()
     m_server.set_mount_point("/app", m_settings.page + "/app");
     const auto library = [this](const char* name, const char* type) {
         m_server.Get(std::string("/lib/") + name,
-            [path = m_settings.library + "/" + name, type](
+            [path = m_settings.dygraphs + "/" + name, type](
                 const Request&, Response& response) { sendFile(response, path, type); });
     };
     library("dygraph.min.js", "text/javascript");

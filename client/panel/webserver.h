@@ -22,7 +22,7 @@ struct WebSettings
     int port = 8080; ///< 0: any that is free
     std::string page; ///< folder of the page's files
     std::string description; ///< file of the API's description
-    std::string library; ///< folder of dygraphs' files
+    std::string dygraphs; ///< folder of dygraphs' files
     std::string uploads; ///< folder for packages; empty: none are taken
     Allowed allowed;
     GateSettings gate;

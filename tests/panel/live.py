@@ -1,4 +1,4 @@
-"""The panel as it ships on a virtual instrument, started for a test, and what is asked of it without a browser."""
+"""The panel as it ships on a virtual instrument (tessary.Instrument), and what is asked of it without a browser."""
 
 import json
 import os
@@ -68,23 +68,6 @@ class Folder:
 
     def remove(self):
         shutil.rmtree(self.path, ignore_errors=True)
-
-
-class VirtualInstrument:
-    """Started; `hardware`: with the counterparts of FPGA and DAB receiver."""
-
-    def __init__(self, build, run_dir, hardware=False):
-        program = [TREE / "bench" / "hardware"] if hardware else [TREE / "bench" / "instrument", "run"]
-        self.run_dir = run_dir
-        self.process = started([*program, "--build", build, "--run-dir", run_dir], stderr=subprocess.DEVNULL)
-        line_of(self.process, lambda line: line == "ready\n")
-
-    def stop(self):
-        subprocess.run(
-            [TREE / "bench" / "instrument", "stop", "--run-dir", self.run_dir], stdout=subprocess.DEVNULL, check=False
-        )
-        self.process.wait()
-        self.process.stdout.close()
 
 
 class PanelProgram:

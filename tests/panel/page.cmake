@@ -8,5 +8,5 @@ endfunction()
 tessary_panel_test(Page page_test.py)
 tessary_panel_test(Session session_test.py ${CMAKE_BINARY_DIR})
 tessary_panel_test(Prometheus prometheus_test.py ${CMAKE_BINARY_DIR})
-set_tests_properties(panel.Session panel.Prometheus PROPERTIES
+set_tests_properties(panel.Session panel.Prometheus PROPERTIES ENVIRONMENT "PYTHONPATH=${CMAKE_BINARY_DIR}/python"
     RESOURCE_LOCK virtual-instrument FIXTURES_REQUIRED streams)

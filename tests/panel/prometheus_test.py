@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """A monitoring system watches two instruments: Debian's Prometheus with the panel's alert rules scrapes two panels.
 
-usage: prometheus_test.py BUILD [options of unittest]
+usage: PYTHONPATH=BUILD/python prometheus_test.py BUILD [options of unittest]
 
 Needs root for the virtual instruments; exit status 77 without it or without Prometheus.
 """
@@ -19,6 +19,7 @@ import urllib.parse
 import urllib.request
 
 import live
+import tessary
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve() if len(sys.argv) > 1 else live.TREE / "build" / "release"
 PROMETHEUS = shutil.which("prometheus")
@@ -97,7 +98,8 @@ class Monitoring(unittest.TestCase):
 
     @classmethod
     def watched(cls, run_dir):
-        instrument = live.VirtualInstrument(BUILD, run_dir)
+        instrument = tessary.Instrument(build=BUILD, run_dir=run_dir)
+        instrument.start()
         cls.addClassCleanup(instrument.stop)
         panel = live.PanelProgram(BUILD, run_dir)
         cls.addClassCleanup(panel.stop)

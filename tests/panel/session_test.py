@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """A session at the panel's page: the real panel on a virtual instrument with its hardware, in a headless Chromium.
 
-usage: session_test.py BUILD [--pictures FOLDER] [options of unittest]
+usage: PYTHONPATH=BUILD/python session_test.py BUILD [--pictures FOLDER] [options of unittest]
 
 BUILD is the build folder. --pictures takes those of docs/panel.md on the way. Needs root for the virtual instrument; exit
 status 77 without it or without a browser.
@@ -22,6 +22,7 @@ except ImportError as missing:
     sys.exit(77)
 
 import live
+import tessary
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve() if len(sys.argv) > 1 else live.TREE / "build" / "release"
 PICTURES = None
@@ -84,7 +85,8 @@ class Session(unittest.TestCase):
         folder = live.Folder()
         cls.addClassCleanup(folder.remove)
         cls.folder = folder.path
-        instrument = live.VirtualInstrument(BUILD, cls.folder / "instrument", hardware=True)
+        instrument = tessary.Instrument(build=BUILD, run_dir=cls.folder / "instrument", hardware=True)
+        instrument.start()
         cls.addClassCleanup(instrument.stop)
         history = cls.folder / "history.sqlite"
         cls.program = live.PanelProgram(BUILD, instrument.run_dir, "--history", history, "--allow-update")

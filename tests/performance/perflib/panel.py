@@ -7,6 +7,8 @@ import sys
 import threading
 import time
 
+import tessary
+
 from .processes import process_seconds, resident_kib
 from .session import Failure, median, percentile, worst
 from .tables import milliseconds, number, table, verdict
@@ -57,7 +59,8 @@ class Watched:
         self.live = live
         self._folder = live.Folder()
         build = pathlib.Path(session.build)
-        self._instrument = live.VirtualInstrument(build, self._folder.path / "instrument")
+        self._instrument = tessary.Instrument(build=build, run_dir=self._folder.path / "instrument")
+        self._instrument.start()
         history = self._folder.path / "history.sqlite"
         self.panel = live.PanelProgram(build, self._instrument.run_dir, "--history", history)
         live.keep_a_day(history)
