@@ -138,7 +138,7 @@ def _shares(rate, runs):
     """[(tools, runs)]: the two whose ratio is an aim run more often at its rate, for they differ by less than the runs do."""
     if rate != RATIO_RATE:
         return [(list(TITLES), runs)]
-    return [(["ours", "bare"], 5 * runs), ([tool for tool in TITLES if tool not in ("ours", "bare")], runs)]
+    return [(["ours", "bare"], 10 * runs), ([tool for tool in TITLES if tool not in ("ours", "bare")], runs)]
 
 
 def _row(raw, tool, rate):
