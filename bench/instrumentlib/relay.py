@@ -20,6 +20,8 @@ FROM_DAEMON_CAP = 4 << 20
 # the controller's own writes wait and nothing is lost.
 TO_DAEMON_CAP = 1 << 20
 _CHUNK = 64 * 1024
+_FIFO = 64  # bytes that a paced line lets through at once
+_PAUSE_SECONDS = 0.002  # some 23 bytes at 115,200 bit/s
 
 
 def _unlike_the_daemon(slave):
@@ -73,11 +75,40 @@ class _Queue:
             self._chunks.appendleft(chunk[count:])
 
 
+class _Pace:
+    """What a line of so many bit/s carries in one direction: ten bits a byte, as with a start and a stop bit."""
+
+    def __init__(self, bits_per_second):
+        self._ns_per_byte = 10 * 10**9 // bits_per_second
+        self._carried_at = 0  # when all that was let through has passed the line
+
+    def room(self):
+        """Bytes that may pass now."""
+        return _FIFO - max(0, self._carried_at - time.monotonic_ns()) // self._ns_per_byte
+
+    def took(self, count):
+        self._carried_at = max(self._carried_at, time.monotonic_ns()) + count * self._ns_per_byte
+
+
+class _Unpaced:
+    """A line that carries whatever comes."""
+
+    @staticmethod
+    def room():
+        return _CHUNK
+
+    def took(self, count):
+        pass
+
+
 class SerialLine:
     """One line. `device` is the daemon's pty slave, `far_device` the other's, both paths on the host."""
 
-    def __init__(self, log_path, *, raw_from_start):
-        """`raw_from_start` is for the console, where the daemon writes without settings of its own."""
+    def __init__(self, log_path, *, raw_from_start, bits_per_second=None):
+        """`raw_from_start` is for the console, where the daemon writes without settings of its own.
+
+        With `bits_per_second` either end's bytes are taken at that rate, so that writers wait as on a wire.
+        """
         self._daemon, self._daemon_slave = os.openpty()
         self._far, self._far_slave = os.openpty()
         tty.setraw(self._far_slave, termios.TCSANOW)
@@ -92,6 +123,8 @@ class SerialLine:
         self._log = _Log(log_path)
         self._to_daemon, self._to_far = _Queue(), _Queue()
         self._events = {}
+        self.pauses = False  # bytes may wait for their time, of which no event will tell
+        self._paces = {fd: _Pace(bits_per_second) if bits_per_second else _Unpaced() for fd in (self._daemon, self._far)}
 
     def register(self, selector):
         """Puts both ends under the selector of the relay's thread, with this line as data."""
@@ -105,14 +138,20 @@ class SerialLine:
             self._read(fd)
         self._write(self._daemon, self._to_daemon, "to_daemon")
         self._write(self._far, self._to_far, None)
-        self._watch(selector, self._daemon, True, self._to_daemon.size > 0)
-        self._watch(selector, self._far, self._to_daemon.size < TO_DAEMON_CAP, self._to_far.size > 0)
+        # Half a FIFO: a paced line is served in pieces, not byte by byte.
+        rooms = {fd: pace.room() >= _FIFO // 2 for fd, pace in self._paces.items()}
+        self.pauses = not all(rooms.values())
+        self._watch(selector, self._daemon, rooms[self._daemon], self._to_daemon.size > 0)
+        self._watch(selector, self._far, rooms[self._far] and self._to_daemon.size < TO_DAEMON_CAP, self._to_far.size > 0)
 
     def _read(self, fd):
         try:
-            data = os.read(fd, _CHUNK)
+            data = os.read(fd, self._paces[fd].room())
         except (BlockingIOError, OSError):
             return
+        if not data:
+            return
+        self._paces[fd].took(len(data))
         if fd == self._far:
             self._to_daemon.put(data)
             return
@@ -176,10 +215,13 @@ class Relay:
             for line in self._lines:
                 line.register(selector)
             while True:
-                for key, events in selector.select():
+                pausing = [line for line in self._lines if line.pauses]
+                for key, events in selector.select(_PAUSE_SECONDS if pausing else None):
                     if key.data is None:
                         return
                     key.data.handle(selector, key.fd, events)
+                for line in pausing:
+                    line.handle(selector, None, 0)
 
     def stop(self):
         """Ends the thread; the lines stay open and are their owner's."""

@@ -13,12 +13,16 @@ from support import wait_until
 from instrumentlib import relay
 
 
-class RelayTest(unittest.TestCase):
+class LineTest(unittest.TestCase):
+    """One line and its relay."""
+
+    BITS_PER_SECOND = None
+
     def setUp(self):
         self._folder = tempfile.TemporaryDirectory()
         self.addCleanup(self._folder.cleanup)
         self._log = os.path.join(self._folder.name, "line.log")
-        self.line = relay.SerialLine(self._log, raw_from_start=False)
+        self.line = relay.SerialLine(self._log, raw_from_start=False, bits_per_second=self.BITS_PER_SECOND)
         self.addCleanup(self.line.close)
         server = relay.Relay([self.line])
         server.start()
@@ -52,6 +56,8 @@ class RelayTest(unittest.TestCase):
             entries = [json.loads(line) for line in log]
         return b"".join(bytes.fromhex(e["hex"]) for e in entries if e["dir"] == direction), entries
 
+
+class RelayTest(LineTest):
     def test_all_byte_values_pass_both_ways_unchanged(self):
         daemon, far = self.open_as_daemon(), self.open(self.line.far_device)
         data = bytes(range(256))
@@ -109,6 +115,19 @@ class RelayTest(unittest.TestCase):
         self.assertGreater(unread(), 0)
         self.assertEqual(len(got) + unread(), len(data))
         self.assertEqual(got[-relay.FROM_DAEMON_CAP // 2:], data[-relay.FROM_DAEMON_CAP // 2:])
+
+
+class PacedLineTest(LineTest):
+    BITS_PER_SECOND = 115_200
+
+    def test_all_bytes_pass_and_none_before_its_time(self):
+        daemon, far = self.open_as_daemon(), self.open(self.line.far_device)
+        data = os.urandom(2000)
+        for writer, reader in ((far, daemon), (daemon, far)):
+            began = time.monotonic()
+            os.write(writer, data)
+            self.assertEqual(self.read(reader, len(data)), data)
+            self.assertGreaterEqual(time.monotonic() - began, (len(data) - 64) * 10 / self.BITS_PER_SECOND)
 
 
 class ConsoleTest(unittest.TestCase):
