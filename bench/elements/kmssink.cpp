@@ -1,5 +1,6 @@
 #include "kmssink.h"
 
+#include "display.h"
 #include "displaywriter.h"
 
 #include <mutex>
@@ -272,4 +273,9 @@ static void instrument_kms_sink_class_init(InstrumentKmsSinkClass* klass)
 static void instrument_kms_sink_init(InstrumentKmsSink* self)
 {
     self->d = new Private;
+}
+
+bool registerDisplay(GstPlugin* plugin)
+{
+    return gst_element_register(plugin, "kmssink", GST_RANK_SECONDARY, INSTRUMENT_TYPE_KMS_SINK) != FALSE;
 }
