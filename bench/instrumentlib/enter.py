@@ -1,10 +1,12 @@
 """`bench/instrument exec`: runs a command inside the instrument, or in the stream sender's network."""
 
+import base64
 import os
 import signal
 import sys
+import time
 
-from . import places, syscalls
+from . import control, places, syscalls
 from .errors import BenchError
 from .run_dir import DEFAULT, RunDir
 
@@ -13,7 +15,8 @@ USAGE = f"""usage: {places.COMMAND} exec [--run-dir DIR] [--sender] COMMAND [ARG
 Runs COMMAND inside the instrument, as root, cwd "/", with a clean environment; its exit status is passed on.
 With --sender it runs with this machine's files and environment, in the stream sender's network (device "uplink",
 192.168.77.1), from where streams reach the instrument's eth0.
-The command ends when this call is ended, and when the instrument stops.
+The command ends when this call is ended, and when the instrument stops. On a booted instrument its input is empty, and its
+output comes when it has ended.
 
   --run-dir DIR   the instrument's run directory (default: {DEFAULT})
 
@@ -51,7 +54,10 @@ def main(arguments):
     run_dir, sender, command = _parse(arguments)
     if os.geteuid() != 0:
         raise BenchError("entering the instrument needs root", "run it with sudo")
-    state = RunDir(run_dir).read_state()
+    paths = RunDir(run_dir)
+    state = paths.read_state()
+    if "machine" in state and not sender:
+        return _run_on_machine(paths.control, command)
     try:
         namespaces = _open_namespaces(state, sender)
         root = None if sender else os.open(f"/proc/{state['init']}/root", os.O_PATH | os.O_CLOEXEC)
@@ -69,11 +75,25 @@ def main(arguments):
     return _wait(child)
 
 
+def _run_on_machine(control_path, command):
+    """Runs it by the booted instrument's agent."""
+    running = control.ask(control_path, {"action": "exec start", "argv": command})["pid"]
+
+    def forward(number, _):
+        control.ask(control_path, {"action": "exec signal", "pid": running, "number": number})
+    for number in _FORWARDED:
+        signal.signal(number, forward)
+    while not (ended := control.ask(control_path, {"action": "exec poll", "pid": running})):
+        time.sleep(0.1)
+    for stream, name in ((sys.stdout, "out"), (sys.stderr, "err")):
+        stream.buffer.write(base64.b64decode(ended[name]))
+    return ended["status"]
+
+
 def _open_namespaces(state, sender):
     """(flag, open file) in the order to enter them: the mount namespace last, for it takes /proc out of view."""
-    inner = state["init"]
-    wanted = [(syscalls.CLONE_NEWPID, inner, "pid"),
-              (syscalls.CLONE_NEWNET, state["sender"] if sender else inner, "net")]
+    inner = state["sender"] if sender else state["init"]
+    wanted = [(syscalls.CLONE_NEWPID, inner, "pid"), (syscalls.CLONE_NEWNET, inner, "net")]
     if not sender:
         wanted += [(syscalls.CLONE_NEWUTS, inner, "uts"), (syscalls.CLONE_NEWIPC, inner, "ipc"),
                    (syscalls.CLONE_NEWNS, inner, "mnt")]

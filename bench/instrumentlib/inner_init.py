@@ -1,4 +1,4 @@
-"""The first process inside the instrument (PID 1 of its namespace): builds the root, starts programs, reaps.
+"""The first process inside the instrument (PID 1 of its namespace): has the root built, starts programs, reaps.
 
 It talks with the supervisor over a SOCK_SEQPACKET pair, one JSON object a message. When the supervisor ends,
 however it ends, this process is killed by the kernel, and with it everything inside.
@@ -14,7 +14,7 @@ import socket
 import sys
 import traceback
 
-from . import machine_root, syscalls
+from . import syscalls
 from .errors import BenchError
 
 MESSAGE_LIMIT = 64 * 1024
@@ -35,9 +35,9 @@ def receive(sock):
 class InnerInit:
     """Runs in a freshly forked child of the supervisor that is PID 1 of a new PID namespace."""
 
-    def __init__(self, sock, settings):
+    def __init__(self, sock, build_root):
         self._sock = sock
-        self._settings = settings
+        self._build_root = build_root
         self._sender_net = None
 
     def run(self):
@@ -64,7 +64,7 @@ class InnerInit:
                          | syscalls.CLONE_NEWNET)
         socket.sethostname("instrument")
         os.umask(0o022)
-        machine_root.build(self._settings)
+        self._build_root()
         holder = self._hold_sender_namespace()
         self._sender_net = os.open(f"/proc/{holder}/ns/net", os.O_RDONLY | os.O_CLOEXEC)
         pidfd = os.pidfd_open(holder)
@@ -118,7 +118,7 @@ class InnerInit:
             send(self._sock, {"ended": pid, "status": status})
 
     def _spawn(self, request, fds):
-        """Starts request["argv"] with fds as standard input, output and error; "net": "sender" puts it there.
+        """Starts request["argv"] with fds as standard input, output, error and so on; "net": "sender" puts it there.
 
         A program that can not be executed ends with status 127 and says why on its standard error.
         """
@@ -143,18 +143,18 @@ def _become(request, fds, sender_net):
     signal.set_wakeup_fd(-1)
     signal.signal(signal.SIGCHLD, signal.SIG_DFL)
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    if request.get("net") == "sender":
+        syscalls.setns(sender_net, syscalls.CLONE_NEWNET)
     for target, fd in enumerate(fds):
         os.dup2(fd, target + 100, inheritable=False)
     for target in range(len(fds)):
         os.dup2(target + 100, target, inheritable=True)
-    if request.get("net") == "sender":
-        syscalls.setns(sender_net, syscalls.CLONE_NEWNET)
     syscalls.confine()
     os.chdir("/")
     os.execvpe(request["argv"][0], request["argv"], request["env"])
 
 
-def fork_init(settings):
+def fork_init(build_root):
     """Forks the instrument's first process. Returns (its PID on the host, the supervisor's end of the socket).
 
     To be called by the supervisor's main thread before there are others.
@@ -171,7 +171,7 @@ def fork_init(settings):
     pid = os.fork()
     if pid == 0:
         ours.close()
-        InnerInit(theirs, settings).run()
+        InnerInit(theirs, build_root).run()
     theirs.close()
     syscalls.setns(own_namespace, syscalls.CLONE_NEWPID)  # later children belong to the host again
     os.close(own_namespace)

@@ -6,7 +6,6 @@ within each other, and because one file is either there whole or not at all.
 """
 
 import contextlib
-import fcntl
 import hashlib
 import os
 import shutil
@@ -17,6 +16,8 @@ import tempfile
 
 from . import overlay, syscalls
 from .errors import BenchError
+from .once import give_to_owner, made_once
+from .say import say
 
 # Daemons come here. Plain programs stand here too, so that the instrument has them whatever the host has.
 PACKAGES = ["network-manager", "dnsmasq-base", "smcroute", "dbus", "ethtool", "net-tools", "iputils-ping",
@@ -39,31 +40,14 @@ def key():
 
 
 def ensure(folder):
-    """Returns the layer's archive below `folder`, making it first if this host has none yet.
-
-    Two makers at once: the second waits for the first and takes what that made.
-    """
-    os.makedirs(folder, exist_ok=True)
+    """Returns the layer's archive below `folder`, making it first if this host has none yet."""
     archive = os.path.join(folder, key() + ".tar")
-    if os.path.exists(archive):
-        return archive
-    with open(os.path.join(folder, "lock"), "w", encoding="ascii") as lock:
-        try:
-            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        except BlockingIOError:
-            _say("another virtual instrument is making the package layer; waiting for it")
-            fcntl.flock(lock, fcntl.LOCK_EX)
-        if not os.path.exists(archive):
-            _make(folder, archive)
+    made_once(archive, lambda: _make(folder, archive), "the package layer")
     return archive
 
 
-def _say(text):
-    print(f"instrument: {text}", file=sys.stderr, flush=True)
-
-
 def _make(folder, archive):
-    _say(f"making the package layer once for this host: {' '.join(PACKAGES)}")
+    say(f"making the package layer once for this host: {' '.join(PACKAGES)}")
     partial = archive + ".partial"
     for name in os.listdir(folder):
         if name.startswith("making-"):
@@ -85,10 +69,10 @@ def _make(folder, archive):
             os.unlink(partial)
         raise BenchError("the package layer could not be made (see apt-get's messages above)",
                          "check the network and /etc/apt/sources.list, then try again")
-    _give_to_owner(folder, partial)
+    give_to_owner(folder, partial)
     os.rename(partial, archive)
     _forget_old(folder)
-    _say(f"package layer ready: {archive} ({os.path.getsize(archive) >> 20} MiB)")
+    say(f"package layer ready: {archive} ({os.path.getsize(archive) >> 20} MiB)")
 
 
 def _forget_old(folder):
@@ -97,13 +81,6 @@ def _forget_old(folder):
     archives.sort(key=lambda entry: entry.stat().st_mtime, reverse=True)
     for entry in archives[_KEPT:]:
         os.unlink(entry.path)
-
-
-def _give_to_owner(folder, partial):
-    """A build folder made with sudo stays removable by the one whose checkout it is."""
-    owner = os.stat(os.path.dirname(os.path.dirname(folder)))
-    for path in (os.path.dirname(folder), folder, os.path.join(folder, "lock"), partial):
-        os.chown(path, owner.st_uid, owner.st_gid)
 
 
 def _run_maker(scratch, partial):
@@ -153,7 +130,7 @@ def _apt_get(root):
 
     if run(install) == 0:
         return
-    _say("trying again with fresh package lists")
+    say("trying again with fresh package lists")
     run(["apt-get", "-q", "update"])
     if run(install) != 0:
         raise BenchError("apt-get install failed")

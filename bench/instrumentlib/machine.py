@@ -82,16 +82,19 @@ def host_pid_of(pidfd):
 
 
 class Machine:
-    """The running namespaces. `on_end(program)` is called from the reading thread for each program's end."""
+    """The running namespaces. `on_end(program)` is called from the reading thread for each program's end.
 
-    def __init__(self, settings, on_end, on_gone):
+    `build_root()` is called inside, in the mount namespace, before anything else.
+    """
+
+    def __init__(self, build_root, on_end, on_gone):
         self._on_end, self._on_gone = on_end, on_gone
         self._programs = {}
         self._lock = threading.Lock()
         self._replies = queue.Queue()
         self._label = None  # of the program being started
         self._stopping = False
-        self.init_pid, self._sock = inner_init.fork_init(settings)
+        self.init_pid, self._sock = inner_init.fork_init(build_root)
         try:
             message, fds = inner_init.receive(self._sock)
             if not message or "failed" in message:
@@ -134,16 +137,17 @@ class Machine:
         self._on_end(program)
         program.close()
 
-    def spawn(self, argv, stdout, *, net="instrument", environment=None, label=None):
+    def spawn(self, argv, stdout, *, net="instrument", environment=None, label=None, more_files=()):
         """Starts a program inside, cwd "/", with a clean environment plus `environment`; output goes to `stdout`.
 
-        `stdout` is an open file of the caller's, who keeps it. Raises BenchError when the machine is gone.
+        `stdout` is an open file of the caller's, who keeps it, as are `more_files`, the program's descriptors from 3 on.
+        Raises BenchError when the machine is gone.
         """
         request = {"argv": argv, "net": net, "env": {**CLEAN_ENVIRONMENT, **(environment or {})}}
         with self._lock, open(os.devnull, "rb") as nothing:
             self._label = label
             try:
-                inner_init.send(self._sock, request, [nothing.fileno(), stdout.fileno(), stdout.fileno()])
+                inner_init.send(self._sock, request, [file.fileno() for file in (nothing, stdout, stdout, *more_files)])
             except OSError as error:
                 raise BenchError(f"the instrument is gone: {error}") from error
             program = self._replies.get()

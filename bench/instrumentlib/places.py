@@ -14,6 +14,9 @@ REPAIR = "apt-get install --reinstall tessary-bench" if INSTALLED else "run scri
 DEFAULT_BUILD = HERE if INSTALLED else os.path.join(_TREE, "build", "release")
 # Package layers and plug-in registries are kept here; they can be made again at any time.
 LAYER_FOLDER = "/var/cache/tessary-bench/layer" if INSTALLED else os.path.join(_TREE, "build", "bench-layer")
+# Disks of booted instruments, and the packages that are installed on them, of a source tree.
+MACHINE_FOLDER = os.path.join(_TREE, "build", "machine")
+PACKAGES = os.path.join(_TREE, "build", "packages")
 EXAMINER = "examine-plugins"  # beside the platform elements; needed where these are for another architecture
 SHOWN = "" if INSTALLED else _TREE  # sources and suppressions, which sanitizer builds name by this path
 

@@ -26,8 +26,8 @@ class RunDir:
         """`controller`, `console`, `commands_log`, ... are the files of the directory."""
         names = {"controller": "controller", "console": "console", "line_log": "line.log",
                  "console_log": "console.log", "commands_log": "commands.log", "daemon_log": "daemon.log",
-                 "services_log": "services.log", "io": "io", "control": "control", "state": "state.json",
-                 "lock": "lock", "scratch": ".machine"}
+                 "services_log": "services.log", "boot_log": "boot.log", "journal_log": "journal.log",
+                 "io": "io", "control": "control", "state": "state.json", "lock": "lock", "scratch": ".machine"}
         if name not in names:
             raise AttributeError(name)
         return os.path.join(self.path, names[name])
@@ -53,7 +53,7 @@ class RunDir:
         for name in _PRODUCED:
             with contextlib.suppress(FileNotFoundError):
                 os.unlink(os.path.join(self.io, name))
-        for path in (self.commands_log, self.daemon_log, self.services_log):
+        for path in (self.commands_log, self.daemon_log, self.services_log, self.boot_log, self.journal_log):
             with open(path, "w", encoding="ascii"):
                 pass
 

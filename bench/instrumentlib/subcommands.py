@@ -4,9 +4,8 @@ import argparse
 import os
 import sys
 import time
-import types
 
-from . import control, elf, places
+from . import control, elf, places, qemu
 from .enter import USAGE as EXEC_USAGE
 from .errors import BenchError
 from .run_dir import DEFAULT, RunDir
@@ -22,7 +21,8 @@ def _parser():
     parser = argparse.ArgumentParser(
         prog=places.COMMAND, formatter_class=argparse.RawDescriptionHelpFormatter,
         description="The virtual instrument: the shipped daemon at its absolute paths, in namespaces over an overlay "
-                    "of this machine's root.\nNothing that the daemon does reaches the machine. See docs/bench.md.")
+                    "of this machine's root.\nNothing that the daemon does reaches the machine. With --machine, a machine of its "
+                    "own in QEMU. See docs/bench.md.")
     commands = parser.add_subparsers(metavar="COMMAND", required=True)
     _add_run(_command(commands, "run", _run, "start an instrument and stay until Ctrl-C"))
     commands.add_parser("exec", help="run a command inside, or in the stream sender's network", usage=EXEC_USAGE[7:])
@@ -32,6 +32,8 @@ def _parser():
     daemon.add_argument("--inside", action="store_true", help="pid: as it counts inside the instrument")
     link = _command(commands, "link", _link, "plug the Ethernet cable in or out, at the sender's end")
     link.add_argument("what", choices=["up", "down"])
+    power = _command(commands, "power", _power, "switch a booted instrument on, off as its power key does, or cut its power")
+    power.add_argument("what", choices=["on", "off", "cut"])
     noted = _command(commands, "commands", _commands, "print the commands the command log noted, as JSON lines")
     noted.add_argument("--clear", action="store_true", help="forget them instead")
     _add_behave(_command(commands, "behave", _behave,
@@ -50,6 +52,13 @@ def _command(commands, name, action, text):
 
 
 def _add_run(run):
+    run.add_argument("--machine", metavar="ARCH", choices=qemu.ARCHITECTURES,
+                     help="a booted instrument instead of the virtual one: a machine with this processor in QEMU, with Debian "
+                          f"and the instrument's packages ({', '.join(qemu.ARCHITECTURES)})")
+    run.add_argument("--packages", metavar="DIR", default=places.PACKAGES,
+                     help=f"folder with the packages for the machine (default: {places.PACKAGES})")
+    run.add_argument("--disk", metavar="FILE", help="the machine's disk, which keeps what is written; made when it is not "
+                                                    "there (default: one that is gone in the end)")
     run.add_argument("--build", metavar="DIR", default=places.DEFAULT_BUILD,
                      help=f"build to take daemon, command log and platform elements from (default: {places.DEFAULT_BUILD})")
     run.add_argument("--daemon", metavar="FILE", help="another daemon than the build's")
@@ -94,26 +103,49 @@ def _run_dir(options):
 
 def _run(options):
     from . import supervisor
-    from .machine import MachineSettings
     supervisor.check_host()
     paths = _run_dir(options)
+    module = _booted(paths, options) if options.machine else _virtual(paths, options)
+    parent = os.getppid()
+    try:
+        return supervisor.Supervisor(paths, module, run_dir_given=options.run_dir is not None).run()
+    finally:
+        if options.remove_orphaned and os.getppid() != parent:
+            paths.remove()
+
+
+def _virtual(paths, options):
+    from . import virtual
+    from .machine import MachineSettings
+    virtual.check_host()
     built = _built_files(options)
     machine = MachineSettings(
         scratch=paths.scratch, layer="", io_folder=paths.io, commands_log=paths.commands_log, terminals={},
         repository=places.SHOWN,
-        files=_pairs("--file", options.file), binds=_pairs("--bind", options.bind),
-        card_size="" if options.card in ("0", "") else options.card,
+        files=_pairs("--file", options.file), binds=_pairs("--bind", options.bind), card_size=_card_size(options),
         multiarch=elf.multiarch(built["daemon"]), **built)
-    settings = types.SimpleNamespace(
-        machine=machine, layer_folder=places.LAYER_FOLDER,
-        daemon_env=_environment(options.daemon_env), wrapper=options.wrapper, setarch=options.setarch,
-        start_daemon=not options.no_daemon, run_dir_given=options.run_dir is not None)
-    parent = os.getppid()
-    try:
-        return supervisor.Supervisor(paths, settings).run()
-    finally:
-        if options.remove_orphaned and os.getppid() != parent:
-            paths.remove()
+    return virtual.VirtualModule(paths, virtual.VirtualSettings(
+        machine=machine, layer_folder=places.LAYER_FOLDER, daemon_env=_environment(options.daemon_env),
+        wrapper=options.wrapper, setarch=options.setarch, start_daemon=not options.no_daemon))
+
+
+def _card_size(options):
+    return "" if options.card in ("0", "") else options.card
+
+
+def _booted(paths, options):
+    from . import booted
+    for name in ("daemon", "no_daemon", "daemon_env", "setarch", "wrapper", "emulator", "elements", "no_elements", "bind"):
+        if getattr(options, name):
+            raise BenchError(f"--{name.replace('_', '-')} is the virtual instrument's; a machine boots the packages as they are",
+                             "leave it out, or --machine")
+    if places.INSTALLED:
+        raise BenchError("a machine is made from a source tree's packages", "run it there: bench/instrument run --machine")
+    booted.check_host(options.machine)
+    return booted.BootedModule(paths, booted.BootedSettings(
+        arch=options.machine, packages=os.path.realpath(options.packages),
+        disk=os.path.realpath(options.disk) if options.disk else "", card_size=_card_size(options),
+        files=_pairs("--file", options.file)))
 
 
 def _built_files(options):
@@ -180,6 +212,12 @@ def _link(options):
     return 0
 
 
+def _power(options):
+    for name, value in _ask(options, "power", what=options.what).items():
+        print(f"{name}: {value}")
+    return 0
+
+
 def _commands(options):
     path = _run_dir(options).commands_log
     try:
@@ -196,6 +234,8 @@ def _commands(options):
 def _behave(options):
     from . import behaviour
     state = _run_dir(options).read_state()
+    if "init" not in state:
+        raise BenchError("a booted instrument runs its programs as they are", "let them fail in the virtual instrument")
     if options.real:
         behaviour.clear(state["init"], options.program)
     else:

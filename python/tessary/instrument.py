@@ -25,9 +25,9 @@ __all__ = ["Background", "Behaviour", "Instrument", "NotedCommand", "Stream"]
 
 DEFAULT_SERVER = "udp://239.0.0.1:1234"
 
-_START_SECONDS = 600.0  # the first start on a machine makes the instrument's package layer
-_STOP_SECONDS = 60.0
-_LOGS = ("daemon", "line", "console", "commands", "services", "runner")
+_START_SECONDS = 1800.0  # the first start on a machine makes the instrument's package layer, or its disk
+_STOP_SECONDS = 300.0  # a machine whose disk stays shuts down first
+_LOGS = ("daemon", "line", "console", "commands", "services", "boot", "journal", "runner")
 _Path = typing.Union[str, "os.PathLike[str]"]
 
 
@@ -91,6 +91,7 @@ class Instrument:
         daemon: _Path | None = None,
         start_daemon: bool = True,
         daemon_environment: Mapping[str, str] | None = None,
+        machine: str | None = None,
         options: Sequence[str] = (),
         run_dir: _Path | None = None,
     ) -> None:
@@ -100,6 +101,7 @@ class Instrument:
         card: size of the memory card; "0" for none.
         files: {path inside: file of this machine} to copy in; binds: the same to show inside.
         build: folder of another build than this package's own; daemon: another daemon than the build's.
+        machine: "amd64" for a booted instrument with the packages of build/packages, instead of the virtual one.
         options: further ones of `bench/instrument run`.
         run_dir: where logs and shared files lie; kept then. Otherwise a folder in /run that is gone in the end.
         """
@@ -111,7 +113,7 @@ class Instrument:
         self._options = _options_of(self.build, card, daemon, files, binds, daemon_environment)
         self._options += [f"--knob={name}={value}" for name, value in (knobs or {}).items()]
         self._options += ["--bitfile", os.fspath(bitfile)] if bitfile is not None else []
-        self._options += [*([] if start_daemon else ["--no-daemon"]), *options]
+        self._options += [*([] if start_daemon else ["--no-daemon"]), *(["--machine", machine] if machine else []), *options]
         self._process: subprocess.Popen[bytes] | None = None
         self._run_dir: pathlib.Path | None = None
         self._state: dict[str, int] = {}
@@ -217,11 +219,14 @@ class Instrument:
         return self.run_dir / "io" / name
 
     def inside(self, path: str) -> pathlib.Path:
-        """The file at this absolute path inside, as this machine sees it."""
+        """The file at this absolute path inside, as this machine sees it; of a virtual instrument only."""
+        if "init" not in self._state:
+            raise UsageError("a booted instrument's files are seen inside only", 'run("cat", PATH) shows one')
         return pathlib.Path(f"/proc/{self._state['init']}/root") / path.lstrip("/")
 
     def log_path(self, name: str) -> pathlib.Path:
-        """Path of a log: "daemon", "line", "console", "commands", "services" or "runner" (the instrument's own words)."""
+        """Path of a log: "daemon", "line", "console", "commands", "services" or "runner" (the instrument's own words), and "boot"
+        and "journal" of a booted one."""
         if name not in _LOGS:
             raise UsageError(f"there is no log {name!r}", f"there are: {', '.join(_LOGS)}")
         return self.run_dir / f"{name}.log"
@@ -277,6 +282,11 @@ class Instrument:
     def kill_daemon(self) -> None:
         """Ends the daemon as a power cut does (SIGKILL)."""
         self._control("daemon kill")
+
+    def power(self, what: str) -> None:
+        """Switches a booted instrument "on" (and waits for the boot's end), "off" as its power key does, or cuts its power:
+        "cut"."""
+        self._control("power", what=what)
 
     # --- faults ---
 

@@ -18,7 +18,7 @@ def call(*arguments, within=()):
 
 class CommandLineTest(unittest.TestCase):
     def test_each_command_has_help(self):
-        for command in ("run", "exec", "daemon", "link", "commands", "behave", "status", "stop"):
+        for command in ("run", "exec", "daemon", "link", "power", "commands", "behave", "status", "stop"):
             result = call(command, "--help")
             self.assertEqual(result.returncode, 0, command)
             self.assertIn("--run-dir", result.stdout, command)
@@ -48,6 +48,20 @@ class CommandLineTest(unittest.TestCase):
                 result = call(*arguments, "--run-dir", folder)
                 self.assertEqual(result.returncode, 1)
                 self.assertIn("remedy: start one", result.stderr)
+
+    @unittest.skipUnless(os.geteuid() == 0, "root is asked for its privileges first")
+    def test_a_machine_takes_none_of_the_virtual_instruments_options(self):
+        for option in (["--wrapper", "strace"], ["--no-daemon"], ["--bind", "/dev/null=/x"], ["--daemon-env", "A=b"]):
+            result = call("run", "--machine", "amd64", *option)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn(f"{option[0]} is the virtual instrument's", result.stderr)
+
+    @unittest.skipUnless(os.geteuid() == 0, "root is asked for its privileges first")
+    def test_missing_packages_are_named_with_the_command_that_makes_them(self):
+        with tempfile.TemporaryDirectory() as folder:
+            result = call("run", "--machine", "amd64", "--packages", folder, "--run-dir", os.path.join(folder, "run"))
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr, "script/package --arch amd64|script/bootstrap --with machine")
 
     @unittest.skipUnless(os.geteuid() == 0, "root is asked for its privileges first")
     def test_a_missing_build_is_named_with_its_build_command(self):
