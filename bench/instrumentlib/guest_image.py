@@ -40,7 +40,7 @@ def ensure(folder, arch, packages):
     debs = [_package(packages, name, arch) for name in _OURS]
     depends = ", ".join(_field(deb, "Depends") for deb in debs)
     base = os.path.join(folder, f"debian-{arch}-{_key(arch, depends, *_PACKAGES, *_tree('base'))}")
-    place = os.path.join(folder, f"instrument-{arch}-{_key(base, *_tree('root'), *map(_content, debs))}")
+    place = os.path.join(folder, f"instrument-{arch}-{_key(base, *_tree('root'), *map(_content, [os.path.join(_BOARD, 'make-disk'), *debs]))}")
     made_once(base, lambda: _make_base(folder, base, arch, depends), "Debian for the booted instrument")
     made_once(place, lambda: _make_disk(folder, base, place, debs), "the booted instrument's disk")
     return Image(*(os.path.join(place, name) for name in ("disk.img", "vmlinuz", "initrd.img")))
@@ -64,12 +64,11 @@ def _content(path):
 
 
 def _tree(part):
-    """Names, modes and contents of the board's files for one step, and of the program that puts them in place."""
+    """Names, modes and contents of the board's files for one step."""
     for top, folders, names in os.walk(os.path.join(_BOARD, part)):
         folders.sort()
         for path in (os.path.join(top, name) for name in sorted(names)):
             yield f"{os.path.relpath(path, _BOARD)} {os.stat(path).st_mode & 0o777:o} {_content(path)}"
-    yield _content(os.path.join(_BOARD, "make-disk"))
 
 
 def _key(*parts):

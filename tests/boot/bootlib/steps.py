@@ -40,6 +40,8 @@ def start(machine, _):
     settings = machine.shell("sysctl -n net.core.rmem_max; ethtool -k eth0 | grep -E "
                              "'^(tcp-segmentation|generic-segmentation|generic-receive|large-receive)-offload'")
     require(settings.startswith("30000000\n") and " on" not in settings, f"settings of kernel and interface: {settings}")
+    levels = machine.shell("amixer sget PCM; amixer sget Headphone")
+    require("[80%]" in levels and "[92%]" in levels, f"mixer levels: {levels}")
 
 
 def session(machine, options):
@@ -120,8 +122,8 @@ def update(machine, options):
 
 def staged_kernel(machine, _):
     """A staged kernel is copied at the daemon's start, and the machine reboots by itself."""
-    machine.shell(f"mkdir -p {STAGED}/boot {STAGED}/lib/staged && date >{STAGED}/boot/staged && "
-                  f"cp /bin/bash {STAGED}/lib/staged/module && sync")
+    machine.shell(f"mkdir -p {STAGED}/boot {STAGED}/usr/lib/staged && date >{STAGED}/boot/staged && "
+                  f"cp /bin/bash {STAGED}/usr/lib/staged/module && sync")
     identity = machine.run("cat", "/proc/sys/kernel/random/boot_id")
     since = time.monotonic_ns()
     machine.shell("systemctl --no-block restart tessary")
@@ -135,7 +137,7 @@ def staged_kernel(machine, _):
         require(time.monotonic() < deadline, "the machine did not reboot")
         time.sleep(1)
     software = machine.is_in_order()
-    left = machine.shell(f"ls -d {STAGED} 2>/dev/null || true; ls /boot/staged; cmp /bin/bash /lib/staged/module && echo same")
+    left = machine.shell(f"ls -d {STAGED} 2>/dev/null || true; ls /boot/staged; cmp /bin/bash /usr/lib/staged/module && echo same")
     require(left == "/boot/staged\nsame", f"after the reboot: {left}")
     tell(f"staged, rebooted, in order again in {(time.monotonic_ns() - since) / 1e9:.0f} s; software {software}")
 
@@ -145,7 +147,8 @@ def trouble(machine, options):
     since = time.monotonic_ns()
     machine.instrument.kill_daemon()
     tell(f"killed to greeting: {machine.await_greeting(since):.1f} s")
-    machine.shell("python3 -c 'x = []\nwhile True: x.append(b\"1\" * 10**7)' 2>/dev/null || true")
+    # In a unit of its own: systemd ends all of a unit of which the kernel has ended one.
+    machine.shell("systemd-run --quiet --wait --collect python3 -c 'x = []\nwhile True: x.append(b\"1\" * 10**7)' || true")
     _answers(machine, "the kernel ended a program for lack of memory")
     machine.shell("dd if=/dev/zero of=/var/full bs=1M 2>/dev/null || true")
     _answers(machine, "the disk was full", lambda: machine.run("rm", "/var/full"))
@@ -184,16 +187,19 @@ def power_cuts(machine, options):
         software = machine.is_in_order()
         checked = machine.shell("journalctl --boot --quiet --output=cat --unit=systemd-fsck-root; "
                                 "dmesg | grep -E 'EXT4-fs (error|warning)' || true").replace("\n", "; ")
-        tell(f"{number + 1}: power cut {name}; greeting after {seconds:.1f} s; {software}; {checked}")
+        completed = machine.run("systemctl", "show", "--property=ConditionResult", "--value", "tessary-finish-update") == "yes"
+        tell(f"{number + 1}: power cut {name}; greeting after {seconds:.1f} s; {software}"
+             f"{', update completed' if completed else ''}; {checked}")
         require("EXT4-fs error" not in checked, "the file system is not clean")
 
 
 def _begin_update(machine, options):
     """Returns while dpkg works."""
     machine.instrument.shared("next.deb").write_bytes(next_package(machine, options).read_bytes())
-    # As the daemon does it, but without the minute on the line.
-    machine.shell("cp /run/bench/next.deb /tmp/Tessary.deb && sync && systemd-run --no-block dpkg -i --force-all /tmp/Tessary.deb")
-    time.sleep(random.uniform(0, 4))
+    # As the daemon does it, but without the minute on the line; from the moment on at which dpkg may have replaced something.
+    machine.shell("cp /run/bench/next.deb /tmp/Tessary.deb && sync && systemd-run --quiet --no-block dpkg -i --force-all "
+                  "/tmp/Tessary.deb; until [ -e /var/lib/tessary/update.deb ]; do sleep 0.01; done")
+    time.sleep(random.uniform(0, 1))
 
 
 def _begin_recording(machine, options):
