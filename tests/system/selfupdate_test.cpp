@@ -95,6 +95,8 @@ TEST_F(SelfUpdate, TheNewVersionAnswersAfterTheNextStart)
     EXPECT_EQ(update(package), SoftwareUpdate::Result::Installed);
     EXPECT_EQ(installedVersion(), "ii " TESSARY_NEXT_VERSION);
     EXPECT_EQ(instrument().shell("dpkg --verify tessary"), "") << "files differ from the package's";
+    // The copy for a start after a power cut was kept, and is gone.
+    EXPECT_EQ(instrument().shell("ls -A /var/lib/tessary"), "");
     // The daemon that installed it has answered and lives on.
     EXPECT_EQ(instrument().daemonPid(), running);
     EXPECT_EQ(version().rfind(says(TESSARY_VERSION), 0), 0U);
