@@ -38,7 +38,10 @@ class Daemon:
             return self._program if self._program and not self._program.ended.is_set() else None
 
     def start(self):
-        """Starts it as the unit's boot does: cwd "/", clean environment. Its PID as this machine counts; BenchError if it runs."""
+        """Starts it as the unit's boot does: cwd "/", clean environment. BenchError if it runs already.
+
+        Returns its PID as this machine counts.
+        """
         with self._lock:
             if self.running():
                 raise BenchError(f"the daemon runs already (PID {self._program.host_pid})",
