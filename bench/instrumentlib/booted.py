@@ -62,6 +62,7 @@ class BootedModule:
         self._machine = Machine(_own_processes, on_event, lambda: on_event(None))
         stack.callback(self._machine.stop)
         paths = self._run_dir
+        _show_notes(paths)
         self._board = qemu.Board(
             arch=self._settings.arch, kernel=self._image.kernel, initrd=self._image.initrd,
             system=self._settings.disk or self._disk("system.qcow2"),
@@ -202,6 +203,8 @@ class BootedModule:
             return {}
         if action == "power":
             return self._turn_power(request["what"])
+        if action == "card slot":
+            return self._turn_card(request["what"])
         raise BenchError(f"the booted instrument has no {action}")
 
     def _turn_power(self, what):
@@ -217,6 +220,16 @@ class BootedModule:
             else:
                 self._shut_down()
             return {}
+
+    def _turn_card(self, what):
+        if not self._settings.card_size:
+            raise BenchError("this instrument has no memory card", "run it with --card SIZE")
+        if what == "out":
+            self._monitor.call("eject", id=qemu.CARD, force=True)
+        else:
+            self._monitor.call("blockdev-change-medium", id=qemu.CARD, filename=self._disk("card.img"), format="raw",
+                               read_only_mode="read-only" if what == "locked" else "read-write")
+        return {}
 
     def _inside(self, *argv):
         """Runs a program inside to its end: (status, standard output, standard error)."""
@@ -281,6 +294,13 @@ def _own_processes():
     """QEMU and what stands beside it see this machine's files, and of its processes their own: PIDs are those of /proc."""
     syscalls.mount(None, "/", None, syscalls.MS_REC | syscalls.MS_PRIVATE)
     syscalls.mount("proc", "/proc", "proc", syscalls.MS_NOSUID | syscalls.MS_NODEV | syscalls.MS_NOEXEC)
+
+
+def _show_notes(paths):
+    """What the hardware inside notes is where the virtual instrument's has it."""
+    link = os.path.join(paths.path, "hardware")
+    if not os.path.lexists(link):
+        os.symlink(os.path.join(os.path.basename(paths.io), "hardware"), link)
 
 
 def _of_root(entry):

@@ -21,6 +21,9 @@ RECEIVER = "/home/ondrak/qt-dab/qt-dab"
 def main(arguments, usage):
     """Returns the exit status once the instrument is down again."""
     options, others = _parse(arguments, usage)
+    if any(word.startswith("--machine") for word in others):
+        raise BenchError("a booted instrument has its hardware inside",
+                         "bench/instrument run --machine; its knobs are /run/fpga/knobs")
     mount_point = os.path.join(options.run_dir, "fpga")
     notes = os.path.join(options.run_dir, "hardware")
     for folder in (mount_point, notes):

@@ -28,6 +28,7 @@ DEFAULT_SERVER = "udp://239.0.0.1:1234"
 _START_SECONDS = 1800.0  # the first start on a machine makes the instrument's package layer, or its disk
 _STOP_SECONDS = 300.0  # a machine whose disk stays shuts down first
 _LOGS = ("daemon", "line", "console", "commands", "services", "boot", "journal", "runner")
+_KNOBS_INSIDE = "/run/fpga/knobs"  # of a booted instrument, whose FPGA is beside the daemon
 _Path = typing.Union[str, "os.PathLike[str]"]
 
 
@@ -97,7 +98,8 @@ class Instrument:
     ) -> None:
         """Nothing is started yet.
 
-        hardware: with the counterparts of FPGA and DAB receiver; knobs and bitfile are the FPGA's.
+        hardware: with the counterparts of FPGA and DAB receiver, which a booted instrument always has; knobs and bitfile are the
+        FPGA's.
         card: size of the memory card; "0" for none.
         files: {path inside: file of this machine} to copy in; binds: the same to show inside.
         build: folder of another build than this package's own; daemon: another daemon than the build's.
@@ -107,8 +109,10 @@ class Instrument:
         """
         if (knobs or bitfile) and not hardware:
             raise UsageError("knobs and bitfile are the FPGA's", "give hardware=True, too")
+        if (knobs or bitfile) and machine:
+            raise UsageError("a booted instrument takes no knobs or bitfile at its start", "set_knobs() when it runs")
         self.build = pathlib.Path(build).resolve() if build is not None else places.build_folder()
-        self._hardware = hardware
+        self._hardware = hardware and not machine
         self._given_run_dir = pathlib.Path(run_dir).resolve() if run_dir is not None else None
         self._options = _options_of(self.build, card, daemon, files, binds, daemon_environment)
         self._options += [f"--knob={name}={value}" for name, value in (knobs or {}).items()]
@@ -288,6 +292,10 @@ class Instrument:
         "cut"."""
         self._control("power", what=what)
 
+    def card(self, what: str) -> None:
+        """Puts a booted instrument's memory card "in", in "locked" (only to be read), or pulls it: "out"."""
+        self._control("card slot", what=what)
+
     # --- faults ---
 
     def link(self, up: bool) -> None:
@@ -328,17 +336,23 @@ class Instrument:
 
     def set_knobs(self, **knobs: int) -> None:
         """Turns knobs of the FPGA's counterpart (docs/bench.md), with `_` for `-`: set_knobs(export_rate=100000, configured=0)."""
-        if not self._hardware:
+        if not self._hardware and "machine" not in self._state:
             raise UsageError("this instrument has no FPGA", "make it with hardware=True")
         text = "".join(f"{name.replace('_', '-')}={value}\n" for name, value in knobs.items())
         try:
-            (self.run_dir / "fpga" / "knobs").write_text(text, encoding="ascii")
-        except OSError as refused:
+            if "machine" in self._state:
+                self.run("sh", "-c", f'printf %s "$0" >{_KNOBS_INSIDE}', text)
+            else:
+                (self.run_dir / "fpga" / "knobs").write_text(text, encoding="ascii")
+        except (OSError, CommandFailedError) as refused:
             raise UsageError(f"the FPGA refused {text.strip()!r}", "docs/bench.md lists its knobs") from refused
 
     def knobs(self) -> dict[str, int]:
         """The FPGA's knobs as they stand."""
-        text = (self.run_dir / "fpga" / "knobs").read_text(encoding="ascii")
+        if "machine" in self._state:
+            text = self.run("cat", _KNOBS_INSIDE)
+        else:
+            text = (self.run_dir / "fpga" / "knobs").read_text(encoding="ascii")
         pairs = (line.partition("=") for line in text.splitlines() if "=" in line)
         return {name: int(value) for name, _, value in pairs}
 

@@ -12,17 +12,19 @@ import sys
 import time
 
 import tessary
-from bootlib import steps
+from bootlib import power, rows, software, steps, vlan
 from bootlib.machine import Failed, Machine
 
 STEPS = {
     "start": steps.start,
     "session": steps.session,
-    "vlan": steps.vlan,
-    "update": steps.update,
-    "kernel": steps.staged_kernel,
+    "rows": rows.rows,
+    "vlan": vlan.vlan,
+    "update": software.update,
+    "kernel": power.staged_kernel,
+    "card": steps.card,
     "trouble": steps.trouble,
-    "power": steps.power_cuts,
+    "power": power.power_cuts,
 }
 
 

@@ -13,24 +13,49 @@ sys.dont_write_bytecode = True
 from bootlib import machine, tagged  # noqa: E402
 
 
+FLOW = tagged.Flow(vlan=100, group="239.1.2.3", port=1234, bit_rate=8 * 1316 * 100)
+FRAME = 18 + 28 + 1316
+
+
+def packet(pid, has_payload=True):
+    return bytes((0x47, pid >> 8, pid & 0xFF, 0x15 if has_payload else 0x25)) + bytes(184)
+
+
 class TaggedCapture(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.capture = os.path.join(self.folder.name, "a.pcap")
+
+    def written(self, packets, seconds, error_times=()):
+        """The capture's frames."""
+        stream = os.path.join(self.folder.name, "a.ts")
+        with open(stream, "wb") as file:
+            file.write(b"".join(packets) + b"rest")
+        tagged.write(self.capture, stream, FLOW, seconds, error_times)
+        with open(self.capture, "rb") as file:
+            data = file.read()[24:]
+        return [data[at + 16:at + 16 + FRAME] for at in range(0, len(data), 16 + FRAME)]
+
     def test_each_frame_has_the_tag_and_its_time(self):
-        with tempfile.TemporaryDirectory() as folder:
-            stream, capture = os.path.join(folder, "a.ts"), os.path.join(folder, "a.pcap")
-            payload = bytes(range(188)) * 7
-            with open(stream, "wb") as file:
-                file.write(payload * 2 + b"rest")
-            tagged.write(capture, stream, 100, "239.1.2.3", 1234, 8 * 1316 * 100)
-            with open(capture, "rb") as file:
-                data = file.read()
-        frame = data[24 + 16:][:18 + 28 + 1316]
-        self.assertEqual(len(data), 24 + 2 * (16 + len(frame)))
-        self.assertEqual(frame[:6].hex(), "01005e010203")
-        self.assertEqual(struct.unpack("!HHH", frame[12:18]), (0x8100, 100, 0x0800))
-        self.assertEqual(struct.unpack("!HH", frame[18 + 22:18 + 26]), (1234, 8 + 1316))
-        self.assertEqual(frame[-1316:], payload)
-        first, second = (struct.unpack("<II", data[at:at + 8]) for at in (24, 24 + 16 + len(frame)))
-        self.assertEqual((second[0] - first[0]) * 1_000_000 + second[1] - first[1], 10_000)
+        frames = self.written([packet(256)] * 14, 0.05)
+        self.assertEqual(len(frames), 5)
+        self.assertEqual(frames[0][:6].hex(), "01005e010203")
+        self.assertEqual(struct.unpack("!HHH", frames[0][12:18]), (0x8100, 100, 0x0800))
+        self.assertEqual(struct.unpack("!HH", frames[0][18 + 22:18 + 26]), (1234, 8 + 1316))
+        self.assertEqual(tagged.gaps(self.capture), [10_000] * 4)
+
+    def test_counters_go_on_over_the_files_end_and_stand_without_payload(self):
+        frames = self.written([packet(256)] * 6 + [packet(256, has_payload=False)], 0.03)
+        self.assertEqual([frame[46 + 188 * at + 3] & 15 for frame in frames for at in range(7)],
+                         [0, 1, 2, 3, 4, 5, 5, 6, 7, 8, 9, 10, 11, 11, 12, 13, 14, 15, 0, 1, 1])
+
+    def test_an_error_is_one_jump_by_two_that_no_null_packet_takes(self):
+        frames = self.written([packet(0x1FFF)] + [packet(256)] * 6, 0.04, [0.015, 0.025])
+        counters = [frame[46 + 188 * at + 3] & 15 for frame in frames for at in range(1, 7)]
+        jumps = [(later - earlier) % 16 for earlier, later in zip(counters, counters[1:])]
+        self.assertEqual([at for at, jump in enumerate(jumps, 1) if jump != 1], [12, 18])
+        self.assertEqual({jump for jump in jumps if jump != 1}, {2})
 
 
 class Greeting(unittest.TestCase):

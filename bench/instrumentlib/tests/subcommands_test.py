@@ -18,7 +18,7 @@ def call(*arguments, within=()):
 
 class CommandLineTest(unittest.TestCase):
     def test_each_command_has_help(self):
-        for command in ("run", "exec", "daemon", "link", "power", "commands", "behave", "status", "stop"):
+        for command in ("run", "exec", "daemon", "link", "power", "card", "commands", "behave", "status", "stop"):
             result = call(command, "--help")
             self.assertEqual(result.returncode, 0, command)
             self.assertIn("--run-dir", result.stdout, command)

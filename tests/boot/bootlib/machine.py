@@ -18,6 +18,11 @@ def require(condition, text):
         raise Failed(text)
 
 
+def tell(text):
+    """A figure, or what was seen."""
+    print(f"   {text}", flush=True)
+
+
 class Machine:
     """One booted instrument."""
 
@@ -54,6 +59,28 @@ class Machine:
                 if time.monotonic() > deadline:
                     raise
                 time.sleep(0.2)
+
+    def line_position(self):
+        """How far the line's log goes now, for sent_since()."""
+        return len(self.instrument.log("line"))
+
+    def sent_since(self, position):
+        """All bytes that were sent to the daemon since then."""
+        entries = (json.loads(line) for line in self.instrument.log("line")[position:].splitlines())
+        return b"".join(bytes.fromhex(entry["hex"]) for entry in entries if entry["dir"] == "to_daemon")
+
+    def size_of(self, name):
+        """Bytes of a file that both see; 0 while there is none."""
+        path = self.instrument.shared(name)
+        return path.stat().st_size if path.exists() else 0
+
+    @staticmethod
+    def wait_until(condition, otherwise, seconds):
+        """Failed with that text when the condition does not come to hold."""
+        deadline = time.monotonic() + seconds
+        while not condition():
+            require(time.monotonic() < deadline, otherwise)
+            time.sleep(0.2)
 
     def controller(self):
         """A controller once the daemon answers. An emulated machine takes its time."""

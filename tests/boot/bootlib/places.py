@@ -1,0 +1,5 @@
+"""Where things are."""
+
+import pathlib
+
+TREE = pathlib.Path(__file__).resolve().parents[3]
