@@ -12,7 +12,7 @@ import tarfile
 import threading
 import time
 
-from . import card, guest_image, network, places, qemu, syscalls
+from . import accelerator, card, guest_image, network, places, qemu, syscalls
 from .daemon import not_running
 from .errors import BenchError
 from .guest_link import Agent, Monitor
@@ -46,14 +46,17 @@ class BootedModule:
         self._machine = self._program = self._monitor = self._agent = None
         self._folder = run_dir.scratch  # disks
         self._power = threading.RLock()
-        self._image = self._board = self._log = None
+        self._image = self._accelerator = self._board = self._log = None
         self.daemon = Unit(self._inside)
 
     # --- start and stop ---
 
     def provide(self):
         """What is made once and kept."""
-        self._image = guest_image.ensure(places.MACHINE_FOLDER, self._settings.arch, self._settings.packages)
+        arch = self._settings.arch
+        self._image = guest_image.ensure(places.MACHINE_FOLDER, arch, self._settings.packages)
+        self._accelerator = accelerator.choose(arch, qemu.program(arch), qemu.machine(arch), self._image.kernel,
+                                               places.MACHINE_FOLDER)
 
     def prepare(self, stack, lines, on_event):
         """Everything that forks; `on_event` gets each Program that ends, None when all is gone."""
@@ -64,7 +67,7 @@ class BootedModule:
         paths = self._run_dir
         _show_notes(paths)
         self._board = qemu.Board(
-            arch=self._settings.arch, kernel=self._image.kernel, initrd=self._image.initrd,
+            arch=self._settings.arch, accelerator=self._accelerator, kernel=self._image.kernel, initrd=self._image.initrd,
             system=self._settings.disk or self._disk("system.qcow2"),
             card=self._disk("card.img") if self._settings.card_size else "",
             files=self._disk("files.tar") if self._settings.files else "",
@@ -319,4 +322,4 @@ def check_host(arch):
     missing = [name for name in programs if not shutil.which(name)]
     if missing:
         raise BenchError(f"programs missing on this machine: {', '.join(missing)}", "script/bootstrap --with machine")
-    say(f"the instrument boots on an emulated {arch} processor; that takes a minute or two")
+    say(f"the instrument boots on a processor of its own, {arch}; emulated, that takes a minute or two")

@@ -9,7 +9,8 @@ _CONTROLLER_SLOT, _CONSOLE_SLOT = "0x10", "0x11"
 DISPLAY_SIZE = (720, 576)
 CABLE, CARD = "cable", "card"  # names for QEMU's monitor
 
-_BOARDS = {"amd64": ["qemu-system-x86_64", "-machine", "q35", "-cpu", "max", "-smp", "2"]}
+_PROGRAMS = {"amd64": "qemu-system-x86_64"}
+_BOARDS = {"amd64": "q35"}
 _CONSOLES = {"amd64": "ttyS0"}
 ARCHITECTURES = tuple(_BOARDS)
 
@@ -19,6 +20,7 @@ class Board:
     """What a machine is made of. All paths are this machine's."""
 
     arch: str
+    accelerator: str    # see accelerator.py
     kernel: str
     initrd: str
     system: str         # qcow2 image
@@ -35,14 +37,19 @@ class Board:
 
 def program(arch):
     """Name of the emulator."""
-    return _BOARDS[arch][0]
+    return _PROGRAMS[arch]
+
+
+def machine(arch):
+    """QEMU's name for the board."""
+    return _BOARDS[arch]
 
 
 def command(board, monitor_fd, agent_fd):
     """The words that start it; `monitor_fd` and `agent_fd` are connected sockets that it is given."""
     return [
-        *_BOARDS[board.arch], "-name", "instrument", "-m", "1G", "-nodefaults", "-no-user-config", "-display", "none",
-        "-accel", "tcg,thread=multi",
+        program(board.arch), "-machine", machine(board.arch), "-cpu", "max", "-smp", "2", "-accel", board.accelerator,
+        "-name", "instrument", "-m", "1G", "-nodefaults", "-no-user-config", "-display", "none",
         "-kernel", board.kernel, "-initrd", board.initrd,
         "-append", f"root=/dev/vda ro console={_CONSOLES[board.arch]} panic=-1 systemd.show_status=1",
         *_file("system", board.system, "qcow2"), "-device", "virtio-blk-pci,drive=system,serial=system",

@@ -12,7 +12,7 @@ import sys
 import time
 
 import tessary
-from bootlib import power, rows, software, steps, vlan
+from bootlib import figures, power, rows, software, steps, vlan
 from bootlib.machine import Failed, Machine
 
 STEPS = {
@@ -25,6 +25,7 @@ STEPS = {
     "card": steps.card,
     "trouble": steps.trouble,
     "power": power.power_cuts,
+    "figures": figures.figures,
 }
 
 
@@ -33,7 +34,7 @@ def parse():
     parser.add_argument("--machine", default="amd64")
     for name in ("--build", "--streams", "--out"):
         parser.add_argument(name, required=True, type=pathlib.Path)
-    parser.add_argument("--power-cuts", type=int, default=5)
+    parser.add_argument("--power-cuts", type=int, default=6)
     parser.add_argument("--only", action="append", choices=list(STEPS), default=[])
     return parser.parse_args()
 

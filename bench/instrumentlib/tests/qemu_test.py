@@ -13,7 +13,7 @@ from instrumentlib import qemu
 from instrumentlib.errors import BenchError
 from instrumentlib.guest_link import Monitor
 
-BOARD = qemu.Board(arch="amd64", kernel="/k", initrd="/i", system="/run/a,b/system.qcow2", card="", files="",
+BOARD = qemu.Board(arch="amd64", accelerator="tcg", kernel="/k", initrd="/i", system="/run/a,b/system.qcow2", card="", files="",
                    controller="/dev/pts/1", console="/dev/pts/2", io_folder="/run/x/io", boot_log="/run/x/boot.log",
                    journal_log="/run/x/journal.log", daemon_log="/run/x/daemon.log", sound="/run/x/io/sound.wav")
 
