@@ -230,8 +230,7 @@ class BootedModule:
         if what == "out":
             self._monitor.call("eject", id=qemu.CARD, force=True)
         else:
-            self._monitor.call("blockdev-change-medium", id=qemu.CARD, filename=self._disk("card.img"), format="raw",
-                               read_only_mode="read-only" if what == "locked" else "read-write")
+            self._monitor.call("blockdev-change-medium", id=qemu.CARD, filename=self._disk("card.img"), format="raw")
         return {}
 
     def _inside(self, *argv):

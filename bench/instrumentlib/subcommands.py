@@ -34,9 +34,8 @@ def _parser():
     link.add_argument("what", choices=["up", "down"])
     power = _command(commands, "power", _power, "switch a booted instrument on, off as its power key does, or cut its power")
     power.add_argument("what", choices=["on", "off", "cut"])
-    card = _command(commands, "card", _card, "put a booted instrument's memory card into its slot, as it is or with its lock on, "
-                                             "or pull it")
-    card.add_argument("what", choices=["in", "locked", "out"])
+    card = _command(commands, "card", _card, "put a booted instrument's memory card into its slot, or pull it")
+    card.add_argument("what", choices=["in", "out"])
     noted = _command(commands, "commands", _commands, "print the commands the command log noted, as JSON lines")
     noted.add_argument("--clear", action="store_true", help="forget them instead")
     _add_behave(_command(commands, "behave", _behave,

@@ -293,7 +293,7 @@ class Instrument:
         self._control("power", what=what)
 
     def card(self, what: str) -> None:
-        """Puts a booted instrument's memory card "in", in "locked" (only to be read), or pulls it: "out"."""
+        """Puts a booted instrument's memory card "in", or pulls it: "out"."""
         self._control("card slot", what=what)
 
     # --- faults ---

@@ -8,7 +8,7 @@ import tessary
 from .machine import require, tell
 
 SERVER = "udp://239.0.0.1:1234"
-_T2MI_SERVER = "udp+t2mi://239.0.0.3:1238?pid=4096&plp=0"
+_T2MI_SERVER = "udp+t2mi://239.0.0.3:1238?pid=4096&plp=1"
 CARD = "/run/media/mmcblk1p1"
 RECORDING = f"{CARD}/record.ts"
 _LONG_ANSWERS = 100_000  # bytes
@@ -31,16 +31,22 @@ def _maintenance(_, controller, __):
     require(version.fpga_configured and version.fpga_built, f"the FPGA: {version.fpga}")
     tell(f"version?: {version.software}, FPGA of {version.fpga_built}")
     outcome = controller.run_command_shown("id -u")
-    require((outcome.output.strip(), outcome.status) == ("0", 0), f"command: {outcome.output!r}")
+    require((outcome.output.strip(), outcome.status) == (b"0", 0), f"command: {outcome.output!r}")
 
 
 def _network(machine, controller, _):
     controller.set_interface()
-    machine.wait_until(lambda: controller.interface() is not None, "eth0 got no address", 60)
-    require(controller.interface().address.startswith("192.168.77."), f"interface?: {controller.interface()}")
+    _await_address(machine, controller)
     require("192.168.77." in str(controller.ip_status().as_dict()), "ipstatus? shows no address")
     report = controller.ping(machine.instrument.sender_address())
-    require(report.received == report.sent, f"ping: {report.as_dict()}")
+    require(report.received == report.transmitted > 0, f"ping: {report.as_dict()}")
+
+
+def _await_address(machine, controller):
+    def has_one():
+        interface = controller.interface()
+        return interface is not None and interface.address.startswith("192.168.77.")
+    machine.wait_until(has_one, "interface?: no address by DHCP", 60)
 
 
 def _player(machine, controller, options):
@@ -54,7 +60,7 @@ def _player(machine, controller, options):
         controller.send_stream()
         machine.wait_until(lambda: machine.size_of("fpga-out.ts") > 1_000_000, "sendts: nothing arrives", 60)
         require(controller.measure(SERVER, wait=60).present, "getethernetmes?: no stream")
-        require(len(controller.inter_arrival_times()) == 1024, "getiat?: 1024 are kept")
+        machine.wait_until(lambda: len(controller.inter_arrival_times()) == 1024, "getiat?: 1024 are kept", 60)
     finally:
         sender.stop()
 
@@ -93,7 +99,7 @@ def _fpga_stream(machine, controller, options):
 def _recorder(machine, controller, options):
     make_recording(machine, controller, options)
     controller.scan_recording()
-    machine.wait_until(lambda: len(controller.stream_info().services) == 3, "PVR_scan: three services", 120)
+    machine.wait_until(lambda: _services(controller) == 3, "PVR_scan: three services", 120)
     controller.set_server(SERVER)  # lets go of the recording
     size = controller.export_recording()
     exported = machine.instrument.run_dir / "hardware" / "export.bin"
@@ -103,6 +109,11 @@ def _recorder(machine, controller, options):
     require(filecmp.cmp(exported, recording, shallow=False), "PVR_export: other bytes arrived")
     recording.unlink()
     tell(f"PVR_export: {size} bytes of the recording arrived at the FPGA")
+
+
+def _services(controller):
+    table = controller.stream_info()
+    return len(table.services) if table else 0
 
 
 def make_recording(machine, controller, options, least=2_000_000):
@@ -120,7 +131,7 @@ def make_recording(machine, controller, options, least=2_000_000):
 
 def _dab(_, controller, __):
     controller.start_dab()
-    block = bytes(range(117))
+    block = b"dab" + bytes(range(114))
     require(controller.dab(block) == bytes(byte ^ 0xFF for byte in block), "dab: the receiver program's answer")
     controller.stop_dab()
 
@@ -129,9 +140,19 @@ def _refused_update(machine, controller, _):
     """A package whose checksum is wrong is not installed, and the daemon answers."""
     before = controller.version().software
     wrong_checksum(controller, b"!<arch>\n" + bytes(5000))
-    require(controller.version(timeout=60).software == before, "update: the old version no longer answers")
+    require(still_answers(controller, before), "update: the old version no longer answers")
     controller.run_command("nmcli networking on")
-    machine.wait_until(lambda: controller.interface() is not None, "networking did not come back", 60)
+    _await_address(machine, controller)
+
+
+def still_answers(controller, software):
+    """Whether that version answers within a minute. What is read in one piece with a checksum goes with it, so it is asked again."""
+    for _ in range(12):
+        try:
+            return controller.version(timeout=5).software == software
+        except tessary.TimedOutError:
+            pass
+    return False
 
 
 def wrong_checksum(controller, package):

@@ -7,7 +7,7 @@ import tessary
 
 from .machine import require, tell
 from .places import TREE
-from .rows import wrong_checksum
+from .rows import still_answers, wrong_checksum
 
 _FULL = "/var/full"
 
@@ -35,7 +35,7 @@ def update(machine, options):
                 ("a package whose script fails", lambda: _send(controller, _failing_package(options))),
                 ("a full disk", lambda: _send_to_full_disk(machine, controller, package))):
             said = attempt()
-            require(controller.version(timeout=60).software == before, f"{what}: the old version no longer answers")
+            require(still_answers(controller, before), f"{what}: the old version no longer answers")
             tell(f"{what}: {said or 'silence'}; {before} answers")
         began = time.monotonic()
         controller.update(package, installation=600)

@@ -68,23 +68,22 @@ def trouble(machine, options):
 
 
 def card(machine, options):
-    """The card pulled while it is written to, full, and locked: the daemon answers, and the next recording is whole."""
+    """The card pulled while it is written to, only to be read, and full: the daemon answers, and the next recording is whole."""
     sender = machine.instrument.send(options.streams / "demo.ts", SERVER)
     try:
         with machine.controller() as controller:
             controller.scan(SERVER, wait=60)
             controller.record()
             machine.wait_until(lambda: controller.recording_size() > 1_000_000, "the recording does not grow", 120)
-            _pull(machine)
+            machine.instrument.card("out")
+            machine.wait_until(lambda: not _is_mounted(machine), "a pulled card stays mounted", 60)
             tell(f"pulled: {controller.version().software} answers, a recording of {controller.recording_size()} bytes is there")
             controller.stop_recording()
-            _put_in(machine, "in")
-            machine.run("umount", CARD)  # what was written last can not be made good on a locked card
-            _pull(machine)
-            _put_in(machine, "locked")
-            _try_recording(controller, "locked")
-            _pull(machine)
-            _put_in(machine, "in")
+            machine.instrument.card("in")
+            machine.wait_until(lambda: _is_mounted(machine), "the card is in, but not mounted", 60)
+            machine.run("mount", "-o", "remount,ro", CARD)
+            _try_recording(controller, "only to be read")
+            machine.run("mount", "-o", "remount,rw", CARD)
             machine.shell(f"dd if=/dev/zero of={CARD}/full bs=1M 2>/dev/null || true")
             _try_recording(controller, "full")
             machine.run("rm", f"{CARD}/full")
@@ -103,16 +102,6 @@ def _try_recording(controller, how):
     size = controller.recording_size()
     controller.stop_recording()
     tell(f"{how}: {controller.version().software} answers, {size} bytes recorded")
-
-
-def _pull(machine):
-    machine.instrument.card("out")
-    machine.wait_until(lambda: not _is_mounted(machine), "a pulled card stays mounted", 60)
-
-
-def _put_in(machine, how):
-    machine.instrument.card(how)
-    machine.wait_until(lambda: _is_mounted(machine), f"the card is in ({how}), but not mounted", 60)
 
 
 def _is_mounted(machine):
