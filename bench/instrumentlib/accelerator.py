@@ -16,8 +16,8 @@ _NATIVE = {"amd64": "x86_64"}
 
 
 def choose(arch, program, machine, kernel, folder):
-    """The value of QEMU's -accel. `program` and `machine` are the emulator and its board, `folder` keeps the trial's outcome until
-    this machine boots again: there are hosts that have the device, and guests that hang in it."""
+    """The value of QEMU's -accel. `program` and `machine` are the emulator and its board, `folder` keeps the trial's outcome
+    until this machine boots again: there are hosts that have the device, and guests that hang in it."""
     if _NATIVE.get(arch) != platform.machine() or not os.access(_DEVICE, os.R_OK | os.W_OK):
         return EMULATED
     with open("/proc/sys/kernel/random/boot_id", encoding="ascii") as file:

@@ -40,7 +40,8 @@ def ensure(folder, arch, packages):
     debs = [_package(packages, name, arch) for name in _OURS]
     depends = ", ".join(_field(deb, "Depends") for deb in debs)
     base = os.path.join(folder, f"debian-{arch}-{_key(arch, depends, *_PACKAGES, *_tree('base'))}")
-    place = os.path.join(folder, f"instrument-{arch}-{_key(base, *_tree('root'), *map(_content, [os.path.join(_BOARD, 'make-disk'), *debs]))}")
+    parts = map(_content, [os.path.join(_BOARD, "make-disk"), *debs])
+    place = os.path.join(folder, f"instrument-{arch}-{_key(base, *_tree('root'), *parts)}")
     made_once(base, lambda: _make_base(folder, base, arch, depends), "Debian for the booted instrument")
     made_once(place, lambda: _make_disk(folder, base, place, debs), "the booted instrument's disk")
     return Image(*(os.path.join(place, name) for name in ("disk.img", "vmlinuz", "initrd.img")))

@@ -12,6 +12,15 @@ constexpr std::size_t lineBytes = 4095;
 /// Bytes written since the line was last known to be empty.
 std::size_t undrained = 0;
 
+/// Of a part longer than the UART's buffer, what it had no room for. As a rule the line has already sent some of
+/// the part when the last byte comes, but not when the kernel is late. Returns the result of the write.
+int writeRest(const char* bytes, std::size_t size)
+{
+    uart.DrainOutput();
+    undrained = size;
+    return uart.SerialPortWrite(bytes, static_cast<int>(size));
+}
+
 void replyByteByByte(const char* bytes, std::size_t size)
 {
     for (std::size_t i = 0; i < size; ++i)
@@ -27,7 +36,11 @@ int replyPart(const char* bytes, std::size_t size)
         undrained = 0;
     }
     undrained += size;
-    return uart.SerialPortWrite(bytes, static_cast<int>(size));
+    const int written = uart.SerialPortWrite(bytes, static_cast<int>(size));
+    if (written <= 0 || static_cast<std::size_t>(written) == size)
+        return written;
+    const auto taken = static_cast<std::size_t>(written);
+    return written + writeRest(bytes + taken, size - taken);
 }
 
 void replyByteByByte(const std::string& text)

@@ -17,5 +17,6 @@ void replyByteByByte(const std::vector<std::uint8_t>& bytes);
 /// the last write.
 int reply(const std::string& text);
 
-/// Writes a part of a reply in one call, whatever its size. Returns the result of the write.
+/// Writes a part of a reply in one call, whatever its size; what the UART has not taken of it follows once the line
+/// is empty. Returns the bytes written, or the result of a write that failed.
 int replyPart(const char* bytes, std::size_t size);

@@ -35,7 +35,8 @@ def _capture(machine, controller, options, rate):
     sent = rate * (1316 + 42) * 8
     mean = sum(figures.bit_rate for figures in periods) / len(periods)
     errors = sum(figures.continuity_errors for figures in periods)
-    tell(f"capture at {rate} datagrams/s: {100 * mean / sent:.1f} % of the bit rate, {errors} continuity errors in {_PERIODS} periods")
+    tell(f"capture at {rate} datagrams/s: {100 * mean / sent:.1f} % of the bit rate, {errors} continuity errors in "
+         f"{_PERIODS} periods")
 
 
 def _zapping(machine, controller, options):

@@ -146,7 +146,7 @@ def _refused_update(machine, controller, _):
 
 
 def still_answers(controller, software):
-    """Whether that version answers within a minute. What is read in one piece with a checksum goes with it, so it is asked again."""
+    """Whether that version answers within a minute. What is read in one piece with a checksum goes with it: it is asked again."""
     for _ in range(12):
         try:
             return controller.version(timeout=5).software == software

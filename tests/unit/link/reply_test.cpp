@@ -4,6 +4,8 @@
 //   no more than the buffer takes               one write for a reply, nobody waits
 //   more                                        waits for an empty line first, nothing is lost
 //   a reply longer than the buffer              several writes, nothing is lost
+//   a chunk longer than the buffer, of a line   one more write for the rest, nothing is lost
+//   that has sent nothing of it yet
 #include "commands/reply.h"
 #include "commands/uart_command.h"
 #include "kit/gstreamer.h"
@@ -20,13 +22,12 @@
 namespace {
 
 constexpr std::size_t bufferBytes = 4095;
-constexpr std::size_t leavesAtOnce = 1; ///< of a write to an empty line
-
 struct
 {
     std::string received; ///< what leaves the line in the end
     std::vector<std::size_t> writes;
     std::size_t pending = 0; ///< in the buffer
+    std::size_t leavesAtOnce = 1; ///< of a write to an empty line
     int drains = 0;
 } line;
 
@@ -37,7 +38,7 @@ int takeWrite(SerialPort*, const char* bytes, int length) __asm__(
 int takeWrite(SerialPort*, const char* bytes, int length)
 {
     const std::size_t taken =
-        std::min(static_cast<std::size_t>(length), bufferBytes + leavesAtOnce - line.pending);
+        std::min(static_cast<std::size_t>(length), bufferBytes + line.leavesAtOnce - line.pending);
     line.writes.push_back(static_cast<std::size_t>(length));
     line.received.append(bytes, taken);
     line.pending += taken;
@@ -209,6 +210,14 @@ TEST_F(T2miReplies, AFrameIsWrittenInChunksWithTheLineDrainedBetweenTwo)
     EXPECT_EQ(line.drains, 2); // one for the frame before
     EXPECT_EQ(writesOfFrame(8202), (Sizes{4096, 4096, 10}));
     EXPECT_EQ(line.drains, 3);
+}
+
+TEST_F(T2miReplies, AChunkThatTheLineTakesButForItsLastByteComesWhole)
+{
+    line.leavesAtOnce = 0;
+    EXPECT_EQ(writesOfFrame(4095), Sizes{4095});
+    EXPECT_EQ(writesOfFrame(4096), (Sizes{4096, 1}));
+    EXPECT_EQ(writesOfFrame(8202), (Sizes{4096, 1, 4096, 1, 10}));
 }
 
 } // namespace
