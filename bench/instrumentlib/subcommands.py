@@ -10,6 +10,9 @@ from .enter import USAGE as EXEC_USAGE
 from .errors import BenchError
 from .run_dir import DEFAULT, RunDir
 
+_STOP_SECONDS = 20
+_STOP_SECONDS_OF_A_MACHINE = 240  # one whose disk stays shuts down first
+
 
 def main(arguments):
     """Returns the exit status."""
@@ -266,11 +269,12 @@ def _status(options):
 
 def _stop(options):
     paths = _run_dir(options)
+    seconds = _STOP_SECONDS_OF_A_MACHINE if "machine" in paths.read_state() else _STOP_SECONDS
     _ask(options, "stop")
-    deadline = time.monotonic() + 20
+    deadline = time.monotonic() + seconds
     while paths.in_use():
         if time.monotonic() > deadline:
-            raise BenchError("the instrument has not stopped within 20 s",
+            raise BenchError(f"the instrument has not stopped within {seconds} s",
                              f"see its terminal; its supervisor is PID {paths.read_state()['supervisor']}")
         time.sleep(0.02)
     return 0

@@ -101,7 +101,7 @@ def _try_recording(controller, how):
     time.sleep(5)
     size = controller.recording_size()
     controller.stop_recording()
-    tell(f"{how}: {controller.version().software} answers, {size} bytes recorded")
+    tell(f"{how}: {controller.version().software} answers, a recording of {size} bytes is there")
 
 
 def _is_mounted(machine):
