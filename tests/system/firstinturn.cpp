@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <QDir>
 #include <sched.h>
 
 namespace tessary::test {
@@ -21,8 +22,12 @@ FirstInTurn::~FirstInTurn()
 void FirstInTurn::schedule(int policy, int priority) const
 {
     const sched_param param{priority};
-    for (const pid_t process : {pid_t{0}, static_cast<pid_t>(m_daemonPid)})
-        EXPECT_EQ(::sched_setscheduler(process, policy, &param), 0) << std::strerror(errno);
+    EXPECT_EQ(::sched_setscheduler(0, policy, &param), 0) << std::strerror(errno);
+    const QDir threads("/proc/" + QString::number(m_daemonPid) + "/task");
+    for (const QString& thread : threads.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const bool scheduled = ::sched_setscheduler(thread.toInt(), policy, &param) == 0;
+        EXPECT_TRUE(scheduled || errno == ESRCH) << std::strerror(errno); // it may have ended
+    }
 }
 
 } // namespace tessary::test

@@ -5,7 +5,8 @@
 namespace tessary::test {
 
 /// For figures that other work on the machine must not change: while the object lives, this program, what it
-/// starts, and the daemon with the threads that it starts have their turn before everything else.
+/// starts, and the daemon have their turn before everything else. Of the daemon's threads, those that it has
+/// and those that they start; GStreamer's streaming threads take nothing over, so a source runs before.
 class FirstInTurn
 {
 public:

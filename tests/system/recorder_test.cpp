@@ -1,3 +1,4 @@
+#include "firstinturn.h"
 #include "hardwaresuite.h"
 
 #include "kit/packets.h"
@@ -164,6 +165,7 @@ TEST_F(Recorder, AnIpStreamOf100MbitIsRecordedWithoutLoss)
     ask("server=UDP " + address + " 5040\n");
     ask("scancur\n");
     EXPECT_EQ(ask("PVR_record\n"), "");
+    const FirstInTurn first(instrument().daemonPid());
     RunningStream stream = instrument().send({file, QString::fromStdString("udp://" + address + ":5040"),
         "--bitrate", "100M", "--interface", "uplink"});
     ASSERT_TRUE(stream.waitUntilSent()) << stream.errors().constData();

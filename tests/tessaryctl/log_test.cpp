@@ -206,6 +206,7 @@ TEST_F(ToolLog, ARowHasAllFiguresAndTheTimeWithItsZone)
 
 TEST_F(ToolLog, TheErrorsOfAllRowsAreThoseThatWereSent)
 {
+    const FirstInTurn first(instrument().daemonPid());
     const Log log;
     RunningStream stream = send({"--bitrate", "10M", "--cc-errors-per-second", "3", "--cc-errors-from", "8",
         "--cc-errors-for", "15", "--duration", "27", "--json"});
