@@ -68,8 +68,10 @@ def main(arguments):
         if flag == syscalls.CLONE_NEWPID:
             syscalls.setns(fd, flag)
     # The other namespaces are entered by the child alone: this process keeps the machine's /proc in view.
+    signal.pthread_sigmask(signal.SIG_BLOCK, _FORWARDED)  # until they are forwarded
     child = os.fork()
     if child == 0:
+        signal.pthread_sigmask(signal.SIG_UNBLOCK, _FORWARDED)
         _become(command, namespaces, root)
     syscalls.setns(own_pid_namespace, syscalls.CLONE_NEWPID)
     return _wait(child)
@@ -134,6 +136,7 @@ def _wait(child):
 
     for number in _FORWARDED:
         signal.signal(number, forward)
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, _FORWARDED)
     _, status = os.waitpid(child, 0)
     if os.WIFSIGNALED(status):
         return 128 + os.WTERMSIG(status)

@@ -2,21 +2,28 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <QDir>
 #include <sched.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace tessary::test {
 
 FirstInTurn::FirstInTurn(qint64 daemonPid)
-    : m_daemonPid(daemonPid)
+    : m_turn(::open(
+        QFile::encodeName(QDir::temp().filePath("tessary-first-in-turn")), O_RDWR | O_CREAT | O_CLOEXEC, 0666))
+    , m_daemonPid(daemonPid)
 {
+    EXPECT_EQ(::flock(m_turn, LOCK_EX), 0) << std::strerror(errno);
     schedule(SCHED_RR, 1);
 }
 
 FirstInTurn::~FirstInTurn()
 {
     schedule(SCHED_OTHER, 0);
+    ::close(m_turn);
 }
 
 void FirstInTurn::schedule(int policy, int priority) const
