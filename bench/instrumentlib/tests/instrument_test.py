@@ -230,7 +230,7 @@ class SteeringTest(unittest.TestCase):
 
     def test_a_program_fails_as_often_as_asked_and_only_for_the_argument_named(self):
         self.instrument.call("behave", "smcroute", "--status", "3", "--stderr", "No such device", "--times", "1",
-                             "--when=-j")
+                             "--when=239.0.0.9")  # a group that the daemon never joins
         smcroute = "PATH=/opt/commandlog/bin:$PATH; smcroute -h >/dev/null; echo $?; smcroute -j x 239.0.0.9; echo $?"
         result = self.instrument.inside(smcroute)
         self.assertEqual((result.stdout, result.stderr), ("0\n3\n", "No such device"))
