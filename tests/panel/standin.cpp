@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <thread>
+#include <unistd.h>
 
 namespace tessary::test {
 
@@ -23,6 +24,22 @@ std::string bytesOf(const std::array<std::int32_t, 7>& values)
 StandIn::StandIn()
     : m_far(std::make_unique<FarEnd>([this](const std::string& text) { return answer(text); }))
 {
+    const std::filesystem::path terminal = m_far->pty.path();
+    m_link = std::filesystem::temp_directory_path()
+        / ("stand-in-" + std::to_string(::getpid()) + "-" + terminal.filename().string());
+    std::filesystem::remove(m_link); // of a test that was killed
+    std::filesystem::create_symlink(terminal, m_link);
+}
+
+StandIn::~StandIn()
+{
+    hangUp();
+}
+
+void StandIn::hangUp()
+{
+    std::filesystem::remove(m_link);
+    m_far.reset();
 }
 
 std::vector<std::string> StandIn::heard() const

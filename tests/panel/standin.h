@@ -5,6 +5,7 @@
 #include "client/panel/panel.h"
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <httplib.h>
 #include <memory>
@@ -21,8 +22,11 @@ class StandIn
 {
 public:
     StandIn();
+    ~StandIn();
+    StandIn(const StandIn&) = delete;
+    StandIn& operator=(const StandIn&) = delete;
 
-    std::string path() const { return m_far->pty.path(); }
+    std::string path() const { return m_link; }
     /// What came, in this order.
     std::vector<std::string> heard() const;
     bool hasHeard(const std::string& text) const;
@@ -33,7 +37,7 @@ public:
     std::atomic<bool> damaged{false}; ///< answers nonsense
     std::atomic<bool> linked{true}; ///< its Ethernet
     std::atomic<int> recordingBytes{42};
-    void hangUp() { m_far.reset(); }
+    void hangUp();
     void greet() { m_far->pty.send("\rHELLO !\r\n"); }
 
 private:
@@ -42,6 +46,7 @@ private:
     mutable std::mutex m_mutex;
     std::vector<std::string> m_heard;
     std::int32_t m_rate = 1000000;
+    std::filesystem::path m_link; ///< to the pseudo terminal, whose name is soon another test's when it has hung up
     std::unique_ptr<FarEnd> m_far; ///< the last one: its thread uses the others
 };
 
