@@ -10,6 +10,7 @@ from .rows import RECORDING, SERVER, make_recording
 from .software import next_package
 
 _STAGED = "/home/ondrak/Tessary/kernel"
+_WRITTEN_SECONDS = 10  # docs/deployment.md: so long after its end a recording outlives a power cut
 _PROBE = "/boot/staged"  # a file that comes with the staged kernel
 
 
@@ -54,9 +55,10 @@ def _at_rest(machine, _):
 
 
 def _recording_closed(machine, options):
-    """Right after the end of a recording."""
+    """When a recording has been on the card for as long as the deployment page says."""
     with machine.controller() as controller:
         make_recording(machine, controller, options)
+    time.sleep(_WRITTEN_SECONDS)
     return _recording(machine)
 
 
