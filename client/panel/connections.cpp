@@ -4,7 +4,7 @@
 
 namespace tessary::panel {
 
-void Connections::enqueue(std::function<void()> serve)
+Connections::Taken Connections::enqueue(std::function<void()> serve)
 {
     {
         const std::lock_guard lock(m_mutex);
@@ -16,6 +16,7 @@ void Connections::enqueue(std::function<void()> serve)
         --m_open;
         m_ended.notify_all();
     }).detach();
+    return static_cast<Taken>(true);
 }
 
 void Connections::shutdown()

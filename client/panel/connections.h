@@ -4,6 +4,7 @@
 #include <functional>
 #include <httplib.h>
 #include <mutex>
+#include <utility>
 
 namespace tessary::panel {
 
@@ -12,7 +13,10 @@ namespace tessary::panel {
 class Connections : public httplib::TaskQueue
 {
 public:
-    void enqueue(std::function<void()> serve) override;
+    /// Nothing, or of later versions of the library whether the connection is taken.
+    using Taken = decltype(std::declval<httplib::TaskQueue&>().enqueue(nullptr));
+
+    Taken enqueue(std::function<void()> serve) override;
     /// Waits until all have ended.
     void shutdown() override;
 

@@ -4,7 +4,9 @@
 #include "client/panel/connections.h"
 #include "client/panel/requeststream.h"
 
+#include <functional>
 #include <sys/socket.h>
+#include <type_traits>
 #include <unistd.h>
 
 namespace tessary::panel {
@@ -19,6 +21,27 @@ bool turnAway(RequestStream& stream, const char* phrase, const Refusal& refusal)
         + "\r\nConnection: close\r\nContent-Type: application/json\r\nContent-Length: "
         + std::to_string(body.size()) + "\r\n\r\n" + body);
     return false;
+}
+
+using SetUp = std::function<void(httplib::Request&)>;
+
+/// `request` is process_request() of the library, which asks the stream for the addresses or, in later versions, is given
+/// them.
+template <typename Request>
+bool process(Request request, httplib::Server& server, httplib::Stream& stream, const SetUp& setUp)
+{
+    bool closed = false;
+    if constexpr (std::is_invocable_v<Request, httplib::Server&, httplib::Stream&, bool, bool&,
+                      const SetUp&>) {
+        return std::invoke(request, server, stream, true, closed, setUp);
+    } else {
+        std::string remote, local;
+        int remotePort = 0, localPort = 0;
+        stream.get_remote_ip_and_port(remote, remotePort);
+        stream.get_local_ip_and_port(local, localPort);
+        return std::invoke(
+            request, server, stream, remote, remotePort, local, localPort, true, closed, setUp);
+    }
 }
 
 } // namespace
@@ -79,10 +102,10 @@ bool LimitedServer::serve(RequestStream& stream)
     case RequestStream::Head::Whole:
         break;
     }
-    bool closed = false;
-    return process_request(stream, true, closed, [&stream](const httplib::Request& request) {
+    const SetUp setUp = [&stream](const httplib::Request& request) {
         stream.expectBody(contentLengthOf(request).value_or(0));
-    });
+    };
+    return process(&LimitedServer::process_request, *this, stream, setUp);
 }
 
 } // namespace tessary::panel
