@@ -12,13 +12,18 @@ EMULATED = "tcg,thread=multi"
 _KVM = "kvm"
 _DEVICE = "/dev/kvm"
 _TRIAL_SECONDS = 20
-_NATIVE = {"amd64": "x86_64"}
+_DEBIANS_NAMES = {"x86_64": "amd64", "aarch64": "arm64"}
+
+
+def native():
+    """Debian's name of this machine's architecture."""
+    return _DEBIANS_NAMES.get(platform.machine(), platform.machine())
 
 
 def choose(arch, program, machine, kernel, folder):
     """The value of QEMU's -accel. `program` and `machine` are the emulator and its board, `folder` keeps the trial's outcome
     until this machine boots again: there are hosts that have the device, and guests that hang in it."""
-    if _NATIVE.get(arch) != platform.machine() or not os.access(_DEVICE, os.R_OK | os.W_OK):
+    if arch != native() or not os.access(_DEVICE, os.R_OK | os.W_OK):
         return EMULATED
     with open("/proc/sys/kernel/random/boot_id", encoding="ascii") as file:
         note = os.path.join(folder, f"accelerator-{file.read().strip()}")

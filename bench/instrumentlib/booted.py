@@ -12,7 +12,7 @@ import tarfile
 import threading
 import time
 
-from . import accelerator, card, guest_image, network, places, qemu, syscalls
+from . import accelerator, card, guest_image, network, places, privilege, qemu, syscalls
 from .daemon import not_running
 from .errors import BenchError
 from .guest_link import Agent, Monitor
@@ -208,6 +208,9 @@ class BootedModule:
             return self._turn_power(request["what"])
         if action == "card slot":
             return self._turn_card(request["what"])
+        if action == "break":
+            self._monitor.call("chardev-send-break", id=qemu.CONTROLLER)
+            return {}
         raise BenchError(f"the booted instrument has no {action}")
 
     def _turn_power(self, what):
@@ -317,7 +320,9 @@ def _in_ascii(data):
 
 def check_host(arch):
     """BenchError unless this machine has what a booted module needs."""
-    programs = (qemu.program(arch), "qemu-img", "mmdebstrap", "dnsmasq", "sfdisk", "mke2fs", "unshare")
+    if privilege.is_users_own():
+        raise BenchError("the booted instrument needs this machine's root, for its disks", "run it with sudo, outside of the desk")
+    programs = (qemu.program(arch), "qemu-img", "mmdebstrap", "dnsmasq", "sfdisk", "mke2fs", "unshare", "depmod", "modprobe")
     missing = [name for name in programs if not shutil.which(name)]
     if missing:
         raise BenchError(f"programs missing on this machine: {', '.join(missing)}", "script/bootstrap --with machine")

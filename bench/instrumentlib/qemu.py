@@ -3,15 +3,17 @@
 import dataclasses
 
 from . import network
+from .accelerator import EMULATED
 
 # Devices that udev rules inside tell by their places; see bench/machine/root/etc/udev/rules.d.
 _CONTROLLER_SLOT, _CONSOLE_SLOT = "0x10", "0x11"
 DISPLAY_SIZE = (720, 576)
-CABLE, CARD = "cable", "card"  # names for QEMU's monitor
+CABLE, CARD, CONTROLLER = "cable", "card", "controller"  # names for QEMU's monitor
 
-_PROGRAMS = {"amd64": "qemu-system-x86_64"}
-_BOARDS = {"amd64": "q35"}
-_CONSOLES = {"amd64": "ttyS0"}
+_PROGRAMS = {"amd64": "qemu-system-x86_64", "arm64": "qemu-system-aarch64"}
+_BOARDS = {"amd64": "q35", "arm64": "virt"}
+_EMULATED_PROCESSORS = {"amd64": "max", "arm64": "cortex-a72"}
+_CONSOLES = {"amd64": "ttyS0", "arm64": "ttyAMA0"}
 ARCHITECTURES = tuple(_BOARDS)
 
 
@@ -48,14 +50,34 @@ def machine(arch):
 def command(board, monitor_fd, agent_fd):
     """The words that start it; `monitor_fd` and `agent_fd` are connected sockets that it is given."""
     return [
-        program(board.arch), "-machine", machine(board.arch), "-cpu", "max", "-smp", "2", "-accel", board.accelerator,
-        "-name", "instrument", "-m", "1G", "-nodefaults", "-no-user-config", "-display", "none",
-        "-kernel", board.kernel, "-initrd", board.initrd,
-        "-append", f"root=/dev/vda ro console={_CONSOLES[board.arch]} panic=-1 systemd.show_status=1",
+        *_computer(board.arch, board.accelerator, "1G"), "-name", "instrument", "-kernel", board.kernel, "-initrd", board.initrd,
+        "-append", f"root=/dev/vda ro console={_CONSOLES[board.arch]} panic=-1 systemd.show_status=1 "
+        "vt.global_cursor_default=0",
         *_file("system", board.system, "qcow2"), "-device", "virtio-blk-pci,drive=system,serial=system",
         "-device", "virtio-rng-pci", *_lines(board), *_ethernet(), *_display_and_sound(board), *_card(board),
         *_desk(board, monitor_fd, agent_fd),
     ]
+
+
+def installer_command(arch, kernel, initrd, append, disk, shared):
+    """A machine without board, whose disk (raw) is to be filled; `shared` is a folder that it and this machine have."""
+    return [
+        *_computer(arch, EMULATED, "2G"), "-name", "installer", "-no-reboot", "-serial", "stdio", "-kernel", kernel,
+        "-initrd", initrd, "-append", f"root=/dev/vda rw console={_CONSOLES[arch]} panic=-1 {append}",
+        *_file("system", disk, "raw", ",cache=unsafe"), "-device", "virtio-blk-pci,drive=system", "-device", "virtio-rng-pci",
+        *_shared(shared),
+    ]
+
+
+def _computer(arch, accelerator, memory):
+    processor = _EMULATED_PROCESSORS[arch] if accelerator == EMULATED else "max"
+    return [program(arch), "-machine", machine(arch), "-cpu", processor, "-smp", "2", "-accel", accelerator, "-m", memory,
+            "-nodefaults", "-no-user-config", "-display", "none"]
+
+
+def _shared(folder):
+    return ["-fsdev", f"local,id=bench,path={_escaped(folder)},security_model=none",
+            "-device", "virtio-9p-pci,fsdev=bench,mount_tag=bench"]
 
 
 def _file(name, path, kind, more=""):
@@ -69,7 +91,7 @@ def _escaped(path):
 
 def _lines(board):
     words = ["-chardev", f"file,id=boot,append=on,path={_escaped(board.boot_log)}", "-serial", "chardev:boot"]
-    for name, terminal, slot in (("controller", board.controller, _CONTROLLER_SLOT),
+    for name, terminal, slot in ((CONTROLLER, board.controller, _CONTROLLER_SLOT),
                                  ("console", board.console, _CONSOLE_SLOT)):
         words += ["-chardev", f"serial,id={name},path={terminal}", "-device", f"pci-serial,chardev={name},addr={slot}"]
     return words
@@ -97,8 +119,7 @@ def _card(board):
 
 def _desk(board, monitor_fd, agent_fd):
     """What the instrument does not have: the folder shared with it, the journal's way out, monitor and agent."""
-    words = ["-fsdev", f"local,id=bench,path={_escaped(board.io_folder)},security_model=none",
-             "-device", "virtio-9p-pci,fsdev=bench,mount_tag=bench",
+    words = [*_shared(board.io_folder),
              "-chardev", f"socket,id=monitor,fd={monitor_fd}", "-mon", "chardev=monitor,mode=control",
              "-device", "virtio-serial-pci",
              "-chardev", f"socket,id=agent,fd={agent_fd}",

@@ -39,6 +39,7 @@ def _parser():
     power.add_argument("what", choices=["on", "off", "cut"])
     card = _command(commands, "card", _card, "put a booted instrument's memory card into its slot, or pull it")
     card.add_argument("what", choices=["in", "out"])
+    _command(commands, "break", _break, "send a break on a booted instrument's serial line, from the controller's end")
     noted = _command(commands, "commands", _commands, "print the commands the command log noted, as JSON lines")
     noted.add_argument("--clear", action="store_true", help="forget them instead")
     _add_behave(_command(commands, "behave", _behave,
@@ -225,6 +226,11 @@ def _power(options):
 
 def _card(options):
     _ask(options, "card slot", what=options.what)
+    return 0
+
+
+def _break(options):
+    _ask(options, "break")
     return 0
 
 

@@ -25,7 +25,8 @@ __all__ = ["Background", "Behaviour", "Instrument", "NotedCommand", "Stream"]
 
 DEFAULT_SERVER = "udp://239.0.0.1:1234"
 
-_START_SECONDS = 1800.0  # the first start on a machine makes the instrument's package layer, or its disk
+_START_SECONDS = 1800.0  # the first start on a machine makes the instrument's package layer
+_MACHINE_START_SECONDS = 4 * 3600.0  # or a machine's disk, which a foreign processor, emulated, installs itself
 _STOP_SECONDS = 300.0  # a machine whose disk stays shuts down first
 _LOGS = ("daemon", "line", "console", "commands", "services", "boot", "journal", "runner")
 _KNOBS_INSIDE = "/run/fpga/knobs"  # of a booted instrument, whose FPGA is beside the daemon
@@ -103,7 +104,7 @@ class Instrument:
         card: size of the memory card; "0" for none.
         files: {path inside: file of this machine} to copy in; binds: the same to show inside.
         build: folder of another build than this package's own; daemon: another daemon than the build's.
-        machine: "amd64" for a booted instrument with the packages of build/packages, instead of the virtual one.
+        machine: "amd64" or "arm64" for a booted instrument with the packages of build/packages, instead of the virtual one.
         options: further ones of `bench/instrument run`.
         run_dir: where logs and shared files lie; kept then. Otherwise a folder in /run that is gone in the end.
         """
@@ -146,7 +147,7 @@ class Instrument:
         """True between start and stop, unless it was ended from outside."""
         return self._process is not None and self._process.poll() is None
 
-    def start(self, timeout: float = _START_SECONDS) -> None:
+    def start(self, timeout: float | None = None) -> None:
         """Returns when the instrument is there; its daemon may still be starting (controller() waits for it). The first start on
         a machine makes the instrument's package layer. `NoInstrumentError` with its last words when it does not come."""
         if os.geteuid() != 0:
@@ -170,7 +171,7 @@ class Instrument:
                 start_new_session=True,  # a Ctrl-C is this program's, which then stops it
             )
         try:
-            self._await_ready(timeout)
+            self._await_ready(timeout or (_MACHINE_START_SECONDS if "--machine" in self._options else _START_SECONDS))
         except BaseException:
             self.stop()
             raise
@@ -295,6 +296,10 @@ class Instrument:
     def card(self, what: str) -> None:
         """Puts a booted instrument's memory card "in", or pulls it: "out"."""
         self._control("card slot", what=what)
+
+    def send_break(self) -> None:
+        """Sends a break on a booted instrument's serial line, from the controller's end."""
+        self._control("break")
 
     # --- faults ---
 

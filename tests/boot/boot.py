@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Boots the instrument as a machine and lets it work. Called by script/test-boot, which builds what it needs; see docs/bench.md.
 
-usage: PYTHONPATH=BUILD/python boot.py --machine ARCH --build DIR --streams DIR --out DIR [--power-cuts N] [--only STEP]...
+usage: PYTHONPATH=BUILD/python boot.py --machine ARCH --build DIR --streams DIR --next DAEMON --out DIR [--power-cuts N] [--only STEP]...
 
 Exit status 0 when all that was to be seen was seen. Needs root.
 """
@@ -32,7 +32,7 @@ STEPS = {
 def parse():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--machine", default="amd64")
-    for name in ("--build", "--streams", "--out"):
+    for name in ("--build", "--streams", "--next", "--out"):
         parser.add_argument(name, required=True, type=pathlib.Path)
     parser.add_argument("--power-cuts", type=int, default=6)
     parser.add_argument("--only", action="append", choices=list(STEPS), default=[])
@@ -66,6 +66,7 @@ def keep_evidence(machine, options):
 def main():
     options = parse()
     options.out.mkdir(parents=True, exist_ok=True)
+    (options.out / "next.deb").unlink(missing_ok=True)  # of another run: its packages were others
     instrument = tessary.Instrument(machine=options.machine, build=options.build, run_dir=options.out / "run")
     machine = Machine(instrument)
     print("== boot", flush=True)

@@ -9,7 +9,7 @@ import tempfile
 import unittest
 
 import support  # noqa: F401  (the way to the modules)
-from instrumentlib import qemu
+from instrumentlib import accelerator, qemu
 from instrumentlib.errors import BenchError
 from instrumentlib.guest_link import Monitor
 
@@ -26,6 +26,19 @@ class BoardTest(unittest.TestCase):
 
     def test_commas_in_paths_are_not_taken_for_options(self):
         self.assertIn("file=/run/a,,b/system.qcow2", " ".join(qemu.command(BOARD, 3, 4)))
+
+    def test_an_emulated_processor_has_a_name_and_the_machines_own_has_none(self):
+        arm = dataclasses.replace(BOARD, arch="arm64", accelerator=accelerator.EMULATED)
+        self.assertIn("-cpu cortex-a72", " ".join(qemu.command(arm, 3, 4)))
+        self.assertIn("-cpu max", " ".join(qemu.command(dataclasses.replace(arm, accelerator="kvm"), 3, 4)))
+
+    def test_a_machine_that_installs_itself_keeps_what_is_written_and_sees_the_work(self):
+        words = qemu.installer_command("arm64", "/k", "/i", "init=/x", "/disk,1", "/shared")
+        self.assertIn("-no-reboot", words)
+        text = " ".join(words)
+        self.assertIn("file=/disk,,1", text)
+        self.assertIn("path=/shared", text)
+        self.assertIn("console=ttyAMA0 panic=-1 init=/x", text)
 
     @unittest.skipUnless(shutil.which("qemu-system-x86_64") and os.geteuid() == 0, "needs root and script/bootstrap --with machine")
     def test_qemu_takes_the_board(self):

@@ -7,8 +7,11 @@ import tempfile
 import unittest
 
 from support import BENCH
-from instrumentlib import subcommands
+from instrumentlib import privilege, subcommands
 from instrumentlib.errors import BenchError
+
+
+MAY_BOOT = os.geteuid() == 0 and not privilege.is_users_own()
 
 
 def call(*arguments, within=()):
@@ -18,7 +21,7 @@ def call(*arguments, within=()):
 
 class CommandLineTest(unittest.TestCase):
     def test_each_command_has_help(self):
-        for command in ("run", "exec", "daemon", "link", "power", "card", "commands", "behave", "status", "stop"):
+        for command in ("run", "exec", "daemon", "link", "power", "card", "break", "commands", "behave", "status", "stop"):
             result = call(command, "--help")
             self.assertEqual(result.returncode, 0, command)
             self.assertIn("--run-dir", result.stdout, command)
@@ -49,14 +52,14 @@ class CommandLineTest(unittest.TestCase):
                 self.assertEqual(result.returncode, 1)
                 self.assertIn("remedy: start one", result.stderr)
 
-    @unittest.skipUnless(os.geteuid() == 0, "root is asked for its privileges first")
+    @unittest.skipUnless(MAY_BOOT, "a booted instrument needs root")
     def test_a_machine_takes_none_of_the_virtual_instruments_options(self):
         for option in (["--wrapper", "strace"], ["--no-daemon"], ["--bind", "/dev/null=/x"], ["--daemon-env", "A=b"]):
             result = call("run", "--machine", "amd64", *option)
             self.assertEqual(result.returncode, 1)
             self.assertIn(f"{option[0]} is the virtual instrument's", result.stderr)
 
-    @unittest.skipUnless(os.geteuid() == 0, "root is asked for its privileges first")
+    @unittest.skipUnless(MAY_BOOT, "a booted instrument needs root")
     def test_missing_packages_are_named_with_the_command_that_makes_them(self):
         with tempfile.TemporaryDirectory() as folder:
             result = call("run", "--machine", "amd64", "--packages", folder, "--run-dir", os.path.join(folder, "run"))

@@ -26,12 +26,14 @@ def rows(machine, options):
     tell(f"all {len(tessary.COMMANDS)} commands were sent and answered")
 
 
-def _maintenance(_, controller, __):
+def _maintenance(machine, controller, _):
     version = controller.version()
     require(version.fpga_configured and version.fpga_built, f"the FPGA: {version.fpga}")
     tell(f"version?: {version.software}, FPGA of {version.fpga_built}")
     outcome = controller.run_command_shown("id -u")
     require((outcome.output.strip(), outcome.status) == (b"0", 0), f"command: {outcome.output!r}")
+    machine.instrument.send_break()
+    require(still_answers(controller, version.software), "no answer after a break on the line")
 
 
 def _network(machine, controller, _):

@@ -17,9 +17,8 @@ def next_package(machine, options):
     path = options.out / "next.deb"
     if not path.exists():
         packages = sorted((TREE / "build" / "packages").glob(f"tessary_*_{options.machine}.deb"))
-        daemon = options.build / "tests" / "system" / "tessary_next"
         version = machine.package_version().split()[0] + "+next"
-        subprocess.run([TREE / "packaging" / "make-update", "--next", packages[-1], "--daemon", daemon, "--version", version,
+        subprocess.run([TREE / "packaging" / "make-update", "--next", packages[-1], "--daemon", options.next, "--version", version,
                         path], check=True)
     return path
 

@@ -21,9 +21,10 @@ def start(machine, _):
     others = machine.run("journalctl", "--boot", "--priority=err", "--output=short-monotonic", "--no-hostname", "--quiet")
     tell(f"errors of others in the journal: {others or 'none'}")
     tell(machine.shell("systemd-analyze security tessary --no-pager | tail -n 1"))
-    settings = machine.shell("sysctl -n net.core.rmem_max; ethtool -k eth0 | grep -E "
-                             "'^(tcp-segmentation|generic-segmentation|generic-receive|large-receive)-offload'")
-    require(settings.startswith("30000000\n") and " on" not in settings, f"settings of kernel and interface: {settings}")
+    settings = machine.shell("sysctl -n net.core.rmem_max vm.dirty_expire_centisecs vm.dirty_writeback_centisecs; "
+                             "ethtool -k eth0 | "
+                             "grep -E '^(tcp-segmentation|generic-segmentation|generic-receive|large-receive)-offload'")
+    require(settings.startswith("30000000\n100\n100\n") and " on" not in settings, f"settings of kernel and interface: {settings}")
     levels = machine.shell("amixer sget PCM; amixer sget Headphone")
     require("[80%]" in levels and "[92%]" in levels, f"mixer levels: {levels}")
 
