@@ -6,6 +6,8 @@ TREE="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)"
 # shellcheck disable=SC2034  # used by the scripts that source this file
 STREAMS="$TREE/build/streams"
 
+PATH=$PATH:/usr/sbin:/sbin # which a user's own has not
+
 say() { printf '%s\n' "== $*"; }
 
 # fail CAUSE [REMEDY]: ends the script with status 1.
@@ -28,6 +30,37 @@ can_be_root()
 ROOT=()
 [ "$(id -u)" -eq 0 ] || ROOT=(sudo -n -E -H --)
 as_root() { "${ROOT[@]}" "$@"; }
+
+# Words that run a command as root of a user namespace, for a user who can not be root: everything in it that belongs to the user
+# and their subordinate IDs is root's and other users' (user_namespaces(7)).
+USER_ROOT=(unshare --user --map-root-user --map-auto --)
+
+# Fails, with cause and remedy, unless this user can have that.
+check_user_root()
+{
+    local user file said also="; or run it as root, or allow this user to run sudo without a password"
+    user=$(id -un)
+    { command -v newuidmap && command -v mmdebstrap; } >/dev/null \
+        || fail "without root this needs newuidmap and mmdebstrap" "apt-get install uidmap mmdebstrap$also"
+    for file in /etc/subuid /etc/subgid; do
+        awk -F : -v user="$user" -v id="$(id -u)" '($1 == user || $1 == id) && $3 >= 65536 { found = 1 } END { exit !found }' $file \
+            || fail "without root, $user needs 65536 subordinate IDs in $file" \
+            "usermod --add-subuids FIRST-LAST --add-subgids FIRST-LAST $user, with a range that is nobody's yet$also"
+    done
+    said=$("${USER_ROOT[@]}" true 2>&1) || fail "users can make no namespaces of their own here: $said" \
+        "does the kernel let them (sysctl kernel.unprivileged_userns_clone, user.max_user_namespaces)?$also"
+}
+
+# with_root ARGUMENT...: for scripts that need root for the virtual instrument, with their arguments. Goes on where root can be
+# had; otherwise runs the script in the user's own desk, where they are root, and ends with it.
+with_root()
+{
+    ! can_be_root || return 0
+    check_user_root
+    say "without root: in a Debian of your own in which you are (script/clean-root run --desk). The kernel's own settings stay:" \
+        "net.core.rmem_max is $(cat /proc/sys/net/core/rmem_max) (the instrument has 30000000), and nothing has a real-time priority"
+    exec "$TREE/script/clean-root" run --desk -- "$TREE/script/$(basename "$0")" "$@"
+}
 
 # ensure_packages [GROUP...]: installs what is missing of the packages that building and running need, and of these
 # groups of script/packages; says nothing when all are there.

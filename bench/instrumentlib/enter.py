@@ -53,7 +53,7 @@ def main(arguments):
     """Returns the command's exit status; 128 + n when signal n ended it."""
     run_dir, sender, command = _parse(arguments)
     if os.geteuid() != 0:
-        raise BenchError("entering the instrument needs root", "run it with sudo")
+        raise BenchError("entering the instrument needs root", places.GET_ROOT)
     paths = RunDir(run_dir)
     state = paths.read_state()
     if "machine" in state and not sender:

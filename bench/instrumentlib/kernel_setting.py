@@ -58,6 +58,14 @@ def _put_back(record):
     record["original"] = record["raised"] = None
 
 
+def tell_missing():
+    """Says what a user's own root, who can not raise it, goes without."""
+    value = _read_setting()
+    if value < NEEDED:
+        print(f"net.core.rmem_max stays at {value} for want of root (the instrument has {NEEDED}): fast streams lose datagrams. "
+              f"As root: sysctl -w net.core.rmem_max={NEEDED}")
+
+
 def acquire():
     """Counts this process in. Returns (value before, value now)."""
     with _record() as record:

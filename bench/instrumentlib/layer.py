@@ -14,7 +14,7 @@ import subprocess
 import sys
 import tempfile
 
-from . import overlay, syscalls
+from . import overlay, privilege, syscalls
 from .errors import BenchError
 from .once import give_to_owner, made_once
 from .say import say
@@ -33,7 +33,8 @@ _NOT_KEPT = ["var/cache/apt", "var/lib/apt", "var/log", "var/cache/debconf", "tm
 
 def key():
     """Names the layer: the same packages over the same host packages give the same key."""
-    digest = hashlib.sha256(f"{RECIPE} {' '.join(PACKAGES)}\n".encode())
+    marks = " user" if privilege.is_users_own() else ""  # the overlay marks, too, are for whom the overlay is
+    digest = hashlib.sha256(f"{RECIPE} {' '.join(PACKAGES)}{marks}\n".encode())
     with open(_DPKG_STATUS, "rb") as status:
         digest.update(status.read())
     return digest.hexdigest()[:16]
@@ -51,7 +52,7 @@ def _make(folder, archive):
     partial = archive + ".partial"
     for name in os.listdir(folder):
         if name.startswith("making-"):
-            os.rmdir(os.path.join(folder, name))  # mount point of a maker that was killed
+            shutil.rmtree(os.path.join(folder, name))  # of a maker that was killed
     scratch = tempfile.mkdtemp(prefix="making-", dir=folder)
     child = os.fork()
     if child == 0:
@@ -103,7 +104,10 @@ def _install(scratch):
     root = overlay.mount_root(scratch)
     for where in ("run", "tmp"):
         syscalls.mount(where, os.path.join(root, where), "tmpfs", syscalls.MS_NOSUID | syscalls.MS_NODEV)
-    syscalls.mount("sysfs", os.path.join(root, "sys"), "sysfs", syscalls.MS_RDONLY)
+    if privilege.is_users_own():  # the network, whose sysfs this is, is the machine's
+        syscalls.mount("/sys", os.path.join(root, "sys"), None, syscalls.MS_BIND | syscalls.MS_REC)
+    else:
+        syscalls.mount("sysfs", os.path.join(root, "sys"), "sysfs", syscalls.MS_RDONLY)
     overlay.make_dev(os.path.join(root, "dev"))
     _replace(os.path.join(root, "usr/sbin/policy-rc.d"), "#!/bin/sh\nexit 101\n", 0o755)
     with open("/etc/resolv.conf", "r", encoding="utf-8", errors="replace") as resolver:

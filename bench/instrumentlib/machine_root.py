@@ -32,7 +32,7 @@ def build(settings):
     os.mkdir(root + HOST)
     syscalls.pivot_root(root, root + HOST)
     _mount_kernel_views()
-    overlay.make_dev("/dev")
+    overlay.make_dev("/dev", HOST)
     syscalls.mount("tmp", "/tmp", "tmpfs", syscalls.MS_NOSUID | syscalls.MS_NODEV, "mode=1777")
     _share(settings)
     _write_machine_settings()

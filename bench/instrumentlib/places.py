@@ -11,6 +11,7 @@ INSTALLED = not os.path.exists(os.path.join(_TREE, "CMakeLists.txt"))
 # What stands in messages for this program, and for what installs missing programs.
 COMMAND = "tessary-instrument" if INSTALLED else "bench/instrument"
 REPAIR = "apt-get install --reinstall tessary-bench" if INSTALLED else "run script/bootstrap"
+GET_ROOT = "run it with sudo" if INSTALLED else "run it with sudo, or in a Debian of your own: script/clean-root run --desk"
 DEFAULT_BUILD = HERE if INSTALLED else os.path.join(_TREE, "build", "release")
 # Package layers and plug-in registries are kept here; they can be made again at any time.
 LAYER_FOLDER = "/var/cache/tessary-bench/layer" if INSTALLED else os.path.join(_TREE, "build", "bench-layer")

@@ -62,8 +62,7 @@ class RunDir:
         for path in (self.controller, self.console, self.control, self.state):
             with contextlib.suppress(FileNotFoundError):
                 os.unlink(path)
-        with contextlib.suppress(OSError):
-            os.rmdir(self.scratch)
+        shutil.rmtree(self.scratch, ignore_errors=True)  # what a user's instrument wrote is in it
         with contextlib.suppress(FileNotFoundError):
             for entry in os.scandir(self.io):
                 if stat.S_ISFIFO(entry.stat(follow_symlinks=False).st_mode):

@@ -146,7 +146,7 @@ def check_host():
     """BenchError unless this machine can carry an instrument and the caller may start one."""
     if os.geteuid() != 0:
         raise BenchError("the instrument needs root: it makes namespaces, mounts and network devices",
-                         "run it with sudo")
+                         places.GET_ROOT)
     missing = network.missing_tools()
     if missing:
         raise BenchError(f"programs missing on this machine: {', '.join(missing)}", places.REPAIR)

@@ -55,7 +55,8 @@ def bind(source, target, read_only=False):
     """Shows `source` at `target` as well; read-only for that view alone when asked."""
     mount(source, target, None, MS_BIND)
     if read_only:
-        mount(None, target, None, MS_BIND | MS_REMOUNT | MS_RDONLY)
+        kept = os.statvfs(target).f_flag & (MS_NOSUID | MS_NODEV | MS_NOEXEC)  # a user's own root may not drop them
+        mount(None, target, None, MS_BIND | MS_REMOUNT | MS_RDONLY | kept)
 
 
 def umount_detached(target):

@@ -12,6 +12,7 @@ import tempfile
 FOLDER = os.path.dirname(os.path.realpath(__file__))
 REPOSITORY = os.path.dirname(os.path.dirname(FOLDER))
 sys.dont_write_bytecode = os.stat(FOLDER).st_uid != os.geteuid()  # nothing of root's in a user's checkout
+EMULATED_PATIENCE = 6.0  # times as long as this machine may a booted one take, whose processor is emulated
 _UNITS = {"": 60, "s": 1, "m": 60, "h": 3600}
 
 
@@ -31,14 +32,30 @@ def parse(arguments):
     parser.add_argument("--output", default=os.path.join(REPOSITORY, "build", "soak"))
     parser.add_argument("--build", default=os.path.join(REPOSITORY, "build", "release"))
     parser.add_argument("--daemon")
+    parser.add_argument("--machine", choices=["amd64", "arm64"])
     parser.add_argument("--streams", default=os.path.join(REPOSITORY, "build", "streams"))
     parser.add_argument("--interval", type=float, default=5.0, help="seconds between two samples (default 5)")
     parser.add_argument("--only-check", action="store_true", help=argparse.SUPPRESS)  # the script asks before it builds
     options = parser.parse_args(arguments)
+    if options.machine and options.daemon:
+        parser.error("a booted instrument has the daemon of its package: --machine goes without --daemon")
     for name in ("output", "build", "streams"):
         setattr(options, name, os.path.realpath(getattr(options, name)))
+    options.tried = f"package on a booted instrument, {options.machine}" if options.machine else None
     options.daemon = os.path.realpath(options.daemon or os.path.join(options.build, "src", "tessary"))
     return options
+
+
+def make_unit(options, run_dir):
+    """The instrument that is asked for; sets `sanitized` and `patience` of the options."""
+    from soaklib import booted, unit
+    log = os.path.join(options.output, "instrument.log")
+    if options.machine:
+        options.sanitized, options.patience = False, EMULATED_PATIENCE
+        return booted.BootedUnit(options.machine, run_dir, options.build, log)
+    shared = os.path.join(run_dir, "io")
+    os.makedirs(shared)
+    return unit.VirtualUnit(run_dir, options.build, options.daemon, sanitizer_environment(options, shared), log)
 
 
 def sanitizer_environment(options, shared):
@@ -90,13 +107,10 @@ def main():
     # The package of the build that is soaked, and what made streams are made of.
     sys.path[:0] = [FOLDER, os.path.join(options.build, "python"), os.path.join(REPOSITORY, "bench", "streams")]
     import tessary
-    from soaklib import unit as units
     os.makedirs(options.output, exist_ok=True)
     shutil.rmtree(os.path.join(options.output, "failure"), ignore_errors=True)  # of an earlier soak
     run_dir = tempfile.mkdtemp(prefix="tessary-soak-", dir="/run")
-    os.makedirs(os.path.join(run_dir, "io"))
-    environment = sanitizer_environment(options, os.path.join(run_dir, "io"))
-    unit = units.Unit(run_dir, options.build, options.daemon, environment, os.path.join(options.output, "instrument.log"))
+    unit = make_unit(options, run_dir)
     for number in (signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, interrupted)
     try:

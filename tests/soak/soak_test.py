@@ -2,6 +2,8 @@
 """The soak's own parts: what counts as a reply, the order of events, the packages, the times on the command line."""
 
 import argparse
+import contextlib
+import io
 import json
 import os
 import random
@@ -16,7 +18,7 @@ BENCH = os.path.join(os.path.dirname(os.path.dirname(FOLDER)), "bench")
 sys.path[:0] = [FOLDER, BENCH, os.path.join(BENCH, "streams")]
 
 import soak  # noqa: E402  (the path must be set first)
-from soaklib import commands, line, packages, plan, replies, services, streams  # noqa: E402
+from soaklib import commands, faults, line, packages, plan, replies, services, streams  # noqa: E402
 from streamlib import recipes  # noqa: E402
 
 VERSION = b"SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n"
@@ -30,11 +32,11 @@ class FakePackages:
         return packages.Package("noise", generator.randint(1, 9), b"", b"", True, 60)
 
 
-def fake_soak(seed):
+def fake_soak(seed, booted=False):
     """As much of a soak as the plan looks at."""
-    scene = types.SimpleNamespace(on_air=None, network="dhcp", sender_address="192.168.77.1", packages=FakePackages,
-                                  servers=[stream.server for stream in streams.STREAMS])
-    made = types.SimpleNamespace(random=random.Random(seed), scene=scene, unit=None, tune=None, retune=None)
+    scene = types.SimpleNamespace(on_air=None, network="dhcp", booted=booted, sender_address="192.168.77.1",
+                                  packages=FakePackages, servers=[stream.server for stream in streams.STREAMS])
+    made = types.SimpleNamespace(random=random.Random(seed), scene=scene, booted=booted, unit=None, tune=None, retune=None)
     made.retune = lambda: None
     made.play_services = lambda: None
     made.tune = lambda: made.random.random()  # draws as the real one does
@@ -89,15 +91,22 @@ class Replies(unittest.TestCase):
 
 class Plan(unittest.TestCase):
     @staticmethod
-    def texts(seed, count):
+    def texts(seed, count, booted=False):
         """The bursts among the first events. Functions are left out: they act on an instrument."""
-        events = plan.Plan(fake_soak(seed)).events()
+        events = plan.Plan(fake_soak(seed, booted)).events()
         found = (next(events) for _ in range(count))
         return [commands.burst(event.commands) for event in found if isinstance(event, plan.Burst)]
 
     def test_the_seed_tells_the_order(self):
         self.assertEqual(self.texts(3, 2000), self.texts(3, 2000))
         self.assertNotEqual(self.texts(3, 2000), self.texts(4, 2000))
+
+    def test_a_booted_instrument_is_not_asked_to_reboot_and_its_programs_are_real(self):
+        self.assertIn(b"command:reboot\n", b"".join(self.texts(1, 20000)))
+        self.assertNotIn(b"command:reboot\n", b"".join(self.texts(1, 20000, booted=True)))
+        made = fake_soak(1, booted=True)
+        kinds = {type(faults.choose(made)[0]) for _ in range(2000)}
+        self.assertEqual(set(faults.TABLE) - kinds, {faults.ProgramFails, faults.ProgramStalls})
 
     def test_every_command_comes_and_every_burst_fits(self):
         bursts = self.texts(1, 500)
@@ -132,7 +141,7 @@ class Services(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.report, self.sound = (os.path.join(folder.name, name) for name in ("display.json", "sound.wav"))
         self.put(300, 900_000)
-        self.watch = services.Watch(self.report, self.sound)
+        self.watch = services.Watch(services.FrameCount(self.report), self.sound)
 
     def put(self, frames, sound_bytes):
         with open(self.report, "w", encoding="ascii") as file:
@@ -175,10 +184,19 @@ class Services(unittest.TestCase):
         self.put(30, 5_000)
         self.assertRaises(services.Missing, self.watch.find, self.service("picture only"))
 
+    def test_a_screen_that_changes_shows_a_picture(self):
+        watch = services.Watch(services.ScreenChanges(self.report), self.sound)
+        self.assertEqual(watch.find(self.service("picture only")), "picture (0 shown)")
+        self.assertEqual(watch.find(self.service("picture only")), "picture (0 shown)")
+        for frames in range(301, 306):
+            self.put(frames, 900_000)
+            found = watch.find(self.service("picture only"))
+        self.assertEqual(found, "")
+
     def test_before_anything_was_played_nothing_is_there(self):
         os.remove(self.report)
         os.remove(self.sound)
-        watch = services.Watch(self.report, self.sound)
+        watch = services.Watch(services.FrameCount(self.report), self.sound)
         self.assertTrue(watch.find(self.service("television")))
 
     def test_the_services_are_those_of_the_stream(self):
@@ -233,6 +251,12 @@ class CommandLine(unittest.TestCase):
             self.assertEqual(soak.duration(text), seconds)
         for text in ("", "0", "-5", "1d", "soon"):
             self.assertRaises(argparse.ArgumentTypeError, soak.duration, text)
+
+    def test_a_booted_instrument_has_its_packages_daemon(self):
+        self.assertIn("amd64", soak.parse(["--machine", "amd64"]).tried)
+        with contextlib.redirect_stderr(io.StringIO()) as said, self.assertRaises(SystemExit):
+            soak.parse(["--machine", "amd64", "--daemon", "/bin/true"])
+        self.assertIn("goes without --daemon", said.getvalue())
 
 
 if __name__ == "__main__":

@@ -28,8 +28,10 @@ def keep(folder, unit, pid, last, reason):
     os.makedirs(folder, exist_ok=True)
     write_text(os.path.join(folder, "reason.txt"), reason + "\n")
     write_text(os.path.join(folder, "commands.jsonl"), "".join(json.dumps(entry) + "\n" for entry in last))
-    for name in ("daemon.log", "line.log", "commands.log", "services.log"):
+    for name in ("daemon.log", "line.log", "commands.log", "services.log", "journal.log", "boot.log"):
         _keep_tail(os.path.join(unit.run_dir, name), os.path.join(folder, name))
+    if unit.booted:
+        return  # its processes are seen inside only
     with contextlib.suppress(OSError):
         shutil.copyfile(unit.inside("usr/bin/tessary"), os.path.join(folder, "tessary"))
     cores = []

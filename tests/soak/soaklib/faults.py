@@ -1,9 +1,7 @@
 """What goes wrong around the daemon. Each fault begins and ends; none of them asks anything of the daemon."""
 
-import contextlib
 import json
 import os
-import shutil
 
 import tessary
 
@@ -64,39 +62,27 @@ class CardFull(Fault):
     def begin(self):
         room = self.random.choice([0, 0, 100, 188 * 1000, 2000000])
         self.detail = f"room for {room} bytes"
-        card = self.unit.inside(units.CARD)
-        free = os.statvfs(card)
-        size = max(0, free.f_bavail * free.f_frsize - room)
-        with open(card / "filler", "wb") as file, contextlib.suppress(OSError):
-            os.posix_fallocate(file.fileno(), 0, size)
+        self.unit.shell(f"cd {units.CARD} && size=$(($(df --output=avail -B1 . | tail -n 1) - {room})) && "
+                        "[ $size -gt 0 ] && head -c $size /dev/zero >filler")
 
     def end(self):
-        with contextlib.suppress(FileNotFoundError):
-            os.unlink(self.unit.inside(f"{units.CARD}/filler"))
+        self.unit.shell(f"rm -f {units.CARD}/filler")
 
 
 class RecordingSpoilt(Fault):
     """The recording is cut, overwritten, removed, or a folder has its name."""
 
     def begin(self):
-        self.detail = self.random.choice(["cut", "noise", "removed", "folder", "empty"])
-        noise, path = self.random.randbytes(200000), self.unit.inside(f"{units.CARD}/record.ts")
-        with contextlib.suppress(OSError):
-            if self.detail == "cut":
-                os.truncate(path, os.path.getsize(path) // 2 + 1)
-            elif self.detail == "noise":
-                with open(path, "r+b") as file:
-                    file.write(noise)
-            elif self.detail == "empty":
-                os.truncate(path, 0)
-            else:
-                os.unlink(path)
-                if self.detail == "folder":
-                    os.mkdir(path)
+        self.detail = self.random.choice(list(self._WAYS))
+        self.unit.shared("noise").write_bytes(self.random.randbytes(200000))
+        self.unit.shell(f"cd {units.CARD} && {self._WAYS[self.detail]}")
 
     def end(self):
-        with contextlib.suppress(OSError):
-            os.rmdir(self.unit.inside(f"{units.CARD}/record.ts"))
+        self.unit.shell(f"rmdir {units.CARD}/record.ts")
+
+    _WAYS = {"cut": "truncate -s $(($(stat -c %s record.ts) / 2 + 1)) record.ts",
+             "noise": "[ -e record.ts ] && dd if=/run/bench/noise of=record.ts conv=notrunc", "removed": "rm record.ts",
+             "folder": "rm record.ts && mkdir record.ts", "empty": "[ -e record.ts ] && truncate -s 0 record.ts"}
 
 
 class FpgaStream(Fault):
@@ -153,16 +139,14 @@ class Bitfile(Fault):
 
     def begin(self):
         self.detail = self.random.choice(["removed", "empty", "noise", "cut"])
-        noise, path = self.random.randbytes(3000), self.unit.inside(units.BITFILE)
-        os.unlink(path)
-        if self.detail != "removed":
-            content = {"empty": b"", "noise": noise, "cut": self.soak.bitfile[:40]}[self.detail]
-            with open(path, "wb") as file:
-                file.write(content)
+        noise = self.random.randbytes(3000)
+        content = {"removed": b"", "empty": b"", "noise": noise, "cut": self.soak.bitfile[:40]}[self.detail]
+        self.unit.put(units.BITFILE, content)
+        if self.detail == "removed":
+            self.unit.run("rm", units.BITFILE)
 
     def end(self):
-        with open(self.unit.inside(units.BITFILE), "wb") as file:
-            file.write(self.soak.bitfile)
+        self.unit.put(units.BITFILE, self.soak.bitfile)
 
 
 class ReceiverDies(Fault):
@@ -320,14 +304,12 @@ TABLE = {
 }
 
 
+# Need the virtual instrument's stand-ins for the programs that the daemon runs.
+_VIRTUAL = (ProgramFails, ProgramStalls)
+
+
 def choose(soak):
     """(fault, steps that it lasts)."""
-    kinds = list(TABLE)
+    kinds = [kind for kind in TABLE if not (soak.booted and kind in _VIRTUAL)]
     kind = soak.random.choices(kinds, [TABLE[kind][0] for kind in kinds])[0]
     return kind(soak), soak.random.randint(1, TABLE[kind][1])
-
-
-def remove(path):
-    """A file or folder that may be there."""
-    with contextlib.suppress(FileNotFoundError, NotADirectoryError):
-        shutil.rmtree(path) if os.path.isdir(path) else os.unlink(path)

@@ -13,6 +13,7 @@ import tessary
 VERSION = b"SV: mx8 "
 GREETING = b"HELLO !\r\n"
 _PIECE = 4096  # bytes written at a time
+_UNSEEN_SECONDS = 0.2  # a booted instrument's daemon has read by then, or the question comes together with the burst
 _FULL_SECONDS = 300.0  # that a full line may stay full: longer than any command keeps the daemon from reading
 
 
@@ -77,7 +78,10 @@ class Line:
         raise NoAnswer("the daemon has no serial line open", b"")
 
     def unread(self):
-        """Bytes that the daemon has not taken from its terminal."""
+        """Bytes that the daemon has not taken from its terminal; 0, after a while, when that can not be seen."""
+        if self._daemons_end is None:
+            time.sleep(_UNSEEN_SECONDS)
+            return 0
         count = array.array("i", [0])
         fcntl.ioctl(self._daemons_end, termios.FIONREAD, count)
         return count[0]

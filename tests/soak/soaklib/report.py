@@ -84,7 +84,7 @@ def write(folder, figures, options, outcome):
     text = _text(figures, options, outcome)
     write_text(os.path.join(folder, "summary.txt"), text)
     content = {field.name: getattr(figures, field.name) for field in dataclasses.fields(figures) if field.name != "times"}
-    content |= {"outcome": outcome, "seed": options.seed, "asked_seconds": options.seconds, "daemon": options.daemon,
+    content |= {"outcome": outcome, "seed": options.seed, "asked_seconds": options.seconds, "daemon": options.tried or options.daemon,
                 "median_seconds": _share(figures.times, 0.5), "p99_seconds": _share(figures.times, 0.99)}
     write_json(os.path.join(folder, "summary.json"), content)
     return text
@@ -99,7 +99,7 @@ def _text(figures, options, outcome):
     silent = sum(figures.sent[kind] for kind in SILENT)
     lines = [
         f"outcome: {outcome}",
-        f"seed {options.seed}, {figures.seconds / 60:.1f} minutes, daemon {options.daemon}",
+        f"seed {options.seed}, {figures.seconds / 60:.1f} minutes, daemon {options.tried or options.daemon}",
         f"{figures.commands} commands in {figures.bursts} bursts; {sum(figures.answered.values())} answered, "
         f"{silent} silent by design, {figures.commands - silent - sum(figures.answered.values())} with nothing to tell",
         f"{sum(figures.faults.values())} faults, {sum(figures.streams.values())} changes of the stream on the air",

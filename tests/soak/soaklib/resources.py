@@ -1,4 +1,7 @@
-"""What the daemon's process holds: memory, descriptors, threads, children; sampled into a CSV file."""
+"""What the daemon's process holds: memory, descriptors, threads, children; sampled into a CSV file.
+
+A booted instrument runs this file inside (booted.py): it needs the standard library alone.
+"""
 
 import contextlib
 import csv
@@ -8,8 +11,6 @@ import shutil
 import subprocess
 import threading
 import time
-
-from .unit import children_of
 
 FIELDS = ["seconds", "phase", "commands", "rss_kib", "anonymous_kib", "peak_kib", "descriptors", "threads", "children",
           "zombies", "cpu_seconds"]
@@ -30,6 +31,16 @@ def sample(pid):
         }
     except (OSError, KeyError, ValueError):
         return None
+
+
+def children_of(pid):
+    """PIDs of a process's children, of all its threads."""
+    children = []
+    with contextlib.suppress(OSError):
+        for thread in os.listdir(f"/proc/{pid}/task"):
+            with contextlib.suppress(OSError):
+                children += [int(word) for word in _text(f"/proc/{pid}/task/{thread}/children").split()]
+    return children
 
 
 def start_time(pid):
@@ -83,10 +94,10 @@ def ask_heap(pid, log_path):
 
 
 class Sampler:
-    """A thread that writes a row every `interval` seconds. `facts()` gives phase and number of commands."""
+    """A thread that writes a row every `interval` seconds. `look()` gives a sample, `facts()` phase and number of commands."""
 
-    def __init__(self, path, interval, pid, facts):
-        self._path, self._interval, self._pid, self._facts = path, interval, pid, facts
+    def __init__(self, path, interval, look, facts):
+        self._path, self._interval, self._look, self._facts = path, interval, look, facts
         self._stop = threading.Event()
         self._thread = threading.Thread(target=self._run, name="sampler", daemon=True)
         self.most = {}
@@ -107,7 +118,7 @@ class Sampler:
             table = csv.DictWriter(file, FIELDS)
             table.writeheader()
             while True:
-                row = sample(self._pid)
+                row = self._look()
                 if row:
                     for key, value in row.items():
                         self.most[key] = max(value, self.most.get(key, 0))

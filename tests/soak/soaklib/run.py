@@ -10,7 +10,6 @@ import time
 import types
 
 from . import commands, evidence, packages, plan, replies, report, resources, services, streams
-from .faults import remove
 from .line import GREETING, Line, NoAnswer, VERSION, has_versions
 from .unit import BITFILE, CARD
 
@@ -41,11 +40,11 @@ class Soak:
         self.fpga_stream = os.path.join(options.streams, "demo.ts")
         self.air = streams.Air(unit, options.streams, os.path.join(options.output, "sender.log"))
         self.scene = types.SimpleNamespace(
-            on_air=None, network="dhcp", sender_address=unit.sender_address(),
+            on_air=None, network="dhcp", booted=unit.booted, sender_address=unit.sender_address(),
             servers=[stream.server for stream in streams.STREAMS],
             packages=packages.Packages(options.output, options.seed))
-        with open(unit.inside(BITFILE), "rb") as file:
-            self.bitfile = file.read()
+        self.booted = unit.booted
+        self.bitfile = unit.fetch(BITFILE)
         self.last = collections.deque(maxlen=_KEPT_COMMANDS)
         self._all = open(os.path.join(options.output, "commands.jsonl"), "w", encoding="ascii")  # closed by run()
         self.pid, self._born, self._line, self._sampler = 0, None, None, None
@@ -88,7 +87,7 @@ class Soak:
         self._adopt_daemon()
         self._began = time.monotonic()
         self._sampler = resources.Sampler(
-            os.path.join(self.options.output, "resources.csv"), self.options.interval, self.pid,
+            os.path.join(self.options.output, "resources.csv"), self.options.interval, lambda: self.unit.sample(self.pid),
             lambda: {"phase": self._phase, "commands": self.figures.commands})
         self._sampler.start()
 
@@ -97,10 +96,11 @@ class Soak:
         self.pid = self.unit.daemon_pid()
         if not self.pid:
             raise Failure(f"the daemon does not run: {self.unit.daemon_end()}")
-        self._born = resources.start_time(self.pid)
+        self._born = self.unit.start_time(self.pid)
         try:
             self._line.read_while(lambda received: GREETING not in received, "the greeting", _START_SECONDS)
-            self._line.watch_daemon(self.pid)
+            if not self.booted:
+                self._line.watch_daemon(self.pid)
             self._ask_version(_START_SECONDS)
         except NoAnswer as missing:
             raise Failure(str(missing)) from missing
@@ -220,7 +220,7 @@ class Soak:
         self._alive()
 
     def _alive(self):
-        if resources.start_time(self.pid) != self._born:
+        if self.unit.start_time(self.pid) != self._born:
             raise Failure(f"the daemon (PID {self.pid}) has ended: {self.unit.daemon_end()}")
 
     # --- what the plan and the faults turn to ---
@@ -267,8 +267,7 @@ class Soak:
 
     def start_network_manager(self):
         """As the unit's init does when it has died."""
-        if not self.unit.processes("NetworkManager"):
-            self.unit.start_program(["NetworkManager", "--debug"], log=os.path.join(self.options.output, "services.log"))
+        self.unit.start_network_manager(os.path.join(self.options.output, "services.log"))
 
     # --- looks at the daemon ---
 
@@ -279,7 +278,7 @@ class Soak:
         self.air.send(None)
         self.unit.link(True)
         self.all_programs_real()
-        remove(self.unit.inside(f"{CARD}/filler"))
+        self.unit.shell(f"rm -f {CARD}/filler")
         self.start_network_manager()
         self.unit.start_program(["nm-online", "-s", "-q", "-t", "20"]).wait()
         for text in ("STOP_DAB", "PVR_stop", "command:nmcli networking on", "server=UDP 239.0.0.1 1234", "interface=dhcp"):
@@ -292,10 +291,10 @@ class Soak:
         self.stop_everything()
         deadline = time.monotonic() + _SETTLE_SECONDS
         self.sleep(18.0)
-        seen, agreed = resources.sample(self.pid), 0
+        seen, agreed = self.unit.sample(self.pid), 0
         while agreed < 3 and time.monotonic() < deadline:
             self.sleep(1.0)
-            now = resources.sample(self.pid)
+            now = self.unit.sample(self.pid)
             agreed = agreed + 1 if _alike(now, seen) else 0
             seen = now
         began = time.monotonic()
@@ -308,13 +307,13 @@ class Soak:
                                       "heap_kib": self._heap_kib(), "address": self.unit.current_address(),
                                       "version_seconds": answered})
         evidence.write_text(os.path.join(self.options.output, f"held-{name.replace(' ', '-')}.txt"),
-                            resources.describe(self.pid))
+                            self.unit.describe(self.pid))
         self._check_log()
         self.tune()
 
     def _heap_kib(self):
         """A sanitizer has a heap of its own, which does not tell."""
-        in_use = None if self.options.sanitized else resources.ask_heap(self.pid, str(self.unit.log_path("daemon")))
+        in_use = None if self.options.sanitized else self.unit.ask_heap(self.pid)
         self._alive()
         return None if in_use is None else in_use // 1024
 
@@ -363,7 +362,7 @@ class Soak:
         if minute == self._minute:
             return
         self._minute = minute
-        held = resources.sample(self.pid) or {"rss_kib": 0, "descriptors": 0, "threads": 0, "cpu_seconds": 0}
+        held = self.unit.sample(self.pid) or {"rss_kib": 0, "descriptors": 0, "threads": 0, "cpu_seconds": 0}
         print(f"{minute:3d} min  {self._phase:8s} {self.figures.commands:6d} commands {sum(self.figures.faults.values()):5d} "
               f"faults  slowest {self.figures.slowest[0]:.1f} s  {held['rss_kib'] / 1024:.1f} MiB  "
               f"{held['descriptors']} descriptors  {held['threads']} threads  {held['cpu_seconds']:.0f} CPU s", flush=True)

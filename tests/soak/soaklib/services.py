@@ -10,7 +10,6 @@ from . import streams
 
 _PATIENCE = 30.0          # seconds until a service must be seen and heard
 _ADDRESS_SECONDS = 30.0
-_PICTURES = 25            # that must be shown, a second's
 _SOUND_BYTES = 96_000     # that must be played, half a second's
 _NO_SOUND_BYTES = 100     # a file's header
 
@@ -56,22 +55,60 @@ class Growth:
         return self.amount
 
 
-class Watch:
-    """The display and the loudspeaker, from the moment when a service was chosen."""
+class FrameCount:
+    """The pictures that the virtual instrument's display has shown, as it reports them."""
 
-    def __init__(self, display_report, sound_file):
-        self._pictures = Growth(lambda: _frames(display_report))
+    wanted = 25  # a second's
+    exact = True
+
+    def __init__(self, path):
+        self._path = path
+
+    def __call__(self):
+        with contextlib.suppress(OSError, ValueError):  # not there yet
+            with open(self._path, encoding="ascii") as file:
+                return json.load(file)["frames"]
+        return 0
+
+
+class ScreenChanges:
+    """The changes of a booted instrument's screen, of which a copy is made each second. When a service ends, the screen goes back
+    to the console and the sound card plays what it still has: such a change says nothing about the next service."""
+
+    wanted = 5
+    exact = False
+
+    def __init__(self, path):
+        self._path = path
+        self._last, self._count = None, 0
+
+    def __call__(self):
+        with contextlib.suppress(OSError):
+            with open(self._path, "rb") as file:
+                shown = hash(file.read())
+            self._count += shown != self._last
+            self._last = shown
+        return self._count
+
+
+class Watch:
+    """The display and the loudspeaker, from the moment when a service was chosen. `display` counts pictures."""
+
+    def __init__(self, display, sound_file):
+        self._display = display
+        self._pictures = Growth(display)
         self._sound = Growth(lambda: _size(sound_file))
 
     def find(self, service):
         """What is still missing of the service, "" when all of it is there. Missing when there is what it has not."""
         pictures, sound = self._pictures.update(), self._sound.update()
-        if pictures and not service.picture:
+        exact = self._display.exact
+        if pictures and exact and not service.picture:
             raise Missing(f"{pictures} pictures are shown of a service without picture ({service.name})")
-        if sound > _NO_SOUND_BYTES and not service.sound:
+        if sound > _NO_SOUND_BYTES and exact and not service.sound:
             raise Missing(f"{sound} bytes of sound are played of a service without ({service.name})")
         missing = []
-        if service.picture and pictures < _PICTURES:
+        if service.picture and pictures < self._display.wanted:
             missing.append(f"picture ({pictures} shown)")
         if service.sound and sound < _SOUND_BYTES:
             missing.append(f"sound ({sound} bytes played)")
@@ -95,7 +132,7 @@ def play_some(soak):
 
 
 def _await(soak, service):
-    watch = Watch(soak.unit.shared("display.json"), soak.unit.shared("sound.wav"))
+    watch = soak.unit.watch_service()
     deadline = time.monotonic() + soak.options.patience * _PATIENCE
     while missing := watch.find(service):
         if time.monotonic() > deadline:
@@ -113,13 +150,6 @@ def _await_address(soak):
             soak.sleep(0.5)
         soak.say("interface=dhcp", 90.0)
     raise Missing("the instrument has no address although nothing is wrong any more")
-
-
-def _frames(path):
-    with contextlib.suppress(OSError, ValueError):  # not there yet
-        with open(path, encoding="ascii") as file:
-            return json.load(file)["frames"]
-    return 0
 
 
 def _size(path):

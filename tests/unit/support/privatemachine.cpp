@@ -7,8 +7,6 @@
 #include <fstream>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -35,6 +33,22 @@ std::string mountEmpty(const fs::path& on)
         : failure("mount a tmpfs on " + on.string());
 }
 
+/// The same file at a second place, which is made.
+bool show(const fs::path& file, const fs::path& at)
+{
+    std::ofstream(at).flush();
+    return mount(file.c_str(), at.c_str(), nullptr, MS_BIND, nullptr) == 0;
+}
+
+/// In a user namespace, where a user is root, an overlay keeps its marks in other attributes.
+bool inUserNamespace()
+{
+    std::ifstream map("/proc/self/uid_map");
+    unsigned long inside = 0, outside = 0, count = 0;
+    map >> inside >> outside >> count;
+    return count != 4294967295UL;
+}
+
 /// A /dev with the few devices that any program needs, put together aside and then laid over the machine's.
 std::string privateDevices()
 {
@@ -42,10 +56,11 @@ std::string privateDevices()
     std::string error = mountEmpty(aside);
     if (!error.empty())
         return error;
-    mknod((aside / "null").c_str(), S_IFCHR | 0666, makedev(1, 3));
-    mknod((aside / "zero").c_str(), S_IFCHR | 0666, makedev(1, 5));
-    mknod((aside / "urandom").c_str(), S_IFCHR | 0666, makedev(1, 9));
-    mknod((aside / "random").c_str(), S_IFCHR | 0666, makedev(1, 8));
+    for (const char* name : {"null", "zero", "urandom", "random", "fuse"}) {
+        const fs::path original = fs::path("/dev") / name;
+        if (fs::exists(original) && !show(original, aside / name))
+            error = failure("show " + original.string());
+    }
     fs::create_directory(aside / "pts");
     fs::create_directory(aside / "shm");
     if (mount("devpts", (aside / "pts").c_str(), "devpts", 0, "newinstance,ptmxmode=0666,mode=0620") != 0)
@@ -115,7 +130,7 @@ std::string coverWithLayer(const std::string& directory)
     fs::create_directory(aside / "upper");
     fs::create_directory(aside / "work");
     const std::string options = "lowerdir=" + directory + ",upperdir=" + (aside / "upper").string()
-        + ",workdir=" + (aside / "work").string();
+        + ",workdir=" + (aside / "work").string() + (inUserNamespace() ? ",userxattr" : "");
     if (mount("overlay", directory.c_str(), "overlay", 0, options.c_str()) != 0)
         error = failure("mount a layer over " + directory);
     umount2(aside.c_str(), MNT_DETACH);
