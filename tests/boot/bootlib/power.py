@@ -97,7 +97,7 @@ def _in_kernel_copy(machine, _):
     kept = _recording(machine)
     _stage(machine)
     machine.shell("systemctl --no-block restart tessary")
-    machine.wait_until(lambda: _exists(machine, _PROBE), "the kernel is not copied", 300)
+    machine.wait_until(lambda: _begins(machine), "the kernel is not copied", 300)
     time.sleep(random.uniform(0, 1))
     return kept
 
@@ -116,6 +116,14 @@ def _stage(machine):
     """A kernel's folder beside the daemon's: 30 MB, and a file that can be compared."""
     machine.shell(f"rm -rf {_PROBE} /usr/lib/staged; mkdir -p {_STAGED}/boot {_STAGED}/usr/lib/staged && "
                   f"head -c 30000000 /dev/urandom >{_STAGED}/boot/staged && cp /bin/bash {_STAGED}/usr/lib/staged/module && sync")
+
+
+def _begins(machine):
+    """Whether the copy has begun; it may have ended, and the machine be on its way down."""
+    try:
+        return _exists(machine, _PROBE)
+    except tessary.TessaryError:
+        return True
 
 
 def _exists(machine, path):
