@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sched.h>
@@ -47,6 +48,21 @@ bool inUserNamespace()
     unsigned long inside = 0, outside = 0, count = 0;
     map >> inside >> outside >> count;
     return count != 4294967295UL;
+}
+
+bool isBelow(const std::string& path, const std::string& directory)
+{
+    return path.rfind(directory + "/", 0) == 0;
+}
+
+/// The tree that the tests are of, an open folder, at its place again, which has been covered.
+std::string showTree(int tree)
+{
+    fs::create_directories(TESSARY_SOURCE_DIR);
+    const std::string original = "/proc/self/fd/" + std::to_string(tree);
+    return mount(original.c_str(), TESSARY_SOURCE_DIR, nullptr, MS_BIND | MS_REC, nullptr) == 0
+        ? ""
+        : failure("show the source tree");
 }
 
 /// A /dev with the few devices that any program needs, put together aside and then laid over the machine's.
@@ -112,7 +128,12 @@ std::string coverWithEmpty(const std::string& directory)
             return error;
         fs::create_directories(directory);
     }
-    return mountEmpty(directory);
+    const int tree = isBelow(TESSARY_SOURCE_DIR, directory) ? open(TESSARY_SOURCE_DIR, O_PATH | O_CLOEXEC) : -1;
+    std::string error = mountEmpty(directory);
+    if (tree >= 0 && error.empty())
+        error = showTree(tree);
+    close(tree);
+    return error;
 }
 
 std::string coverWithLayer(const std::string& directory)
