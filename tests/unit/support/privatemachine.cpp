@@ -128,7 +128,8 @@ std::string coverWithEmpty(const std::string& directory)
             return error;
         fs::create_directories(directory);
     }
-    const int tree = isBelow(TESSARY_SOURCE_DIR, directory) ? open(TESSARY_SOURCE_DIR, O_PATH | O_CLOEXEC) : -1;
+    const int tree =
+        isBelow(TESSARY_SOURCE_DIR, directory) ? open(TESSARY_SOURCE_DIR, O_PATH | O_CLOEXEC) : -1;
     std::string error = mountEmpty(directory);
     if (tree >= 0 && error.empty())
         error = showTree(tree);
