@@ -31,14 +31,14 @@ ROOT=()
 [ "$(id -u)" -eq 0 ] || ROOT=(sudo -n -E -H --)
 as_root() { "${ROOT[@]}" "$@"; }
 
-# Words that run a command as root of a user namespace, for a user who can not be root: everything in it that belongs to the user
-# and their subordinate IDs is root's and other users' (user_namespaces(7)).
+# Words that run a command as root of a user namespace, for a user who can not be root: everything in it that belongs to
+# the user and their subordinate IDs is root's and other users' (user_namespaces(7)).
 USER_ROOT=(unshare --user --map-root-user --map-auto --)
 
-# Fails, with cause and remedy, unless this user can have that.
+# Fails, with cause and remedy, unless this user can have that. OTHERWISE: one more remedy, a script's own.
 check_user_root()
 {
-    local user file said also="; or run it as root, or allow this user to run sudo without a password"
+    local user file said also="; or run it as root, or allow this user to run sudo without a password${OTHERWISE:+; or $OTHERWISE}"
     user=$(id -un)
     { command -v newuidmap && command -v mmdebstrap; } >/dev/null \
         || fail "without root this needs newuidmap and mmdebstrap" "apt-get install uidmap mmdebstrap$also"

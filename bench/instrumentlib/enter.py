@@ -79,12 +79,14 @@ def main(arguments):
 
 def _run_on_machine(control_path, command):
     """Runs it by the booted instrument's agent."""
+    signal.pthread_sigmask(signal.SIG_BLOCK, _FORWARDED)  # until they are forwarded
     running = control.ask(control_path, {"action": "exec start", "argv": command})["pid"]
 
     def forward(number, _):
         control.ask(control_path, {"action": "exec signal", "pid": running, "number": number})
     for number in _FORWARDED:
         signal.signal(number, forward)
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, _FORWARDED)
     while not (ended := control.ask(control_path, {"action": "exec poll", "pid": running})):
         time.sleep(0.1)
     for stream, name in ((sys.stdout, "out"), (sys.stderr, "err")):

@@ -116,7 +116,7 @@ def _own_base(arch, depends, work, log):
 
 
 def _foreign_base(arch, depends, work, log):
-    say(f"{arch} is emulated here: half an hour and 3 GB, once")
+    say(f"{arch} is emulated here: this takes long, and 3 GB, once")
     settings = foreign_image.Settings(arch, [*_PACKAGES, *_names(depends)], _sources(), _apt_options(), _DISK_SIZE)
     return _owned(foreign_image.make_base(settings, work, log))
 

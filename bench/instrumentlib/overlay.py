@@ -1,12 +1,13 @@
 """Mounts that the instrument and the maker of its package layer share: an overlay of the host's root, and /dev."""
 
 import os
+import stat
 
 from . import privilege, syscalls
 from .errors import BenchError
 
 _PROGRAM_MOUNTS = ("/usr", "/usr/local", "/etc", "/var", "/opt", "/home", "/root", "/srv")
-_DEVICES = ("null", "zero", "full", "random", "urandom", "tty")
+_DEVICES = {"null": (1, 3), "zero": (1, 5), "full": (1, 7), "random": (1, 8), "urandom": (1, 9), "tty": (5, 0)}
 
 
 def mount_root(scratch, fill=None):
@@ -52,10 +53,8 @@ def make_dev(path, host=""):
     """A /dev of its own: the harmless devices, pseudo-terminals and shared memory, nothing of the host's hardware. `host` is
     where the host's root is seen."""
     syscalls.mount("dev", path, "tmpfs", syscalls.MS_NOSUID, "mode=755")
-    for name in _DEVICES:
-        with open(os.path.join(path, name), "xb"):
-            pass
-        syscalls.bind(f"{host}/dev/{name}", os.path.join(path, name))
+    for name, (major, minor) in _DEVICES.items():
+        _make_device(os.path.join(path, name), os.makedev(major, minor), f"{host}/dev/{name}")
     for name, options in (("pts", "newinstance,ptmxmode=0666,mode=620,gid=5"), ("shm", "mode=1777")):
         os.mkdir(os.path.join(path, name))
         syscalls.mount(name, os.path.join(path, name), "devpts" if name == "pts" else "tmpfs",
@@ -63,3 +62,13 @@ def make_dev(path, host=""):
     for name, target in (("ptmx", "pts/ptmx"), ("fd", "/proc/self/fd"), ("stdin", "/proc/self/fd/0"),
                          ("stdout", "/proc/self/fd/1"), ("stderr", "/proc/self/fd/2")):
         os.symlink(target, os.path.join(path, name))
+
+
+def _make_device(node, number, original):
+    try:
+        os.mknod(node, stat.S_IFCHR | 0o666, number)
+        os.chmod(node, 0o666)
+    except PermissionError:  # a user's own root: the host's is shown
+        with open(node, "xb"):
+            pass
+        syscalls.bind(original, node)

@@ -23,9 +23,9 @@ protected:
     static constexpr int warmUp = 10;
     static constexpr int looks = 20;
     // The C library keeps freed memory in one arena per thread, and the pipelines' threads come and go, so
-    // the resident size wanders by a few MiB, on a busy machine by 7. A lost pipeline, bus thread, stack or
-    // receive buffer would be more than 100 KiB a round: 16 MiB and above.
-    static constexpr long residentToleranceKiB = 10 * 1024;
+    // the resident size wanders by a few MiB. A lost pipeline, bus thread, stack or receive buffer would be
+    // more than 100 KiB a round: 16 MiB and above.
+    static constexpr long residentToleranceKiB = 5 * 1024;
 
     void SetUp() override
     {

@@ -1,5 +1,7 @@
 #include "firstinturn.h"
 
+#include "kit/usernamespace.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -10,17 +12,6 @@
 #include <unistd.h>
 
 namespace tessary::test {
-
-namespace {
-
-/// In a user namespace, see user_namespaces(7).
-bool isRootOfAUser()
-{
-    QFile map("/proc/self/uid_map");
-    return map.open(QIODevice::ReadOnly) && map.readAll().simplified() != "0 0 4294967295";
-}
-
-} // namespace
 
 FirstInTurn::FirstInTurn(qint64 daemonPid)
     : m_turn(::open(QFile::encodeName(QDir::temp().filePath("tessary-first-in-turn")),
@@ -40,8 +31,8 @@ FirstInTurn::~FirstInTurn()
 void FirstInTurn::schedule(int policy, int priority) const
 {
     const sched_param param{priority};
-    if (isRootOfAUser())
-        return; // who may not: their machine has to be at rest
+    if (inUserNamespace())
+        return; // nobody may there: the machine has to be at rest
     EXPECT_EQ(::sched_setscheduler(0, policy, &param), 0) << std::strerror(errno);
     const QDir threads("/proc/" + QString::number(m_daemonPid) + "/task");
     for (const QString& thread : threads.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {

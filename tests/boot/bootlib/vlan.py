@@ -5,12 +5,11 @@ import time
 import tessary
 
 from . import tagged
-from .machine import Failed, require, tell
+from .machine import require, tell
 
 FLOW = tagged.Flow(vlan=100, group="239.0.0.9", port=1240, bit_rate=5_000_000)
 _SERVER = f"udp://{FLOW.group}:{FLOW.port}"
 _SECONDS = 60
-_ATTEMPTS = 3
 _ERROR_TIMES = [10 + 1.7 * number for number in range(24)]  # within periods that count: neither the first nor the last seconds
 _DEVICE = f"eth0.{FLOW.vlan}"
 
@@ -24,7 +23,7 @@ def vlan(machine, options):
         try:
             _is_there(machine)
             _scan(machine, controller, capture)
-            _measure_until_right(machine, controller, capture, options)
+            _measure(machine, controller, capture, options)
         finally:
             controller.set_interface()
 
@@ -43,18 +42,6 @@ def _scan(machine, controller, capture):
         sender.stop()
     tell(f"services in {_DEVICE}: {', '.join(services)}")
     require(len(services) == 3, "three services were sent")
-
-
-def _measure_until_right(machine, controller, capture, options):
-    """An emulated machine that does not get its processor loses frames before the capture sees them: then once more."""
-    for left in reversed(range(_ATTEMPTS)):
-        try:
-            _measure(machine, controller, capture, options)
-            return
-        except Failed as missed:
-            if not left:
-                raise
-            tell(f"once more: {missed}")
 
 
 def _measure(machine, controller, capture, options):

@@ -1,5 +1,7 @@
 #include "support/privatemachine.h"
 
+#include "kit/usernamespace.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +10,8 @@
 #include <fstream>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -34,20 +38,23 @@ std::string mountEmpty(const fs::path& on)
         : failure("mount a tmpfs on " + on.string());
 }
 
-/// The same file at a second place, which is made.
-bool show(const fs::path& file, const fs::path& at)
+struct Device
 {
-    std::ofstream(at).flush();
-    return mount(file.c_str(), at.c_str(), nullptr, MS_BIND, nullptr) == 0;
-}
+    const char* name;
+    unsigned major, minor;
+};
 
-/// In a user namespace, where a user is root, an overlay keeps its marks in other attributes.
-bool inUserNamespace()
+constexpr Device devices[] = {
+    {"null", 1, 3}, {"zero", 1, 5}, {"urandom", 1, 9}, {"random", 1, 8}, {"fuse", 10, 229}};
+
+/// The machine's own at that place, where none can be made; one that the machine has not is not missed.
+bool show(const Device& device, const fs::path& node)
 {
-    std::ifstream map("/proc/self/uid_map");
-    unsigned long inside = 0, outside = 0, count = 0;
-    map >> inside >> outside >> count;
-    return count != 4294967295UL;
+    const fs::path original = fs::path("/dev") / device.name;
+    if (!fs::exists(original))
+        return true;
+    std::ofstream(node).flush();
+    return mount(original.c_str(), node.c_str(), nullptr, MS_BIND, nullptr) == 0;
 }
 
 bool isBelow(const std::string& path, const std::string& directory)
@@ -72,10 +79,11 @@ std::string privateDevices()
     std::string error = mountEmpty(aside);
     if (!error.empty())
         return error;
-    for (const char* name : {"null", "zero", "urandom", "random", "fuse"}) {
-        const fs::path original = fs::path("/dev") / name;
-        if (fs::exists(original) && !show(original, aside / name))
-            error = failure("show " + original.string());
+    for (const Device& device : devices) {
+        const fs::path node = aside / device.name;
+        if (mknod(node.c_str(), S_IFCHR | 0666, makedev(device.major, device.minor)) != 0
+            && !show(device, node))
+            error = failure("make " + node.string());
     }
     fs::create_directory(aside / "pts");
     fs::create_directory(aside / "shm");
@@ -152,7 +160,7 @@ std::string coverWithLayer(const std::string& directory)
     fs::create_directory(aside / "upper");
     fs::create_directory(aside / "work");
     const std::string options = "lowerdir=" + directory + ",upperdir=" + (aside / "upper").string()
-        + ",workdir=" + (aside / "work").string() + (inUserNamespace() ? ",userxattr" : "");
+        + ",workdir=" + (aside / "work").string() + (tessary::test::inUserNamespace() ? ",userxattr" : "");
     if (mount("overlay", directory.c_str(), "overlay", 0, options.c_str()) != 0)
         error = failure("mount a layer over " + directory);
     umount2(aside.c_str(), MNT_DETACH);
