@@ -56,6 +56,7 @@ void PlayoutDelay::reset(GstElement* pipeline)
         const MutexLock lock(m_mutex);
         m_pipeline = pipeline;
         m_need = PlayoutNeed();
+        m_isToBeTold = false;
         m_firstSound.reset();
     }
     gst_pipeline_set_latency(GST_PIPELINE(pipeline), GST_CLOCK_TIME_NONE);
@@ -94,16 +95,29 @@ void PlayoutDelay::take(PlayoutNeed::Media media, GstPad* pad, GstBuffer* buffer
         pipeline = m_pipeline;
         const std::optional<GstClockTimeDiff> lead = leadOf(pad, buffer, pipeline);
         const bool playing = GST_STATE(pipeline) == GST_STATE_PLAYING;
-        if (!lead || !m_need.note(media, *lead, playing))
+        if (lead && m_need.note(media, *lead, playing))
+            m_isToBeTold = true;
+        if (!m_isToBeTold)
             return;
         held = m_need.held();
     }
-    // Without the lock: what follows asks elements, which may ask back.
+    // Without the lock: what follows asks elements, which may ask back. And tried, not waited for: telling takes
+    // the pipeline's state lock, and who holds it to stop the pipeline waits for this thread.
+    if (!GST_STATE_TRYLOCK(pipeline))
+        return; // the next data tell it
+    tell(pipeline, pad, held);
+    GST_STATE_UNLOCK(pipeline);
+}
+
+void PlayoutDelay::tell(GstElement* pipeline, GstPad* pad, std::optional<std::int64_t> held)
+{
     if (const Owned<GstElement> demultiplexer(gst_pad_get_parent_element(pad)); demultiplexer)
         leaveOut(demultiplexer.get(), held.has_value());
     // Tells the sinks, too.
     gst_pipeline_set_latency(
         GST_PIPELINE(pipeline), held ? static_cast<GstClockTime>(*held) : GST_CLOCK_TIME_NONE);
+    const MutexLock lock(m_mutex);
+    m_isToBeTold = m_need.held() != held;
 }
 
 void PlayoutDelay::beginSound(GstElement* sink)

@@ -29,10 +29,12 @@ private:
     static GstPadProbeReturn dataCame(GstPad* pad, GstPadProbeInfo* info, void* data);
     static GstPadProbeReturn soundCame(GstPad* pad, GstPadProbeInfo* info, void* data);
     void take(PlayoutNeed::Media media, GstPad* pad, GstBuffer* buffer);
+    void tell(GstElement* pipeline, GstPad* pad, std::optional<std::int64_t> held);
     FirstSound::Fate takeSound(GstPad* pad, GstBuffer*& buffer);
 
     Mutex m_mutex; ///< hands the rest over between the main thread and the streaming threads
     GstElement* m_pipeline GUARDED_BY(m_mutex) = nullptr; ///< borrowed
     PlayoutNeed m_need GUARDED_BY(m_mutex);
+    bool m_isToBeTold GUARDED_BY(m_mutex) = false; ///< the pipeline does not know yet what m_need holds
     FirstSound m_firstSound GUARDED_BY(m_mutex);
 };

@@ -4,6 +4,9 @@
 #include "media/playoutdelay.h"
 #include "mediatest.h"
 
+#include <chrono>
+#include <future>
+
 namespace {
 
 constexpr GstClockTime now = 10 * GST_SECOND; // running time
@@ -239,6 +242,20 @@ TEST_F(PlayoutDelayOf, ANewModeBeginsAnew)
     EXPECT_EQ(heldMs(), 180);
     delay.reset(pipeline());
     EXPECT_EQ(heldMs(), -1);
+}
+
+TEST_F(PlayoutDelayOf, DataDoNotWaitForWhoChangesThePipelinesState)
+{
+    HandFedPad sound("sound");
+    find(sound, "audio/mpeg");
+    GST_STATE_LOCK(pipeline()); // as gst_element_set_state() does, which in a stop waits for who gives data
+    std::future<void> given = std::async(std::launch::async, [&sound] { sound.give(100); });
+    EXPECT_EQ(given.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    GST_STATE_UNLOCK(pipeline());
+    given.wait();
+    EXPECT_EQ(heldMs(), -1);
+    sound.give(100);
+    EXPECT_EQ(heldMs(), 180) << "the next data tell it";
 }
 
 class SoundOf : public PlayoutDelayOf
