@@ -101,8 +101,8 @@ void PlayoutDelay::take(PlayoutNeed::Media media, GstPad* pad, GstBuffer* buffer
             return;
         held = m_need.held();
     }
-    // Without the lock: what follows asks elements, which may ask back. And tried, not waited for: telling takes
-    // the pipeline's state lock, and who holds it to stop the pipeline waits for this thread.
+    // Without the lock: what follows asks elements, which may ask back. And tried, not waited for: telling
+    // takes the pipeline's state lock, and who holds it to stop the pipeline waits for this thread.
     if (!GST_STATE_TRYLOCK(pipeline))
         return; // the next data tell it
     tell(pipeline, pad, held);

@@ -46,8 +46,8 @@ private:
     mutable std::mutex m_mutex;
     std::vector<std::string> m_heard;
     std::int32_t m_rate = 1000000;
-    std::filesystem::path
-        m_link; ///< to the pseudo terminal, whose name is soon another test's when it has hung up
+    /// To the pseudo terminal, whose name is soon another test's when it has hung up.
+    std::filesystem::path m_link;
     std::unique_ptr<FarEnd> m_far; ///< the last one: its thread uses the others
 };
 

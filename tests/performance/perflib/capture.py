@@ -176,7 +176,7 @@ def report(raw, _results):
                 _losses(ours, bare)),
         verdict(f"CPU at most {AIM_RATIO} times the bare counter at {RATIO_RATE:,} a second",
                 None if share is None else share <= AIM_RATIO,
-                f"{times(share)}; seconds per million of the {len(compared)} runs: {span(compared, 'cpu_per_million', 2)}, bare "
+                f"{times(share, 3)}; seconds per million of the {len(compared)} runs: {span(compared, 'cpu_per_million', 2)}, bare "
                 f"{span(with_bare, 'cpu_per_million', 2)}")])
 
 

@@ -6,9 +6,9 @@ def number(value, digits=0):
     return "–" if value is None else f"{value:,.{digits}f}"
 
 
-def times(value):
+def times(value, digits=2):
     """A ratio."""
-    return "–" if value is None else f"{value:.2f} ×"
+    return "–" if value is None else f"{value:.{digits}f} ×"
 
 
 def seconds_per_million(value):
