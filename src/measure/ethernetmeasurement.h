@@ -37,7 +37,7 @@ public:
     void stop();
 
     /// Replaces the contents of `out` by the records of the last 1024 frames, oldest first; they stay here,
-    /// too. Waits for the record lock; throws std::system_error when that fails.
+    /// too. Waits for the record lock, which is held for microseconds at the most.
     void getBuffer(std::vector<pcap_measured_value_struct>* out);
     /// Replaces the contents of `out` by seven values: stream present (0 or 1), bit rate in bits per second,
     /// delay factor in ms, continuity errors, TS packet size in bytes, TS packets per datagram, 10. A stream
@@ -60,7 +60,7 @@ public:
     std::atomic<std::int64_t> lastBitrate; ///< of the last closed period, bits per second
     std::atomic<std::int32_t> tsPacketSize; ///< of the last datagram, bytes: 188, 204 or 0
     std::atomic<std::int32_t> tsPacketsPerDatagram; ///< of the last datagram
-    Mutex bufferMutex; ///< guards `buffer`
+    BriefMutex bufferMutex; ///< guards `buffer`
     /// From a successful start to the stop, even when the loop ends by an error meanwhile.
     std::atomic<bool> running;
     std::string filter; ///< pcap-filter(7) text

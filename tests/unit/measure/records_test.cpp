@@ -75,7 +75,11 @@ void operator delete(void* block, std::size_t) noexcept
 
 TEST_F(Records, OfTheLast1024FramesStandInTheirOrder)
 {
-    const auto* const storage = measurement.buffer->data();
+    const auto storage = [this] {
+        const MutexLock lock(measurement.bufferMutex);
+        return measurement.buffer->data();
+    };
+    const auto* const before = storage();
     int received = 0;
     for (const int frames :
         {1, 2, 1023, 1024, 1025, 1026, 1500, 2047, 2048, 2049, 3072, 5000, 10240, 10241}) {
@@ -84,7 +88,8 @@ TEST_F(Records, OfTheLast1024FramesStandInTheirOrder)
         const int kept = std::min(frames, 1024);
         EXPECT_TRUE(follow(records(), static_cast<std::size_t>(kept), frames - kept + 1)) << frames;
     }
-    EXPECT_EQ(measurement.buffer->data(), storage);
+    EXPECT_EQ(storage(), before);
+    const MutexLock lock(measurement.bufferMutex);
     EXPECT_EQ(measurement.buffer->size(), maxRecords);
     EXPECT_EQ(measurement.buffer->capacity(), maxRecords);
 }
@@ -148,7 +153,7 @@ TEST_F(Records, AreReadWithoutMemoryFromTheHeapUnderTheLock)
     receiveFrames(1, 1500);
     std::atomic<int> taken{0};
     std::vector<pcap_measured_value_struct> out;
-    std::unique_lock<Mutex> lock(measurement.bufferMutex);
+    std::unique_lock<BriefMutex> lock(measurement.bufferMutex);
     std::thread reader([&] {
         allocations = &taken;
         measurement.getBuffer(&out);
