@@ -1,6 +1,8 @@
 #!/usr/bin/python3
 """What tests/boot computes by itself: the capture with VLAN tags, the greeting in the line's log."""
 
+import contextlib
+import io
 import json
 import os
 import struct
@@ -10,7 +12,8 @@ import types
 import unittest
 
 sys.dont_write_bytecode = True
-from bootlib import machine, tagged  # noqa: E402
+import tessary  # noqa: E402  (of this build: PYTHONPATH)
+from bootlib import machine, power, tagged  # noqa: E402
 
 
 FLOW = tagged.Flow(vlan=100, group="239.1.2.3", port=1234, bit_rate=8 * 1316 * 100)
@@ -70,6 +73,30 @@ class Greeting(unittest.TestCase):
 
     def test_it_may_come_in_pieces(self):
         self.assertAlmostEqual(self.greeting([(2000, "\0HEL"), (1_000_001_000, "LO !\r\n")]), 1.0)
+
+
+class AfterAPowerCut(unittest.TestCase):
+    """A machine that was cut while a kernel was copied: it copies, has no staging any more, goes down, and comes up."""
+
+    def setUp(self):
+        self.states = ["", "stopping", tessary.TessaryError("down"), "offline", "starting"]
+        self.asked_in = []
+
+    def shell(self, text):
+        if "is-system-running" not in text:
+            return ""
+        state = self.states[0] if len(self.states) == 1 else self.states.pop(0)
+        if isinstance(state, Exception):
+            raise state
+        return state
+
+    def test_a_machine_on_its_way_down_is_not_asked_whether_it_is_in_order(self):
+        fake = types.SimpleNamespace(shell=self.shell, run=lambda *_: "", cut_power_and_boot=lambda: 1.0,
+                                     wait_until=machine.Machine.wait_until,
+                                     is_in_order=lambda: self.asked_in.append(list(self.states)) or "1.4")
+        with contextlib.redirect_stdout(io.StringIO()):
+            power.power_cuts(fake, types.SimpleNamespace(power_cuts=1))
+        self.assertEqual(self.asked_in, [["starting"]])
 
 
 if __name__ == "__main__":

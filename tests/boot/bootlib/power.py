@@ -139,10 +139,12 @@ def _boot_id(machine):
 
 
 def _is_in_order(machine):
-    """As the machine's, once no kernel is staged any more: what a power cut interrupted is copied again, and rebooted."""
+    """As the machine's, once no kernel is staged any more: what a power cut interrupted is copied again, and rebooted. The
+    daemon greets in the moments before that, too: it has asked for the reboot by then, and the staging is gone."""
     def unstaged():
         try:
-            return not _exists(machine, _STAGED)
+            state = machine.shell(f"[ -e {_STAGED} ] || systemctl is-system-running || true")
+            return state in ("starting", "running", "degraded")
         except tessary.TessaryError:
             return False  # it is down
     machine.wait_until(unstaged, "the staged kernel stays", 900)

@@ -1,4 +1,5 @@
-// What a stream may carry to end the process: tables whose lengths lead out of their section.
+// What a stream may carry to end the process: tables whose lengths lead out of their section, sound in channels that
+// nobody knows.
 #include "boundcalls.h"
 #include "kit/packets.h"
 #include "kit/sections.h"
@@ -22,6 +23,17 @@ Bytes eventInformation(unsigned loopLength, std::uint8_t descriptorLength)
     return makeSection(0x4E, 1, body);
 }
 
+/// A program with Opus sound (registration "Opus"), whose DVB extension descriptor is as given.
+Bytes opusProgram(const Bytes& extension)
+{
+    Bytes body{0xE1, 0x01}; // PCR_PID
+    append(body, makeLoop({}));
+    append(body, {0x06, 0xE1, 0x01}); // private data
+    append(
+        body, makeLoop(join({makeDescriptor(0x05, {'O', 'p', 'u', 's'}), makeDescriptor(0x7F, extension)})));
+    return makeSection(0x02, 1, body);
+}
+
 class HostileStream : public SourceTest
 {
 protected:
@@ -38,6 +50,31 @@ protected:
         ASSERT_TRUE(prints.waitFor("EOS\n"));
         EXPECT_EQ(*source().getPAT(), makePat({1}));
     }
+
+    /// Plays a recording of program 1 with this PMT, until the PMT has come, and to the end of its threads.
+    void play(const Bytes& pmt)
+    {
+        const ScratchFolder folder;
+        const std::string path = folder.file("hostile.ts");
+        writeBytes(path,
+            join({nullPackets(20), packetsOf(0, makePat({1})), packetsOf(0x100, pmt), nullPackets(2000)}));
+        hold(new filesource(path));
+        source().play(1);
+        EXPECT_TRUE(eventually([&] {
+            const Bytes* const received = source().getPMT();
+            return received && *received == pmt;
+        }));
+        hold(nullptr);
+    }
+
+    static void expectOurs(const char* function)
+    {
+        EXPECT_EQ(boundcalls::objectThatAnswers(function), boundcalls::program());
+        const std::vector<boundcalls::Call> calls = boundcalls::of(function);
+        EXPECT_FALSE(calls.empty()); // otherwise the daemon's own is not needed any more
+        for (const boundcalls::Call& call : calls)
+            EXPECT_EQ(call.callee, boundcalls::program()) << "from " << call.caller;
+    }
 };
 
 TEST_F(HostileStream, AnEventTableWhoseLengthsLeadOutOfItIsNotFollowed)
@@ -48,17 +85,29 @@ TEST_F(HostileStream, AnEventTableWhoseLengthsLeadOutOfItIsNotFollowed)
     }
 }
 
+TEST_F(HostileStream, OpusSoundInUnknownChannelsDoesNotEndPlaying)
+{
+    std::vector<Bytes> extensions{{0x80}}; // says nothing about channels
+    for (const std::uint8_t code :
+        Bytes{0x00, 0x08, 0x09, 0x0F, 0x10, 0x18, 0x28, 0x78, 0x7F, 0x80, 0x81, 0x88, 0x89, 0xFF})
+        extensions.push_back({0x80, code});
+    for (const Bytes& extension : extensions)
+        play(opusProgram(extension));
+}
+
+// GStreamer's parsers call the library by name: whose function it is that they get is looked up where their calls go.
+TEST_F(HostileStream, NoObjectOfTheProcessFindsDescriptorsByTheLibrarysFunction)
+{
+    play(opusProgram({0x80, 0x10})); // a call is bound when it is made for the first time
+    expectOurs("gst_mpegts_find_descriptor");
+}
+
 // The library's parser of event tables follows some lengths out of them, which need not show: whose parser it
 // is that GStreamer calls is looked up where its calls go.
 TEST_F(HostileStream, NoObjectOfTheProcessCallsTheLibrarysParserOfEventTables)
 {
     scan(0x12, eventInformation(0x00C, 0x0A)); // a call is bound when it is made for the first time
-    const char parser[] = "gst_mpegts_section_get_eit";
-    EXPECT_EQ(boundcalls::objectThatAnswers(parser), boundcalls::program());
-    const std::vector<boundcalls::Call> calls = boundcalls::of(parser);
-    EXPECT_FALSE(calls.empty()); // otherwise the daemon's own is not needed any more
-    for (const boundcalls::Call& call : calls)
-        EXPECT_EQ(call.callee, boundcalls::program()) << "from " << call.caller;
+    expectOurs("gst_mpegts_section_get_eit");
 }
 
 } // namespace
