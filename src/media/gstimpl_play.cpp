@@ -1,6 +1,7 @@
 // Playback: the decode branch, the decodebin callbacks on GStreamer's streaming threads, and stop.
 #include "media/gstimpl.h"
 
+#include "media/demuxguard.h"
 #include "media/playchain.h"
 
 #include <algorithm>
@@ -209,6 +210,8 @@ void gstImpl::cb_element_added_decodebin(GstBin*, GstElement* element, void* dat
     if (contains(name.get(), "aiurdemux") || contains(name.get(), "tsdemux")) {
         if (g_object_class_find_property(G_OBJECT_GET_CLASS(element), "program-number"))
             g_object_set(element, "program-number", self->m_programNumber.load(), nullptr);
+        if (contains(name.get(), "tsdemux"))
+            DemuxGuard::watch(element);
         self->m_playoutDelay.watch(element);
     } else if (contains(name.get(), "multiqueue")) {
         self->m_pMultiqueue = element;

@@ -7,6 +7,7 @@
 // CRC_32 and its transport stream packets.
 #include "kit/packets.h"
 #include "kit/sections.h"
+#include "media/demuxguard.h"
 #include "media/gstimpl.h"
 #include "support/gstreamer.h"
 #include "support/input.h"
@@ -61,6 +62,8 @@ public:
         gst_object_ref_sink(m_element);
         gst_bus_set_sync_handler(m_bus, takeMessage, nullptr, nullptr);
         gst_element_set_bus(m_element, m_bus);
+        if (std::string(factory) == "tsdemux")
+            DemuxGuard::watch(m_element);
         gst_pad_set_chain_function(m_sink, drop);
         link(m_source, "sink", true);
         link(m_sink, "src", false);

@@ -4,6 +4,7 @@
 #include "kit/packets.h"
 #include "kit/sections.h"
 #include "media/filesource.h"
+#include "pesstart.h"
 #include "sourcetest.h"
 
 namespace {
@@ -51,19 +52,19 @@ protected:
         EXPECT_EQ(*source().getPAT(), makePat({1}));
     }
 
-    /// Plays a recording of program 1 with this PMT, until the PMT has come, and to the end of its threads.
-    void play(const Bytes& pmt)
+    /// Plays program 1 of a recording until another PAT behind the stream has come, and to the end of its threads.
+    void play(const Bytes& stream)
     {
         const ScratchFolder folder;
         const std::string path = folder.file("hostile.ts");
+        unsigned counter = 0;
+        const Bytes first = packetsOf(0, makePat({1}), counter);
         writeBytes(path,
-            join({nullPackets(20), packetsOf(0, makePat({1})), packetsOf(0x100, pmt), nullPackets(2000)}));
+            join({nullPackets(20), first, stream, packetsOf(0, makePat({1, 2}, 1), counter),
+                nullPackets(2000)}));
         hold(new filesource(path));
         source().play(1);
-        EXPECT_TRUE(eventually([&] {
-            const Bytes* const received = source().getPMT();
-            return received && *received == pmt;
-        }));
+        EXPECT_TRUE(eventually([&] { return *source().getPAT() == makePat({1, 2}, 1); }));
         hold(nullptr);
     }
 
@@ -92,13 +93,42 @@ TEST_F(HostileStream, OpusSoundInUnknownChannelsDoesNotEndPlaying)
         Bytes{0x00, 0x08, 0x09, 0x0F, 0x10, 0x18, 0x28, 0x78, 0x7F, 0x80, 0x81, 0x88, 0x89, 0xFF})
         extensions.push_back({0x80, code});
     for (const Bytes& extension : extensions)
-        play(opusProgram(extension));
+        play(packetsOf(0x100, opusProgram(extension)));
+}
+
+/// A program with MPEG sound, whose clock reference never comes.
+Bytes soundProgram(std::uint8_t version)
+{
+    Bytes body{0xE1, 0x50}; // PCR_PID
+    append(body, makeLoop({}));
+    append(body, {0x03, 0xE1, 0x01});
+    append(body, makeLoop({}));
+    return makeSection(0x02, 1, body, {0, 0, version});
+}
+
+TEST_F(HostileStream, SoundThatBeginsWithoutATimeStampDoesNotEndPlaying)
+{
+    unsigned counter = 0;
+    unsigned pmtCounter = 0;
+    const auto sound = [&](const std::vector<Bytes>& headers) {
+        Bytes packets;
+        for (const Bytes& header : headers)
+            append(packets, pesStart(0x101, counter++, header));
+        return packets;
+    };
+    const auto pmt = [&](std::uint8_t version) {
+        return packetsOf(0x100, soundProgram(version), pmtCounter);
+    };
+    const std::vector<Bytes> hostile{untimedPes, timedPes, timedPes, timedPes, timedPes};
+    play(join({pmt(0), sound(hostile)}));
+    // The program begins anew, with a stream of which data had come.
+    play(join({pmt(2), sound({timedPes, timedPes}), pmt(3), sound(hostile)}));
 }
 
 // GStreamer's parsers call the library by name: whose function it is that they get is looked up where their calls go.
 TEST_F(HostileStream, NoObjectOfTheProcessFindsDescriptorsByTheLibrarysFunction)
 {
-    play(opusProgram({0x80, 0x10})); // a call is bound when it is made for the first time
+    play(packetsOf(0x100, opusProgram({0x80, 0x10}))); // a call is bound when it is made for the first time
     expectOurs("gst_mpegts_find_descriptor");
 }
 
