@@ -217,7 +217,9 @@ void allowManyFiles()
 TEST(PanelSiege, AThousandConnectionsTakeNothingFromThoseWhoLook)
 {
     allowManyFiles();
-    PanelOnStandIn panel;
+    tessary::panel::Options options;
+    options.limits.silence = options.limits.whole = std::chrono::minutes(5); // the first stay until the last one comes
+    PanelOnStandIn panel(options);
     ASSERT_TRUE(panel.waitFor("line", [](const Json& line) { return line.at("answers") == true; }));
     const Wire looks(portOf(panel.panel()));
     looks.send("GET /api/events HTTP/1.1\r\nHost: " + panel.panel().address() + "\r\n\r\n");
