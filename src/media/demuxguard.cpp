@@ -47,6 +47,12 @@ void DemuxGuard::watch(GstElement* demultiplexer)
 DemuxGuard::DemuxGuard(GstPad* sink)
     : m_chain(GST_PAD_CHAINFUNC(sink))
 {
+    settle();
+}
+
+DemuxGuard::~DemuxGuard()
+{
+    static_cast<void>(m_isSettled.load(std::memory_order_acquire));
 }
 
 GstFlowReturn DemuxGuard::bufferCame(GstPad* pad, GstObject* parent, GstBuffer* buffer)
@@ -64,12 +70,16 @@ void DemuxGuard::padAdded(GstElement*, GstPad* pad, void* self)
 /// Behind the last data of the streams before.
 void DemuxGuard::streamsBegan(GstElement*, void* self)
 {
-    static_cast<DemuxGuard*>(self)->m_untimedPes.streamsBegan();
+    auto* const guard = static_cast<DemuxGuard*>(self);
+    guard->m_untimedPes.streamsBegan();
+    guard->settle();
 }
 
 GstPadProbeReturn DemuxGuard::dataLeft(GstPad*, GstPadProbeInfo*, void* self)
 {
-    static_cast<DemuxGuard*>(self)->m_untimedPes.dataLeft();
+    auto* const guard = static_cast<DemuxGuard*>(self);
+    guard->m_untimedPes.dataLeft();
+    guard->settle();
     return GST_PAD_PROBE_OK;
 }
 
@@ -96,6 +106,7 @@ GstFlowReturn DemuxGuard::take(GstPad* pad, GstObject* parent, GstBuffer* buffer
         result = hand(pad, parent, buffer);
     m_run.clear();
     gst_buffer_unref(buffer);
+    settle();
     return result;
 }
 

@@ -218,7 +218,8 @@ TEST(PanelSiege, AThousandConnectionsTakeNothingFromThoseWhoLook)
 {
     allowManyFiles();
     tessary::panel::Options options;
-    options.limits.silence = options.limits.whole = std::chrono::minutes(5); // the first stay until the last one comes
+    options.limits.silence = options.limits.whole =
+        std::chrono::minutes(5); // the first stay until the last one comes
     PanelOnStandIn panel(options);
     ASSERT_TRUE(panel.waitFor("line", [](const Json& line) { return line.at("answers") == true; }));
     const Wire looks(portOf(panel.panel()));
