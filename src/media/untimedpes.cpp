@@ -1,7 +1,5 @@
 #include "media/untimedpes.h"
 
-#include <algorithm>
-
 namespace {
 
 /// Payload of a packet, or what has none.
@@ -73,28 +71,7 @@ bool hasPts(Payload payload)
     return payload.size >= fixedHeader && !hasNoHeader(payload.first[3]) && (payload.first[7] & 0x80);
 }
 
-/// A header that no parser can refuse: whole, with right marker bits, and with nothing but time stamps in it.
-bool isPlain(Payload payload)
-{
-    const std::uint8_t flags = payload.first[7];
-    const std::size_t stamps = flags == 0xC0 ? 10 : 5;
-    const std::size_t length = payload.first[8];
-    if ((payload.first[6] & 0xF0) != 0x80 || (flags != 0x80 && flags != 0xC0) || length < stamps
-        || payload.size < fixedHeader + length)
-        return false;
-    constexpr std::array<std::size_t, 6> markers{0, 2, 4, 5, 7, 9}; // three in each stamp's five bytes
-    return std::all_of(markers.begin(), markers.end(),
-        [&](std::size_t at) { return at >= stamps || (payload.first[fixedHeader + at] & 1); });
-}
-
 } // namespace
-
-void UntimedPes::streamsBegan()
-{
-    m_waiting = true;
-    for (Stream& stream : m_streams)
-        stream.isTimed = false;
-}
 
 bool UntimedPes::begins(const std::uint8_t* packet)
 {
@@ -106,29 +83,10 @@ bool UntimedPes::begins(const std::uint8_t* packet)
 
 bool UntimedPes::take(const std::uint8_t* packet)
 {
-    Stream& stream = m_streams[pidOf(packet)];
-    if (!isReadable(packet)) {
-        stream.isTimed = false;
+    if (!isReadable(packet))
         return true;
-    }
-    if (payloadOf(packet).size == 0)
-        return true;
-    const unsigned counter = packet[3] & 0x0fU;
-    const bool continues = counter == (stream.counter + 1U) % 16;
-    stream.counter = static_cast<std::uint8_t>(counter);
+    bool& isLeftOut = m_isLeftOut[pidOf(packet)];
     if (isStart(packet))
-        return takeStart(stream, packet, continues);
-    stream.isTimed = stream.isTimed && continues;
-    return !stream.isLeftOut;
-}
-
-/// Without waiting, or behind a PES packet with a time stamp that is certainly there, none is left out.
-bool UntimedPes::takeStart(Stream& stream, const std::uint8_t* packet, bool continues)
-{
-    const bool isBehindATimedOne = stream.isTimed && continues;
-    const bool isUntimed = begins(packet);
-    stream.isLeftOut = isUntimed && m_waiting && !isBehindATimedOne;
-    const Payload payload = payloadOf(packet);
-    stream.isTimed = isBehindATimedOne || (!isUntimed && beginsPes(payload) && isPlain(payload));
-    return !stream.isLeftOut;
+        isLeftOut = m_waiting && begins(packet);
+    return !isLeftOut;
 }

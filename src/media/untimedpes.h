@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Which packets to keep from a demultiplexer that can not tell the time yet, because PES packets without a time stamp
-/// come before any other of their stream. Not thread-safe.
+/// Which packets to keep from a demultiplexer that can not tell the time yet: PES packets without a time stamp. Not
+/// thread-safe.
 ///
 /// Packets are those of ISO/IEC 13818-1, 188 bytes from the sync byte on.
 class UntimedPes
@@ -14,7 +14,7 @@ public:
     static constexpr std::size_t packetSize = 188;
 
     /// The demultiplexer has begun its streams, or begun them anew: it has data of none.
-    void streamsBegan();
+    void streamsBegan() { m_waiting = true; }
     /// It gave data of a stream: from now on it can tell the time of all.
     void dataLeft() { m_waiting = false; }
 
@@ -26,16 +26,6 @@ public:
     bool take(const std::uint8_t* packet);
 
 private:
-    /// Of a PID.
-    struct Stream
-    {
-        std::uint8_t counter = 0; ///< continuity_counter of the last packet with payload
-        bool isTimed = false; ///< the demultiplexer has a PES packet with a time stamp, and all behind it
-        bool isLeftOut = false; ///< up to the next start
-    };
-
-    bool takeStart(Stream& stream, const std::uint8_t* packet, bool continues);
-
-    std::array<Stream, 8192> m_streams{};
+    std::array<bool, 8192> m_isLeftOut{}; ///< by PID, up to the next start
     bool m_waiting = true; ///< for data
 };
