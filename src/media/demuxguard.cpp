@@ -118,8 +118,10 @@ GstFlowReturn DemuxGuard::hand(GstPad* pad, GstObject* parent, GstBuffer* like)
     GstBuffer* const packets = gst_buffer_new_memdup(m_run.data(), m_run.size());
     gst_buffer_copy_into(packets, like,
         static_cast<GstBufferCopyFlags>(GST_BUFFER_COPY_FLAGS | GST_BUFFER_COPY_TIMESTAMPS), 0, gsize(-1));
-    m_isGap ? GST_BUFFER_FLAG_SET(packets, GST_BUFFER_FLAG_DISCONT)
-            : GST_BUFFER_FLAG_UNSET(packets, GST_BUFFER_FLAG_DISCONT);
+    if (m_isGap)
+        GST_BUFFER_FLAG_SET(packets, GST_BUFFER_FLAG_DISCONT);
+    else
+        GST_BUFFER_FLAG_UNSET(packets, GST_BUFFER_FLAG_DISCONT);
     m_isGap = false;
     m_run.clear();
     return m_chain(pad, parent, packets);
