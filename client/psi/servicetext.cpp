@@ -1,6 +1,7 @@
 #include "client/psi/servicetext.h"
 
 #include "client/psi/aribtext.h"
+#include "client/psi/bytes.h"
 #include "client/psi/mpegtslibrary.h"
 
 #define GST_USE_UNSTABLE_API // the MPEG-TS library is marked so, but has kept its interface since 1.4
@@ -79,18 +80,25 @@ std::string withoutControls(const std::string& text)
     return left;
 }
 
-/// By the library, which takes texts out of descriptors only.
+/// By the library, which takes texts out of descriptors only. Of a text that does not convert it reads up to
+/// two bytes more than there are: nothing may stand there that would be shown.
 std::string dvbText(Text text)
 {
+    constexpr std::size_t header = 2;
+    constexpr std::size_t behind = 2;
     constexpr std::size_t longest = 255;
     if (!namesItsTable(text) || text.length > longest)
         return {};
     initialiseMpegTsLibrary();
-    const std::unique_ptr<GstMpegtsDescriptor, decltype(&gst_mpegts_descriptor_free)> descriptor(
-        gst_mpegts_descriptor_from_custom(GST_MTS_DESC_DVB_NETWORK_NAME, text.first, text.length),
-        &gst_mpegts_descriptor_free);
+    Bytes data{GST_MTS_DESC_DVB_NETWORK_NAME, static_cast<std::uint8_t>(text.length)};
+    data.insert(data.end(), text.first, text.first + text.length);
+    data.resize(header + text.length + behind);
+    GstMpegtsDescriptor descriptor{};
+    descriptor.tag = data[0];
+    descriptor.length = data[1];
+    descriptor.data = data.data();
     gchar* name = nullptr;
-    if (!gst_mpegts_descriptor_parse_dvb_network_name(descriptor.get(), &name))
+    if (!gst_mpegts_descriptor_parse_dvb_network_name(&descriptor, &name))
         return {};
     return withoutControls(taken(name));
 }

@@ -63,6 +63,17 @@ TEST(ServicesText, ReadsJapaneseCharacterCode)
     EXPECT_EQ(decoded({0x9B, 0x31, 0x3B, 0x32, 0x20, 0x53, 0x46, 0x7C}, japan), "日"); // CSI
 }
 
+// Some conversions go on behind the text when its last character fails. What stands there must not show.
+TEST(ServicesText, EndsWhereTheTextEnds)
+{
+    EXPECT_EQ(decoded({0x02, 0xFF}), "ÿ");
+    EXPECT_EQ(decoded({0x02, 0xFF, 0xFF}), "ÿÿ");
+    EXPECT_EQ(decoded({0x04, 0xD8}), "Ø");
+    EXPECT_EQ(decoded({0x07, 0xFF}), "ÿ");
+    const std::string longest = decoded(Bytes(255, 'x')); // a network's name has so many bytes at most
+    EXPECT_EQ(longest, std::string(255, 'x'));
+}
+
 TEST(SameName, FoldsEveryScript)
 {
     EXPECT_TRUE(sameName("Rai 1", "rai 1"));
