@@ -26,6 +26,7 @@ TEST(Panel, ShowsTheInstrumentThatIsThere)
     PanelOnStandIn panel;
     ASSERT_TRUE(
         panel.waitFor("instrument", [](const Json& value) { return value.at("player") == "running"; }));
+    ASSERT_TRUE(panel.waitFor("line", answers)); // told when all the answers are there
     const Json state = panel.get("/api/state");
     EXPECT_EQ(state.at("instrument").at("software"), "1.4");
     EXPECT_EQ(state.at("instrument").at("virtual"), false);
