@@ -190,6 +190,7 @@ TEST(PanelSiege, RandomBytesAreRefusedAndChangeNothing)
     GuardedPanel panel;
     ASSERT_TRUE(waitUntil([&] { return panel.state().at("instrument").at("player") == "running"; }));
     ASSERT_TRUE(waitUntil([&] { return panel.state().at("recorder").at("bytes") == 42; }));
+    ASSERT_TRUE(waitUntil([&] { return panel.state().at("line").at("answers") == true; }));
     const Json before = panel.lasting();
     const auto asked = everHeard(panel.instrument());
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(siegeSeconds());
