@@ -77,11 +77,15 @@ class Prometheus:
         return {each["metric"].get("instance"): float(each["value"][1]) for each in found["result"]}
 
     def firing(self):
-        """{(alert, instance)} of the alerts that are firing; None while it starts."""
+        """{alert: {instance}} of the alerts that are firing; None while it starts."""
         found = self.get("/api/v1/alerts")
-        return found and {
-            (each["labels"]["alertname"], each["labels"]["instance"]) for each in found["alerts"] if each["state"] == "firing"
-        }
+        if found is None:
+            return None
+        firing = {}
+        for each in found["alerts"]:
+            if each["state"] == "firing":
+                firing.setdefault(each["labels"]["alertname"], set()).add(each["labels"]["instance"])
+        return firing
 
 
 class Monitoring(unittest.TestCase):
@@ -110,15 +114,15 @@ class Monitoring(unittest.TestCase):
         both = {well: 1.0, other: 1.0}
         live.until("both are scraped", lambda: self.prometheus.values("tessary_stream_present") == both)
         self.assertEqual(self.prometheus.values('up{job="tessary"}'), both)
-        live.until("no alert", lambda: self.prometheus.firing() == set())
+        live.until("no alert", lambda: self.prometheus.firing() == {})
         rates = self.prometheus.values("tessary_stream_bits_per_second")
         self.assertTrue(all(4e6 < rate < 7e6 for rate in rates.values()), rates)
         self.panels[1].end_sender(self.senders[1])
-        live.until("the alert", lambda: ("TessaryStreamGone", other) in self.prometheus.firing())
-        self.assertEqual(self.prometheus.firing(), {("TessaryStreamGone", other)})
+        # Of this alert alone: a desk that is busy loses a datagram now and then, of which another one tells.
+        live.until("the alert", lambda: self.prometheus.firing().get("TessaryStreamGone") == {other})
         self.assertEqual(self.prometheus.values("tessary_stream_present"), {well: 1.0, other: 0.0})
         self.panels[1].send()
-        live.until("the alert's end", lambda: ("TessaryStreamGone", other) not in self.prometheus.firing())
+        live.until("the alert's end", lambda: "TessaryStreamGone" not in self.prometheus.firing())
 
 
 if __name__ == "__main__":
