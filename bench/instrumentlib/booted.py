@@ -147,16 +147,21 @@ class BootedModule:
             self._cut()
 
     def _await_boot(self):
-        """Until systemd has no more jobs; its state in a word."""
+        """Until systemd has no more jobs; its state in a word. A machine with a staged kernel starts again on its way there."""
         deadline = time.monotonic() + _BOOT_SECONDS
-        while not self._agent.answers(2):
-            self._check_boot(deadline)
-        while True:
-            state = self._inside("systemctl", "is-system-running")[1].decode().strip()
-            if state not in ("initializing", "starting", ""):
-                return state
+        while (state := self._ask_systemd()) in ("", "initializing", "starting", "stopping"):
             self._check_boot(deadline)
             time.sleep(0.5)
+        return state
+
+    def _ask_systemd(self):
+        """Its state in a word, "" while the machine does not say."""
+        if not self._agent.answers(2):
+            return ""
+        try:
+            return self._inside("systemctl", "is-system-running")[1].decode().strip()
+        except BenchError:
+            return ""  # it went down in between
 
     def _check_boot(self, deadline):
         if not self._is_on():

@@ -8,12 +8,16 @@ import os
 import struct
 import sys
 import tempfile
+import threading
 import types
 import unittest
 
 sys.dont_write_bytecode = True
 import tessary  # noqa: E402  (of this build: PYTHONPATH)
-from bootlib import machine, power, tagged  # noqa: E402
+from bootlib import machine, places, power, tagged  # noqa: E402
+
+sys.path.insert(0, str(places.TREE / "bench"))
+from instrumentlib import booted, errors  # noqa: E402
 
 
 FLOW = tagged.Flow(vlan=100, group="239.1.2.3", port=1234, bit_rate=8 * 1316 * 100)
@@ -97,6 +101,29 @@ class AfterAPowerCut(unittest.TestCase):
         with contextlib.redirect_stdout(io.StringIO()):
             power.power_cuts(fake, types.SimpleNamespace(power_cuts=1))
         self.assertEqual(self.asked_in, [["starting"]])
+
+
+class PowerOn(unittest.TestCase):
+    """The desk's machine. Where a kernel is staged, it is copied at the start, and the machine starts again."""
+
+    def setUp(self):
+        self.states = ["starting", errors.BenchError("the machine's agent refuses guest-exec-status"), "", "stopping", "", "running"]
+
+    def answers(self, _):
+        return self.states[0] != "" or bool(self.states.pop(0))
+
+    def run_inside(self, *_):
+        state = self.states.pop(0)
+        if isinstance(state, Exception):
+            raise state
+        return 0, state.encode() + b"\n", b""
+
+    def test_a_machine_that_starts_again_is_waited_for(self):
+        module = booted.BootedModule(types.SimpleNamespace(scratch="", boot_log=""), None)
+        module._agent = types.SimpleNamespace(answers=self.answers, run=self.run_inside)
+        module._program = types.SimpleNamespace(ended=threading.Event())  # it is on
+        self.assertEqual(module.handle("power", {"what": "on"}), {"systemd": "running"})
+        self.assertEqual(self.states, [])
 
 
 if __name__ == "__main__":
