@@ -15,7 +15,8 @@ def made_once(path, make, what):
     os.makedirs(folder, exist_ok=True)
     if os.path.exists(path):
         return
-    with open(os.path.join(folder, "lock"), "w", encoding="ascii") as lock:
+    with open(path + ".lock", "w", encoding="ascii") as lock:  # of its own: other things are made meanwhile
+        give_to_owner(folder, lock.name)
         try:
             fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
@@ -28,5 +29,5 @@ def made_once(path, make, what):
 def give_to_owner(folder, *made):
     """A build folder made with sudo stays removable by the one whose checkout it is: build/FOLDER and what was made in it."""
     owner = os.stat(os.path.dirname(os.path.dirname(folder)))
-    for path in (os.path.dirname(folder), folder, os.path.join(folder, "lock"), *made):
+    for path in (os.path.dirname(folder), folder, *made):
         os.chown(path, owner.st_uid, owner.st_gid)
