@@ -58,7 +58,7 @@ def _measure(machine, controller, capture, options):
     sent_rate = FLOW.bit_rate * (tagged.PAYLOAD + tagged.HEADERS) // tagged.PAYLOAD
     sent, measured = tessary.statistics_of(tagged.gaps(at_uplink)), tessary.statistics_of(times)
     tell(f"sent {sent_rate} bit/s; {len(rates)} periods measured {min(rates)} to {max(rates)}, mean {sum(rates) // len(rates)}")
-    tell(f"sent {len(_ERROR_TIMES)} continuity errors; counted {total.continuity_errors}{', exact' if total.exact else ''}")
+    tell(f"sent {len(_ERROR_TIMES)} continuity errors; counted {total.continuity_errors}{', no period missed' if total.exact else ''}")
     for name, figures in (("at the cable's other end", sent), (f"in {_DEVICE}", measured)):
         tell(f"inter-arrival times {name}: median {figures.median_us} us, 95 % {figures.percentile_95_us} us, "
              f"99 % {figures.percentile_99_us} us, mean {figures.mean_us:.0f} us, of {figures.count}")
