@@ -61,7 +61,7 @@ private:
         py::list result;
         for (const auto entry : value)
             result.append(plain(py::reinterpret_borrow<py::object>(entry)));
-        return std::move(result);
+        return py::object(std::move(result)); // some compilers hold a bare move to be redundant, others miss it
     }
 
     static py::dict dictOf(const py::object& self)
