@@ -8,6 +8,7 @@ Exit status 0 when all that was to be seen was seen. Needs root.
 
 import argparse
 import pathlib
+import subprocess
 import sys
 import time
 
@@ -46,7 +47,7 @@ def run_step(name, machine, options):
     try:
         STEPS[name](machine, options)
         seen = True
-    except (Failed, tessary.TessaryError, OSError) as error:
+    except (Failed, tessary.TessaryError, subprocess.CalledProcessError, OSError) as error:
         print(f"   FAILED: {error}", flush=True)
         seen = False
     print(f"   {'ok' if seen else 'FAILED'} in {time.monotonic() - began:.0f} s", flush=True)

@@ -6,13 +6,16 @@ import io
 import json
 import os
 import struct
+import subprocess
 import sys
 import tempfile
 import threading
 import types
 import unittest
+import unittest.mock
 
 sys.dont_write_bytecode = True
+import boot  # noqa: E402
 import tessary  # noqa: E402  (of this build: PYTHONPATH)
 from bootlib import machine, places, power, tagged  # noqa: E402
 
@@ -77,6 +80,15 @@ class Greeting(unittest.TestCase):
 
     def test_it_may_come_in_pieces(self):
         self.assertAlmostEqual(self.greeting([(2000, "\0HEL"), (1_000_001_000, "LO !\r\n")]), 1.0)
+
+
+class Steps(unittest.TestCase):
+    def test_a_program_of_the_desk_that_fails_misses_its_step_alone(self):
+        def fail(*_):
+            raise subprocess.CalledProcessError(1, "strip")
+        with contextlib.redirect_stdout(io.StringIO()) as told, unittest.mock.patch.dict(boot.STEPS, update=fail):
+            self.assertFalse(boot.run_step("update", None, None))
+        self.assertIn("FAILED: Command 'strip'", told.getvalue())
 
 
 class AfterAPowerCut(unittest.TestCase):
