@@ -164,6 +164,21 @@ static void execute_next(const char* name, char** argv)
     }
 }
 
+/** A command text. The C library of Debian 13 ends the options in front of it: `sh -c -- TEXT`. Noted as before. */
+static void note_text(int argc, char** argv)
+{
+    static char end_of_options[] = "--";
+    if (argc == 3 || strcmp(argv[2], end_of_options) != 0) {
+        note("shell", argv);
+        return;
+    }
+    argv[2] = argv[1];
+    argv[1] = argv[0];
+    note("shell", argv + 1);
+    argv[1] = argv[2];
+    argv[2] = end_of_options;
+}
+
 static int stand_in_for(const char* program, char** argv, const char* kind)
 {
     struct behaviour behaviour = behaviour_apply(program, argv);
@@ -188,7 +203,7 @@ int main(int argc, char** argv)
         // Command texts only (system(), popen()): a script that the daemon runs is noted as the program it
         // is.
         if (argc > 2 && strcmp(argv[1], "-c") == 0 && is_daemon(getppid()))
-            note("shell", argv);
+            note_text(argc, argv);
         execv(realShell, argv);
         perror(realShell);
         return 127;

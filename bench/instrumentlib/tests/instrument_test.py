@@ -220,6 +220,16 @@ class SteeringTest(unittest.TestCase):
         self.assertTrue(wait_until(lambda: any(n["argv"] == ["nmcli", "networking", "on"] and n["by_daemon"]
                                                for n in self.instrument.commands())))
 
+    def test_a_text_behind_the_end_of_the_shells_options_is_noted_as_any_other(self):
+        """As the C library of Debian 13 hands it over."""
+        self.ensure_daemon()
+        self.instrument.call("commands", "--clear")
+        line = os.open(self.instrument.path("controller"), os.O_RDWR | os.O_NOCTTY)
+        self.addCleanup(os.close, line)
+        os.write(line, b"command:exec sh -c -- 'true of Debian 13'\n")
+        wanted = ["sh", "-c", "true of Debian 13"]
+        self.assertTrue(wait_until(lambda: any(n["argv"] == wanted for n in self.instrument.commands())))
+
     def test_arguments_of_any_bytes_are_noted_exactly(self):
         self.instrument.call("commands", "--clear")
         odd = "a\"b\\c\n\x01\u00e9\udcff"
