@@ -6,7 +6,9 @@ import contextlib
 import io
 import json
 import os
+import pathlib
 import random
+import subprocess
 import sys
 import tempfile
 import tty
@@ -18,7 +20,7 @@ BENCH = os.path.join(os.path.dirname(os.path.dirname(FOLDER)), "bench")
 sys.path[:0] = [FOLDER, BENCH, os.path.join(BENCH, "streams")]
 
 import soak  # noqa: E402  (the path must be set first)
-from soaklib import commands, faults, line, packages, plan, replies, services, streams  # noqa: E402
+from soaklib import commands, evidence, faults, line, packages, plan, replies, services, streams  # noqa: E402
 from streamlib import recipes  # noqa: E402
 
 VERSION = b"SV: mx8 1.4 FPGA: 5/5/2021 4:52:47 done=OK\n"
@@ -243,6 +245,20 @@ class SerialLine(unittest.TestCase):
         with self.assertRaises(line.NoAnswer) as missing:
             self.line.read_while(lambda sofar: not line.has_versions(sofar, 1), "the answer", 0.1)
         self.assertEqual(missing.exception.received, b"")
+
+
+class Evidence(unittest.TestCase):
+    def test_of_a_booted_instrument_tells_what_each_thread_does_and_what_was_shown(self):
+        def run(*words):
+            return subprocess.run(words, stdout=subprocess.PIPE, text=True, check=False).stdout
+        with tempfile.TemporaryDirectory() as folder:
+            run_dir = pathlib.Path(folder)
+            (run_dir / "display.ppm").write_text("P6")
+            unit = types.SimpleNamespace(run_dir=folder, booted=True, shared=run_dir.joinpath, run=lambda *words: run(
+                *[word.replace("sleep", "true") for word in words]))
+            evidence.keep(run_dir / "kept", unit, os.getpid(), [], "it fell")
+            self.assertIn("python3: ", (run_dir / "kept" / "threads.txt").read_text())
+            self.assertEqual((run_dir / "kept" / "display.ppm").read_text(), "P6")
 
 
 class CommandLine(unittest.TestCase):

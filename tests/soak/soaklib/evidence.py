@@ -1,4 +1,4 @@
-"""What is kept of a failure: the last commands, the logs, the daemon's stacks or core."""
+"""What is kept of a failure: the last commands, the logs, what was shown and played, the daemon's stacks or core."""
 
 import contextlib
 import glob
@@ -7,8 +7,19 @@ import os
 import shutil
 import subprocess
 
+import tessary
+
 _LOG_TAIL = 20_000_000
 _GDB_SECONDS = 90
+# Where there is no debugger: twice, what each thread does (state, ticks in user's and kernel's code, where it waits) and what came
+# over the network.
+_LOOK = """for seconds in 0 10; do
+    sleep $seconds; date +%T
+    for task in /proc/$0/task/*; do
+        echo "$(cat $task/comm): $(sed 's/.*) //' $task/stat | cut -d' ' -f1,12,13) $(cat $task/wchan)"
+    done
+    ip maddr show eth0; ip -s link show eth0; ss -uanmp; grep ^Udp: /proc/net/snmp
+done 2>&1"""
 
 
 def write_text(path, text):
@@ -30,8 +41,11 @@ def keep(folder, unit, pid, last, reason):
     write_text(os.path.join(folder, "commands.jsonl"), "".join(json.dumps(entry) + "\n" for entry in last))
     for name in ("daemon.log", "line.log", "commands.log", "services.log", "journal.log", "boot.log"):
         _keep_tail(os.path.join(unit.run_dir, name), os.path.join(folder, name))
+    for name in ("display.ppm", "sound.wav"):
+        _keep_tail(unit.shared(name), os.path.join(folder, name))
     if unit.booted:
-        return  # its processes are seen inside only
+        _keep_look(folder, pid, unit)  # its processes are seen inside only
+        return
     with contextlib.suppress(OSError):
         shutil.copyfile(unit.inside("usr/bin/tessary"), os.path.join(folder, "tessary"))
     cores = []
@@ -41,6 +55,14 @@ def keep(folder, unit, pid, last, reason):
     where = ["-p", str(pid)] if os.path.exists(f"/proc/{pid}") else cores[:1]
     if where:
         _backtrace(folder, where, unit)
+
+
+def _keep_look(folder, pid, unit):
+    try:
+        found = unit.run("sh", "-c", _LOOK, str(pid))
+    except tessary.TessaryError as error:
+        found = f"nobody could look: {error}\n"
+    write_text(os.path.join(folder, "threads.txt"), found)
 
 
 def _backtrace(folder, where, unit):
