@@ -61,7 +61,8 @@ private:
         py::list result;
         for (const auto entry : value)
             result.append(plain(py::reinterpret_borrow<py::object>(entry)));
-        return py::object(std::move(result)); // some compilers hold a bare move to be redundant, others miss it
+        // Some compilers hold a bare move to be redundant, others miss it.
+        return py::object(std::move(result));
     }
 
     static py::dict dictOf(const py::object& self)
