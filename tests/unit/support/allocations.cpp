@@ -23,14 +23,22 @@ void count(void* block)
 
 } // namespace
 
-void* operator new(std::size_t size)
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
     void* block = std::malloc(size > 0 ? size : 1);
     if (!block)
-        throw std::bad_alloc();
+        return nullptr;
     count(block);
     if (clearErrno)
         errno = 0;
+    return block;
+}
+
+void* operator new(std::size_t size)
+{
+    void* block = operator new(size, std::nothrow);
+    if (!block)
+        throw std::bad_alloc();
     return block;
 }
 
