@@ -1,19 +1,16 @@
 // The arrival records of the last 1024 frames: their order, their storage, and their reader beside the
 // callback.
 #include "measurementfixture.h"
+#include "support/allocations.h"
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <thread>
 
 namespace {
 
 constexpr std::size_t maxRecords = 1024;
-
-/// Counts what the thread that sets it takes from the heap.
-thread_local std::atomic<int>* allocations = nullptr;
 
 bool eventually(const std::atomic<int>& number)
 {
@@ -54,25 +51,6 @@ protected:
 
 } // namespace
 
-void* operator new(std::size_t size)
-{
-    if (allocations)
-        ++*allocations;
-    if (void* const block = std::malloc(size ? size : 1))
-        return block;
-    throw std::bad_alloc();
-}
-
-void operator delete(void* block) noexcept
-{
-    std::free(block);
-}
-
-void operator delete(void* block, std::size_t) noexcept
-{
-    std::free(block);
-}
-
 TEST_F(Records, OfTheLast1024FramesStandInTheirOrder)
 {
     const auto storage = [this] {
@@ -97,13 +75,13 @@ TEST_F(Records, OfTheLast1024FramesStandInTheirOrder)
 TEST_F(Records, AreKeptWithoutMemoryFromTheHeap)
 {
     std::atomic<int> taken{0};
-    allocations = &taken;
+    const allocations::Counting counting(taken);
     const auto none = records();
     const int byTheReader = taken;
     receiveFrames(1, 3000);
-    allocations = nullptr;
+    const int withTheFrames = taken;
     EXPECT_GT(byTheReader, 0); // the count counts
-    EXPECT_EQ(taken, byTheReader);
+    EXPECT_EQ(withTheFrames, byTheReader);
 }
 
 TEST_F(Records, StayWhenTheyAreRead)
@@ -155,7 +133,7 @@ TEST_F(Records, AreReadWithoutMemoryFromTheHeapUnderTheLock)
     std::vector<pcap_measured_value_struct> out;
     std::unique_lock<BriefMutex> lock(measurement.bufferMutex);
     std::thread reader([&] {
-        allocations = &taken;
+        const allocations::Counting counting(taken);
         measurement.getBuffer(&out);
     });
     const bool before = eventually(taken);

@@ -1,6 +1,5 @@
 #include "allocations.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <malloc.h>
@@ -12,9 +11,12 @@ std::atomic<bool> clearErrno{false};
 std::atomic<std::ptrdiff_t> held{0};
 std::atomic<std::ptrdiff_t> heldAtMost{0};
 std::ptrdiff_t heldAtReset = 0;
+thread_local std::atomic<int>* blocksTaken = nullptr;
 
 void count(void* block)
 {
+    if (blocksTaken)
+        ++*blocksTaken;
     const auto bytes = static_cast<std::ptrdiff_t>(malloc_usable_size(block));
     const std::ptrdiff_t now = held += bytes;
     std::ptrdiff_t most = heldAtMost;
@@ -64,6 +66,16 @@ ErrnoClearing::ErrnoClearing()
 ErrnoClearing::~ErrnoClearing()
 {
     clearErrno = false;
+}
+
+Counting::Counting(std::atomic<int>& blocks)
+{
+    blocksTaken = &blocks;
+}
+
+Counting::~Counting()
+{
+    blocksTaken = nullptr;
 }
 
 std::size_t peak()

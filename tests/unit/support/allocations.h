@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 
 /// What the program allocates with operator new. A test program that lists allocations.cpp among its sources
@@ -14,6 +15,16 @@ public:
     ~ErrnoClearing();
     ErrnoClearing(const ErrnoClearing&) = delete;
     ErrnoClearing& operator=(const ErrnoClearing&) = delete;
+};
+
+/// While the object lives, counts the blocks that its thread takes.
+class Counting
+{
+public:
+    explicit Counting(std::atomic<int>& blocks);
+    ~Counting();
+    Counting(const Counting&) = delete;
+    Counting& operator=(const Counting&) = delete;
 };
 
 /// Bytes that were held at most since resetPeak(), beyond what was held then. All threads together.
