@@ -12,6 +12,10 @@ constexpr std::int64_t jitter = 50 * ms;
 constexpr std::int64_t longest = 900 * ms;
 /// A gap or two are a disturbance, this many in a row the stream's nature.
 constexpr int patience = 8;
+/// Behind by as much, this often in a row: about a second's pictures, and sound for less.
+constexpr int behindFor = 25;
+/// Data that come by so much nearer to their time are catching up.
+constexpr std::int64_t catchingUp = 200 * ms;
 
 struct Way
 {
@@ -28,10 +32,10 @@ constexpr std::array<Way, 2> ways{{{100 * ms, 200 * ms}, {230 * ms, 0}}};
 
 bool PlayoutNeed::note(Media media, std::int64_t lead, bool playing)
 {
-    if (m_gaveUp)
-        return false;
     const auto kind = static_cast<std::size_t>(media);
     const std::int64_t need = ways[kind].takes - lead;
+    if (m_gaveUp)
+        return noteBehind(kind, need);
     if (playing) {
         const bool late = m_held && need - ways[kind].mayBeLate > *m_held;
         m_late[kind] = late ? m_late[kind] + 1 : 0;
@@ -43,6 +47,26 @@ bool PlayoutNeed::note(Media media, std::int64_t lead, bool playing)
     const bool changed = m_held != enough;
     m_held = enough;
     return changed;
+}
+
+bool PlayoutNeed::noteBehind(std::size_t kind, std::int64_t need)
+{
+    Behind& row = m_behind[kind];
+    row.isThere = true;
+    if (need - ways[kind].mayBeLate <= m_held.value_or(longest)) {
+        row.count = 0;
+        return false;
+    }
+    const bool begins = row.count == 0 || need < row.need - catchingUp;
+    row.need = begins ? need : std::max(row.need, need);
+    row.count = begins ? 1 : row.count + 1;
+    for (const Behind& other : m_behind) {
+        if (other.isThere && other.count < behindFor)
+            return false;
+    }
+    m_held = std::max(m_behind[0].need, m_behind[1].need) + jitter;
+    m_behind = {};
+    return true;
 }
 
 bool PlayoutNeed::giveUp()

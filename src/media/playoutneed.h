@@ -12,6 +12,10 @@
 /// their way out; what the stream is ahead by does not have to be waited for once more. A stream that is late
 /// against its own clock needs more than can be foreseen: it gets what GStreamer's elements ask for, which is
 /// most of a second.
+///
+/// A stream of which all data stay behind even of that began long after its program was chosen, or came back
+/// after a pause with a clock of its own that knows nothing of it. None of it would ever be seen or heard:
+/// it is held back by as much as it is behind.
 class PlayoutNeed
 {
 public:
@@ -25,9 +29,19 @@ public:
     std::optional<std::int64_t> held() const { return m_held; }
 
 private:
+    /// How often in a row data of a kind came too late, and what they needed.
+    struct Behind
+    {
+        bool isThere = false; ///< data of the kind came since the last change
+        int count = 0;
+        std::int64_t need = 0;
+    };
+
     bool giveUp();
+    bool noteBehind(std::size_t kind, std::int64_t need);
 
     std::optional<std::int64_t> m_held;
     std::array<int, 2> m_late{}; ///< how often in a row, by Media
+    std::array<Behind, 2> m_behind{}; ///< by Media, since m_gaveUp
     bool m_gaveUp = false; ///< for good
 };

@@ -1,5 +1,8 @@
 #include "playsuite.h"
 
+#include <chrono>
+#include <thread>
+
 namespace {
 
 using namespace tessary;
@@ -83,6 +86,16 @@ TEST_F(Play, TheLinkMayGoDownAndComeBack)
     const int frames = instrument().framesShown();
     EXPECT_TRUE(waitUntil([&] { return instrument().framesShown() > frames + 25; }))
         << "the picture did not come back";
+}
+
+// The stream's clock knows nothing of the time that was waited for it: all of it would be too late for ever.
+TEST_F(Play, AStreamThatComesOnTheAirLongAfterItWasChosenIsSeenAndHeard)
+{
+    selectUdp();
+    controller().play(green.number);
+    std::this_thread::sleep_for(std::chrono::seconds(4)); // behind by more than the elements wait for
+    const RunningStream stream = sendDemo("udp", instrument().ethernetAddress().toStdString());
+    expectProgram(green);
 }
 
 TEST_F(Play, ARecordingPlaysAsASourceLikeAnyOther)

@@ -14,6 +14,7 @@ constexpr std::int64_t ms = 1000000;
 constexpr bool waiting = false;
 constexpr bool playing = true;
 constexpr int patience = 8;
+constexpr int behindFor = 25;
 
 class PlayoutNeedOf : public testing::Test
 {
@@ -126,6 +127,61 @@ TEST_F(PlayoutNeedOf, APlayingStreamThatWasNotKnownIsNotTouched)
     for (int i = 0; i < 3 * patience; ++i)
         EXPECT_FALSE(note(Media::sound, 500, playing));
     EXPECT_EQ(heldMs(), -1);
+}
+
+// Chosen five seconds before it came on the air: 5 s behind, and the way, and what the network may add.
+TEST_F(PlayoutNeedOf, AStreamThatBeganLateIsAsLongAsItIsBehind)
+{
+    note(Media::picture, -5000);
+    for (int i = 1; i < behindFor; ++i)
+        EXPECT_FALSE(note(Media::picture, -5000, playing)) << i;
+    EXPECT_TRUE(note(Media::picture, -5010, playing));
+    EXPECT_EQ(heldMs(), 5160);
+    for (int i = 0; i < 3 * behindFor; ++i)
+        EXPECT_FALSE(note(Media::picture, -5010, playing)) << "in time now";
+}
+
+TEST_F(PlayoutNeedOf, AStreamThatComesBackLateIsLongerThanBefore)
+{
+    note(Media::picture, -5000);
+    for (int i = 0; i < behindFor; ++i)
+        note(Media::picture, -5000, playing);
+    for (int i = 1; i < behindFor; ++i)
+        EXPECT_FALSE(note(Media::picture, -9000, playing)) << i;
+    EXPECT_TRUE(note(Media::picture, -9000, playing));
+    EXPECT_EQ(heldMs(), 9150);
+}
+
+TEST_F(PlayoutNeedOf, AStreamThatCatchesUpStaysWhatTheElementsAskFor)
+{
+    note(Media::picture, -5000);
+    for (int behind = 5000; behind > -500; behind -= 40)
+        EXPECT_FALSE(note(Media::picture, -behind, playing)) << behind;
+    EXPECT_EQ(heldMs(), -1);
+}
+
+// Sound with time stamps that have nothing to do with the program's clock must not stop the pictures.
+TEST_F(PlayoutNeedOf, AStreamOfWhichOneKindIsInTimeStaysWhatTheElementsAskFor)
+{
+    note(Media::sound, -60000);
+    for (int i = 0; i < 3 * behindFor; ++i) {
+        EXPECT_FALSE(note(Media::sound, -60000, playing));
+        EXPECT_FALSE(note(Media::picture, 100, playing));
+    }
+    EXPECT_EQ(heldMs(), -1);
+}
+
+TEST_F(PlayoutNeedOf, AStreamOfWhichBothKindsAreBehindIsThatOfTheNeediest)
+{
+    note(Media::sound, -5000);
+    bool changed = false;
+    for (int i = 0; i < behindFor; ++i) {
+        EXPECT_FALSE(changed);
+        note(Media::sound, -5000, playing);
+        changed = note(Media::picture, -5300, playing);
+    }
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(heldMs(), 5450);
 }
 
 } // namespace
