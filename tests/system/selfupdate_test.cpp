@@ -113,3 +113,25 @@ TEST_F(SelfUpdate, TheNewVersionAnswersAfterTheNextStart)
     EXPECT_EQ(version().rfind(says(TESSARY_NEXT_VERSION), 0), 0U);
     EXPECT_EQ(instrument().exec({"nmcli", "networking"}).output, "enabled\n");
 }
+
+// dpkg calls a package broken before it runs the first of the package's scripts: were the package not kept by then, the next
+// start could not complete it. The power fails in that script, and does not when it runs again.
+TEST_F(SelfUpdate, AnUpdateThatAPowerCutEndsAtOnceCanBeCompleted)
+{
+    installAndStart(TESSARY_VERSION);
+    makeNext(TESSARY_VERSION);
+    instrument().shell(
+        "cd /tmp && dpkg-deb -R /run/bench/tessary-" TESSARY_NEXT_VERSION ".deb tree"
+        " && printf '#!/bin/sh\nmkdir /run/cut 2>/dev/null && kill -9 $PPID\nexit 0\n' >tree/DEBIAN/preinst"
+        " && chmod 755 tree/DEBIAN/preinst && dpkg-deb -b tree Tessary.deb");
+
+    EXPECT_FALSE(instrument().exec({"dpkg", "-i", "--force-all", "/tmp/Tessary.deb"}).ok());
+    EXPECT_EQ(installedVersion(), "iHR" TESSARY_VERSION) << "dpkg was not interrupted";
+
+    instrument().shell("rm /tmp/Tessary.deb"); // the start empties the folder
+    instrument().shell(
+        "dpkg --install --force-all /var/lib/tessary/update.deb"); // tessary-finish-update.service
+    EXPECT_EQ(installedVersion(), "ii " TESSARY_NEXT_VERSION);
+    EXPECT_EQ(instrument().shell("dpkg --verify tessary"), "") << "files differ from the package's";
+    EXPECT_EQ(instrument().shell("ls -A /var/lib/tessary"), "") << "the copy is still there";
+}
