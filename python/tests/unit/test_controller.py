@@ -199,7 +199,7 @@ def test_update(desk: Desk) -> None:
 
 def test_update_that_is_not_taken_up(desk: Desk) -> None:
     desk.answers["version?"] = VERSION
-    desk.controller.timeout = 0.3
+    desk.controller.timeout = 3  # in which the question before it is answered
     with pytest.raises(tessary.UpdateError) as caught:
         desk.controller.update(b"package")
     assert caught.value.kind == "update-not-started" and caught.value.remedy
