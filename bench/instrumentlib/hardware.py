@@ -69,7 +69,8 @@ def _start_fpga(options, mount_point, notes):
                             text=True, start_new_session=True)
     if fpga.stdout.readline() != "ready\n":
         fpga.wait()
-        raise BenchError("the FPGA did not start (see above)", "is the kernel's fuse module there, and are you root?")
+        raise BenchError("the FPGA did not start (see above)", "is the kernel's fuse module there, and may you open /dev/fuse? "
+                         "Debian lets everybody; where nobody has set it so: chmod 666 /dev/fuse, as root")
     for knob in options.knob:
         with open(os.path.join(mount_point, "knobs"), "w", encoding="ascii") as knobs:
             knobs.write(knob + "\n")
