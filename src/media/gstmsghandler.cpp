@@ -4,6 +4,7 @@
 #include "system/system_config.h"
 
 #include <QString>
+#include <QtDebug>
 #include <QThread>
 
 namespace {
@@ -94,6 +95,9 @@ void gstmsgHandler::handleError(GstMessage* message)
     gst_message_parse_error(message, &givenError, &givenDetails);
     const Owned<GError> error(givenError);
     const Owned<gchar> details(givenDetails);
+    // The pipeline stays as it is, and nothing else would tell why it shows nothing any more.
+    qWarning("GStreamer, %s: %s (%s)", GST_MESSAGE_SRC_NAME(message), error ? error->message : "error",
+        qUtf8Printable(QString::fromUtf8(details.get()).simplified()));
     if (error)
         noteOnConsole(QString::asprintf("ERROR: %s\n", error->message));
     if (details)

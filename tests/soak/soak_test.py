@@ -120,6 +120,7 @@ class Plan(unittest.TestCase):
             self.assertLessEqual(len(burst), 640)
             self.assertTrue(burst.endswith(b"\n"))
             self.assertNotIn(b"\0\0", burst)
+            self.assertNotIn(b"\n", burst[:-1])  # a read that ends with it would end the burst
 
     def test_services_are_played_early_and_again(self):
         made = fake_soak(1)

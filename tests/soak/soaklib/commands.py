@@ -162,8 +162,9 @@ def choose(random, scene, kinds=None):
 
 
 def burst(commands):
-    """The bytes of a burst: a NUL byte between two commands."""
-    return b"\0".join(command.text for command in commands)
+    """The bytes of a burst: a NUL byte between two commands, and no line end in front of it. The daemon takes a burst to end where
+    a read ends with a line feed, and on a real line that happens anywhere."""
+    return b"\0".join([*(command.text.rstrip(b"\r\n") for command in commands[:-1]), commands[-1].text])
 
 
 MOST_BYTES = 600  # a burst of the daemon's is at most 640

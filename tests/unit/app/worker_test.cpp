@@ -95,6 +95,21 @@ TEST_F(Dispatcher, CommandsAreSeparatedByNulBytes)
     EXPECT_EQ(programs().calls(), (Calls{"ping|a", "ping|b"}));
 }
 
+TEST_F(Dispatcher, NoCommandOfABurstButTheLastNeedsALineFeed)
+{
+    EXPECT_EQ(cycle("ping a\0server=UDP 239.1.1.1 1000\0!0C_D_IX:05\0ping b\n"s), "pong*0C_d.SXpong");
+    EXPECT_EQ(programs().calls(), (Calls{"ping|a", "ping|b"}));
+    EXPECT_EQ(data.serverPort, "1000");
+    EXPECT_EQ(data.ebsServiceIndex, 5u);
+}
+
+TEST_F(Dispatcher, ABurstThatIsReadInTwoBehindALineFeedLosesTheCommandBehindIt)
+{
+    EXPECT_EQ(cycle("ping a\n"), "pong");
+    EXPECT_EQ(cycle("\0ping b\n\0ping c\n"s), "pong");
+    EXPECT_EQ(programs().calls(), (Calls{"ping|a", "ping|c"}));
+}
+
 TEST_F(Dispatcher, CommandsSeparatedOnlyByALineFeedDispatchTheFirstWithAllText)
 {
     cycle("server=UDP 239.1.1.1 1000\nscancur\n");

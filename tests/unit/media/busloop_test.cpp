@@ -5,6 +5,7 @@
 #include "kit/sections.h"
 #include "mediaenvironment.h"
 #include "mediatest.h"
+#include "support/ttyfixture.h"
 
 #include <algorithm>
 #include <atomic>
@@ -199,12 +200,14 @@ TEST_F(BusLoop, TheLoopGoesOnAfterTheEndOfAStream)
     EXPECT_TRUE(thread.isRunning());
 }
 
-TEST_F(BusLoop, AnErrorStopsNothing)
+TEST_F(BusLoop, AnErrorStopsNothingAndIsTold)
 {
+    const LogCapture log;
+    gst_object_set_name(GST_OBJECT(pipeline), "display");
     thread.start();
     gst_element_set_state(pipeline, GST_STATE_READY);
     GError* error = g_error_new_literal(GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_OPEN_WRITE, "no such device");
-    post(gst_message_new_error(GST_OBJECT(pipeline), error, "opened for the display"));
+    post(gst_message_new_error(GST_OBJECT(pipeline), error, "display.c(12):\nopened for writing"));
     g_error_free(error);
     postSection(pipeline, makePat({1}));
     eventually([this] { return receiver.pat > 0; });
@@ -212,6 +215,7 @@ TEST_F(BusLoop, AnErrorStopsNothing)
     EXPECT_EQ(GST_STATE(pipeline), GST_STATE_READY);
     EXPECT_EQ(receiver.endOfStream, 0);
     EXPECT_EQ(prints.text(), "");
+    EXPECT_TRUE(log.contains("GStreamer, display: no such device (display.c(12): opened for writing)"));
 }
 
 TEST_F(BusLoop, InterruptionWhileNoMessageArrivesEndsTheLoopWithinASecond)

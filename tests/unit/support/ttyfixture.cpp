@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <fcntl.h>
+#include <iterator>
 #include <mutex>
 #include <poll.h>
 #include <QString>
@@ -20,6 +21,11 @@ std::mutex logMutex;
 std::condition_variable logGrew;
 std::vector<std::string> logLines;
 QtMessageHandler earlierHandler = nullptr;
+
+bool beginsWith(const std::string& line, const std::string& beginning)
+{
+    return line.rfind(beginning, 0) == 0;
+}
 
 void collect(QtMsgType, const QMessageLogContext&, const QString& text)
 {
@@ -44,13 +50,16 @@ LogCapture::~LogCapture()
 std::vector<std::string> LogCapture::lines() const
 {
     const std::lock_guard<std::mutex> lock(logMutex);
-    return logLines;
+    std::vector<std::string> ours;
+    std::copy_if(logLines.begin(), logLines.end(), std::back_inserter(ours),
+        [](const std::string& line) { return !beginsWith(line, "GStreamer, "); });
+    return ours;
 }
 
 bool LogCapture::contains(const std::string& line) const
 {
-    const std::vector<std::string> all = lines();
-    return std::find(all.begin(), all.end(), line) != all.end();
+    const std::lock_guard<std::mutex> lock(logMutex);
+    return std::find(logLines.begin(), logLines.end(), line) != logLines.end();
 }
 
 bool LogCapture::waitFor(const std::string& beginning) const
@@ -58,7 +67,7 @@ bool LogCapture::waitFor(const std::string& beginning) const
     std::unique_lock<std::mutex> lock(logMutex);
     return logGrew.wait_for(lock, std::chrono::milliseconds(patienceMs), [&beginning] {
         return std::any_of(logLines.begin(), logLines.end(),
-            [&beginning](const std::string& line) { return line.rfind(beginning, 0) == 0; });
+            [&beginning](const std::string& line) { return beginsWith(line, beginning); });
     });
 }
 

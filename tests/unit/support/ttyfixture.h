@@ -19,6 +19,8 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
+    /// What the code says itself. What an element of the pipeline reports, the bus's thread tells in its own
+    /// time (no display, no card, no file here), which no order holds: that is for contains() and waitFor().
     std::vector<std::string> lines() const;
     bool contains(const std::string& line) const;
     /// Waits until a line that begins so is logged, by whatever thread; false when that does not happen.
