@@ -1,9 +1,19 @@
 # Shared by the scripts that run ctest: what its logs say, for the summary of steps.sh. Sourced behind that, never run.
 # shellcheck shell=bash
 
-# From "N% tests passed" to the end of a ctest log, the skipped tests left out.
+# What failed tests said of it in a ctest log: googletest's failures, unittest's errors, a sanitizer's closing line.
+failures()
+{
+    awk '
+        /: Failure$/ { left = 5 }
+        /^(FAIL|ERROR): / || /^[A-Za-z_.]+(Error|Exception)(:|$)/ || /^SUMMARY: [A-Za-z]+Sanitizer/ { left = left > 1 ? left : 1 }
+        left-- > 0 { print "   " $0 }' "$1" | head -n 40
+}
+
+# From "N% tests passed" to the end of a ctest log, the skipped tests left out, and what the failed tests said.
 closing_lines()
 {
+    failures "$1"
     sed -n '/tests passed,/,$p' "$1" | sed -E '/^[[:space:]]*$/d; /^The following tests did not run:/d; /\((Skipped|Disabled)\)$/d'
 }
 

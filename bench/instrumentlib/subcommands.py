@@ -241,7 +241,8 @@ def _commands(options):
             os.truncate(path, 0)
         else:
             with open(path, "rb") as log:
-                sys.stdout.buffer.write(log.read())
+                noted = log.read()
+            sys.stdout.buffer.write(noted[:noted.rfind(b"\n") + 1])  # the rest is still being written
     except FileNotFoundError as error:
         raise BenchError(f"there is no {path}", f"start an instrument: sudo {places.COMMAND} run") from error
     return 0

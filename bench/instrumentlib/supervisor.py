@@ -108,8 +108,8 @@ class Supervisor:
               f"logs                                  {paths.path}/{{{self._module.LOGS}}}.log\n"
               f"files shared with the instrument      {paths.io} (inside: /run/bench)\n"
               f"started in {time.monotonic() - self._started:.1f} s; Ctrl-C stops it")
-        print("ready", flush=True)
         self._ready = True
+        print("ready", flush=True)
 
     # Requests of other calls of the script; each on a thread of its own.
 

@@ -49,8 +49,11 @@ class Instrument:
     def end(self, number=signal.SIGTERM):
         if self.process.poll() is None:
             self.process.send_signal(number)
-        self.process.wait(60)
-        self.process.stdout.close()
+        try:
+            self.process.wait(60)
+        finally:
+            self.process.kill()
+            self.process.stdout.close()
         errors = self.process.stderr.read()
         self.process.stderr.close()
         self._folder.cleanup()
@@ -145,6 +148,15 @@ class SteeringTest(unittest.TestCase):
         if not self.daemon_pid():
             self.instrument.call("daemon", "start")
 
+    def restart_and_wait_for_its_greeting(self):
+        """What is sent to the daemon before that is lost: it empties the line when it opens it."""
+        def greetings():
+            with open(self.instrument.path("line.log"), encoding="ascii") as log:
+                return log.read().count(b"HELLO !\r\n".hex())
+        before = greetings()
+        self.instrument.call("daemon", "restart")
+        self.assertTrue(wait_until(lambda: greetings() > before))
+
     def test_ready_is_the_last_line_and_the_setting_of_the_kernel_is_named(self):
         self.assertEqual(self.instrument.output[-1], "ready")
         self.assertTrue(any(self.instrument.path("controller") in line for line in self.instrument.output))
@@ -153,13 +165,13 @@ class SteeringTest(unittest.TestCase):
         self.ensure_daemon()
         status = wait_until(lambda: "192.168.77." in self.instrument.call("status").stdout.partition("uplink")[0])
         self.assertTrue(status, self.instrument.call("status").stdout)
-        self.assertEqual(self.instrument.inside("ping -c 1 -W 5 192.168.77.1").returncode, 0)
+        self.assertTrue(wait_until(lambda: self.instrument.inside("ping -c 1 -W 5 192.168.77.1").returncode == 0))
 
     def test_link_down_takes_the_carrier_and_link_up_brings_it_and_the_multicast_route_back(self):
         carrier = "cat /sys/class/net/eth0/carrier"
-        self.instrument.call("link", "down")
+        self.assertEqual(self.instrument.call("link", "down").stderr, "")
         self.assertTrue(wait_until(lambda: self.instrument.inside(carrier).stdout == "0\n"))
-        self.instrument.call("link", "up")
+        self.assertEqual(self.instrument.call("link", "up").stderr, "")
         self.assertTrue(wait_until(lambda: self.instrument.inside(carrier).stdout == "1\n"))
         self.assertIn("uplink", self.instrument.inside("ip route get 239.1.2.3", sender=True).stdout)
 
@@ -222,7 +234,7 @@ class SteeringTest(unittest.TestCase):
 
     def test_a_text_behind_the_end_of_the_shells_options_is_noted_as_any_other(self):
         """As the C library of Debian 13 hands it over."""
-        self.ensure_daemon()
+        self.restart_and_wait_for_its_greeting()
         self.instrument.call("commands", "--clear")
         line = os.open(self.instrument.path("controller"), os.O_RDWR | os.O_NOCTTY)
         self.addCleanup(os.close, line)
@@ -300,7 +312,8 @@ class StartAndEndTest(unittest.TestCase):
         first.end()
         self.assertEqual(kernel_setting._read_setting(), kernel_setting.NEEDED)
         errors = second.end()
-        self.assertTrue(kernel_setting._read_setting() == before or "other instrument" in errors)
+        # What it says, not the setting: another instrument may have started since.
+        self.assertRegex(errors, f"rmem_max is {before} again|stays at {kernel_setting.NEEDED} for [0-9]+ other instrument")
 
     def test_a_start_that_fails_half_way_takes_down_what_it_had_set_up(self):
         with self.assertRaisesRegex(RuntimeError, "can not be made inside"):

@@ -52,6 +52,13 @@ class CommandLineTest(unittest.TestCase):
                 self.assertEqual(result.returncode, 1)
                 self.assertIn("remedy: start one", result.stderr)
 
+    def test_commands_are_printed_as_whole_lines(self):
+        with tempfile.TemporaryDirectory() as folder:
+            with open(os.path.join(folder, "commands.log"), "w", encoding="ascii") as log:
+                log.write('{"argv": ["a"]}\n{"argv": ["b"]}\n{"argv": ["sp')
+            result = call("commands", "--run-dir", folder)
+        self.assertEqual(result.stdout, '{"argv": ["a"]}\n{"argv": ["b"]}\n')
+
     @unittest.skipUnless(MAY_BOOT, "a booted instrument needs root")
     def test_a_machine_takes_none_of_the_virtual_instruments_options(self):
         for option in (["--wrapper", "strace"], ["--no-daemon"], ["--bind", "/dev/null=/x"], ["--daemon-env", "A=b"]):
